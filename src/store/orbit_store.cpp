@@ -1,0 +1,93 @@
+#include "orbit_store.hpp"
+
+#include <new>
+
+namespace store {
+namespace {
+
+const bpm_struct untouched{};
+
+void check_orbit(const orbit_store& s, int orbit) {
+  if (orbit < 1 || orbit > max_orbits) util::subscript_error(s.name, orbit, 1, max_orbits);
+}
+
+void check_bpm(int bpm) {
+  if (bpm < 0 || bpm > max_bpm) util::subscript_error("detector", bpm, 0, max_bpm);
+}
+
+bpm_struct* column_of(const orbit_store& s, int bpm) {
+  const auto i = static_cast<std::size_t>(bpm);
+  return i < s.columns.size() ? s.columns[i].get() : nullptr;
+}
+
+bpm_struct* make_column(orbit_store& s, int bpm) {
+  const auto i = static_cast<std::size_t>(bpm);
+  if (i >= s.columns.size()) s.columns.resize(i + 1);
+  if (!s.columns[i]) {
+    // calloc of this size hands out untouched zero pages: a column of 100 orbits costs three of
+    // them, although its address range holds all 3000, and the column never moves.
+    void* memory = std::calloc(max_orbits, sizeof(bpm_struct));  // NOLINT(*-no-malloc)
+    if (memory == nullptr) util::run_time_error("out of memory: no room for the orbits of one BPM");
+    s.columns[i].reset(static_cast<bpm_struct*>(memory));
+  }
+  return s.columns[i].get();
+}
+
+}  // namespace
+
+const bpm_struct& orbit_struct::detector(int bpm) const {
+  check_bpm(bpm);
+  const bpm_struct* column = column_of(*of, bpm);
+  return column == nullptr ? untouched : column[orbit - 1];
+}
+
+double orbit_struct::current() const { return of->current_of(orbit); }
+
+orbit_struct orbit_store::operator()(int orbit) const {
+  check_orbit(*this, orbit);
+  return {this, orbit};
+}
+
+bpm_struct& orbit_store::edit(int orbit, int bpm) {
+  check_orbit(*this, orbit);
+  check_bpm(bpm);
+  return make_column(*this, bpm)[orbit - 1];
+}
+
+double& orbit_store::edit_current(int orbit) {
+  check_orbit(*this, orbit);
+  return current_of(orbit);
+}
+
+std::span<const bpm_struct> orbit_store::column(int bpm, int norbits) const {
+  check_bpm(bpm);
+  if (norbits != 0) check_orbit(*this, norbits);
+  const bpm_struct* column = column_of(*this, bpm);
+  return column == nullptr ? std::span<const bpm_struct>{}
+                           : std::span{column, static_cast<std::size_t>(norbits)};
+}
+
+std::span<bpm_struct> orbit_store::edit_column(int bpm, int norbits) {
+  check_bpm(bpm);
+  if (norbits != 0) check_orbit(*this, norbits);
+  return {make_column(*this, bpm), static_cast<std::size_t>(norbits)};
+}
+
+bool orbit_store::holds(int bpm) const {
+  check_bpm(bpm);
+  return column_of(*this, bpm) != nullptr;
+}
+
+void orbit_store::take_column(orbit_store& from, int bpm) {
+  check_bpm(bpm);
+  const auto i = static_cast<std::size_t>(bpm);
+  if (i >= columns.size()) columns.resize(i + 1);
+  columns[i] = i < from.columns.size() ? std::move(from.columns[i]) : column_memory{};
+}
+
+void orbit_store::clear() {
+  columns.clear();
+  current_of.fill(0);
+}
+
+}  // namespace store

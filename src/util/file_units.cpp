@@ -1,0 +1,184 @@
+#include "file_units.hpp"
+
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <set>
+#include <vector>
+
+#include "bounded.hpp"
+#include "terminal.hpp"
+
+namespace util {
+namespace {
+
+constexpr int max_unit = 120;
+constexpr std::size_t buffer_size = 65536;
+
+struct open_file {
+  std::FILE* stream = nullptr;
+  std::string path;
+  bool for_writing = false;
+  std::vector<char> buffer;  // the stream's own; lives as long as the stream
+};
+
+// The table of units, and the names that this run has opened for writing before.
+bounded<open_file, 1, max_unit, "file units"> units;
+std::set<std::string> written_before;
+
+[[noreturn]] void write_error(const std::string& path, int reason) {
+  run_time_error("writing " + path + ": " + system_text(reason));
+}
+
+int attach(int unit, const std::string& path, const char* mode) {
+  close_unit(unit);
+  std::FILE* stream = std::fopen(path.c_str(), mode);
+  if (stream == nullptr) return errno;
+  open_file& file = units(unit);
+  file.stream = stream;
+  file.path = path;
+  file.for_writing = mode[0] != 'r';
+  file.buffer.resize(buffer_size);
+  std::setvbuf(stream, file.buffer.data(), _IOFBF, buffer_size);
+  return 0;
+}
+
+// Closes the stream and forgets the file. Returns 0 or the errno value of what failed.
+int detach(open_file& file) {
+  const bool failed_before = std::ferror(file.stream) != 0;
+  errno = 0;
+  const int closed = std::fclose(file.stream);
+  const int reason = errno;
+  file = open_file{};
+  if (closed != 0) return reason != 0 ? reason : EIO;
+  return failed_before ? EIO : 0;
+}
+
+}  // namespace
+
+int lunget() {
+  for (int unit = first_free_unit; unit <= last_free_unit; ++unit) {
+    if (!is_open(unit)) return unit;
+  }
+  print_line(" ERROR IN lunget: NO LOGICAL UNIT OPENABLE BETWEEN 30 AND 60!");
+  if (exit_on_error) err_exit();
+  return 0;
+}
+
+int open_old(int unit, const std::string& path) {
+  const int failed = attach(unit, path, "re");
+  if (failed != 0) return failed;
+  // A directory opens for reading and fails only at the first read.
+  struct stat info {};
+  if (fstat(fileno(units(unit).stream), &info) == 0 && S_ISDIR(info.st_mode)) {
+    close_unit(unit);
+    return EISDIR;
+  }
+  return 0;
+}
+
+void open_output(int unit, const std::string& path) {
+  const bool again = written_before.contains(path);
+  const int failed = attach(unit, path, again ? "ae" : "we");
+  if (failed != 0) {
+    run_time_error("cannot open " + path + " for writing: " + system_text(failed));
+  }
+  written_before.insert(path);
+}
+
+bool read_line(int unit, std::string& line) {
+  line.clear();
+  open_file& file = units(unit);
+  if (file.stream == nullptr) {
+    run_time_error("reading from unit " + std::to_string(unit) + ", which is not open");
+  }
+  bool any = false;
+  int c = 0;
+  while ((c = getc_unlocked(file.stream)) != EOF) {
+    any = true;
+    if (c == '\n') break;
+    line.push_back(static_cast<char>(c));
+  }
+  if (c == EOF && std::ferror(file.stream) != 0) {
+    run_time_error("reading " + file.path + ": " + system_text(errno));
+  }
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  return any;
+}
+
+void rewind_unit(int unit) {
+  open_file& file = units(unit);
+  if (file.stream != nullptr) std::rewind(file.stream);
+}
+
+void write_line(int unit, std::string_view text) {
+  open_file& file = units(unit);
+  if (file.stream == nullptr) open_output(unit, "fort." + std::to_string(unit));
+  errno = 0;
+  if (std::fwrite(text.data(), 1, text.size(), file.stream) != text.size() ||
+      std::putc('\n', file.stream) == EOF) {
+    write_error(file.path, errno);
+  }
+}
+
+std::string unit_path(int unit) { return units(unit).path; }
+
+bool is_open(int unit) { return units(unit).stream != nullptr; }
+
+void close_unit(int unit) {
+  open_file& file = units(unit);
+  if (file.stream == nullptr) return;
+  const std::string path = file.path;
+  const bool for_writing = file.for_writing;
+  const int failed = detach(file);
+  if (failed != 0 && for_writing) write_error(path, failed);
+}
+
+bool close_units(int first, int last, bool ending) {
+  bool well = true;
+  for (int unit = first; unit <= last; ++unit) {
+    open_file& file = units(unit);
+    if (file.stream == nullptr) continue;
+    if (!ending) {
+      close_unit(unit);
+      continue;
+    }
+    const std::string path = file.path;
+    const bool for_writing = file.for_writing;
+    const int failed = detach(file);
+    if (failed == 0 || !for_writing) continue;
+    well = false;
+    std::fprintf(stderr, "%.*s: run-time error: writing %s: %s\n",
+                 static_cast<int>(program_name.size()), program_name.data(), path.c_str(),
+                 system_text(failed).c_str());
+  }
+  return well;
+}
+
+bool close_all_units(bool ending) { return close_units(1, max_unit, ending); }
+
+void flush_all_units() {
+  for (open_file& file : units.item) {
+    if (file.stream == nullptr || !file.for_writing) continue;
+    errno = 0;
+    if (std::fflush(file.stream) != 0) write_error(file.path, errno);
+  }
+}
+
+unit_handle& unit_handle::operator=(unit_handle&& other) noexcept {
+  if (this != &other) {
+    if (number_ != 0) close_unit(number_);
+    number_ = other.number_;
+    other.number_ = 0;
+  }
+  return *this;
+}
+
+unit_handle::~unit_handle() {
+  if (number_ != 0) close_unit(number_);
+}
+
+}  // namespace util

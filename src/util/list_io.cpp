@@ -1,0 +1,273 @@
+#include "list_io.hpp"
+
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+
+#include "fields.hpp"
+#include "file_units.hpp"
+#include "text.hpp"
+
+namespace util {
+namespace {
+
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+bool is_separator(char c) { return is_blank(c) || c == ',' || c == '/'; }
+
+// The text as std::from_chars wants it: no plus sign, exponent letter e. Empty when the text is no
+// number: every character is checked here, so that nan, inf and hexadecimal never get through.
+std::string plain_number(std::string_view text) {
+  std::string plain;
+  std::size_t i = 0;
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) {
+    if (text[i] == '-') plain += '-';
+    ++i;
+  }
+  std::size_t digits = 0;
+  bool point = false;
+  for (; i < text.size() && (is_digit(text[i]) || (text[i] == '.' && !point)); ++i) {
+    point = point || text[i] == '.';
+    digits += is_digit(text[i]) ? 1 : 0;
+    plain += text[i];
+  }
+  if (digits == 0) return {};
+  if (i == text.size()) return plain;
+  const char letter = text[i];
+  const bool lettered = letter == 'e' || letter == 'E' || letter == 'd' || letter == 'D';
+  if (lettered) ++i;
+  if (!lettered && letter != '+' && letter != '-') return {};
+  plain += 'e';
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) plain += text[i++];
+  if (i == text.size()) return {};
+  for (; i < text.size(); ++i) {
+    if (!is_digit(text[i])) return {};
+    plain += text[i];
+  }
+  return plain;
+}
+
+void skip_blanks(list_record& record) {
+  while (record.position < record.text.size() && is_blank(record.text[record.position])) {
+    ++record.position;
+  }
+}
+
+// Reads a quoted text; position stands behind the closing quote (or at the end).
+std::string quoted(list_record& record) {
+  const char quote = record.text[record.position++];
+  std::string text;
+  while (record.position < record.text.size()) {
+    const char c = record.text[record.position++];
+    if (c == quote) {
+      if (record.position >= record.text.size() || record.text[record.position] != quote) break;
+      ++record.position;
+    }
+    text += c;
+  }
+  return text;
+}
+
+// Splits off a repeat count: "3*1.5" gives 3 and leaves "1.5".
+void split_repeats(list_record& record, std::string& word) {
+  const std::size_t star = word.find('*');
+  if (star == std::string::npos || star == 0) return;
+  const auto count = scan_integer(std::string_view{word}.substr(0, star));
+  if (!count || *count < 1 || !is_digit(word[0])) return;
+  record.repeats = *count;
+  word.erase(0, star + 1);
+}
+
+// Moves on to the next item; leaves it in record.item. The separator behind an item belongs to it.
+taken next_item(list_record& record) {
+  if (record.repeats > 0) {
+    --record.repeats;
+    return record.item_is_null ? taken::null : taken::value;
+  }
+  if (record.ended) return taken::slash;
+  skip_blanks(record);
+  const std::string& text = record.text;
+  if (record.position >= text.size()) return taken::end;
+  if (text[record.position] == '/') {
+    record.ended = true;
+    return taken::slash;
+  }
+  record.item.clear();
+  record.item_is_null = false;
+  record.repeats = 1;
+  const auto one_word = [&] {
+    std::string word;
+    while (record.position < text.size() && !is_separator(text[record.position])) {
+      const char c = text[record.position];
+      if ((c == '\'' || c == '"') && word.empty()) break;
+      word += c;
+      ++record.position;
+      if (c == '*' && record.position < text.size() &&
+          (text[record.position] == '\'' || text[record.position] == '"')) {
+        break;
+      }
+    }
+    return word;
+  };
+  if (text[record.position] == ',') {
+    record.item_is_null = true;
+  } else if (text[record.position] == '\'' || text[record.position] == '"') {
+    record.item = quoted(record);
+  } else {
+    std::string word = one_word();
+    const std::size_t before = word.size();
+    split_repeats(record, word);
+    const bool counted = word.size() != before;
+    if (counted && word.empty() && record.position < text.size() &&
+        (text[record.position] == '\'' || text[record.position] == '"')) {
+      word = quoted(record);
+    } else if (counted && word.empty()) {
+      record.item_is_null = true;
+    }
+    record.item = word;
+  }
+  skip_blanks(record);
+  if (record.position < text.size() && text[record.position] == ',') ++record.position;
+  --record.repeats;
+  return record.item_is_null ? taken::null : taken::value;
+}
+
+template <class T, class Scan>
+taken take_scanned(list_record& record, T& value, Scan scan) {
+  const taken next = next_item(record);
+  if (next != taken::value) return next;
+  const auto scanned = scan(record.item);
+  if (!scanned) return taken::bad;
+  value = *scanned;
+  return taken::value;
+}
+
+// The digits of a real as 1PG25.17: fixed from 0.1 up to 1e17, else with a three-digit exponent.
+std::string list_real(double v) {
+  constexpr int width = 25;
+  constexpr int digits = 17;
+  std::string out;
+  const double size = std::abs(v);
+  if (!std::isfinite(v)) {
+    put_fixed(out, v, width, 0);
+    return out;
+  }
+  if (size == 0 || (size >= 0.1 && size < 1e17)) {
+    int before = 1;
+    for (double bound = 10; size >= bound && before < digits; bound *= 10) ++before;
+    put_fixed(out, v, width - 5, size < 1 ? digits : digits - before);
+    return out + "     ";
+  }
+  // put_exponent writes 0.ddd; shift its point by one place.
+  std::string mantissa;
+  put_exponent(mantissa, v, width + 8, digits);
+  mantissa = std::string{trim(mantissa)};
+  const std::size_t point = mantissa.find('.');
+  const std::size_t sign = mantissa.find_first_of("+-", point);
+  const int power = static_cast<int>(std::strtol(mantissa.c_str() + sign, nullptr, 10)) - 1;
+  std::string text = v < 0 ? "-" : "";
+  text += mantissa[point + 1];
+  text += '.';
+  text += mantissa.substr(point + 2, digits - 1);
+  text += power < 0 ? "E-" : "E+";
+  const std::string size_text = std::to_string(std::abs(power));
+  text.append(3 - size_text.size(), '0').append(size_text);
+  put_text(out, text, width);
+  return out;
+}
+
+}  // namespace
+
+std::optional<double> scan_real(std::string_view text) {
+  const std::string plain = plain_number(text);
+  if (plain.empty()) return {};
+  double value = 0;
+  const auto [end, error] = std::from_chars(plain.data(), plain.data() + plain.size(), value);
+  if (error != std::errc{} || end != plain.data() + plain.size()) return {};
+  return value;
+}
+
+std::optional<std::int32_t> scan_integer(std::string_view text) {
+  if (!text.empty() && text[0] == '+') {
+    text.remove_prefix(1);
+    if (text.empty() || !is_digit(text[0])) return {};
+  }
+  std::int32_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc{} || end != text.data() + text.size()) return {};
+  return value;
+}
+
+std::optional<bool> scan_logical(std::string_view text) {
+  if (!text.empty() && text[0] == '.') text.remove_prefix(1);
+  if (text.empty()) return {};
+  if (text[0] == 'T' || text[0] == 't') return true;
+  if (text[0] == 'F' || text[0] == 'f') return false;
+  return {};
+}
+
+void start_record(list_record& record, std::string_view text) {
+  record.text = text;
+  record.position = 0;
+  record.repeats = 0;
+  record.item.clear();
+  record.item_is_null = false;
+  record.ended = false;
+}
+
+bool read_record(int unit, list_record& record) {
+  std::string line;
+  while (read_line(unit, line)) {
+    ++record.line;
+    if (line.find_first_not_of(" \t") == std::string::npos) continue;
+    start_record(record, line);
+    return true;
+  }
+  return false;
+}
+
+taken take(list_record& record, std::int32_t& value) {
+  return take_scanned(record, value, scan_integer);
+}
+
+taken take(list_record& record, double& value) { return take_scanned(record, value, scan_real); }
+
+taken take(list_record& record, bool& value) { return take_scanned(record, value, scan_logical); }
+
+taken take(list_record& record, std::string& value) {
+  const taken next = next_item(record);
+  if (next == taken::value) value = record.item;
+  return next;
+}
+
+std::optional<std::int32_t> take_int(list_record& record) {
+  std::int32_t value = 0;
+  return take(record, value) == taken::value ? std::optional{value} : std::nullopt;
+}
+
+std::optional<double> take_real(list_record& record) {
+  double value = 0;
+  return take(record, value) == taken::value ? std::optional{value} : std::nullopt;
+}
+
+list_line& list_line::text(std::string_view t) {
+  out_ += t;
+  return *this;
+}
+
+list_line& list_line::integer(std::int32_t v) {
+  put_integer(out_, v, 12);
+  return *this;
+}
+
+list_line& list_line::real(double v) {
+  out_ += list_real(v);
+  return *this;
+}
+
+list_line& list_line::logical(bool v) {
+  out_ += v ? " T" : " F";
+  return *this;
+}
+
+}  // namespace util

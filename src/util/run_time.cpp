@@ -1,0 +1,97 @@
+#include "run_time.hpp"
+
+#include <execinfo.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <system_error>
+
+#include "file_units.hpp"
+#include "terminal.hpp"
+#include "text.hpp"
+
+namespace util {
+namespace {
+
+[[noreturn]] void leave(int status) {
+  if (end_process != nullptr) end_process(status);
+  std::_Exit(status);
+}
+
+void tell(std::string_view what) {
+  std::string line{program_name};
+  line.append(": ").append(what).append("\n");
+  std::fwrite(line.data(), 1, line.size(), stderr);
+  std::fflush(stderr);
+}
+
+// Whether all of standard output has reached the system.
+bool flush_output() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
+
+}  // namespace
+
+void run_time_error(std::string_view what) {
+  std::fflush(stdout);
+  tell(std::string{"run-time error: "}.append(what));
+  close_all_units(true);
+  leave(1);
+}
+
+void subscript_error(std::string_view array, long long subscript, long long lower, long long upper,
+                     int dimension) {
+  std::string what = "subscript ";
+  const std::string value = std::to_string(subscript);
+  if (dimension == 0) {
+    what += value;
+  } else {
+    what.append(std::to_string(dimension)).append(" (= ").append(value).append(")");
+  }
+  what.append(" of ").append(array).append(" is outside ");
+  what.append(std::to_string(lower)).append("..").append(std::to_string(upper));
+  run_time_error(what);
+}
+
+void not_given_error(std::string_view name) {
+  run_time_error(std::string{name}.append(" is used before it is given a value"));
+}
+
+void end_of_input_error(std::string_view prompt) {
+  // On a terminal the cursor still stands behind the question.
+  if (isatty(STDOUT_FILENO) == 1) print_text("\n");
+  run_time_error(std::string{"end of input at \""}.append(trim(prompt)).append("\""));
+}
+
+void err_exit() {
+  std::fflush(stdout);
+  close_units(first_free_unit, last_free_unit, true);
+  print_line("!-------------------------------------------------");
+  print_line("ERR_EXIT: WILL BOMB PROGRAM TO GIVE TRACEBACK...");
+  std::fflush(stdout);
+  constexpr int deepest = 64;
+  std::array<void*, deepest> frames{};
+  const int depth = backtrace(frames.data(), deepest);
+  backtrace_symbols_fd(frames.data(), depth, STDERR_FILENO);
+  close_all_units(true);
+  leave(2);
+}
+
+void stop_program(int status) {
+  errno = 0;
+  const bool printed = flush_output();
+  const int reason = errno;
+  const bool closed = close_all_units(true);
+  if (!printed) {
+    tell(std::string{"run-time error: writing standard output: "}.append(system_text(reason)));
+  }
+  leave(status == 0 && !(printed && closed) ? 1 : status);
+}
+
+std::string system_text(int error_number) {
+  return std::error_code(error_number, std::generic_category()).message();
+}
+
+}  // namespace util

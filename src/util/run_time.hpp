@@ -1,0 +1,50 @@
+// How a run ends when there is no sensible way on.
+//
+// Every ending flushes standard output first and closes every file unit, so all that was written
+// is on disk. Messages go to standard error and begin with the program's name.
+//
+//   run_time_error  one line, status 1
+//   err_exit        the two fixed lines on standard output, a stack trace on standard error, status
+//   2 stop_program    the caller has said everything; status as given
+//
+// The end of the process is one replaceable procedure (end_process), so that a fuzz target can
+// leave by an exception or a jump instead.
+#pragma once
+#include <string>
+#include <string_view>
+
+namespace util {
+
+/// Name that begins every message: "butngain" unless another program of the house sets its own.
+inline std::string_view program_name = "butngain";
+
+/// Ends the process with this status. Replaceable (fuzz targets, tests); must not return.
+inline void (*end_process)(int status) = nullptr;
+
+/// Ends the run with one line "butngain: run-time error: <what>", status 1.
+[[noreturn]] void run_time_error(std::string_view what);
+
+/// Ends the run: "subscript 3001 of orbit_data is outside 1..3000". With dimension 1 or 2 the
+/// text names it: "subscript 1 (= 6) of gain_save is outside 1..5".
+[[noreturn]] void subscript_error(std::string_view array, long long subscript, long long lower,
+                                  long long upper, int dimension = 0);
+
+/// Ends the run: "<name> is used before it is given a value".
+[[noreturn]] void not_given_error(std::string_view name);
+
+/// Ends the run: `end of input at "<prompt>"`, the prompt without its outer blanks. On a terminal
+/// the cursor's line is ended first.
+[[noreturn]] void end_of_input_error(std::string_view prompt);
+
+/// The common fatal exit: closes every unit from 30 to 60, prints its two lines on standard output,
+/// writes a stack trace to standard error, and ends the process with status 2.
+[[noreturn]] void err_exit();
+
+/// Closes all units, flushes standard output and ends the process with this status. When the last
+/// of standard output cannot be written, says so and ends with status 1 instead.
+[[noreturn]] void stop_program(int status);
+
+/// "No such file or directory" and the like for an errno value.
+std::string system_text(int error_number);
+
+}  // namespace util

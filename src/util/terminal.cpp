@@ -1,0 +1,100 @@
+#include "terminal.hpp"
+
+#include <cstdio>
+
+#include "file_units.hpp"
+#include "run_time.hpp"
+#include "text.hpp"
+
+namespace util {
+namespace {
+
+// Prompts are set off by one blank.
+std::string shown(std::string_view prompt) {
+  std::string text{prompt};
+  if (text.empty() || text[0] != ' ') text.insert(text.begin(), ' ');
+  return text;
+}
+
+// One line of standard input; a last line without a line end counts.
+std::optional<std::string> plain_answer() {
+  std::string answer;
+  int c = 0;
+  while ((c = std::getchar()) != EOF && c != '\n') answer.push_back(static_cast<char>(c));
+  if (c == EOF && answer.empty()) return {};
+  if (!answer.empty() && answer.back() == '\r') answer.pop_back();
+  return answer;
+}
+
+}  // namespace
+
+void print_text(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+
+void print_line(std::string_view text) {
+  print_text(text);
+  std::putchar('\n');
+}
+
+std::optional<std::string> ask(std::string_view prompt, answer_kind) {
+  print_text(shown(prompt));
+  std::fflush(stdout);
+  flush_all_units();
+  return plain_answer();
+}
+
+std::string ask_or_end(std::string_view prompt, answer_kind kind) {
+  auto answer = ask(prompt, kind);
+  if (!answer) end_of_input_error(prompt);
+  return *answer;
+}
+
+list_record ask_record(std::string_view prompt) {
+  list_record record;
+  std::string answer = ask_or_end(prompt);
+  while (trim(answer).empty()) {
+    std::optional<std::string> next = plain_answer();
+    if (!next) end_of_input_error(prompt);
+    answer = *next;
+  }
+  start_record(record, answer);
+  return record;
+}
+
+void tell_bad_answer(std::string_view answer, std::string_view expected) {
+  std::string line = " \"";
+  line.append(trim(answer)).append("\" is not ").append(expected);
+  print_line(line);
+}
+
+void ask_integer(std::string_view prompt, std::int32_t& value) {
+  for (;;) {
+    list_record record = ask_record(prompt);
+    const taken got = take(record, value);
+    if (got != taken::bad) return;
+    tell_bad_answer(record.item, "a whole number; type one, such as 12");
+  }
+}
+
+char ask_letter(std::string_view prompt) {
+  list_record record = ask_record(prompt);
+  std::string word;
+  take(record, word);
+  return word.empty() ? ' ' : word[0];
+}
+
+bool strget(std::string_view prompt, std::string& value, answer_kind kind) {
+  std::string text{prompt};
+  if (!text.empty() && text.back() == '@') {
+    text.pop_back();
+    text.append("<CR = ").append(trim_right(value)).append(">:");
+  }
+  const auto answer = ask(text, kind);
+  if (!answer) {
+    value = "EXIT";
+    return false;
+  }
+  if (!trim(*answer).empty()) value = *answer;
+  return true;
+}
+
+}  // namespace util

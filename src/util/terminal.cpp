@@ -35,7 +35,7 @@ void print_line(std::string_view text) {
   std::putchar('\n');
 }
 
-std::optional<std::string> ask(std::string_view prompt, answer_kind) {
+std::optional<std::string> ask(std::string_view prompt, answer_kind /*kind*/) {
   print_text(shown(prompt));
   std::fflush(stdout);
   flush_all_units();

@@ -155,7 +155,7 @@ std::string list_real(double v) {
   if (size == 0 || (size >= 0.1 && size < 1e17)) {
     int before = 1;
     for (double bound = 10; size >= bound && before < digits; bound *= 10) ++before;
-    put_fixed(out, v, width - 5, size < 1 ? digits : digits - before);
+    put_fixed(out, v, width - 5, size < 1 && size > 0 ? digits : digits - before);
     return out + "     ";
   }
   // put_exponent writes 0.ddd; shift its point by one place.

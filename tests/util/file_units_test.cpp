@@ -1,0 +1,112 @@
+#include "file_units.hpp"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string content(const fs::path& path) {
+  std::ifstream in{path};
+  std::ostringstream all;
+  all << in.rdbuf();
+  return all.str();
+}
+
+// Each case works in a directory of its own and leaves no unit open.
+class file_units : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string name = (fs::temp_directory_path() / "butngain_units_XXXXXX").string();
+    ASSERT_NE(mkdtemp(name.data()), nullptr);
+    directory = name;
+    before = fs::current_path();
+    fs::current_path(directory);
+  }
+  void TearDown() override {
+    util::close_all_units(true);
+    fs::current_path(before);
+    fs::remove_all(directory);
+  }
+  fs::path directory;
+  fs::path before;
+};
+using file_units_death = file_units;
+
+TEST_F(file_units, first_opening_replaces_and_coming_back_appends) {
+  std::ofstream{"a.txt"} << "old\n";
+  for (const char* text : {"one", "two"}) {
+    const int unit = util::lunget();
+    util::open_output(unit, "a.txt");
+    util::write_line(unit, text);
+    util::close_unit(unit);
+  }
+  EXPECT_EQ(content("a.txt"), "one\ntwo\n");
+}
+
+TEST_F(file_units, a_unit_nobody_opened_writes_to_fort_n) {
+  util::write_line(67, "echo");
+  util::flush_all_units();
+  EXPECT_EQ(content("fort.67"), "echo\n");
+}
+
+TEST_F(file_units, lunget_gives_the_first_free_unit_and_reports_when_none_is) {
+  EXPECT_EQ(util::lunget(), 30);
+  for (int unit = 30; unit <= 60; ++unit) util::open_output(unit, "f" + std::to_string(unit));
+  util::close_unit(44);
+  EXPECT_EQ(util::lunget(), 44);
+  util::open_output(44, "f44");
+  util::exit_on_error = false;
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(util::lunget(), 0);
+  EXPECT_NE(
+      testing::internal::GetCapturedStdout().find("NO LOGICAL UNIT OPENABLE BETWEEN 30 AND 60!"),
+      std::string::npos);
+  util::exit_on_error = true;
+}
+
+TEST_F(file_units, lines_lose_their_line_end_and_the_last_needs_none) {
+  std::ofstream{"in.txt"} << "a\r\n\nlast";
+  ASSERT_EQ(util::open_old(30, "in.txt"), 0);
+  std::string line;
+  std::string all;
+  for (int pass = 0; pass < 2; ++pass) {
+    while (util::read_line(30, line)) all += "[" + line + "]";
+    util::rewind_unit(30);
+  }
+  EXPECT_EQ(all, "[a][][last][a][][last]");
+  EXPECT_EQ(util::open_old(31, "missing"), ENOENT);
+  EXPECT_EQ(util::open_old(31, "."), EISDIR);
+  EXPECT_FALSE(util::is_open(31));
+}
+
+TEST_F(file_units, a_handle_closes_its_unit) {
+  {
+    const util::unit_handle handle{util::lunget()};
+    util::open_output(handle.number(), "h.txt");
+    EXPECT_TRUE(util::is_open(handle.number()));
+  }
+  EXPECT_FALSE(util::is_open(30));
+}
+
+TEST_F(file_units_death, a_full_disk_names_file_and_reason) {
+  if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+  EXPECT_EXIT(
+      {
+        util::open_output(30, "/dev/full");
+        util::write_line(30, "text");
+        util::close_unit(30);
+      },
+      testing::ExitedWithCode(1), "run-time error: writing /dev/full: No space left on device");
+  EXPECT_EXIT(util::open_output(30, "no/such/dir"), testing::ExitedWithCode(1),
+              "cannot open no/such/dir for writing: No such file or directory");
+}
+
+}  // namespace

@@ -1,0 +1,59 @@
+#include "beam.hpp"
+
+#include <fmt/core.h>
+
+#include <cmath>
+#include <numbers>
+
+namespace sim {
+namespace {
+
+constexpr double two_pi = 2 * std::numbers::pi;
+
+// Both shapes take two numbers of the stream, so changing one plane leaves the other as it was.
+double draw_random_part(const plane& p, random_stream& stream) {
+  if (p.shape == distribution::gaussian) return p.spread * normal(stream);
+  const double u = uniform(stream);
+  uniform(stream);
+  return p.spread * ((2 * u) - 1);
+}
+
+double motion(const plane& p, int bpm, int orbit, random_stream& stream) {
+  return draw_random_part(p, stream) + (p.amplitude * std::cos(betatron_phase(p, bpm, orbit)));
+}
+
+std::string plane_fault(const plane& p, char name) {
+  if (p.spread < 0) return fmt::format("spread in {} must not be negative", name);
+  if (p.amplitude < 0) return fmt::format("oscillation amplitude in {} must not be negative", name);
+  return {};
+}
+
+}  // namespace
+
+std::string beam_fault(const beam& b) {
+  if (auto fault = plane_fault(b.x, 'x'); !fault.empty()) return fault;
+  if (auto fault = plane_fault(b.y, 'y'); !fault.empty()) return fault;
+  if (std::abs(b.coupling) > 1) {
+    return fmt::format("coupling must lie between -1 and 1, not {:g}", b.coupling);
+  }
+  return {};
+}
+
+double steady_reach(const beam& b) {
+  const double coupling = std::abs(b.coupling);
+  return std::hypot(std::abs(b.x.orbit) + b.x.amplitude + (coupling * b.y.amplitude),
+                    std::abs(b.y.orbit) + b.y.amplitude + (coupling * b.x.amplitude));
+}
+
+double betatron_phase(const plane& p, int bpm, int orbit) {
+  return std::remainder((two_pi * p.tune * (orbit - 1)) + p.phase + (p.advance * (bpm - 1)),
+                        two_pi);
+}
+
+place draw_place(const beam& b, int bpm, int orbit, random_stream& stream) {
+  const double own_x = motion(b.x, bpm, orbit, stream);
+  const double own_y = motion(b.y, bpm, orbit, stream);
+  return {b.x.orbit + own_x + (b.coupling * own_y), b.y.orbit + own_y + (b.coupling * own_x)};
+}
+
+}  // namespace sim

@@ -1,0 +1,17 @@
+// bpmsim: makes everything that butngain reads, from one physical model, with the truth beside it.
+#include <vector>
+
+#include "command_line.hpp"
+#include "compare.hpp"
+#include "run_time.hpp"
+#include "series.hpp"
+#include "site.hpp"
+
+int main(int argc, char** argv) {
+  util::program_name = "bpmsim";
+  const std::vector<cli::command> commands{sim::series_command(), sim::compare_command()};
+  util::stop_program(cli::run(argc, argv,
+                              "Simulated beam position monitors: input for butngain from one "
+                              "physical model, with the truth written beside it",
+                              site::version, commands));
+}

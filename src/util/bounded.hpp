@@ -59,4 +59,25 @@ struct bounded2 {
   constexpr void fill(const T& value) { item.fill(value); }
 };
 
+/// Three-dimensional array with declared bounds; the last subscript runs fastest in memory. Errors
+/// as for bounded2.
+template <class T, int lo1, int hi1, int lo2, int hi2, int lo3, int hi3, label name>
+struct bounded3 {
+  static_assert(lo1 <= hi1 && lo2 <= hi2 && lo3 <= hi3);
+  static constexpr std::size_t rows = std::size_t{hi2 - lo2 + 1};
+  static constexpr std::size_t columns = std::size_t{hi3 - lo3 + 1};
+  std::array<T, std::size_t{hi1 - lo1 + 1} * rows * columns> item{};
+  constexpr T& operator()(int i, int j, int k) { return item[offset(i, j, k)]; }
+  constexpr const T& operator()(int i, int j, int k) const { return item[offset(i, j, k)]; }
+  static constexpr std::size_t offset(int i, int j, int k) {
+    if (i < lo1 || i > hi1) subscript_error(name.view(), i, lo1, hi1, 1);
+    if (j < lo2 || j > hi2) subscript_error(name.view(), j, lo2, hi2, 2);
+    if (k < lo3 || k > hi3) subscript_error(name.view(), k, lo3, hi3, 3);
+    return (((static_cast<std::size_t>(i - lo1) * rows) + static_cast<std::size_t>(j - lo2)) *
+            columns) +
+           static_cast<std::size_t>(k - lo3);
+  }
+  constexpr void fill(const T& value) { item.fill(value); }
+};
+
 }  // namespace util

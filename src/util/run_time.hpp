@@ -24,7 +24,7 @@ inline void (*end_process)(int status) = nullptr;
 /// Ends the run with one line "butngain: run-time error: <what>", status 1.
 [[noreturn]] void run_time_error(std::string_view what);
 
-/// Ends the run: "subscript 3001 of orbit_data is outside 1..3000". With dimension 1 or 2 the
+/// Ends the run: "subscript 3001 of orbit_data is outside 1..3000". With a dimension from 1 on the
 /// text names it: "subscript 1 (= 6) of gain_save is outside 1..5".
 [[noreturn]] void subscript_error(std::string_view array, long long subscript, long long lower,
                                   long long upper, int dimension = 0);

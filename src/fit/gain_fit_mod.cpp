@@ -1,0 +1,181 @@
+#include "gain_fit_mod.hpp"
+
+#include <cmath>
+
+namespace gain_fit_mod {
+namespace {
+
+// The reading and the derivatives of the data point before: a point beyond norbits repeats them.
+signals last_reading{};
+derivatives last_derivatives{};
+
+// What the gains make of one reading: u = X Y, and Q.
+struct normalised {
+  double u = 0;
+  double Q = 0;
+};
+
+// Each sum runs over the buttons from 0, and each signal is divided by S before it enters a sum:
+// the printed results hang on that order. A sign only flips the sign bit, so one division serves
+// all.
+normalised normalise(const parameters& param, const signals& but) {
+  double S = 0;
+  for (int i = 1; i <= 4; ++i) S += but(i) * param(i);
+
+  signals share;
+  for (int i = 1; i <= 4; ++i) share(i) = but(i) / S;
+  combination Bpmmp;
+  combination Bpmpm;
+  combination Bppmm;
+  bvecs(share, Bpmmp, Bpmpm, Bppmm);
+
+  double X = 0;
+  double Y = 0;
+  double Q = 0;
+  for (int i = 1; i <= 4; ++i) {
+    X += param(i) * Bpmpm(i);
+    Y += param(i) * Bppmm(i);
+    Q += param(i) * Bpmmp(i);
+  }
+  return {.u = X * Y, .Q = Q};
+}
+
+// The sines of the model curve; the third term takes the doubled argument too.
+struct curve_sines {
+  double s1 = 0;
+  double s2 = 0;
+};
+
+curve_sines sines_at(double k, double u) {
+  return {.s1 = std::sin(k * u), .s2 = std::sin((2 * k) * u)};
+}
+
+double residual(const parameters& param, const curve_sines& s, double Q) {
+  return param(5) * ((s.s1 + param(7) * s.s2) + param(8) * s.s2) - Q;
+}
+
+// Signals of one orbit out of the column of its BPM; zeros for a BPM that nothing was written to.
+signals reading(std::span<const store::bpm_struct> column, int orbit) {
+  return column.empty() ? signals{}
+                        : signals{column[static_cast<std::size_t>(orbit - 1)].button.item};
+}
+
+parameters current_parameters() {
+  parameters param;
+  gain_to_a(gain, param);
+  for (int i = 1; i <= 4; ++i) param(4 + i) = coefficients(i);
+  return param;
+}
+
+}  // namespace
+
+void reset() {
+  orbit_data.clear();
+  norbits = 0;
+  bpm = -1;
+  dets.fill(0);
+  bpm_names.fill({});
+  gain.fill(0);
+  coefficients.fill(0);
+  const_ = 0;
+  intercept = 0;
+  weight = 0;
+  arb_gain.fill(0);
+  gain_correct = 0;
+  rd_number = 0;
+  in_file = {};
+  in_file_0 = {};
+  expert = false;
+  nvar = 0;
+  ind = 0;
+  nterms = 0;
+  last_reading.fill(0);
+  last_derivatives.fill(0);
+}
+
+void bvecs(const signals& but, combination& Bpmmp, combination& Bpmpm, combination& Bppmm) {
+  for (int i = 1; i <= 4; ++i) {
+    Bpmmp(i) = but(i) * spmmp(i);
+    Bpmpm(i) = but(i) * spmpm(i);
+    Bppmm(i) = but(i) * sppmm(i);
+  }
+}
+
+double chi1(const parameters& param, const signals& but) {
+  const normalised at = normalise(param, but);
+  return residual(param, sines_at(param(6), at.u), at.Q);
+}
+
+void chi1_square(double& chis) {
+  const parameters param = current_parameters();
+  const auto column = orbit_data.column(bpm, norbits);
+  chis = 0;
+  for (int orbit = 1; orbit <= norbits; ++orbit) {
+    const double r = chi1(param, reading(column, orbit));
+    chis += r * r;
+  }
+  chis /= norbits;
+}
+
+void derivative1(const parameters& param, const signals& but, derivatives& dyda, int iterm) {
+  if (iterm > norbits) return;
+
+  // A step of a curve parameter leaves u and Q, and mostly the sines, as they are: computed once
+  // they give the same bits as computed each time.
+  const normalised here = normalise(param, but);
+  const curve_sines sines_here = sines_at(param(6), here.u);
+  const auto stepped = [&](int i, double step) {
+    parameters work = param;
+    work(i) += step;
+    if (i <= 4) return chi1(work, but);
+    return residual(work, i == 6 ? sines_at(work(6), here.u) : sines_here, here.Q);
+  };
+  for (int i = 1; i <= max_parameters; ++i) {
+    const double y_p = stepped(i, derivative_step);
+    const double y_m = stepped(i, -derivative_step);
+    dyda(i) = ((y_p - y_m) * 0.5) / derivative_step;
+  }
+}
+
+void mrqmin_funcs1(std::span<const double> /*xx*/, std::span<const double> a,
+                   std::span<double> yfit, mrqmin_mod::matrix& dyda) {
+  parameters param;
+  for (int i = 1; i <= max_parameters; ++i) param(i) = a[static_cast<std::size_t>(i - 1)];
+
+  const auto column = orbit_data.column(bpm, norbits);
+  for (int iterm = 1; iterm <= nterms; ++iterm) {
+    if (iterm <= norbits) last_reading = reading(column, iterm);
+    derivative1(param, last_reading, last_derivatives, iterm);
+    const auto row = dyda.row(iterm);
+    for (int j = 1; j <= nvar; ++j) row[static_cast<std::size_t>(j - 1)] = last_derivatives(j);
+    yfit[static_cast<std::size_t>(iterm - 1)] = chi1(param, last_reading);
+  }
+}
+
+double chi(const gains& gains_in, double c, const signals& but, double current) {
+  combination Bpmmp;
+  combination Bpmpm;
+  combination Bppmm;
+  bvecs(but, Bpmmp, Bpmpm, Bppmm);
+  double P = 0;
+  double R = 0;
+  double T = 0;
+  double G = 0;
+  for (int i = 1; i <= 4; ++i) {
+    P += Bpmmp(i) * gains_in(i);
+    R += Bpmpm(i) * gains_in(i);
+    T += Bppmm(i) * gains_in(i);
+    G += gains_in(i) * gains_in(i);
+  }
+  return (P - (c / current) * R * T) + weight * (G - 1);
+}
+
+void gain_to_a(const gains& from, parameters& a) {
+  for (int i = 1; i <= 4; ++i) a(i) = from(i);
+}
+
+void a_to_gain(gains& to, const parameters& a) {
+  for (int i = 1; i <= 4; ++i) to(i) = a(i);
+}
+
+}  // namespace gain_fit_mod

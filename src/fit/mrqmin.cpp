@@ -1,0 +1,282 @@
+#include "mrqmin.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <initializer_list>
+#include <string>
+#include <utility>
+
+#include "file_units.hpp"
+#include "list_io.hpp"
+#include "run_time.hpp"
+#include "terminal.hpp"
+
+namespace mrqmin_mod {
+namespace {
+
+constexpr int singular_log = 111;  // side log of singular matrices; nothing opens it
+
+constexpr double first_damping = 0.001;
+constexpr double accepted_factor = 0.1;
+constexpr double rejected_factor = 10;
+
+// What mrqmin keeps from call to call: valid from the initialising call (alamda < 0) to the
+// finishing one (alamda = 0). One fit at a time.
+struct kept_state {
+  std::vector<double> atry, beta, da;  // ma each; beta and da packed to the fitted parameters
+  double ochisq = 0;                   // chi-square of the last accepted point
+  int mfit = 0;                        // number of fitted parameters
+};
+kept_state kept;
+
+// Work space of one call; kept only so that a fit does not allocate at every step.
+struct work_space {
+  std::vector<double> ymod, wt, dy;    // ndata each
+  matrix dyda{"dyda", 0, 0};           // ndata x ma
+  matrix curvature{"covar", 0, 0};     // mfit x mfit: the block that gaussj works on
+  matrix right_hand_side{"da", 0, 0};  // mfit x 1
+  std::vector<int> free;               // numbers of the fitted parameters, from 1
+};
+work_space work;
+
+constexpr std::size_t at(int i) { return static_cast<std::size_t>(i - 1); }
+
+void assert_eq(std::initializer_list<std::size_t> sizes, std::string_view tag,
+               std::string_view last_line) {
+  const auto differs = [&](std::size_t n) { return n != *sizes.begin(); };
+  if (std::any_of(sizes.begin(), sizes.end(), differs))
+    nrerror(std::string{"an assert_eq failed with this tag:"}.append(tag), last_line);
+}
+
+std::size_t n_rows(const matrix& m) { return static_cast<std::size_t>(m.rows); }
+std::size_t n_columns(const matrix& m) { return static_cast<std::size_t>(m.columns); }
+
+int count_free(std::span<const bool> maska) {
+  return static_cast<int>(std::count(maska.begin(), maska.end(), true));
+}
+
+void swap_rows(matrix& m, int r1, int r2) {
+  if (r1 != r2) std::ranges::swap_ranges(m.row(r1), m.row(r2));
+}
+
+void swap_columns(matrix& m, int c1, int c2) {
+  for (int r = 1; r <= m.rows; ++r) std::swap(m(r, c1), m(r, c2));
+}
+
+// The number of the packed parameter's row and column, for every free parameter of the mask.
+void list_free(std::span<const bool> maska) {
+  work.free.clear();
+  for (int i = 1; i <= static_cast<int>(maska.size()); ++i)
+    if (maska[at(i)]) work.free.push_back(i);
+}
+
+// Adds one data point to the packed lower triangle and the gradient.
+void add_point(std::span<const double> dyda, double wt, double dy, matrix& alpha,
+               std::span<double> beta) {
+  const int mfit = static_cast<int>(work.free.size());
+  for (int j = 1; j <= mfit; ++j) {
+    const double wt_dyda = dyda[at(work.free[at(j)])] * wt;
+    const auto row = alpha.row(j);
+    for (int k = 1; k <= j; ++k) row[at(k)] += wt_dyda * dyda[at(work.free[at(k)])];
+    beta[at(j)] += dy * wt_dyda;
+  }
+}
+
+// Curvature matrix and gradient, packed to the free parameters, and chi-square at a. Every sum runs
+// over the data points in their order.
+void mrqcof(const problem& p, std::span<const double> a, matrix& alpha, std::span<double> beta,
+            double& chisq) {
+  const int ndata = static_cast<int>(p.x.size());
+  work.ymod.assign(p.x.size(), 0.0);
+  if (work.dyda.rows != ndata || work.dyda.columns != static_cast<int>(a.size()))
+    work.dyda.reshape(ndata, static_cast<int>(a.size()));
+  p.funcs(p.x, a, work.ymod, work.dyda);
+
+  list_free(p.maska);
+  const int mfit = static_cast<int>(work.free.size());
+  for (int j = 1; j <= mfit; ++j) {
+    std::fill_n(alpha.row(j).begin(), mfit, 0.0);
+    beta[at(j)] = 0;
+  }
+  chisq = 0;
+  for (int n = 1; n <= ndata; ++n) {
+    const double wt = 1 / (p.sig[at(n)] * p.sig[at(n)]);
+    const double dy = p.y[at(n)] - work.ymod[at(n)];
+    add_point(std::as_const(work.dyda).row(n), wt, dy, alpha, beta);
+    chisq += dy * dy * wt;
+  }
+  for (int j = 1; j <= mfit; ++j)
+    for (int k = 1; k < j; ++k) alpha(k, j) = alpha(j, k);
+}
+
+struct place {
+  int row = 0;
+  int column = 0;
+};
+
+// The largest element among the rows and columns not yet used as pivot. A nan is taken only where
+// nothing else is left, so a fit that met one goes on and has its steps rejected.
+place largest_element(const matrix& a, const std::vector<int>& ipiv) {
+  place found;
+  double largest = -1;
+  for (int column = 1; column <= a.rows; ++column) {
+    if (ipiv[at(column)] != 0) continue;
+    for (int row = 1; row <= a.rows; ++row) {
+      if (ipiv[at(row)] != 0) continue;
+      const double size = std::abs(a(row, column));
+      if (found.row != 0 && !(size > largest)) continue;
+      found = {.row = row, .column = column};
+      if (size > largest) largest = size;
+    }
+  }
+  return found;
+}
+
+// Makes column icol of a the pivot's unit column, in place of which the inverse grows.
+void eliminate(matrix& a, matrix& b, int icol) {
+  const double pivinv = 1 / a(icol, icol);
+  a(icol, icol) = 1;
+  const auto pivot_a = a.row(icol);
+  const auto pivot_b = b.row(icol);
+  for (double& element : pivot_a) element *= pivinv;
+  for (double& element : pivot_b) element *= pivinv;
+  for (int r = 1; r <= a.rows; ++r) {
+    if (r == icol) continue;
+    const auto row_a = a.row(r);
+    const auto row_b = b.row(r);
+    const double factor = std::exchange(row_a[at(icol)], 0.0);
+    for (std::size_t c = 0; c < row_a.size(); ++c) row_a[c] -= factor * pivot_a[c];
+    for (std::size_t c = 0; c < row_b.size(); ++c) row_b[c] -= factor * pivot_b[c];
+  }
+}
+
+void tell_singular() {
+  const std::string line = util::list_line().text("gaussj: singular matrix (2)").str();
+  util::print_line(line);
+  util::write_line(singular_log, line);
+}
+
+// Damped curvature and gradient of the last accepted point into the block that gaussj works on; its
+// results back into covar and da, also when it returned early.
+void solve_step(const matrix& alpha, double alamda, matrix& covar) {
+  const int mfit = kept.mfit;
+  work.curvature.reshape(mfit, mfit);
+  work.right_hand_side.reshape(mfit, 1);
+  for (int j = 1; j <= mfit; ++j) {
+    for (int k = 1; k <= mfit; ++k) work.curvature(j, k) = alpha(j, k);
+    work.curvature(j, j) *= 1 + alamda;
+    work.right_hand_side(j, 1) = kept.beta[at(j)];
+  }
+  gaussj(work.curvature, work.right_hand_side);
+  for (int j = 1; j <= mfit; ++j) {
+    for (int k = 1; k <= mfit; ++k) covar(j, k) = work.curvature(j, k);
+    kept.da[at(j)] = work.right_hand_side(j, 1);
+  }
+}
+
+// Trial point: the solved steps go, in order, to the parameters that are free now.
+void make_trial(std::span<const double> a, std::span<const bool> maska) {
+  kept.atry.assign(a.begin(), a.end());
+  int j = 0;
+  for (std::size_t i = 0; i < maska.size(); ++i)
+    if (maska[i]) kept.atry[i] += kept.da[at(++j)];
+}
+
+void accept(std::span<double> a, const matrix& covar, matrix& alpha, double chisq) {
+  kept.ochisq = chisq;
+  for (int j = 1; j <= kept.mfit; ++j) {
+    for (int k = 1; k <= kept.mfit; ++k) alpha(j, k) = covar(j, k);
+    kept.beta[at(j)] = kept.da[at(j)];
+  }
+  std::ranges::copy(kept.atry, a.begin());
+}
+
+void initialise(const problem& p, std::span<const double> a, matrix& alpha, double& chisq,
+                double& alamda) {
+  kept.atry.assign(a.begin(), a.end());
+  kept.beta.assign(a.size(), 0.0);
+  kept.da.assign(a.size(), 0.0);
+  alamda = first_damping;
+  mrqcof(p, a, alpha, kept.beta, chisq);
+  kept.ochisq = chisq;
+}
+
+}  // namespace
+
+void nrerror(std::string_view text, std::string_view last_line) {
+  util::print_line(std::string{"nrerror: "}.append(text));
+  util::print_line(last_line);
+  util::stop_program(2);
+}
+
+void reset() { kept = {}; }
+
+void gaussj(matrix& a, matrix& b) {
+  const int n = a.rows;
+  std::vector<int> ipiv(static_cast<std::size_t>(n), 0);
+  std::vector<place> pivots;
+  for (int i = 1; i <= n; ++i) {
+    const auto [irow, icol] = largest_element(a, ipiv);
+    // The search passes used columns over; this holds it to that.
+    if (++ipiv[at(icol)] > 1) nrerror("gaussj: singular matrix (1)");
+    swap_rows(a, irow, icol);
+    swap_rows(b, irow, icol);
+    pivots.push_back({.row = irow, .column = icol});
+    if (a(icol, icol) == 0) return tell_singular();
+    eliminate(a, b, icol);
+  }
+  // The row swaps left the columns of the inverse in the pivots' order: undo, last one first.
+  std::for_each(pivots.rbegin(), pivots.rend(),
+                [&](const place& p) { swap_columns(a, p.row, p.column); });
+}
+
+void covsrt(matrix& covar, std::span<const bool> maska) {
+  assert_eq({n_rows(covar), n_columns(covar), maska.size()}, "covsrt",
+            "program terminated by assert_eq3");
+  const int ma = covar.rows;
+  const int mfit = count_free(maska);
+  for (int i = 1; i <= ma; ++i)
+    for (int j = 1; j <= ma; ++j)
+      if (i > mfit || j > mfit) covar(i, j) = 0;
+  int k = mfit;
+  for (int j = ma; j >= 1; --j) {
+    if (!maska[at(j)]) continue;
+    swap_columns(covar, k, j);
+    swap_rows(covar, k, j);
+    --k;
+  }
+}
+
+void mrqmin(const problem& p, std::span<double> a, matrix& covar, matrix& alpha, double& chisq,
+            double& alamda) {
+  assert_eq({p.x.size(), p.y.size(), p.sig.size()}, "mrqmin: ndata",
+            "program terminated by assert_eq3");
+  assert_eq(
+      {a.size(), p.maska.size(), n_rows(covar), n_columns(covar), n_rows(alpha), n_columns(alpha)},
+      "mrqmin: ma", "program terminated by assert_eqn");
+  kept.mfit = count_free(p.maska);
+  if (alamda < 0) initialise(p, a, alpha, chisq, alamda);
+  if (kept.beta.size() != a.size())
+    util::run_time_error("mrqmin: a step before the initialising call (alamda < 0) of this fit");
+
+  solve_step(alpha, alamda, covar);
+  if (alamda == 0) {
+    covsrt(covar, p.maska);
+    covsrt(alpha, p.maska);
+    reset();
+    return;
+  }
+
+  make_trial(a, p.maska);
+  mrqcof(p, kept.atry, covar, kept.da, chisq);
+  // Strictly smaller: an equal chi-square, or one that is not a number, is no progress.
+  if (chisq < kept.ochisq) {
+    alamda *= accepted_factor;
+    accept(a, covar, alpha, chisq);
+  } else {
+    alamda *= rejected_factor;
+    chisq = kept.ochisq;
+  }
+}
+
+}  // namespace mrqmin_mod

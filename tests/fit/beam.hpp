@@ -49,12 +49,12 @@ inline gain_fit_mod::signals signals_at(double x, double y) {
 
 /// Puts the beam's orbits into BPM 1 of the store, current 1, and makes it the BPM under treatment.
 inline void fill_store(const setting& s) {
-  std::mt19937 random{s.seed};
-  const auto uniform = [&] { return (2.0 * random() / 4294967295.0) - 1; };
+  std::mt19937 engine{s.seed};
+  const auto random = [&] { return (static_cast<double>(engine()) + 0.5) / 4294967296.0; };
+  const auto uniform = [&] { return (2 * random()) - 1; };
   const auto gaussian = [&] {
-    const double u = (random() + 1.0) / 4294967297.0;
-    const double turn = 2 * std::numbers::pi * random() / 4294967296.0;
-    return std::sqrt(-2 * std::log(u)) * std::cos(turn);
+    const double size = std::sqrt(-2 * std::log(random()));
+    return size * std::cos(2 * std::numbers::pi * random());
   };
   gain_fit_mod::bpm = 1;
   gain_fit_mod::norbits = s.orbits;

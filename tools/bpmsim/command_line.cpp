@@ -146,6 +146,24 @@ void add_option(CLI::App& app, const option& o) {
   if (o.name.front() != '-') made->required();
 }
 
+// The parser takes "-.5" for an option, but knows "-0.5" for a number.
+std::string parser_word(std::string word) {
+  if (word.rfind("-.", 0) == 0) word.insert(1, "0");
+  return word;
+}
+
+// It asks for a subcommand where one was typed that it does not know.
+bool is_unknown_command(const texts& typed, std::span<const command> commands) {
+  if (typed.empty() || typed.front().front() == '-') return false;
+  return std::none_of(commands.begin(), commands.end(),
+                      [&](const command& c) { return c.word == typed.front(); });
+}
+
+int tell(std::string_view fault) {
+  fmt::print(stderr, "bpmsim: {} (bpmsim --help tells what can be typed)\n", fault);
+  return usage_error;
+}
+
 std::string one_line(std::string text) {
   std::replace(text.begin(), text.end(), '\n', ' ');
   return text;
@@ -170,14 +188,18 @@ int run(int argc, const char* const* argv, std::string_view purpose, std::string
       status = c.run();
     });
   }
+  texts typed;
+  for (int i = 1; i < argc; ++i) typed.push_back(parser_word(argv[i]));
+  if (is_unknown_command(typed, commands)) {
+    return tell(fmt::format("no subcommand \"{}\"", typed.front()));
+  }
+  std::reverse(typed.begin(), typed.end());  // the parser takes them from the back
   try {
-    app.parse(argc, argv);
+    app.parse(typed);
   } catch (const CLI::Success& asked) {  // --help, --version
     return app.exit(asked);
   } catch (const CLI::ParseError& fault) {
-    fmt::print(stderr, "bpmsim: {} (bpmsim --help tells what can be typed)\n",
-               one_line(fault.what()));
-    return usage_error;
+    return tell(one_line(fault.what()));
   }
   return status;
 }

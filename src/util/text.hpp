@@ -21,6 +21,7 @@ struct fixed_text {
   constexpr fixed_text() { item.fill(' '); }
   constexpr fixed_text(std::string_view t) { assign(t); }  // NOLINT(*-explicit-*)
   constexpr fixed_text(const char* t) { assign(t); }       // NOLINT(*-explicit-*)
+  fixed_text(const std::string& t) { assign(t); }          // NOLINT(*-explicit-*)
   constexpr void assign(std::string_view t) {
     for (std::size_t i = 0; i < n; ++i) item[i] = i < t.size() ? t[i] : ' ';
   }

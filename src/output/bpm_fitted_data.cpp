@@ -1,0 +1,218 @@
+#include <cmath>
+#include <initializer_list>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "bpm_data_files.hpp"
+#include "combinations.hpp"
+#include "fields.hpp"
+#include "file_units.hpp"
+#include "fit_quality.hpp"
+
+namespace output {
+namespace {
+
+constexpr int free_parameters = 7;
+
+// --- pieces of header lines: each begins with "#", so that plotting programs pass over it
+// ---------
+
+std::string four_fixed(std::string_view text, const gain_fit_mod::gains& values) {
+  std::string line = "#";
+  line += text;
+  for (const double v : values.item) util::put_fixed(line, v);
+  return line;
+}
+
+std::string one_exponent(std::string_view text, double value) {
+  std::string line = "#";
+  util::put_text(line, text, 11);
+  util::put_exponent(line, value);
+  return line;
+}
+
+std::string captions(std::initializer_list<std::string_view> texts) {
+  std::string line = "#";
+  // The "#" takes the first column of the first field.
+  int width = util::real_width - 1;
+  for (const std::string_view text : texts) {
+    util::put_text(line, text, width);
+    width = util::real_width;
+  }
+  return line;
+}
+
+// Gains as the buttons have them, relative to button 1: what multiplies a signal is the inverse of
+// what the button made of it, and only ratios are known. Truth unknown (0) stays 0.
+gain_fit_mod::gains button_gains(const gain_fit_mod::gains& multiplier) {
+  gain_fit_mod::gains relative;
+  for (int k = 1; k <= 4; ++k) relative(k) = multiplier(1) / multiplier(k);
+  return relative;
+}
+
+gain_fit_mod::gains relative_truth(const store::bpm_struct& reading) {
+  gain_fit_mod::gains relative;
+  const double first = reading.true_gain(1);
+  for (int k = 1; k <= 4; ++k) relative(k) = first == 0 ? 0 : reading.true_gain(k) / first;
+  return relative;
+}
+
+// --- parts of the file --------------------------------------------------------------------------
+
+void write_settings(int unit, int m, double chis, const position_extremes& extremes) {
+  using gain_fit_mod::gain;
+  const auto& reading = gain_fit_mod::orbit_data(1).detector(m);
+  util::write_line(unit, "#&button_sums");
+  std::string line = "# BPM = ";
+  util::put_integer(line, m, 5);
+  util::write_line(unit, line);
+  util::write_line(unit, four_fixed(" gain = ", gain));
+  util::write_line(unit, four_fixed(" true_gain = ", {reading.true_gain.item}));
+  util::write_line(unit, four_fixed(" coef = ", {gain_fit_mod::coefficients.item}));
+  util::write_line(unit, one_exponent(" const = ", gain_fit_mod::const_));
+  for (const char* offset : {" delta_h = ", " delta_v = "}) {
+    std::string offset_line{"#"};
+    util::put_text(offset_line, offset, 11);
+    util::put_fixed(offset_line, 0);
+    util::write_line(unit, offset_line);
+  }
+  util::write_line(unit,
+                   one_exponent(" chis_deg = ", chis / (gain_fit_mod::norbits - free_parameters)));
+  util::write_line(unit, four_fixed("array gains[4] = ", button_gains(gain)));
+  util::write_line(unit, four_fixed("array true_gains[4] = ", relative_truth(reading)));
+  util::write_line(unit,
+                   four_fixed(" h_min, h_max, v_min, v_max = ",
+                              {{extremes.h_min, extremes.h_max, extremes.v_min, extremes.v_max}}));
+  util::write_line(unit, "#exit");
+}
+
+void write_fits(int unit, const gain_fit_mod::chis_saved& chis_save,
+                const gain_fit_mod::gains_saved& gain_save,
+                const gain_fit_mod::coeffs_saved& coeff_save,
+                const gain_fit_mod::covar_saved& covar_save) {
+  for (int fit = 1; fit <= 4; ++fit) {
+    std::string line = "#";
+    util::put_text(line, "ind= ", 7);
+    util::put_integer(line, fit, 5);
+    line += " chisq=";
+    util::put_exponent(line, chis_save(fit));
+    line += " gain = ";
+    for (int k = 1; k <= 4; ++k) util::put_fixed(line, gain_save(fit, k));
+    line += " coef = ";
+    for (int k = 1; k <= 4; ++k) util::put_fixed(line, coeff_save(fit, k));
+    util::write_line(unit, line);
+
+    util::write_line(unit, "# covariance matrix of gains 1..4, Am, k, h2, h3");
+    for (int i = 1; i <= gain_fit_mod::max_parameters; ++i) {
+      std::string row{"#"};
+      for (int j = 1; j <= gain_fit_mod::max_parameters; ++j)
+        util::put_exponent(row, covar_save(fit, i, j));
+      util::write_line(unit, row);
+    }
+  }
+}
+
+// One orbit under the fitted gains.
+struct fitted_orbit {
+  combinations at;
+  double curve = 0;     // of the model, at u = X Y
+  double residual = 0;  // curve minus Q
+};
+
+fitted_orbit fitted(const gain_fit_mod::signals& but) {
+  gain_fit_mod::parameters param;
+  gain_fit_mod::gain_to_a(gain_fit_mod::gain, param);
+  for (int k = 1; k <= 4; ++k) param(4 + k) = gain_fit_mod::coefficients(k);
+  fitted_orbit orbit{.at = combine(but, gain_fit_mod::gain),
+                     .residual = gain_fit_mod::chi1(param, but)};
+  orbit.curve = orbit.residual + orbit.at.Q;
+  return orbit;
+}
+
+std::vector<fitted_orbit> fitted_orbits(std::span<const store::bpm_struct> column) {
+  std::vector<fitted_orbit> orbits;
+  orbits.reserve(column.size());
+  for (const store::bpm_struct& reading : column) orbits.push_back(fitted({reading.button.item}));
+  return orbits;
+}
+
+// What tells at once whether the fit is good: the verdict, the size of what is left over, and the
+// two pictures worth drawing.
+void write_reading_aids(int unit, std::string_view name, const std::string& verdict,
+                        const std::vector<fitted_orbit>& orbits) {
+  double sum_Q = 0;
+  double sum_residual = 0;
+  for (const fitted_orbit& orbit : orbits) {
+    sum_Q += orbit.at.Q * orbit.at.Q;
+    sum_residual += orbit.residual * orbit.residual;
+  }
+  const auto n = static_cast<double>(orbits.size());
+  util::write_line(unit, std::string{"# "}.append(verdict));
+  std::string line = "# rms of chis_1 =";
+  util::put_exponent(line, std::sqrt(sum_residual / n));
+  line += " beside rms of Bpmmp.G =";
+  util::put_exponent(line, std::sqrt(sum_Q / n));
+  util::write_line(unit, line);
+
+  for (const char* curves : {"' using 8:3 title 'readings', '' using 8:9 smooth unique title 'fit'",
+                             "' using 8:10 title 'residual: noise without a shape is good'"}) {
+    std::string aid{"# gnuplot: set datafile fortran; plot '"};
+    util::write_line(unit, aid.append(util::trim_right(name)).append(".dat_fit").append(curves));
+  }
+}
+
+void write_table(int unit, std::span<const store::bpm_struct> column,
+                 const std::vector<fitted_orbit>& orbits, double current) {
+  util::write_line(unit, captions({"", "", "", "", "", "Bpmpm.G X", "", "Bpmpm.G X", "model", ""}));
+  util::write_line(unit, captions({"x", "y", "Bpmmp.G", "Bpmpm.G", "Bppmm.G", "Bppmm.G/I", "I",
+                                   "Bppmm.G", "Bpmmp.G", "chis_1"}));
+  for (std::size_t i = 0; i < orbits.size(); ++i) {
+    const auto& [at, curve, residual] = orbits[i];
+    const double u = at.X * at.Y;
+    std::string line;
+    for (const double value :
+         {column[i].x, column[i].y, at.Q, at.X, at.Y, u / current, current, u, curve, residual})
+      util::put_exponent(line, value);
+    util::write_line(unit, line);
+  }
+}
+
+void sum_totals(std::span<const store::bpm_struct> column, double& bpppp, double& bpppp2) {
+  bpppp = 0;
+  bpppp2 = 0;
+  for (const store::bpm_struct& reading : column) {
+    const auto& [b1, b2, b3, b4] = reading.button.item;
+    const double total = b1 + b2 + b3 + b4;
+    bpppp += total;
+    bpppp2 += total * total;
+  }
+}
+
+}  // namespace
+
+void write_bpm_fitted_data(const directory_name& directory, int m, std::string_view name,
+                           const gain_fit_mod::chis_saved& chis_save,
+                           const gain_fit_mod::gains_saved& gain_save,
+                           const gain_fit_mod::coeffs_saved& coeff_save,
+                           const gain_fit_mod::covar_saved& covar_save, double chis,
+                           const position_extremes& extremes, const rd_files_list& rd_files,
+                           int files_so_far, double current, double& bpppp, double& bpppp2) {
+  const util::unit_handle file{util::lunget()};
+  const int unit = file.number();
+  util::open_output(unit, path_of(directory, name, ".dat_fit"));
+  for (const std::string& line : file_list_lines(rd_files, files_so_far))
+    util::write_line(unit, std::string{"#"}.append(line));
+  write_settings(unit, m, chis, extremes);
+  write_fits(unit, chis_save, gain_save, coeff_save, covar_save);
+
+  const auto column = gain_fit_mod::orbit_data.column(m, gain_fit_mod::norbits);
+  const auto orbits = fitted_orbits(column);
+  const auto quality =
+      gain_fit_mod::judge_gains(gain_save, chis_save, covar_save, gain_fit_mod::norbits);
+  write_reading_aids(unit, name, quality.reason, orbits);
+  write_table(unit, column, orbits, current);
+  sum_totals(column, bpppp, bpppp2);
+}
+
+}  // namespace output

@@ -1,0 +1,92 @@
+#include <initializer_list>
+#include <string>
+
+#include "bpm_data_files.hpp"
+#include "combinations.hpp"
+#include "fields.hpp"
+#include "file_units.hpp"
+
+namespace output {
+namespace {
+
+// The file being written: from the first orbit of a BPM to the first of another, or to the end.
+struct raw_file {
+  int m_last = -1;  // BPM of the call before; -1 before the first
+  int lun24 = 0;    // its unit
+};
+raw_file raw;
+
+// In these files the signals stand as recorded.
+constexpr gain_fit_mod::gains gain_loc{{1, 1, 1, 1}};
+
+void put_caption(std::string& line, std::initializer_list<std::string_view> captions) {
+  line += "#";
+  for (const std::string_view caption : captions) util::put_text(line, caption, util::real_width);
+}
+
+void write_header(int m, const rd_files_list& rd_files, int files_so_far) {
+  const int unit = raw.lun24;
+  for (const std::string& line : file_list_lines(rd_files, files_so_far))
+    util::write_line(unit, line);
+  util::write_line(unit, "&button_sums");
+
+  std::string line = " BPM = ";
+  util::put_integer(line, m, 5);
+  util::write_line(unit, line);
+
+  // The field is too narrow for its text and keeps " true_ga": files are read by column. The orbit
+  // is the one whose number comes after the last file's.
+  line.clear();
+  util::put_text(line, " true_gain = ", 8);
+  const auto& reading = gain_fit_mod::orbit_data(files_so_far + 1).detector(m);
+  for (const double g : reading.true_gain.item) util::put_exponent(line, g);
+  util::write_line(unit, line);
+
+  line.clear();
+  util::put_text(line, " const = ", 11);
+  util::put_exponent(line, gain_fit_mod::const_);
+  util::write_line(unit, line);
+  for (const char* offset : {" delta_h =  0.  ", " delta_v =  0.  "}) {
+    line.clear();
+    util::put_text(line, offset, 18);
+    util::write_line(unit, line);
+  }
+  for (const char* text : {"#/", "", ""}) util::write_line(unit, text);
+
+  line.clear();
+  put_caption(line, {" ", " ", "", "", "", "Bpmpm.G X ", "", "", "", "", ""});
+  util::write_line(unit, line);
+  line.clear();
+  put_caption(line, {"x", "y", "Bpmmp.G", "Bpmpm.G", "Bppmm.G", "Bppmm.G/I", "I", "button 1",
+                     "button 2", "button 3", "button 4"});
+  util::write_line(unit, line);
+}
+
+}  // namespace
+
+void write_bpm_raw_data(const directory_name& directory, int m, std::string_view name,
+                        int orbit_num, const gain_fit_mod::signals& but,
+                        const rd_files_list& rd_files, int files_so_far, double current) {
+  if (m != raw.m_last) {
+    close_bpm_raw_data();
+    raw.lun24 = util::lunget();
+    util::open_output(raw.lun24, path_of(directory, name, ".dat"));
+    write_header(m, rd_files, files_so_far);
+    raw.m_last = m;
+  }
+  const auto& reading = gain_fit_mod::orbit_data(orbit_num).detector(m);
+  const combinations at = combine(but, gain_loc);
+  std::string line;
+  for (const double value :
+       {reading.x, reading.y, at.Q, at.X, at.Y, at.X * at.Y / current, current})
+    util::put_exponent(line, value);
+  for (const double signal : but.item) util::put_exponent(line, signal);
+  util::write_line(raw.lun24, line);
+}
+
+void close_bpm_raw_data() {
+  if (raw.lun24 != 0) util::close_unit(raw.lun24);
+  raw = {};
+}
+
+}  // namespace output

@@ -1,0 +1,59 @@
+#include "output_directory.hpp"
+
+#include <sys/stat.h>
+
+#include <array>
+#include <chrono>
+#include <ctime>
+#include <string>
+
+#include "fields.hpp"
+#include "terminal.hpp"
+
+namespace driver {
+namespace {
+
+struct date_and_time {
+  std::string date;  // CCYYMMDD
+  std::string time;  // hhmmss.sss
+};
+
+date_and_time local_now() {
+  using std::chrono::system_clock;
+  const auto now = system_clock::now();
+  const std::time_t seconds = system_clock::to_time_t(now);
+  const auto part = now - system_clock::from_time_t(seconds);
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(part).count();
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  std::array<char, 16> date{};
+  std::array<char, 16> time{};
+  std::strftime(date.data(), date.size(), "%Y%m%d", &local);
+  std::strftime(time.data(), time.size(), "%H%M%S", &local);
+  const std::string fraction = std::to_string(1000 + milliseconds).substr(1);
+  return {date.data(), std::string{time.data()} + "." + fraction};
+}
+
+}  // namespace
+
+void create_output_directory(util::fixed_text<16>& directory) {
+  const auto [date, time] = local_now();
+
+  // The field of the text " time = " is one column wide and keeps only its blank.
+  std::string line;
+  util::put_text(line, " date = ", 10);
+  util::put_text(line, util::fixed_text<16>{date}.all().substr(0, 10), 10);
+  util::put_text(line, " time = ", 1);
+  util::put_text(line, util::fixed_text<16>{time}.all().substr(0, 10), 10);
+  util::print_line(line);
+
+  const std::string name = date + "_" + time.substr(0, 6);
+  directory = name;
+  constexpr mode_t everybody = 0777;  // less what the umask takes away
+  if (mkdir(name.c_str(), everybody) != 0) return;
+  std::string made;
+  util::put_text(made, " create directory = ", 20);
+  util::print_line(made + name);
+}
+
+}  // namespace driver

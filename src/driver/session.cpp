@@ -1,0 +1,157 @@
+#include "session.hpp"
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "bpm_data_files.hpp"
+#include "bpm_loop.hpp"
+#include "fields.hpp"
+#include "file_units.hpp"
+#include "gain_fit_mod.hpp"
+#include "get_fake_data.hpp"
+#include "in4get.hpp"
+#include "list_io.hpp"
+#include "output_directory.hpp"
+#include "plot_gains.hpp"
+#include "run_time.hpp"
+#include "session_state.hpp"
+#include "terminal.hpp"
+
+namespace driver {
+namespace {
+
+namespace fit = gain_fit_mod;
+
+// A text followed by four fixed-point numbers: the layout of the session's check lines.
+template <class Four>
+std::string four_numbers(std::string_view text, const Four& value) {
+  std::string line{text};
+  for (int i = 1; i <= 4; ++i) util::put_fixed(line, value(i));
+  return line;
+}
+
+void load_synthetic(session_state& s) {
+  input::get_fake_data();
+  s.norbits_save = fit::norbits;
+  s.files_so_far = 1;
+  s.type = "fake";
+  const auto& gain = fit::gain;
+  util::print_line(four_numbers(" truth = ", [&](int i) { return gain(i) / gain(1); }));
+  util::print_line(four_numbers(" inverse = ", [&](int i) { return gain(1) / gain(i); }));
+  s.bpm_count = fit::bpm;
+  fit::bpm = -1;
+}
+
+[[noreturn]] void reader_to_come(std::string_view kind) {
+  util::print_line(std::string{" The reader for "}.append(kind).append(" is still to come."));
+  util::stop_program(1);
+}
+
+void load_turn_by_turn(session_state& s) {
+  input::in4get(" Compute positions (x,y) using nonlin BPM for N orbits (def N=0) ",
+                s.max_nonlin_positions);
+  reader_to_come("turn-by-turn data");
+}
+
+void load_orbits() {
+  util::print_line(" Input command file ? ");
+  util::ask_or_end(" Input command file : ", util::answer_kind::file);
+  reader_to_come("orbit data");
+}
+
+constexpr int choices_offered = 100;  // BPMs beyond the first hundred cannot be chosen singly
+
+bool is_offered(int bpm) {
+  const auto first = fit::dets.item.begin();
+  return std::find(first, first + choices_offered, bpm) != first + choices_offered;
+}
+
+void tell_choices(int refused) {
+  std::string line = " No data for bpm ";
+  util::put_integer(line, refused, 12);
+  util::print_line(line + "  choose another");
+  util::print_line(" Available bpms are: ");
+  constexpr int per_row = 20;
+  for (int first = 1; first <= choices_offered; first += per_row) {
+    std::string row;
+    for (int i = first; i < first + per_row; ++i) util::put_integer(row, fit::dets(i), 4);
+    util::print_line(row);
+  }
+}
+
+std::string_view correction_label(int gain_correct) {
+  switch (gain_correct) {
+    case 3:
+      return "gain_and_pedestal_correction";
+    case 2:
+      return "pedestal but no gain correction";  // blanks, unlike its neighbours: tables are
+                                                 // searched
+    case 1:
+      return "no_gain_or_pedestal_correction";
+    default:
+      return "";
+  }
+}
+
+void choose_bpm(session_state& s) {
+  for (;;) {
+    std::int32_t choice = fit::bpm;
+    util::ask_integer(" which bpm ? (-1 for all)", choice);
+    fit::bpm = choice;
+    if (is_offered(choice) || choice == -1) break;
+    tell_choices(choice);
+  }
+  // Nobody names this file: its text is the storage's first content.
+  util::print_line(std::string{" Data written to file "}.append(s.out_file.all()));
+  s.type = correction_label(fit::gain_correct);
+}
+
+void open_orbit_table(session_state& s) {
+  s.orbit_table = util::unit_handle{util::lunget()};
+  util::open_output(s.orbit_table.number(), std::string{s.directory.trimmed()} + "/orbit.dat");
+  std::string header;
+  util::put_text(header, "bpm", 10);
+  util::put_text(header, "avg_x", 12);
+  util::put_text(header, "avg_y", 12);
+  util::write_line(s.orbit_table.number(), header);
+}
+
+void open_file_list(session_state& s) {
+  s.file_list = util::unit_handle{util::lunget()};
+  util::open_output(s.file_list.number(), std::string{s.directory.trimmed()} + "/file_list.dat");
+}
+
+}  // namespace
+
+void run_session() {
+  static session_state s;  // too large for the stack; there is one session in a process
+  create_output_directory(s.directory);
+  fit::expert = false;
+
+  const char answer = util::ask_letter(" TBT data (T), Orbit data(O) or fake data (F) ? ");
+  const std::string source = util::upcase(std::string{answer});
+  if (source == "F") load_synthetic(s);
+  if (source == "T") load_turn_by_turn(s);
+  if (source == "O") load_orbits();
+  if (source != "F") choose_bpm(s);
+
+  open_orbit_table(s);
+  // A fixed check: BPM 50 stands where positions are known best.
+  util::print_line(four_numbers(" butngain,1,50 ", fit::orbit_data(1).detector(50).button));
+  fit::weight = 0;
+  s.just_one = fit::bpm > 0;
+  open_file_list(s);
+
+  treat_bpms(s);
+
+  s.file_list = {};
+  s.orbit_table = {};
+  output::close_bpm_raw_data();
+  util::print_line(std::string{"output written to directory "}.append(s.directory.trimmed()));
+  plot_gains(s.bpm_max, s.bpm_min, s.bpm_gain, s.bpm_mat, s.plotted,
+             std::string{s.directory.trimmed()});
+}
+
+}  // namespace driver

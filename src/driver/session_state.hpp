@@ -1,0 +1,42 @@
+// What the session's steps share: one record, filled from top to bottom as the session goes on.
+#pragma once
+#include <cstdint>
+#include <string>
+
+#include "bounded.hpp"
+#include "file_units.hpp"
+#include "fit_gains.hpp"
+#include "given.hpp"
+#include "orbit_store.hpp"
+#include "plot_gains.hpp"
+#include "rd_files.hpp"
+#include "text.hpp"
+
+namespace driver {
+
+struct session_state {
+  // Run and data sets.
+  output::directory_name directory;                                 // the run's output directory
+  util::fixed_text<100> out_file = util::fixed_text<100>::zeros();  // never assigned, yet printed
+  util::fixed_text<100> file = util::fixed_text<100>::zeros();      // likewise, one line a BPM
+  output::rd_files_list rd_files;                                   // names of the data files read
+  int files_so_far = 0;                                             // how many of them, 1..20
+  std::int32_t max_nonlin_positions = 0;          // turns whose positions come from the tables
+  std::string type;                               // which corrections the data carry
+  util::given<int, "bpm_count"> bpm_count;        // highest BPM index to visit
+  util::given<int, "norbits_save"> norbits_save;  // orbits loaded
+
+  // BPM loop.
+  bool just_one = false;          // one BPM was chosen
+  util::unit_handle orbit_table;  // orbit.dat
+  util::unit_handle file_list;    // file_list.dat
+
+  // What the plot receives: per treated BPM its four normalised inverse gains and its index.
+  gains_plotted bpm_gain;
+  indices_plotted bpm_mat;
+  int plotted = 0;       // BPMs so far
+  double bpm_max = 0;    // largest index treated
+  double bpm_min = 100;  // smallest index treated
+};
+
+}  // namespace driver

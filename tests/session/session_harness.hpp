@@ -1,0 +1,62 @@
+// Runs the real programs as a user would: answers in through a pipe; screen, status and files out.
+#pragma once
+#include <filesystem>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace session {
+
+/// What one program run left behind.
+struct outcome {
+  int status = 0;   ///< exit status; 128 + signal when a signal ended it
+  std::string out;  ///< standard output
+  std::string err;  ///< standard error
+  bool timed_out = false;
+};
+
+/// A directory of its own, removed when it goes out of scope.
+class scratch {
+ public:
+  scratch();
+  scratch(const scratch&) = delete;
+  scratch& operator=(const scratch&) = delete;
+  ~scratch();
+  const std::filesystem::path& path() const { return path_; }
+  /// The run's output directory (CCYYMMDD_hhmmss), newest if there are several; empty if none.
+  std::filesystem::path run_directory() const;
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// How to run a program. DISPLAY is unset unless the environment here sets it.
+struct settings {
+  std::map<std::string, std::string> environment{};
+  int seconds = 120;              ///< then it is killed and timed_out is set
+  std::string standard_output{};  ///< a file to write to instead of catching the output
+};
+
+/// Runs a program in a directory, feeding `input` to its standard input and then closing it.
+outcome run(const std::vector<std::string>& command, const std::filesystem::path& directory,
+            std::string_view input, const settings& how = {});
+
+/// Runs butngain: one answer a line.
+outcome butngain(const std::filesystem::path& directory, const std::vector<std::string>& answers,
+                 const settings& how = {});
+
+/// Runs bpmsim with these arguments.
+outcome bpmsim(const std::filesystem::path& directory, const std::vector<std::string>& arguments,
+               const settings& how = {});
+
+std::string read_file(const std::filesystem::path& path);
+void write_file(const std::filesystem::path& path, std::string_view content);
+std::vector<std::string> lines_of(std::string_view text);
+bool contains(std::string_view text, std::string_view part);
+
+/// Numbers of one line, blank-separated; words that are no numbers are passed over. D exponents
+/// read.
+std::vector<double> numbers_of(std::string_view line);
+
+}  // namespace session

@@ -1,5 +1,6 @@
 #include "get_fake_data.hpp"
 
+#include <fmt/core.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -148,8 +149,8 @@ void get_fake_data() {
   int k = 0;
   while (name != last_name) {
     name_number(k + first);
-    name = "exp_" + txt_name + ".txt";
-    const std::string path = dir + "/" + name;
+    name = fmt::format("exp_{}.txt", txt_name);
+    const std::string path = fmt::format("{}/{}", dir, name);
     if (!exists(path)) {
       if (name != last_name) wait_for(path, waited_for);
       continue;

@@ -43,7 +43,8 @@ double largest_uncertainty(const gains_saved& gain_save, const covar_saved& cova
       largest = std::max(largest, std::sqrt(variance) * rms_residual / gain_save(fit, k));
     }
   }
-  return std::isfinite(largest) ? largest : no_value;
+  if (!std::isfinite(largest)) return no_value;
+  return largest;
 }
 
 double largest_spread(const gains_saved& gain_save) {
@@ -60,7 +61,7 @@ double largest_spread(const gains_saved& gain_save) {
   return largest;
 }
 
-gain_quality not_determined(std::string reason) {
+gain_quality not_determined(const std::string& reason) {
   return {.verdict = gain_verdict::not_determined,
           .reason = "WARNING: gains NOT determined by these data: " + reason,
           .uncertainty = no_value,

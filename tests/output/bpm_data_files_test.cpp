@@ -151,7 +151,7 @@ TEST_F(data_files, fitted_file_by_hand) {
       "# h_min, h_max, v_min, v_max =      -0.5000      0.2500     -1.0000      2.0000",
       "#exit"};
   ASSERT_GT(lines.size(), settings.size());
-  EXPECT_EQ(std::vector(lines.begin(), lines.begin() + settings.size()), settings);
+  for (std::size_t i = 0; i < settings.size(); ++i) EXPECT_EQ(lines[i], settings[i]);
   EXPECT_EQ(lines[25],
             "#  ind=     2 chisq=  0.2500D+00 gain =       0.5000      0.5000      0.5000"
             "      0.5000 coef =       3.0000      3.0000      3.0000      3.0000");

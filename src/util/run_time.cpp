@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "file_units.hpp"
+#include "progress.hpp"
 #include "terminal.hpp"
 #include "text.hpp"
 
@@ -23,6 +24,7 @@ namespace {
 }
 
 void tell(std::string_view what) {
+  erase_progress();
   std::string line{program_name};
   line.append(": ").append(what).append("\n");
   std::fwrite(line.data(), 1, line.size(), stderr);

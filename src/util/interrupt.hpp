@@ -1,0 +1,32 @@
+// Ctrl-C during a long computation: nothing that was fitted is lost.
+//
+// At a prompt Ctrl-C keeps its default action. While the fits run, watch_interrupts() turns the
+// first one into a flag, which the loops test between two orbits or BPMs; they then leave through
+// leave_interrupted(). A second Ctrl-C before that kills the program at once, as ever.
+//
+//     util::watch_interrupts();
+//     for (int index = 0; index <= bpm_count; ++index) {
+//       if (util::interrupted()) util::leave_interrupted();
+//       ...
+//     }
+//     util::restore_interrupts();
+#pragma once
+
+namespace util {
+
+/// From now on Ctrl-C (SIGINT) sets the flag. Where the signal is ignored (a job in the
+/// background) it stays ignored.
+void watch_interrupts();
+
+/// Puts the action back that watch_interrupts found. An interrupt that came before is kept: an
+/// interrupted() afterwards still tells it.
+void restore_interrupts();
+
+/// Whether Ctrl-C was pressed since watch_interrupts. Costs one load.
+bool interrupted();
+
+/// Closes every unit, says "butngain: interrupted; what was fitted so far is written" on standard
+/// error, and dies of the signal itself, so that a shell sees 130 and its loops stop too.
+[[noreturn]] void leave_interrupted();
+
+}  // namespace util

@@ -1,0 +1,66 @@
+#include "progress.hpp"
+
+#include <fmt/format.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+namespace util {
+namespace {
+
+using namespace std::chrono_literals;
+constexpr auto patience = 500ms;  // shorter steps draw nothing
+constexpr auto pace = 100ms;      // between two drawings
+
+bool on_screen = false;  // the cursor's line on the terminal holds a progress line
+
+bool somebody_watches() {
+  return isatty(STDERR_FILENO) == 1 && isatty(STDOUT_FILENO) == 0 &&
+         std::getenv("NO_PROGRESS") == nullptr;
+}
+
+std::size_t screen_width() {
+  winsize size{};
+  const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return known ? size.ws_col : 80;
+}
+
+}  // namespace
+
+progress::progress(std::string_view what, long long total)
+    : what_(what),
+      total_(total),
+      watched_(somebody_watches()),
+      next_(std::chrono::steady_clock::now() + patience) {}
+
+progress::~progress() {
+  if (watched_) erase_progress();
+}
+
+void progress::redraw(long long done) {
+  const auto now = std::chrono::steady_clock::now();
+  if (now < next_) return;
+  next_ = now + pace;
+  fmt::print(stderr, "\r{}\033[K", progress_text(what_, done, total_, screen_width()));
+  on_screen = true;
+}
+
+std::string progress_text(std::string_view what, long long done, long long total,
+                          std::size_t width) {
+  const long long part = total > 0 ? std::clamp(done, 0LL, total) * 100 / total : 0;
+  const std::string count = total > 0 ? fmt::format(": {:3} %", part) : fmt::format(": {}", done);
+  // The last column stays free: a terminal wraps there, and \r no longer finds the line's start.
+  const std::size_t room = width > count.size() + 1 ? width - count.size() - 1 : 0;
+  return fmt::format("{}{}", what.substr(0, room), count);
+}
+
+void erase_progress() {
+  if (!on_screen) return;
+  fmt::print(stderr, "\r\033[K");
+  on_screen = false;
+}
+
+}  // namespace util

@@ -1,10 +1,119 @@
 #include "plot_gains.hpp"
 
-namespace driver {
+#include <fmt/format.h>
 
-void plot_gains(double /*bpm_max*/, double /*bpm_min*/, const gains_plotted& /*bpm_gain*/,
-                const indices_plotted& /*bpm_mat*/, int j, const std::string& /*run_directory*/) {
+#include <array>
+#include <string_view>
+
+#include "gain_fit_mod.hpp"
+#include "quick_plot.hpp"
+#include "run_time.hpp"
+#include "terminal.hpp"
+#include "text.hpp"
+
+namespace driver {
+namespace {
+
+using namespace quick_plot;
+
+// Size of the window [points]: a landscape letter page, as the files have.
+constexpr double xlen = 792;
+constexpr double ylen = 612;
+
+constexpr std::string_view prompt = "Postscript (p) or Gif (g) ? @";
+
+// What the plot shows.
+struct plotted {
+  double bpm_max, bpm_min;
+  const gains_plotted& bpm_gain;
+  const indices_plotted& bpm_mat;
+  int j;
+  std::string title;
+};
+
+// Draws the whole plot on a device. Returns why it cannot, empty when it is drawn.
+std::string draw(const plotted& plot, std::string_view device, const std::string& name) {
+  std::string reason = qp_open_page(device, name, xlen, ylen, "POINTS");
+  if (!reason.empty()) return reason;
+  qp_set_page_border(0.02, 0.02, 0.04, 0.04, "%PAGE");
+  qp_set_margin(0.02, 0.02, 0.015, 0.015, "%PAGE");
+  qp_set_box(1, 1, 1, 1);
+  qp_set_axis_counts("X");
+  qp_calc_and_set_axis("X", plot.bpm_min, plot.bpm_max, 4, 8, "GENERAL");
+  qp_calc_and_set_axis("Y", 0.8, 1.2, 4, 8, "GENERAL");
+  qp_draw_axes("BPM", "gain", plot.title);
+  qp_draw_level(1.0);
+  qp_set_symbol_attrib("plus", 10, "red");
+  for (int point = 1; point <= plot.j; ++point) {
+    std::array<double, 4> bpms{};
+    std::array<double, 4> gains{};
+    for (int k = 1; k <= 4; ++k) {
+      bpms.at(static_cast<std::size_t>(k) - 1) = plot.bpm_mat(k, point);
+      gains.at(static_cast<std::size_t>(k) - 1) = plot.bpm_gain(k, point);
+    }
+    qp_draw_data(bpms, gains, true, 1);
+  }
+  return qp_close_page();
+}
+
+void show(const plotted& plot) {
+  const std::string reason = draw(plot, "X", "butngain: " + plot.title);
+  if (!reason.empty()) util::print_line(fmt::format(" no screen plot: {}", reason));
+}
+
+// Makes a copy; returns whether there is one.
+bool copy(const plotted& plot, std::string_view device, const std::string& name,
+          const std::string& run_directory) {
+  const std::string reason = draw(plot, device, name);
+  if (reason.empty()) return true;
+  // The label of a synthetic series begins with "/", and few may write to the root folder.
+  if (name.starts_with('/')) {
+    const std::string second = std::string{util::trim_right(run_directory)} + name;
+    const std::string second_reason = draw(plot, device, second);
+    const std::string outcome = second_reason.empty()
+                                    ? fmt::format("written to {}", second)
+                                    : fmt::format("nor {}: {}", second, second_reason);
+    util::print_line(fmt::format(" cannot write {}: {}; {}", name, reason, outcome));
+    return second_reason.empty();
+  }
+  util::print_line(fmt::format(" cannot write {}: {}", name, reason));
+  return false;
+}
+
+// The answer as it counts: three characters, upper case.
+std::string copy_wanted() {
+  util::print_line(" Postscript (p) or Gif (g) ");
+  std::string answer = "no";
+  if (!util::strget(prompt, answer)) {
+    qp_close_window();
+    util::end_of_input_error(prompt.substr(0, prompt.size() - 1));
+  }
+  return util::upcase(util::trim(answer).substr(0, 3));
+}
+
+}  // namespace
+
+void plot_gains(double bpm_max, double bpm_min, const gains_plotted& bpm_gain,
+                const indices_plotted& bpm_mat, int j, const std::string& run_directory) {
   if (j > most_plotted) util::subscript_error("bpm_gain", j, 0, most_plotted, 2);
+  const std::string out_file{gain_fit_mod::in_file_0.trimmed()};
+  const plotted plot{bpm_max, bpm_min, bpm_gain, bpm_mat, j, "Button gains  " + out_file};
+  // Up to and including the first "."; nothing when there is none.
+  const std::string stem = out_file.substr(0, out_file.find('.') + 1);
+  show(plot);
+  for (;;) {
+    const std::string ans = copy_wanted();
+    if (ans.find('N') != std::string::npos) break;
+    // Both letters: GIF, the later test, wins.
+    if (ans.find('G') != std::string::npos) {
+      if (copy(plot, "GIF-L", stem + "gif", run_directory)) break;
+    } else if (ans.find('P') != std::string::npos) {
+      if (copy(plot, "PS-L", stem + "ps", run_directory)) break;
+    } else {
+      show(plot);
+    }
+  }
+  qp_close_window();
 }
 
 }  // namespace driver

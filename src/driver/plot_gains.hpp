@@ -1,5 +1,6 @@
-// The gain plot that ends a session: for each BPM treated a column of four points, its normalised
-// inverse gains, above its index.
+// The gain plot that ends a session: for every BPM treated a stroke of four marks, its normalised
+// inverse gains, above its index. First in a window, then, if asked for, as a PostScript or GIF
+// file named after the last data file.
 #pragma once
 #include <string>
 
@@ -7,19 +8,25 @@
 
 namespace driver {
 
-using gains_plotted = util::bounded2<double, 1, 4, 0, 5000, "bpm_gain">;
-using indices_plotted = util::bounded2<double, 1, 4, 0, 5000, "bpm_mat">;
-
 inline constexpr int most_plotted = 100;  ///< BPMs that one plot has room for
 
-/// Offers the plot of points 1..j.
+/// Inverse gains [-], button by plotted point; of each BPM the sum equals the sum of the squares.
+using gains_plotted = util::bounded2<double, 1, 4, 0, 5000, "bpm_gain">;
+/// The BPM index, once a button, by plotted point.
+using indices_plotted = util::bounded2<double, 1, 4, 0, 5000, "bpm_mat">;
+
+/// Shows the plot and asks for copies until the answer is no or a copy is made. Without a display
+/// one line says so, and the question is asked all the same. A copy that cannot be written is told
+/// in one line with its name and the reason, and the question comes again.
 ///
-/// given    bpm_max, bpm_min  largest and smallest BPM index treated
-///          bpm_gain          four normalised inverse gains of each point [-]
-///          bpm_mat           the BPM index of each point, four times
-///          j                 number of points
-///          run_directory     where copies go that cannot be made beside the data
-/// errors   more than 100 points is a bounds error: everything else of the run is written by then
+/// given    bpm_max, bpm_min  largest and smallest BPM index treated; reversed when there is none
+///          bpm_gain, bpm_mat points 1..j
+///          run_directory     where the copy goes when the data set's name begins with "/" (as that
+///                            of a synthetic series does) and no file can be made there
+/// errors   more than 100 points is a bounds error: everything else of the run is written by then;
+///          end of input ends the run
+/// note     the name of a copy is the data file's name up to its first ".", and "ps" or "gif":
+///          "./x.dat" gives ".ps", a name without "." gives "ps"
 void plot_gains(double bpm_max, double bpm_min, const gains_plotted& bpm_gain,
                 const indices_plotted& bpm_mat, int j, const std::string& run_directory);
 

@@ -1,0 +1,126 @@
+#include "plot_gains.hpp"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+
+#include "gain_fit_mod.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using names = std::set<std::string>;
+
+const std::string folder = testing::TempDir() + "plot_gains_" + std::to_string(getpid());
+const std::string question = " Postscript (p) or Gif (g) \n Postscript (p) or Gif (g) ? <CR = no>:";
+const std::string no_screen = " no screen plot: the display cannot be opened\n";
+
+// Plots three BPMs in a fresh folder with these answers waiting on standard input.
+void plot_three(const std::string& data_file, const std::string& answers) {
+  unsetenv("DISPLAY");
+  fs::remove_all(folder);
+  fs::create_directories(folder + "/run/no_such_root_folder");
+  fs::current_path(folder);
+  std::ofstream("answers") << answers;
+  ASSERT_NE(std::freopen("answers", "r", stdin), nullptr);
+  fs::remove("answers");
+  gain_fit_mod::in_file_0.assign(data_file);
+  static driver::gains_plotted gains{};
+  static driver::indices_plotted bpms{};
+  for (int point = 1; point <= 3; ++point) {
+    for (int k = 1; k <= 4; ++k) {
+      gains(k, point) = 0.94 + (0.03 * k);
+      bpms(k, point) = 10 * point;
+    }
+  }
+  driver::plot_gains(30, 10, gains, bpms, 3, "run             ");
+}
+
+// The files in the folder; the folder goes.
+names left_behind() {
+  names found;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    if (entry.is_regular_file()) found.insert(fs::relative(entry.path(), folder).string());
+  }
+  fs::current_path("/");
+  fs::remove_all(folder);
+  return found;
+}
+
+struct dialog_case {
+  const char* what;
+  const char* data_file;
+  const char* answers;
+  int questions;
+  names files;
+};
+const dialog_case dialogs[] = {
+    {"default", "RD-001234.dat", "\n", 1, {}},
+    {"no", "RD-001234.dat", "no\n", 1, {}},
+    {"N stops before G and P count", "RD-001234.dat", "gpn\n", 1, {}},
+    {"PostScript", "RD-001234.dat", "p\n", 1, {"RD-001234.ps"}},
+    {"word", "RD-001234.dat", "Postscript\n", 1, {"RD-001234.ps"}},
+    {"GIF", "RD-001234.dat", "g\n", 1, {"RD-001234.gif"}},
+    {"both letters", "RD-001234.dat", "pg\n", 1, {"RD-001234.gif"}},
+    {"three characters count", "RD-001234.dat", "xxxp\nn\n", 2, {}},
+    {"anything else asks again", "RD-001234.dat", "?\nx\np\n", 3, {"RD-001234.ps"}},
+    {"first point", "a.b.dat", "p\n", 1, {"a.ps"}},
+    {"no point", "data", "g\n", 1, {"gif"}},
+    {"point of a folder", "./x.dat", "p\n", 1, {".ps"}},
+    {"no data file", "", "p\n", 1, {"ps"}},
+};
+
+TEST(plot_gains, dialog) {
+  for (const auto& c : dialogs) {
+    SCOPED_TRACE(c.what);
+    testing::internal::CaptureStdout();
+    plot_three(c.data_file, c.answers);
+    const std::string screen = testing::internal::GetCapturedStdout();
+    std::string expected;
+    // Answers that ask for a copy are not followed by another screen page.
+    for (int i = 0; i < c.questions; ++i) expected += no_screen + question;
+    EXPECT_EQ(screen, expected);
+    EXPECT_EQ(left_behind(), c.files);
+  }
+}
+
+TEST(plot_gains, copy_that_cannot_be_written_is_told_and_asked_again) {
+  testing::internal::CaptureStdout();
+  plot_three("missing/RD-001234.dat", "p\ng\nn\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            no_screen + question +
+                " cannot write missing/RD-001234.ps: No such file or directory\n" + question +
+                " cannot write missing/RD-001234.gif: No such file or directory\n" + question);
+  EXPECT_EQ(left_behind(), names{});
+}
+
+// A synthetic series is called "/something": what cannot go there goes into the run's directory.
+TEST(plot_gains, copy_of_a_series_falls_back_to_the_run_directory) {
+  testing::internal::CaptureStdout();
+  plot_three("/no_such_root_folder/exp_1.txt", "g\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            no_screen + question +
+                " cannot write /no_such_root_folder/exp_1.gif: No such file or directory;"
+                " written to run/no_such_root_folder/exp_1.gif\n");
+  EXPECT_EQ(left_behind(), names{"run/no_such_root_folder/exp_1.gif"});
+}
+
+TEST(plot_gains_death, a_plot_holds_a_hundred_bpms) {
+  static const driver::gains_plotted gains{};
+  static const driver::indices_plotted bpms{};
+  EXPECT_EXIT(driver::plot_gains(101, 1, gains, bpms, 101, "run"), testing::ExitedWithCode(1),
+              "subscript 2 \\(= 101\\) of bpm_gain is outside 0\\.\\.100");
+}
+
+TEST(plot_gains_death, end_of_input_ends_the_run) {
+  EXPECT_EXIT(plot_three("RD-001234.dat", ""), testing::ExitedWithCode(1),
+              "end of input at \"Postscript \\(p\\) or Gif \\(g\\) \\?\"");
+  fs::remove_all(folder);
+}
+
+}  // namespace

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "file_units.hpp"
+#include "line_editor.hpp"
 #include "run_time.hpp"
 #include "text.hpp"
 
@@ -26,6 +27,13 @@ std::optional<std::string> plain_answer() {
   return answer;
 }
 
+std::optional<std::string> answer_to(const std::string& prompt, answer_kind kind) {
+  if (editing_possible()) return edited_line(prompt, kind);
+  print_text(prompt);
+  std::fflush(stdout);
+  return plain_answer();
+}
+
 }  // namespace
 
 void print_text(std::string_view text) { std::fwrite(text.data(), 1, text.size(), stdout); }
@@ -35,11 +43,9 @@ void print_line(std::string_view text) {
   std::putchar('\n');
 }
 
-std::optional<std::string> ask(std::string_view prompt, answer_kind /*kind*/) {
-  print_text(shown(prompt));
-  std::fflush(stdout);
+std::optional<std::string> ask(std::string_view prompt, answer_kind kind) {
   flush_all_units();
-  return plain_answer();
+  return answer_to(shown(prompt), kind);
 }
 
 std::string ask_or_end(std::string_view prompt, answer_kind kind) {
@@ -52,7 +58,7 @@ list_record ask_record(std::string_view prompt) {
   list_record record;
   std::string answer = ask_or_end(prompt);
   while (trim(answer).empty()) {
-    std::optional<std::string> next = plain_answer();
+    std::optional<std::string> next = answer_to("", answer_kind::word);
     if (!next) end_of_input_error(prompt);
     answer = *next;
   }

@@ -1,7 +1,8 @@
 // The dialog: one function prints every question and reads every answer of the program.
 //
-// On a pipe prompts and answers are plain bytes, one line an answer. Before each question
-// everything written so far is handed to the system, so an interrupt at a prompt loses nothing.
+// On a pipe prompts and answers are plain bytes, one line an answer; on a terminal answers can be
+// edited, recalled and completed (line_editor.hpp). Before each question everything written so far
+// is handed to the system, so an interrupt at a prompt loses nothing.
 #pragma once
 #include <cstdint>
 #include <optional>

@@ -87,7 +87,8 @@ void stop_program(int status) {
   const int reason = errno;
   const bool closed = close_all_units(true);
   if (!printed) {
-    tell(std::string{"run-time error: writing standard output: "}.append(system_text(reason)));
+    tell(std::string{"run-time error: writing standard output: "}.append(
+        system_text(reason != 0 ? reason : EIO)));
   }
   leave(status == 0 && !(printed && closed) ? 1 : status);
 }

@@ -9,7 +9,6 @@
 namespace gain_fit_mod {
 namespace {
 
-constexpr int free_parameters = 7;  // one of the eight is held
 constexpr double no_value = std::numeric_limits<double>::infinity();
 
 // Limits on the worse of uncertainty and spread. Well excited beams stay a factor of five below the
@@ -75,10 +74,9 @@ std::string percent(double value) {
 }  // namespace
 
 gain_quality judge_gains(const gains_saved& gain_save, const chis_saved& chis_save,
-                         const covar_saved& covar_save, int norbits) {
-  if (norbits <= free_parameters)
-    return not_determined(
-        fmt::format("{} orbits for {} free parameters", norbits, free_parameters));
+                         const covar_saved& covar_save, int orbits) {
+  if (orbits <= free_parameters)
+    return not_determined(fmt::format("{} orbits for {} free parameters", orbits, free_parameters));
   if (!std::isfinite(chis_save(4))) return not_determined("the chi-square is not a number");
   for (int fit = 1; fit <= 4; ++fit)
     if (!gains_make_sense(gain_save, fit))
@@ -87,7 +85,7 @@ gain_quality judge_gains(const gains_saved& gain_save, const chis_saved& chis_sa
           fit, gain_save(fit, 1), gain_save(fit, 2), gain_save(fit, 3), gain_save(fit, 4)));
 
   const double rms_residual =
-      std::max(residual_floor, std::sqrt(chis_save(4) / (norbits - free_parameters)));
+      std::max(residual_floor, std::sqrt(chis_save(4) / (orbits - free_parameters)));
   gain_quality q;
   q.uncertainty = largest_uncertainty(gain_save, covar_save, rms_residual);
   q.spread = largest_spread(gain_save);

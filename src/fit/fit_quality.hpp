@@ -19,6 +19,7 @@
 #include <string>
 
 #include "fit_gains.hpp"
+#include "gain_fit_mod.hpp"
 
 namespace gain_fit_mod {
 
@@ -35,6 +36,9 @@ struct gain_quality {
   double spread = 0;       ///< largest difference of a ratio between repetitions [-]
 };
 
+/// Parameters that a fit moves: one of the eight is held.
+inline constexpr int free_parameters = max_parameters - 1;
+
 /// Least rms residual that the uncertainty is computed with: no read-out is better.
 inline constexpr double residual_floor = 1e-6;
 
@@ -43,6 +47,6 @@ inline constexpr double residual_floor = 1e-6;
 /// returns  the verdict and its reason; uncertainty and spread are inf where they have no value
 /// errors   none
 gain_quality judge_gains(const gains_saved& gain_save, const chis_saved& chis_save,
-                         const covar_saved& covar_save, int norbits);
+                         const covar_saved& covar_save, int orbits);
 
 }  // namespace gain_fit_mod

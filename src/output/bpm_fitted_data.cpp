@@ -13,8 +13,6 @@
 namespace output {
 namespace {
 
-constexpr int free_parameters = 7;
-
 // --- pieces of header lines: each begins with "#", so that plotting programs pass over it
 // ---------
 
@@ -77,8 +75,8 @@ void write_settings(int unit, int m, double chis, const position_extremes& extre
     util::put_fixed(offset_line, 0);
     util::write_line(unit, offset_line);
   }
-  util::write_line(unit,
-                   one_exponent(" chis_deg = ", chis / (gain_fit_mod::norbits - free_parameters)));
+  util::write_line(unit, one_exponent(" chis_deg = ", chis / (gain_fit_mod::norbits -
+                                                              gain_fit_mod::free_parameters)));
   util::write_line(unit, four_fixed("array gains[4] = ", button_gains(gain)));
   util::write_line(unit, four_fixed("array true_gains[4] = ", relative_truth(reading)));
   util::write_line(unit,

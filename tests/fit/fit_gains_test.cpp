@@ -220,4 +220,10 @@ TEST_F(bpm_fit, warns_of_numbers_that_cannot_be_gains) {
   EXPECT_EQ(judge(r).verdict, gain_verdict::doubtful) << judge(r).reason;
 }
 
+TEST(bpm_fit_death, covariance_of_a_ninth_parameter_names_the_array_and_its_bounds) {
+  covar_saved covar{};
+  EXPECT_EXIT(covar(1, 8, 9) = 1, testing::ExitedWithCode(1),
+              "subscript 3 \\(= 9\\) of covar_save is outside 1\\.\\.8");
+}
+
 }  // namespace

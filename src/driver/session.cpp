@@ -15,6 +15,7 @@
 #include "list_io.hpp"
 #include "output_directory.hpp"
 #include "plot_gains.hpp"
+#include "run_summaries.hpp"
 #include "run_time.hpp"
 #include "session_state.hpp"
 #include "terminal.hpp"
@@ -149,6 +150,7 @@ void run_session() {
   s.file_list = {};
   s.orbit_table = {};
   output::close_bpm_raw_data();
+  output::close_run_summaries();
   util::print_line(std::string{"output written to directory "}.append(s.directory.trimmed()));
   plot_gains(s.bpm_max, s.bpm_min, s.bpm_gain, s.bpm_mat, s.plotted,
              std::string{s.directory.trimmed()});

@@ -1,0 +1,148 @@
+#include "data_block.hpp"
+
+#include <algorithm>
+#include <span>
+
+#include "kbpmfio.hpp"
+
+namespace rawfile {
+namespace {
+
+// Lines that are derived together: their columns stay in the first-level cache meanwhile.
+constexpr std::size_t derived_together = 512;
+
+struct derivation {
+  RDV3_INST_DATA* instrument;
+  std::int32_t block = 0;  // timing block of the lines from `first` on
+  std::size_t first = 0;   // lines before it are derived
+};
+
+void correct(std::span<const std::int32_t> raw, std::span<float> corrected, float pedestal,
+             float gain) {
+  const double factor = 1.0 / double{gain};
+  const std::int32_t* in = raw.data();
+  float* out = corrected.data();
+  for (std::size_t i = 0; i < raw.size(); ++i) {
+    const float difference = static_cast<float>(in[i]) - pedestal;
+    out[i] = static_cast<float>(double{difference} * factor);
+  }
+}
+
+void unpack(std::span<const std::int32_t> words, int shift, std::int32_t mask,
+            std::span<std::int32_t> field) {
+  const std::int32_t* in = words.data();
+  std::int32_t* out = field.data();
+  for (std::size_t i = 0; i < words.size(); ++i) out[i] = (in[i] >> shift) & mask;
+}
+
+// The plane is a constant where this is called, so the loop has no branch.
+inline void positions(const RDV3_INST_DATA& d, std::size_t first, std::size_t n, int plane,
+                      std::span<float> position) {
+  const std::array<float, 2> coeffs{d.horz_coeff, d.vert_coeff};
+  const float* ti = d.TIcorrected.data() + first;
+  const float* bi = d.BIcorrected.data() + first;
+  const float* bo = d.BOcorrected.data() + first;
+  const float* to = d.TOcorrected.data() + first;
+  float* out = position.data() + first;
+  for (std::size_t i = 0; i < n; ++i) {
+    out[i] = kbpmfio_compute_pos(ti[i], bi[i], bo[i], to[i], plane, coeffs);
+  }
+}
+
+// Everything that follows from lines first..end-1, all of one timing block.
+void derive(derivation& state, std::size_t end) {
+  RDV3_INST_DATA& d = *state.instrument;
+  const std::size_t first = state.first;
+  const std::size_t n = end - first;
+  state.first = end;
+  if (n == 0) return;
+  const std::array<std::span<std::int32_t>, num_cards> raw{d.TIraw, d.BIraw, d.BOraw, d.TOraw};
+  const std::array<std::span<float>, num_cards> corrected{d.TIcorrected, d.BIcorrected,
+                                                          d.BOcorrected, d.TOcorrected};
+  for (int card = 0; card < num_cards; ++card) {
+    const auto k = static_cast<std::size_t>(card);
+    correct(raw[k].subspan(first, n), corrected[k].subspan(first, n),
+            d.pedestals(state.block, card), d.gain_coeffs(state.block, card));
+  }
+  positions(d, first, n, 0, d.Xpos);
+  positions(d, first, n, 1, d.Ypos);
+  const auto words = d.phase_words.subspan(first, n);
+  unpack(words, 19, 511, d.X_phase_words.subspan(first, n));
+  unpack(words, 10, 511, d.Y_phase_words.subspan(first, n));
+  unpack(words, 0, 255, d.Other_phase_words.subspan(first, n));
+}
+
+void store(RDV3_INST_DATA& d, std::size_t n, const data_columns& c) {
+  d.phase_words[n] = c[1];
+  d.TIraw[n] = c[2];
+  d.BIraw[n] = c[3];
+  d.BOraw[n] = c[4];
+  d.TOraw[n] = c[5];
+}
+
+data_columns stored(const RDV3_INST_DATA& d, std::size_t n, std::int32_t block) {
+  return {block, d.phase_words[n], d.TIraw[n], d.BIraw[n], d.BOraw[n], d.TOraw[n]};
+}
+
+// Lines in the usual columns and of the timing block at hand, at most `most`, from line n on.
+std::size_t take_run(kbpmfio_stream& stream, RDV3_INST_DATA& d, std::size_t n, std::int32_t block,
+                     std::size_t most) {
+  if (block < 0 || block > 1) return 0;
+  const std::size_t taken =
+      take_printed_lines(look_ahead(stream, printed_line), block, most,
+                         {&d.phase_words[n], {&d.TIraw[n], &d.BIraw[n], &d.BOraw[n], &d.TOraw[n]}});
+  stream.next += taken * printed_line;
+  return taken;
+}
+
+}  // namespace
+
+std::int32_t read_data_line(kbpmfio_stream& stream, data_columns& columns) {
+  const std::int64_t start = position(stream);
+  while (const auto next = next_line(stream)) {
+    const std::string_view line = next->substr(0, next->find('\0'));
+    const std::size_t first = static_cast<std::size_t>(
+        std::find_if_not(line.begin(), line.end(), is_space) - line.begin());
+    if (first == line.size() || line[first] == '#') continue;
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos) {
+      scan_data_line(line.substr(first), columns);
+      return 0;
+    }
+    // As for any key: what stands before the colon is compared with the format, and a line that
+    // begins with ":" agrees with anything. It is used up; it converts nothing.
+    const std::string_view format = RDV3_raw_data_spec[0].format;
+    if (line.substr(0, colon) == format.substr(0, colon)) return 0;
+    seek(stream, start);
+    return 1;
+  }
+  return 1;
+}
+
+void read_data_block(kbpmfio_stream& stream, RDV3_INST_DATA& instrument, std::int32_t bunches,
+                     std::int32_t turns, data_columns& last) {
+  derivation state{&instrument};
+  bool ended = false;  // nothing more comes: a key or the end of the file was met
+  std::size_t n = 0;
+  for (std::int32_t b = 0; b < bunches; ++b) {
+    const std::size_t behind_bunch = n + static_cast<std::size_t>(std::max(turns, 0));
+    while (n < behind_bunch) {
+      const std::size_t most = std::min(behind_bunch, state.first + derived_together) - n;
+      const std::size_t run = ended ? 0 : take_run(stream, instrument, n, last[0], most);
+      if (run > 0) {
+        last = stored(instrument, n + run - 1, last[0]);
+        n += run;
+      } else {
+        ended = ended || read_data_line(stream, last) != 0;
+        if (last[0] != state.block) derive(state, n);
+        store(instrument, n++, last);
+      }
+      state.block = last[0];
+      if (n - state.first >= derived_together) derive(state, n);
+    }
+    if (turns > 0) instrument.timing_blocks[static_cast<std::size_t>(b)] = last[0];
+  }
+  derive(state, n);
+}
+
+}  // namespace rawfile

@@ -1,0 +1,123 @@
+#include "kbpmfio_stream.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "run_time.hpp"
+
+namespace rawfile {
+namespace {
+
+// Moves what is left to the front of the block and reads on behind it.
+void refill(kbpmfio_stream& stream) {
+  const std::size_t left = stream.filled - stream.next;
+  std::memmove(stream.block.data(), stream.block.data() + stream.next, left);
+  stream.block_start += static_cast<std::int64_t>(stream.next);
+  stream.next = 0;
+  stream.filled = left;
+  ssize_t got = 0;
+  do {
+    got = read(stream.fd, stream.block.data() + left, stream.block.size() - left);
+  } while (got < 0 && errno == EINTR);
+  if (got > 0) {
+    stream.filled += static_cast<std::size_t>(got);
+  } else {
+    stream.at_end = true;
+  }
+}
+
+[[noreturn]] void writing_error(const std::string& path, int reason) {
+  util::run_time_error("writing " + path + ": " + util::system_text(reason));
+}
+
+}  // namespace
+
+kbpmfio_stream::~kbpmfio_stream() {
+  if (fd >= 0) ::close(fd);
+  if (out != nullptr) static_cast<void>(std::fclose(out));
+}
+
+int open_for_reading(kbpmfio_stream& stream, const std::string& path, std::size_t block_size) {
+  stream.fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (stream.fd < 0) return errno;
+  stream.path = path;
+  stream.block.resize(std::max(block_size, max_line));
+  return 0;
+}
+
+void open_text(kbpmfio_stream& stream, std::string_view text) {
+  stream.block.assign(text.begin(), text.end());
+  stream.filled = text.size();
+  stream.at_end = true;
+}
+
+int open_for_writing(kbpmfio_stream& stream, const std::string& path) {
+  stream.out = std::fopen(path.c_str(), "we");
+  if (stream.out == nullptr) return errno;
+  stream.path = path;
+  return 0;
+}
+
+std::int64_t size_of(const kbpmfio_stream& stream) {
+  struct stat status {};
+  if (stream.fd < 0) return static_cast<std::int64_t>(stream.filled);
+  return fstat(stream.fd, &status) == 0 && S_ISREG(status.st_mode) ? status.st_size : 0;
+}
+
+std::string_view look_ahead(kbpmfio_stream& stream, std::size_t least) {
+  while (stream.filled - stream.next < least && !stream.at_end) refill(stream);
+  return {stream.block.data() + stream.next, stream.filled - stream.next};
+}
+
+std::optional<std::string_view> next_line(kbpmfio_stream& stream) {
+  std::string_view ahead{stream.block.data() + stream.next, stream.filled - stream.next};
+  std::size_t line_end = ahead.substr(0, max_line).find('\n');
+  if (line_end == std::string_view::npos && ahead.size() < max_line) {
+    ahead = look_ahead(stream, max_line);
+    line_end = ahead.substr(0, max_line).find('\n');
+  }
+  if (ahead.empty()) return std::nullopt;
+  const std::size_t length =
+      line_end == std::string_view::npos ? std::min(ahead.size(), max_line) : line_end + 1;
+  stream.next += length;
+  return ahead.substr(0, length);
+}
+
+std::int64_t position(const kbpmfio_stream& stream) {
+  return stream.block_start + static_cast<std::int64_t>(stream.next);
+}
+
+void seek(kbpmfio_stream& stream, std::int64_t to) {
+  const std::int64_t in_block = to - stream.block_start;
+  if (in_block >= 0 && in_block <= static_cast<std::int64_t>(stream.filled)) {
+    stream.next = static_cast<std::size_t>(in_block);
+  } else if (lseek(stream.fd, to, SEEK_SET) >= 0) {
+    // A pipe cannot go back; reading then goes on from where it is.
+    stream.block_start = to;
+    stream.next = stream.filled = 0;
+    stream.at_end = false;
+  }
+}
+
+void put(kbpmfio_stream& stream, std::string_view text) {
+  if (stream.out == nullptr) return;
+  if (std::fwrite(text.data(), 1, text.size(), stream.out) < text.size()) {
+    writing_error(stream.path, errno);
+  }
+}
+
+void close(kbpmfio_stream& stream) {
+  if (stream.fd >= 0) ::close(stream.fd);
+  stream.fd = -1;
+  if (stream.out == nullptr) return;
+  std::FILE* const out = stream.out;
+  stream.out = nullptr;
+  if (std::fclose(out) != 0) writing_error(stream.path, errno);
+}
+
+}  // namespace rawfile

@@ -1,0 +1,74 @@
+// One open raw data file, for reading line by line or for writing.
+//
+// Reading goes through a block of our own over read(): the text is never held whole, and a file
+// that is cut short while it is read is simply shorter (a mapped one would kill the process). A
+// line is what fgets with a buffer of 2048 characters gives: up to and with the line end, at most
+// 2047 characters, the rest being the next line. A read that fails (a directory, say) is the end of
+// the file.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace rawfile {
+
+inline constexpr std::size_t max_line = 2047;  ///< characters of one line, at most
+inline constexpr std::size_t usual_block = std::size_t{256} * 1024;  ///< characters read ahead
+
+/// An open file; closes itself. Not copied: the file position belongs to one reader.
+struct kbpmfio_stream {
+  std::string path;
+  // Reading
+  int fd = -1;                       ///< -1: the block holds all the text there is
+  std::vector<char> block;           ///< text read ahead
+  std::size_t next = 0, filled = 0;  ///< block[next..filled) is still to be taken
+  std::int64_t block_start = 0;      ///< file position of block[0]
+  bool at_end = false;               ///< nothing more to read behind the block
+  // Writing
+  std::FILE* out = nullptr;
+
+  kbpmfio_stream() = default;
+  kbpmfio_stream(const kbpmfio_stream&) = delete;
+  kbpmfio_stream& operator=(const kbpmfio_stream&) = delete;
+  ~kbpmfio_stream();
+};
+
+/// Opens a file for reading.
+/// given    block_size  characters to read ahead; small ones are for tests
+/// returns  0, or the errno value of the failure
+int open_for_reading(kbpmfio_stream& stream, const std::string& path,
+                     std::size_t block_size = usual_block);
+
+/// Reads from a text in memory, which is copied.
+void open_text(kbpmfio_stream& stream, std::string_view text);
+
+/// Opens a file for writing, replacing it. Returns 0, or the errno value of the failure.
+int open_for_writing(kbpmfio_stream& stream, const std::string& path);
+
+/// Size of the file that is read [bytes]; 0 where it has none (a pipe).
+std::int64_t size_of(const kbpmfio_stream& stream);
+
+/// The next line with its line end, or nothing at the end of the file. Valid until the next call.
+std::optional<std::string_view> next_line(kbpmfio_stream& stream);
+
+/// All that can be had at once, at least `least` characters unless the file ends before. The caller
+/// takes some by moving `next` on.
+std::string_view look_ahead(kbpmfio_stream& stream, std::size_t least);
+
+/// Position of the next character, and the way back to it.
+std::int64_t position(const kbpmfio_stream& stream);
+void seek(kbpmfio_stream& stream, std::int64_t to);
+
+/// Appends to a file that is written.
+void put(kbpmfio_stream& stream, std::string_view text);
+
+/// Closes; does nothing when closed already.
+/// errors   what was written did not reach the disk: the run ends with the file's name and the
+///          reason
+void close(kbpmfio_stream& stream);
+
+}  // namespace rawfile

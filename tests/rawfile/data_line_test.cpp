@@ -1,0 +1,196 @@
+// The data-line scanner against the C library's scan.
+#include "data_line.hpp"
+
+#include <fmt/core.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "literal_rawfile.hpp"
+
+namespace {
+
+using rawfile::data_columns;
+
+// More lines than the tests usually scan: BUTNGAIN_SCANNED_LINES=5000000
+int lines_to_scan() {
+  const char* wanted = std::getenv("BUTNGAIN_SCANNED_LINES");
+  return wanted == nullptr ? 300000 : std::atoi(wanted);
+}
+
+struct line_maker {
+  std::mt19937 random{20140304};
+
+  int below(int n) { return std::uniform_int_distribution{0, n - 1}(random); }
+
+  // A number of up to so many digits, every length equally often.
+  int number(int digits) {
+    int limit = 1;
+    for (int i = below(digits + 1); i > 0; --i) limit *= 10;
+    return below(limit);
+  }
+
+  std::string printed() {
+    const auto reading = [this] { return below(12) == 0 ? -number(6) : number(7); };
+    return fmt::format("{}       {:07x}  {:7d}  {:7d}  {:7d}  {:7d}\n", below(2), below(1 << 28),
+                       reading(), reading(), reading(), reading());
+  }
+
+  // Columns of odd widths and spacings.
+  std::string spaced() {
+    static constexpr const char* gaps[] = {" ", "  ", "\t", "", "   ", " \r", "\v", ","};
+    static constexpr const char* values[] = {"0",
+                                             "1",
+                                             "-1",
+                                             "+7",
+                                             "12345678",
+                                             "-1234567",
+                                             "0x1f",
+                                             "0x",
+                                             "0X",
+                                             "-0x",
+                                             "-0x12",
+                                             "+0xabcdef",
+                                             "abcdefg",
+                                             "ABCDEF0",
+                                             "-",
+                                             "+",
+                                             "--1",
+                                             "2147483648",
+                                             "4294967297",
+                                             "0xg",
+                                             "00000000012",
+                                             "1.5",
+                                             "1e5",
+                                             "-fffffff",
+                                             "x",
+                                             "99999999999999999999",
+                                             "-99999999999999999999",
+                                             "9223372036854775807",
+                                             "9223372036854775808",
+                                             "-9223372036854775808",
+                                             "-9223372036854775809",
+                                             "0000000x1",
+                                             "+",
+                                             "nan",
+                                             "\xff",
+                                             "1_0"};
+    std::string line;
+    for (int k = below(8); k >= 0; --k) {
+      line += below(3) == 0 ? std::to_string(number(9) - 1000) : values[below(std::size(values))];
+      line += gaps[below(std::size(gaps))];
+    }
+    return line + "\n";
+  }
+
+  // A few characters changed, lost, doubled or put in.
+  std::string damaged(std::string line) {
+    static constexpr std::string_view put_in = " 0123456789abcdefxX+-.#\t\r!`/@gG_\x80\x7f\xb0";
+    for (int times = 1 + below(3); times > 0 && !line.empty(); --times) {
+      const auto at = static_cast<std::size_t>(below(static_cast<int>(line.size())));
+      const char c = put_in[static_cast<std::size_t>(below(static_cast<int>(put_in.size())))];
+      switch (below(5)) {
+        case 0:
+          line.erase(at, 1);
+          break;
+        case 1:
+          line.insert(at, 1, c);
+          break;
+        case 2:
+          line.insert(at, line.substr(at, static_cast<std::size_t>(1 + below(9))));
+          break;
+        default:
+          line[at] = c;
+      }
+    }
+    return line;
+  }
+
+  std::string any() {
+    switch (below(4)) {
+      case 0:
+        return printed();
+      case 1:
+        return spaced();
+      case 2:
+        return damaged(spaced());
+      default:
+        return damaged(printed());
+    }
+  }
+};
+
+constexpr data_columns before{-7, -6, -5, -4, -3, -2};
+
+data_columns by_c_library(const std::string& line, int& converted) {
+  data_columns columns = before;
+  converted = std::max(literal::scan_data_line(line.c_str(), columns.data()), 0);
+  return columns;
+}
+
+}  // namespace
+
+TEST(data_line, is_scanned_as_the_c_library_scans_it) {
+  line_maker make;
+  for (int i = lines_to_scan(); i > 0; --i) {
+    const std::string line = make.any();
+    int expected_count = 0;
+    const data_columns expected = by_c_library(line, expected_count);
+    data_columns columns = before;
+    const int count = rawfile::scan_data_line(line, columns);
+    ASSERT_EQ(columns, expected) << line;
+    ASSERT_EQ(count, expected_count) << line;
+  }
+}
+
+TEST(data_line, taken_by_its_columns_holds_what_the_c_library_reads) {
+  line_maker make;
+  int taken = 0;
+  for (int i = lines_to_scan(); i > 0; --i) {
+    const std::string line = make.below(2) == 0 ? make.printed() : make.damaged(make.printed());
+    const int block = make.below(2);
+    data_columns columns = before;
+    const std::size_t lines = rawfile::take_printed_lines(
+        line, block, 1, {&columns[1], {&columns[2], &columns[3], &columns[4], &columns[5]}});
+    if (lines == 0) continue;
+    ++taken;
+    int converted = 0;
+    columns[0] = block;
+    ASSERT_EQ(columns, by_c_library(line, converted)) << line;
+    ASSERT_EQ(line.find('\n'), rawfile::printed_line - 1) << line;
+  }
+  EXPECT_GT(taken, lines_to_scan() / 20);
+}
+
+TEST(data_line, of_usual_columns_is_never_left_to_the_slow_scan) {
+  struct {
+    const char* what;
+    const char* line;
+    bool taken;
+  } const cases[] = {
+      {"as printed", "0       8abcdef     1000    20000   300000  4000000\n", true},
+      {"all zeros", "0       0000000        0        0        0        0\n", true},
+      {"full columns", "0       fffffff  9999999  9999999  9999999  9999999\n", true},
+      {"another timing block", "1       8abcdef     1000    20000   300000  4000000\n", false},
+      {"upper-case digits", "0       8ABCDEF     1000    20000   300000  4000000\n", false},
+      {"a sign", "0       8abcdef    -1000    20000   300000  4000000\n", false},
+      {"no line end", "0       8abcdef     1000    20000   300000  4000000 ", false},
+      {"left-justified", "0       8abcdef  1000       20000   300000  4000000\n", false},
+      {"a tab", "0\t      8abcdef     1000    20000   300000  4000000\n", false}};
+  for (const auto& c : cases) {
+    std::array<std::int32_t, 5> v{};
+    EXPECT_EQ(rawfile::take_printed_lines(c.line, 0, 9, {&v[0], {&v[1], &v[2], &v[3], &v[4]}}),
+              c.taken ? 1U : 0U)
+        << c.what;
+  }
+}
+
+TEST(data_line, splits_numbers_wider_than_their_column) {
+  data_columns c{};
+  // Seven characters go to each: -1000000 leaves its last digit to the next column.
+  EXPECT_EQ(rawfile::scan_data_line("0       0000001 -10000007       8        9\n", c), 6);
+  EXPECT_EQ(c, (data_columns{0, 1, -100000, 7, 8, 9}));
+}

@@ -61,8 +61,9 @@ void derive(derivation& state, std::size_t end) {
                                                           d.BOcorrected, d.TOcorrected};
   for (int card = 0; card < num_cards; ++card) {
     const auto k = static_cast<std::size_t>(card);
-    correct(raw[k].subspan(first, n), corrected[k].subspan(first, n),
-            d.pedestals(state.block, card), d.gain_coeffs(state.block, card));
+    const float pedestal = d.pedestals(state.block, card);
+    const float gain = d.gain_coeffs(state.block, card);
+    correct(raw[k].subspan(first, n), corrected[k].subspan(first, n), pedestal, gain);
   }
   positions(d, first, n, 0, d.Xpos);
   positions(d, first, n, 1, d.Ypos);

@@ -117,7 +117,10 @@ void close(kbpmfio_stream& stream) {
   if (stream.out == nullptr) return;
   std::FILE* const out = stream.out;
   stream.out = nullptr;
+  // What an earlier flush could not write is lost, and closing alone does not tell.
+  const bool lost = std::ferror(out) != 0;
   if (std::fclose(out) != 0) writing_error(stream.path, errno);
+  if (lost) writing_error(stream.path, EIO);
 }
 
 }  // namespace rawfile

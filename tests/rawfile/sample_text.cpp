@@ -138,6 +138,8 @@ std::string scratch_directory() {
 
 std::string written(const std::string& name, std::string_view content) {
   const std::string path = scratch_directory() + name;
+  // A new file each time: cutting an old one to nothing makes some file systems wait for the disk.
+  std::filesystem::remove(path);
   std::ofstream{path, std::ios::binary} << content;
   return path;
 }

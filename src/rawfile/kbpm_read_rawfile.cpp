@@ -70,7 +70,6 @@ std::string largest_count(const RDV3_FILE_HEADER& h) {
 // Why the arrays must not be made; nothing when they may.
 std::optional<std::string> refusal(const RDV3_FILE_HEADER& h, std::int64_t file_size) {
   constexpr std::uint64_t most_lines = INT32_MAX;
-  constexpr std::uint64_t unquestioned = std::uint64_t{1} << 30;
   const std::uint64_t instruments = count_of(h.num_instruments);
   const std::uint64_t blocks = instruments * count_of(h.num_bunches);
   if (blocks > most_lines || blocks * count_of(h.num_turns) > most_lines) {
@@ -80,7 +79,7 @@ std::optional<std::string> refusal(const RDV3_FILE_HEADER& h, std::int64_t file_
   const std::uint64_t lines =
       blocks * count_of(h.num_turns) + instruments * std::uint64_t{num_RDV3_inst_header_specs};
   const std::uint64_t bytes = instruments * (sizeof(RDV3_INST_DATA) + bytes_of_instrument(h));
-  if (bytes > unquestioned && static_cast<std::uint64_t>(file_size) < 2 * lines) {
+  if (bytes > unquestioned_arrays && static_cast<std::uint64_t>(file_size) < 2 * lines) {
     return fmt::format("{} lines expected, the file has {} bytes", lines, file_size);
   }
   return std::nullopt;

@@ -26,6 +26,10 @@ inline RDV3_INST_DATA* p_v3_inst_array = nullptr;  ///< num_instruments records
 inline std::int32_t kbpmfio_memory_allocated = 0;  ///< 1 while a load is held
 inline std::int32_t inst_count_g = 0;              ///< cursor of the name iterator; each load: 0
 
+/// Arrays up to this size [bytes] are made for any file; beyond it the file must be large enough to
+/// call for them. Set lower by fuzz targets, which have no time to fill a gigabyte.
+inline std::uint64_t unquestioned_arrays = std::uint64_t{1} << 30;
+
 /// Loads a run's file from the online directory, or from the offline archive.
 /// errors   in neither: "Unable to stat <path>" for each, 1; previous load kept
 std::int32_t kbpm_read_rawfile(std::int32_t run);

@@ -75,9 +75,9 @@ std::optional<std::string> refusal(const RDV3_FILE_HEADER& h, std::int64_t file_
   if (blocks > most_lines || blocks * count_of(h.num_turns) > most_lines) {
     return "more data lines than 32 bits can count";
   }
-  // An instrument is as many lines as its header has, even without data.
-  const std::uint64_t lines =
-      blocks * count_of(h.num_turns) + instruments * std::uint64_t{num_RDV3_inst_header_specs};
+  // Without turns a bunch still has its places in the lists, and an instrument its header lines.
+  const std::uint64_t lines = blocks * std::max(count_of(h.num_turns), std::uint64_t{1}) +
+                              instruments * std::uint64_t{num_RDV3_inst_header_specs};
   const std::uint64_t bytes = instruments * (sizeof(RDV3_INST_DATA) + bytes_of_instrument(h));
   if (bytes > unquestioned_arrays && static_cast<std::uint64_t>(file_size) < 2 * lines) {
     return fmt::format("{} lines expected, the file has {} bytes", lines, file_size);

@@ -305,6 +305,16 @@ TEST(counts, that_cannot_be_are_refused_or_told) {
   EXPECT_EQ(kbpm_rawfile_num_instruments(), 120);
 }
 
+TEST(counts, of_bunches_without_turns_are_refused_too) {
+  std::string text = header_with("Number_of_Bunches", "666666666");
+  const std::size_t at = text.find("Number_of_Turns") + 20;
+  const std::string path = sample::written("counts.dat", text.replace(at, 1, "0"));
+  std::int32_t status = -1;
+  const std::string told = printed_by([&] { status = kbpm_read_rawfile_at(path); });
+  EXPECT_EQ(status, 1);
+  EXPECT_NE(told.find("Number_of_Bunches : 666666666"), std::string::npos) << told;
+}
+
 TEST(counts, that_are_refused_leave_nothing_loaded) {
   ASSERT_EQ(kbpm_read_rawfile_at(sample::written("a.dat", sample::text({}))), 0);
   printed_by([] {

@@ -17,7 +17,7 @@ std::string file_header(const shape& s) {
     pattern += fmt::format("{:X} ", word < full_words ? 0xFFFF : rest);
   }
   return fmt::format(
-      "Instrument_Type   : CBPM II\n"
+      "Instrument_Type   : KBPM II\n"
       "Command_ID        : BPM_RAW_DATA\n"
       "File_type         : RAW DATA FILE\n"
       "File_ID           : {}\n"
@@ -54,7 +54,7 @@ std::string instrument_header(const shape& s, int i) {
       "BPM_IP_Address    : 192.168.10.{}\n"
       "Detector_Type     : 2\n"
       "Detector_Coeffs   : 26.200001  19.600000\n"
-      "EXE_Name          : tbt_main.ldr\n"
+      "EXE_Name          : kbpm_main.ldr\n"
       "EXE_Build_ID      : 0013579246\n"
       "Dig.Board_FPGA    : 4.{}\n"
       "Front-End_FPGAs   : 21 22 23 24\n"

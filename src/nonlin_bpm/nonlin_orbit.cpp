@@ -1,0 +1,151 @@
+// The entry of the position conversion, with what it keeps per BPM: offsets and table choice.
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include <fmt/format.h>
+
+#include "calib_files.hpp"
+#include "file_units.hpp"
+#include "list_io.hpp"
+#include "nonlin_bpm_mod.hpp"
+#include "run_time.hpp"
+#include "table_file.hpp"
+#include "terminal.hpp"
+#include "text.hpp"
+
+namespace nonlin_bpm_mod {
+namespace {
+
+constexpr std::string_view orbit_folder = "$KOVR_ONLINE/machine_data/meas/orbit/";
+
+// Single-precision constants, widened: positions are compared with those of older runs bit for bit.
+constexpr double smallest_signal{1e-10F};
+constexpr double metres_per_millimetre{0.001F};
+constexpr double rough_pi{3.14159F};
+
+std::string facility_file(std::string_view name) {
+  return util::fullfilename(std::string{orbit_folder}.append(name));
+}
+
+void convert(int bpm_index, const button_signals& but, position& x, double& chisq) {
+  for (const double signal : but.item) {
+    if (!(signal >= smallest_signal)) {  // also true of a NaN
+      x.fill(0);
+      return;
+    }
+  }
+  const button_signals copy = but;
+  nonlin_bpm_minimize(bpm_index, copy, x, chisq);
+  if (nonlin_bpm_use_rotation) nonlin_bpm_real_coords(bpm_index, x);
+  if (nonlin_bpm_use_offsets) {
+    x(1) -= bpm_calib(bpm_index).offset(1);
+    x(2) -= bpm_calib(bpm_index).offset(2);
+  }
+}
+
+}  // namespace
+
+void nonlin_orbit(int bpm_index, const button_signals& but, position& x, double& chisq) {
+  if (nonlin_bpm_first_call) nonlin_bpm_init();
+  if (bpm_index > max_bpm) {
+    util::print_line(
+        util::list_line().text("Bad BPM location: ").integer(bpm_index).str());
+    return;
+  }
+  switch (bpm_index) {
+    case -1:
+      nonlin_bpm_use_offsets = false;
+      return;
+    case -2:
+      nonlin_bpm_init_offsets();
+      nonlin_bpm_use_offsets = true;
+      return;
+    case -3:
+    case -4:
+      util::print_line(
+          util::list_line().text("Toggling normalization is no longer supported").str());
+      return;
+    default:
+      // 0 and numbers below -4 go on too: the bounds of bpm_calib stop them.
+      convert(bpm_index, but, x, chisq);
+  }
+}
+
+void nonlin_bpm_init() {
+  read_table_file(facility_file("nonlin_bpm/bpm_48.table"), "bpm_48", bpm_48);
+  read_table_file(facility_file("nonlin_bpm/bpm_arc.table"), "bpm_arc", bpm_arc);
+  read_table_file(facility_file("nonlin_bpm/bpm_tirsku.table"), "bpm_tirsku", bpm_tirsku);
+  read_coefficients(facility_file("nonlin_bpm/button_coeff.dat"));
+  read_bad_buttons(facility_file("nonlin_bpm/bad_button.dat"));
+  nonlin_bpm_init_offsets();
+  nonlin_bpm_first_call = false;
+}
+
+void nonlin_bpm_init_offsets() {
+  util::print_line(util::list_line().text("nonlin_bpm: initializing quad offsets").str());
+  const util::unit_handle unit{util::lunget()};
+  const std::string path = facility_file("offset.bpm");
+  util::print_line(util::list_line().text("Reading quad offsets from ").text(path).str());
+  if (const int failed = util::open_old(unit.number(), path); failed != 0) {
+    util::run_time_error("cannot open " + path + ": " + util::system_text(failed));
+  }
+  for (calib_struct& calib : bpm_calib.item) calib.offset.fill(0);
+  for (util::list_record record; util::read_record(unit.number(), record);) {
+    const auto bpm = util::take_int(record);
+    const auto vertical = util::take_real(record);  // the file gives the vertical offset first
+    const auto horizontal = util::take_real(record);
+    if (!bpm || !vertical || !horizontal) {
+      util::print_line(util::list_line()
+                           .text("ERROR IN NONLIN_BPM_INIT_OFFSETS. ERROR READING FILE: ")
+                           .text(path)
+                           .str());
+      fmt::print(stderr, "{}:{}: expected a BPM number and two offsets in mm, found \"{}\"\n", path,
+                 record.line, record.text);
+      util::err_exit();
+    }
+    bpm_calib(*bpm).offset = {{*horizontal, *vertical}};
+  }
+  for (calib_struct& calib : bpm_calib.item) {
+    for (double& offset : calib.offset.item) offset *= metres_per_millimetre;
+  }
+}
+
+void nonlin_bpm_set_pointers(int bpm_index) {
+  if (nonlin_bpm_first_call) nonlin_bpm_init();
+  bpm_index_com = bpm_index;
+  const auto within = [bpm_index](int first, int last) {
+    return bpm_index >= first && bpm_index <= last;
+  };
+  if (within(48, 51)) {
+    func_bpm = &bpm_48;
+  } else if (within(1, 7) || within(93, 110)) {
+    func_bpm = &bpm_tirsku;
+  } else {
+    func_bpm = &bpm_arc;
+  }
+}
+
+void nonlin_bpm_rotate_coord(position& x, double angle) {
+  const double th = angle * rough_pi / 180;
+  const double x1 = x(1) * std::cos(th) + x(2) * std::sin(th);
+  const double x2 = -x(1) * std::sin(th) + x(2) * std::cos(th);
+  x(1) = x1;
+  x(2) = x2;
+}
+
+void nonlin_bpm_real_coords(int /*bpm_index*/, position& /*x*/) {}
+
+void reset() {
+  nonlin_bpm_first_call = true;
+  nonlin_bpm_use_offsets = true;
+  nonlin_bpm_use_rotation = true;
+  bpm_index_com = 0;
+  func_bpm = nullptr;
+  bpm_48 = {};
+  bpm_arc = {};
+  bpm_tirsku = {};
+  bpm_calib = {};
+}
+
+}  // namespace nonlin_bpm_mod

@@ -1,0 +1,231 @@
+#include "table_file.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "table_cells.hpp"
+#include "word_file.hpp"
+
+namespace nonlin_bpm_mod {
+namespace {
+
+constexpr int n_columns = 12;             // three for each button
+constexpr double node_misfit = 0.25;      // squared, relative: at one node
+constexpr double table_misfit = 0.01;     // and over all
+constexpr double metres_per_mm = 0.001;
+
+/// Which keys the header has given, and what it said of units.
+struct header_seen {
+  struct key {
+    std::string_view name;
+    std::size_t words;   // in its statement
+    bool needed;
+    int line = 0;        // 0: not given
+  };
+  std::array<key, 6> keys{{{"name", 2, true},
+                           {"origin", 2, false},
+                           {"units", 2, true},
+                           {"x_grid", 4, true},
+                           {"y_grid", 4, true},
+                           {"columns", 4, true}}};
+  double unit = 1;  // metres
+};
+
+// The key that begins the statement, new and with the right number of words.
+header_seen::key& known_key(const word_file& file, header_seen& seen) {
+  const std::string_view word = file.words[0];
+  const auto key = std::find_if(seen.keys.begin(), seen.keys.end(),
+                                [word](const header_seen::key& k) { return k.name == word; });
+  if (key == seen.keys.end()) init_fault(file, fmt::format("UNKNOWN KEY {}", word));
+  if (key->line != 0) {
+    init_fault(file, fmt::format("KEY {} WAS GIVEN BEFORE, IN LINE {},", word, key->line));
+  }
+  if (file.words.size() != key->words) {
+    init_fault(file, fmt::format("EXPECTED {} WORDS AFTER {}, FOUND {}", key->words - 1, word,
+                                 file.words.size() - 1));
+  }
+  key->line = file.line;
+  return *key;
+}
+
+grid_axis read_axis(const word_file& file) {
+  const auto n = integer_at(file, 1);
+  const auto first = real_at(file, 2);
+  const auto last = real_at(file, 3);
+  if (!n || *n < min_grid || *n > max_grid) {
+    init_fault(file, fmt::format("EXPECTED A GRID COUNT {}..{}, FOUND {}", min_grid, max_grid,
+                                 file.words[1]));
+  }
+  if (!first || !last) init_fault(file, "EXPECTED FIRST AND LAST GRID POSITION AS NUMBERS");
+  if (!(*first < *last)) init_fault(file, "EXPECTED AN ASCENDING GRID");
+  return {*n, *first, *last};
+}
+
+void check_extent(const word_file& file, const header_seen::key& key, const grid_axis& axis) {
+  const double extent = axis.last - axis.first;
+  if (extent < min_extent || extent > max_extent) {
+    init_fault(file, fmt::format("EXPECTED A GRID BETWEEN 1 MM AND 1 M WIDE, FOUND {} M", extent),
+               key.line);
+  }
+}
+
+void read_statement(const word_file& file, std::string_view expected, header_seen& seen,
+                    table_nodes& nodes) {
+  const std::string_view key = known_key(file, seen).name;
+  const std::string_view value = file.words[1];
+  if (key == "name") {
+    nodes.name = value;
+    if (!expected.empty() && value != expected) {
+      init_fault(file, fmt::format("EXPECTED TABLE NAME {}, FOUND {}", expected, value));
+    }
+  } else if (key == "units") {
+    if (value != "m" && value != "mm") {
+      init_fault(file, fmt::format("EXPECTED UNITS m OR mm, FOUND {}", value));
+    }
+    seen.unit = value == "m" ? 1 : metres_per_mm;
+  } else if (key == "x_grid") {
+    nodes.x = read_axis(file);
+  } else if (key == "y_grid") {
+    nodes.y = read_axis(file);
+  } else if (key == "columns") {
+    if (value != "phi" || file.words[2] != "dphi_dx" || file.words[3] != "dphi_dy") {
+      init_fault(file, "EXPECTED COLUMNS phi dphi_dx dphi_dy");
+    }
+  }
+}
+
+// Everything up to `data`. Afterwards lengths are metres. Returns the unit of the slopes.
+double read_header(word_file& file, std::string_view expected, table_nodes& nodes) {
+  header_seen seen;
+  for (;;) {
+    if (!next_words(file)) init_fault(file, "FILE ENDS BEFORE THE WORD data");
+    if (file.words[0] == "data" && file.words.size() == 1) break;
+    read_statement(file, expected, seen, nodes);
+  }
+  for (const auto& key : seen.keys) {
+    if (key.needed && key.line == 0) init_fault(file, fmt::format("KEY {} IS MISSING", key.name));
+  }
+  for (grid_axis* axis : {&nodes.x, &nodes.y}) {
+    axis->first *= seen.unit;
+    axis->last *= seen.unit;
+  }
+  check_extent(file, seen.keys[3], nodes.x);
+  check_extent(file, seen.keys[4], nodes.y);
+  return seen.unit;
+}
+
+table_node read_node(const word_file& file, double unit) {
+  table_node node;
+  node.line = file.line;
+  if (file.words.size() == 3 && file.words[2] == "out") return node;
+  node.out = false;
+  if (file.words.size() != 2 + n_columns) {
+    init_fault(file, fmt::format("EXPECTED {} VALUES OR THE WORD out, FOUND {}", n_columns,
+                                 file.words.size() - 2));
+  }
+  std::size_t place = 2;
+  const auto next = [&] {
+    const auto value = real_at(file, place);
+    if (!value) init_fault(file, fmt::format("EXPECTED A NUMBER, FOUND {}", file.words[place]));
+    ++place;
+    return *value;
+  };
+  for (std::size_t k = 0; k < 4; ++k) {
+    node.phi[k] = next();
+    node.dphi_dx[k] = next() / unit;
+    node.dphi_dy[k] = next() / unit;
+    if (!(node.phi[k] > 0)) {
+      init_fault(file, fmt::format("EXPECTED A SIGNAL ABOVE 0 FOR BUTTON {}, FOUND {}", k + 1,
+                                   file.words[place - 3]));
+    }
+  }
+  return node;
+}
+
+void read_data(word_file& file, double unit, table_nodes& nodes) {
+  for (int iy = 1; iy <= nodes.y.n; ++iy) {
+    for (int ix = 1; ix <= nodes.x.n; ++ix) {
+      if (!next_words(file)) init_fault(file, fmt::format("FILE ENDS BEFORE NODE {} {}", ix, iy));
+      if (file.words.size() < 2 || integer_at(file, 0) != ix || integer_at(file, 1) != iy) {
+        init_fault(file, fmt::format("EXPECTED NODE {} {}", ix, iy));
+      }
+      nodes.node.push_back(read_node(file, unit));
+    }
+  }
+  if (!next_words(file)) init_fault(file, "FILE ENDS WITHOUT THE WORD end");
+  if (file.words.size() != 1 || file.words[0] != "end") init_fault(file, "EXPECTED THE WORD end");
+  if (next_words(file)) init_fault(file, "TEXT AFTER THE WORD end");
+}
+
+/// Squared differences between slopes and central differences of the values, and squared slopes.
+struct slope_misfit {
+  double misfit = 0, size = 0;
+};
+
+slope_misfit misfit_at(const table_nodes& nodes, int ix, int iy) {
+  slope_misfit m;
+  const table_node& node = nodes.at(ix, iy);
+  for (std::size_t k = 0; k < 4; ++k) {
+    const double by_x = (nodes.at(ix + 1, iy).phi[k] - nodes.at(ix - 1, iy).phi[k]) /
+                        (2 * nodes.x.step());
+    const double by_y = (nodes.at(ix, iy + 1).phi[k] - nodes.at(ix, iy - 1).phi[k]) /
+                        (2 * nodes.y.step());
+    m.misfit += std::pow(by_x - node.dphi_dx[k], 2) + std::pow(by_y - node.dphi_dy[k], 2);
+    m.size += std::pow(node.dphi_dx[k], 2) + std::pow(node.dphi_dy[k], 2);
+  }
+  return m;
+}
+
+// Wrong units of slopes, swapped columns and single wrong numbers show in the differences. The node
+// with the largest misfit is named.
+void check_slopes(const word_file& file, const table_nodes& nodes) {
+  slope_misfit total;
+  double worst = 0;
+  int worst_line = 0;
+  for (int iy = 2; iy < nodes.y.n; ++iy) {
+    for (int ix = 2; ix < nodes.x.n; ++ix) {
+      if (!nodes.usable(ix, iy) || !nodes.usable(ix - 1, iy) || !nodes.usable(ix + 1, iy) ||
+          !nodes.usable(ix, iy - 1) || !nodes.usable(ix, iy + 1)) {
+        continue;
+      }
+      const slope_misfit m = misfit_at(nodes, ix, iy);
+      total.misfit += m.misfit;
+      total.size += m.size;
+      if (m.misfit > worst * m.size) {
+        worst = m.size > 0 ? m.misfit / m.size : HUGE_VAL;
+        worst_line = nodes.at(ix, iy).line;
+      }
+    }
+  }
+  if (worst > node_misfit || total.misfit > table_misfit * total.size) {
+    init_fault(file, "SLOPES DO NOT GO WITH THE VALUES", worst_line);
+  }
+}
+
+table_nodes read_nodes(word_file& file, const std::string& name, std::string_view expected) {
+  open_init_file(file, name, "nonlin_bpm_table");
+  table_nodes nodes;
+  const double unit = read_header(file, expected, nodes);
+  read_data(file, unit, nodes);
+  check_slopes(file, nodes);
+  return nodes;
+}
+
+}  // namespace
+
+table_nodes read_table_nodes(const std::string& name, std::string_view expected) {
+  word_file file;
+  return read_nodes(file, name, expected);
+}
+
+void read_table_file(const std::string& name, std::string_view expected, table_struct& table) {
+  word_file file;
+  const table_nodes nodes = read_nodes(file, name, expected);
+  const std::string fault = build_table(nodes, table);
+  if (!fault.empty()) init_fault(file, fault);
+}
+
+}  // namespace nonlin_bpm_mod

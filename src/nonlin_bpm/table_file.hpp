@@ -1,0 +1,33 @@
+// table_file: one lookup table in a file, read into nodes and from there into cells.
+//
+//     nonlin_bpm_table 1
+//     name     bpm_arc                    # must match the table the file is read for
+//     origin   computed                   # or measured; information only
+//     units    m                          # m or mm, for grid and slopes alike
+//     x_grid   81 -0.030 0.030            # count (5..2000), first, last; equal steps
+//     y_grid   61 -0.020 0.020
+//     columns  phi dphi_dx dphi_dy        # any common scale of phi
+//     data
+//     1 1 out                             # node outside the usable area
+//     2 1 5.1e-02 -3.0e+00 -2.2e+00 ...   # ix iy, the three columns of buttons 1..4; ix fastest
+//     end
+#pragma once
+#include <string>
+#include <string_view>
+
+#include "nonlin_bpm_mod.hpp"
+#include "table_nodes.hpp"
+
+namespace nonlin_bpm_mod {
+
+/// Reads a table and builds its cells.
+/// given    expected  the name that must stand in the file; empty: any
+/// errors   every fault: one line (init_fault), then err_exit. Beside faults of form: slopes that do
+///          not go with the values, a centre without data, a button that does not grow towards its
+///          own quadrant, no node to start a fit from
+void read_table_file(const std::string& name, std::string_view expected, table_struct& table);
+
+/// The nodes alone, as the file gives them, in metres.
+table_nodes read_table_nodes(const std::string& name, std::string_view expected);
+
+}  // namespace nonlin_bpm_mod

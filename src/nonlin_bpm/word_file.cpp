@@ -1,0 +1,83 @@
+#include "word_file.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "list_io.hpp"
+#include "run_time.hpp"
+#include "terminal.hpp"
+
+namespace nonlin_bpm_mod {
+namespace {
+
+void split_words(std::string_view text, std::vector<std::string_view>& words) {
+  constexpr std::string_view blanks = " \t\r";
+  words.clear();
+  text = text.substr(0, text.find('#'));
+  for (std::size_t first = text.find_first_not_of(blanks); first != std::string_view::npos;
+       first = text.find_first_not_of(blanks, first)) {
+    const std::size_t end = std::min(text.find_first_of(blanks, first), text.size());
+    words.push_back(text.substr(first, end - first));
+    first = end;
+  }
+}
+
+}  // namespace
+
+int open_words(word_file& file, const std::string& name) {
+  file.unit = util::unit_handle{util::lunget()};
+  file.name = name;
+  file.line = 0;
+  return util::open_old(file.unit.number(), name);
+}
+
+bool next_words(word_file& file) {
+  while (util::read_line(file.unit.number(), file.text)) {
+    ++file.line;
+    split_words(file.text, file.words);
+    if (!file.words.empty()) return true;
+  }
+  file.words.clear();
+  return false;
+}
+
+std::optional<int> integer_at(const word_file& file, std::size_t place) {
+  return place < file.words.size() ? util::scan_integer(file.words[place]) : std::nullopt;
+}
+
+std::optional<double> real_at(const word_file& file, std::size_t place) {
+  return place < file.words.size() ? util::scan_real(file.words[place]) : std::nullopt;
+}
+
+std::string wrong_first_statement(word_file& file, std::string_view kind) {
+  if (!next_words(file)) return "FILE IS EMPTY";
+  if (file.words[0] != kind) {
+    return fmt::format("EXPECTED {} AS FIRST WORD, FOUND {}", kind, file.words[0]);
+  }
+  if (file.words.size() != 2 || integer_at(file, 1) != 1) {
+    return fmt::format("EXPECTED FORMAT VERSION 1 AFTER {}", kind);
+  }
+  return {};
+}
+
+void open_init_file(word_file& file, const std::string& name, std::string_view kind) {
+  if (open_words(file, name) != 0) {
+    util::print_line(util::list_line()
+                         .text("ERROR IN NONLIN_BPM_INIT. CANNOT OPEN FILE: ")
+                         .text(name)
+                         .str());
+    util::err_exit();
+  }
+  const std::string fault = wrong_first_statement(file, kind);
+  if (!fault.empty()) init_fault(file, fault);
+}
+
+void init_fault(const word_file& file, std::string_view fault, int line) {
+  const int number = std::max(line == 0 ? file.line : line, 1);
+  util::print_line(fmt::format(" ERROR IN NONLIN_BPM_INIT. {} IN LINE {} OF FILE: {}", fault,
+                               number, file.name));
+  util::err_exit();
+}
+
+}  // namespace nonlin_bpm_mod

@@ -23,6 +23,15 @@ void split_words(std::string_view text, std::vector<std::string_view>& words) {
   }
 }
 
+bool next_line(word_file& file) {
+  if (file.unit.number() != 0) return util::read_line(file.unit.number(), file.text);
+  if (file.rest.empty()) return false;
+  const std::size_t end = std::min(file.rest.find('\n'), file.rest.size());
+  file.text = file.rest.substr(0, end);
+  file.rest.remove_prefix(std::min(end + 1, file.rest.size()));
+  return true;
+}
+
 }  // namespace
 
 int open_words(word_file& file, const std::string& name) {
@@ -32,8 +41,15 @@ int open_words(word_file& file, const std::string& name) {
   return util::open_old(file.unit.number(), name);
 }
 
+void open_text(word_file& file, std::string_view text, const std::string& name) {
+  file.unit = util::unit_handle{};
+  file.rest = text;
+  file.name = name;
+  file.line = 0;
+}
+
 bool next_words(word_file& file) {
-  while (util::read_line(file.unit.number(), file.text)) {
+  while (next_line(file)) {
     ++file.line;
     split_words(file.text, file.words);
     if (!file.words.empty()) return true;

@@ -14,9 +14,10 @@
 
 namespace nonlin_bpm_mod {
 
-/// An open file and the statement reached in it.
+/// An open file, or a text that stands for one, and the statement reached in it.
 struct word_file {
-  util::unit_handle unit;
+  util::unit_handle unit;               ///< number 0: a text
+  std::string_view rest;                ///< of the text
   std::string name;
   int line = 0;                         ///< number of the line, from 1
   std::string text;                     ///< the line
@@ -25,6 +26,9 @@ struct word_file {
 
 /// Opens a file for reading. Returns 0, or the errno value of the failure.
 int open_words(word_file& file, const std::string& name);
+
+/// Starts on a text instead; it must outlive the word_file. `name` is what messages call it.
+void open_text(word_file& file, std::string_view text, const std::string& name);
 
 /// Goes on to the next line that has a word. Returns false at the end of the file.
 bool next_words(word_file& file);

@@ -1,0 +1,188 @@
+// The wall solver against closed forms, and against potentials that are known everywhere.
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <complex>
+#include <numbers>
+
+#include "wall_solver.hpp"
+
+namespace {
+
+using namespace chamber_solver;
+constexpr double pi = std::numbers::pi;
+
+chamber make_chamber(const std::string& contour, double bx, double by, double width,
+                     const std::string& shape, const std::string& solver = "12 32 3") {
+  std::string text = "nonlin_bpm_chamber 1\nname test\nunits mm\ncontour " + contour + "\n";
+  const double sx[] = {-1, 1, -1, 1};
+  const double sy[] = {-1, -1, 1, 1};
+  for (int k = 0; k < 4; ++k) {
+    text += fmt::format("button {} {} {} {} {}\n", k + 1, sx[k] * bx, sy[k] * by, width, shape);
+  }
+  text += "x_grid 5 -10 10\ny_grid 5 -10 10\nmargin 1\nsolver " + solver + "\nend\n";
+  return parse_chamber(text, "test chamber");
+}
+
+// Places from the centre out to 0.9 of the way to the wall, and one much nearer.
+std::vector<point> places(const chamber& c) {
+  std::vector<point> all;
+  for (const double part : {0.0, 0.45, 0.9}) {
+    for (int i = 0; i < 5; ++i) {
+      all.push_back(part * place_at(c.contour, c.contour.length * (0.04 + 0.2 * i)).z);
+    }
+  }
+  all.push_back(0.997 * place_at(c.contour, 0.3 * c.contour.length).z);
+  return all;
+}
+
+// Image charge in a round pipe of radius b: wall charge between angles, on the continuous branch.
+double round_strip(double b, point z, double t1, double t2) {
+  const double r = std::abs(z), theta = std::arg(z);
+  const auto g = [&](double t) {
+    const double u = t - theta;
+    const double turns = std::round(u / (2 * pi));
+    return turns + std::atan((b + r) / (b - r) * std::tan((u - 2 * pi * turns) / 2)) / pi;
+  };
+  return g(t2) - g(t1);
+}
+
+double round_disc(double b, point z, double t, double radius) {
+  // Midpoint rule in the angle a, s = R sin a: the integrand is periodic and smooth.
+  constexpr int n = 4000;
+  double sum = 0;
+  for (int i = 0; i < n; ++i) {
+    const double a = pi * (i + 0.5) / n - pi / 2;
+    const point wall = std::polar(b, t + radius / b * std::sin(a));
+    sum += std::pow(radius / b * std::cos(a), 2) * b / radius * (b * b - std::norm(z)) /
+           (2 * pi * std::norm(wall - z));
+  }
+  return sum * pi / n;
+}
+
+// Separation of variables in elliptic coordinates; v1..v2 the strip's eccentric angles.
+double ellipse_strip(double a, double b, point z, double v1, double v2) {
+  const point uv = std::acosh(z / std::sqrt(a * a - b * b));
+  const double u = uv.real(), v = uv.imag(), edge = std::atanh(b / a);
+  double phi = (v2 - v1) / (2 * pi);
+  for (int n = 1; n <= 400; ++n) {
+    const double even = (std::sin(n * v2) - std::sin(n * v1)) / (n * pi);
+    const double odd = (std::cos(n * v1) - std::cos(n * v2)) / (n * pi);
+    const double grow = std::exp(n * (u - edge));  // cosh, sinh without their overflow
+    phi += even * std::cos(n * v) * grow * (1 + std::exp(-2 * n * u)) / (1 + std::exp(-2 * n * edge));
+    phi += odd * std::sin(n * v) * grow * (1 - std::exp(-2 * n * u)) / (1 - std::exp(-2 * n * edge));
+  }
+  return phi;
+}
+
+double plates_strip(double h, point z, double x1, double x2) {
+  const auto a = [&](double u) {
+    return std::atan(std::tan(pi * (z.imag() + h) / (4 * h)) * std::tanh(pi * u / (4 * h)));
+  };
+  return (a(x2 - z.real()) - a(x1 - z.real())) / pi;
+}
+
+TEST(chamber_solver, round_pipe_equals_the_image_charge) {
+  constexpr double b = 0.045;
+  for (const char* shape : {"strip", "disc"}) {
+    const chamber c = make_chamber("circle 45", 31.8, 31.8, 18, shape);
+    const solved_wall w = solve_wall(c, cut_wall(c));
+    const double middle[] = {-0.75 * pi, -0.25 * pi, 0.75 * pi, 0.25 * pi};
+    for (const point z : places(c)) {
+      SCOPED_TRACE(fmt::format("{} at {} {}", shape, z.real(), z.imag()));
+      const signals at = signals_at(w, z);
+      for (int k = 0; k < 4; ++k) {
+        const double t = middle[k];
+        const double exact = shape[0] == 's' ? round_strip(b, z, t - 0.2, t + 0.2)
+                                             : round_disc(b, z, t, 0.009);
+        EXPECT_NEAR(at.phi[k] / exact, 1, 1e-10) << "button " << k + 1;
+      }
+    }
+  }
+}
+
+TEST(chamber_solver, ellipse_equals_the_series) {
+  const chamber c = make_chamber("ellipse 45 25", 25, 20, 14, "strip");
+  EXPECT_NEAR(c.contour.length, 4 * 0.045 * std::comp_ellint_2(std::sqrt(1 - 625.0 / 2025)), 1e-15);
+  const solved_wall w = solve_wall(c, cut_wall(c));
+  for (const point z : places(c)) {
+    if (std::abs(z) > 0.95 * std::abs(place_at(c.contour, 0.3 * c.contour.length).z)) continue;
+    SCOPED_TRACE(fmt::format("at {} {}", z.real(), z.imag()));
+    const signals at = signals_at(w, z);
+    for (int k = 0; k < 4; ++k) {
+      const button_on_wall& button = c.button[static_cast<std::size_t>(k)];
+      const auto angle = [&](double s) {
+        const point edge = place_at(c.contour, s).z;
+        return std::atan2(edge.imag() / 0.025, edge.real() / 0.045);
+      };
+      const double exact = ellipse_strip(0.045, 0.025, z, angle(button.s - button.half),
+                                         angle(button.s + button.half));
+      EXPECT_NEAR(at.phi[k] / exact, 1, 1e-10) << "button " << k + 1;
+    }
+  }
+}
+
+TEST(chamber_solver, long_racetrack_equals_parallel_plates) {
+  const chamber c = make_chamber("box 300 25 25", 12.5, 25, 15, "strip", "12 80 3");
+  const solved_wall w = solve_wall(c, cut_wall(c));
+  for (const point z : {point{0, 0}, point{0.02, 0.01}, point{-0.01, -0.02}}) {
+    EXPECT_NEAR(signals_at(w, z).phi[3], plates_strip(0.025, z, 0.005, 0.02), 1e-11);
+  }
+}
+
+// Wall voltages taken from a harmonic function must give that function, and its slopes, inside.
+TEST(chamber_solver, harmonic_voltages_are_reproduced_in_chambers_with_corners) {
+  struct corner_case {
+    const char* what;
+    std::string contour;
+    double bx, by;
+    const char* solver;
+    double limit;
+  };
+  std::string octagon = "polygon 8\n", circle = "points 64\n";
+  for (int i = 0; i < 8; ++i) {
+    const point z = std::polar(40.0, (i + 0.5) * pi / 4);
+    octagon += fmt::format("{} {} 4\n", z.real(), z.imag());
+  }
+  for (int i = 0; i < 64; ++i) {
+    const point z = std::polar(45.0, i * pi / 32);
+    circle += fmt::format("{} {}\n", z.real(), z.imag());
+  }
+  octagon.pop_back();
+  circle.pop_back();
+  const corner_case cases[] = {
+      {"racetrack", "box 45 25 25", 12.5, 25, "12 32 3", 1e-9},
+      {"square with sharp corners", "box 30 30 0", 15, 30, "12 32 3", 1e-7},
+      {"square with rounded corners", "box 30 30 5", 15, 30, "12 32 3", 1e-7},
+      {"octagon", octagon, 26, 26, "12 32 3", 1e-6},
+      {"circle through points", circle, 31.8, 31.8, "12 32 3", 1e-6},
+  };
+  for (const auto& [what, contour, bx, by, solver, limit] : cases) {
+    const chamber c = make_chamber(contour, bx, by, 10, "disc", solver);
+    const point shift{0.05, 0.03};  // the exponential's length and direction
+    const auto known = [&](point z) { return std::array<point, 2>{z * z * z / 1e-5, std::exp(z / shift)}; };
+    std::vector<wall_node> nodes = cut_wall(c);
+    for (wall_node& node : nodes) {
+      const auto f = known(node.place.z);
+      node.voltage.v = four{f[0].real(), f[1].real(), f[1].imag(), 1};
+    }
+    const solved_wall w = solve_wall(c, nodes);
+    for (const point z : places(c)) {
+      SCOPED_TRACE(fmt::format("{}, {} nodes, at {} {}", what, nodes.size(), z.real(), z.imag()));
+      const signals at = signals_at(w, z);
+      const auto f = known(z);
+      EXPECT_NEAR(at.phi[0], f[0].real(), limit * 10);  // z^3 grows to 9 on the wall
+      EXPECT_NEAR(at.phi[1], f[1].real(), limit);
+      EXPECT_NEAR(at.phi[2], f[1].imag(), limit);
+      EXPECT_NEAR(at.phi[3], 1, limit);
+      const point slope = f[1] / shift;
+      if (std::abs(z) < 0.02) {  // slopes lose accuracy towards the wall, by the distance to it
+        EXPECT_NEAR(at.dx[1], slope.real(), 100 * limit);
+        EXPECT_NEAR(at.dy[1], -slope.imag(), 100 * limit);
+      }
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,72 @@
+// wall_solver: the potential of four buttons inside a grounded chamber, by boundary elements.
+//
+// The charge that a beam at z induces on a button is, up to sign, the potential at z of that button
+// at 1 V with the rest of the wall grounded. That potential is the real part of
+//     F(z) = (1 / 2 pi i) closed integral of mu(s) dzeta / (zeta - z)
+// with a real density mu on the wall that solves
+//     mu_i / 2 + sum over j of (1 / 2 pi) Im(dzeta_j / (zeta_j - zeta_i)) mu_j = f_i,
+// f the voltage of the wall; the term j = i is curvature_i ds_i / 4 pi. The slopes come from F'.
+//
+// The wall is cut into panels of Gauss nodes: at button edges and at the joints of its pieces; towards
+// jumps of direction or curvature panels are halved again and again. On a disc the nodes are those of
+// the angle a, s = R sin(a), in which the voltage is the smooth cos(a).
+//
+// Seen from across a jump the kernel of a panel is no polynomial: close to the joint it changes over
+// the distance to the joint. Such a panel enters the system through its halves, quarters and so on,
+// with the density interpolated from its nodes; without that the racetrack's error is 100 times larger.
+#pragma once
+#include <array>
+#include <complex>
+#include <cstddef>
+#include <vector>
+
+#include "chamber.hpp"
+#include "nonlin_bpm_mod.hpp"
+#include "quadrature.hpp"
+
+namespace chamber_solver {
+
+using nonlin_bpm_mod::four;
+using nonlin_bpm_mod::lanes;
+
+/// Nodes of one or more panels, side by side.
+struct wall_nodes {
+  std::vector<point> z;         ///< [m]
+  std::vector<point> dz;        ///< weight times dz by panel coordinate [m]
+  std::vector<lanes> density;   ///< of the four buttons
+};
+
+/// A solved chamber.
+struct solved_wall {
+  gauss_rule rule;                    ///< of one panel
+  std::vector<double> left, right;    ///< from a panel's nodes to those of its halves
+  wall_nodes nodes;                   ///< rule.node.size() for each panel
+  std::vector<double> panel_length;   ///< [m]
+  std::vector<point> panel_middle;
+};
+
+/// Signals of the four buttons and their slopes [1, 1/m].
+struct signals {
+  four phi{}, dx{}, dy{};
+};
+
+/// Voltage of the wall at one of its nodes, for four problems at once (tests solve other voltages).
+struct wall_node {
+  wall_place place;
+  double ds = 0;  ///< [m]
+  lanes voltage;  ///< of the chamber's buttons
+  int run = 0;    ///< number of the stretch between jumps of direction or curvature
+};
+
+/// Cuts the wall into panels.
+/// note     a thousand nodes are usual; the cost of solving grows with the third power
+std::vector<wall_node> cut_wall(const chamber& c);
+
+/// Solves for the density of the nodes' voltages.
+/// errors   a singular system ends the run
+solved_wall solve_wall(const chamber& c, const std::vector<wall_node>& nodes);
+
+/// Signals at z, inside the wall.
+signals signals_at(const solved_wall& w, point z);
+
+}  // namespace chamber_solver

@@ -45,7 +45,8 @@ void read_coefficients(const std::string& name) {
       const auto place = static_cast<std::size_t>(k);
       const auto coeff = real_at(file, place);
       if (!coeff || !(*coeff > 0)) {
-        init_fault(file, fmt::format("EXPECTED A COEFFICIENT ABOVE 0, FOUND {}", file.words[place]));
+        init_fault(file,
+                   fmt::format("EXPECTED A COEFFICIENT ABOVE 0, FOUND {}", file.words[place]));
       }
       calib.coeff(k) = *coeff;
     }

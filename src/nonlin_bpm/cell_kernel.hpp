@@ -23,8 +23,7 @@ inline int locate_equal(const std::vector<double>& table, double per_step, doubl
   if (table.empty() || !(value >= table.front())) return 0;
   const std::size_t n = table.size();
   if (value >= table.back()) return static_cast<int>(n);
-  std::size_t i =
-      std::min(static_cast<std::size_t>((value - table.front()) * per_step), n - 1);
+  std::size_t i = std::min(static_cast<std::size_t>((value - table.front()) * per_step), n - 1);
   while (value < table[i]) --i;
   while (value >= table[i + 1]) ++i;
   return static_cast<int>(i) + 1;

@@ -1,5 +1,8 @@
 // The position fit: Gauss-Newton steps in x and y; the scale follows from them in closed form.
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 
 #include "cell_kernel.hpp"
@@ -9,11 +12,13 @@ namespace nonlin_bpm_mod {
 namespace {
 
 constexpr int max_steps = 30;
-constexpr int max_halvings = 12;          // the smallest part of a step tried is 2^-12
-constexpr double small_step = 1e-7;       // [m] a full step below this ends the fit
-constexpr double chi2_slack = 1e-12;      // chi2 may rise by rounding, relative and absolute
+constexpr int max_halvings = 12;      // the smallest part of a step tried is 2^-12
+constexpr double small_step = 1e-7;   // [m] a full step below this ends the fit
+constexpr double chi2_slack = 1e-12;  // chi2 may rise by rounding, relative and absolute
 constexpr double chi2_floor = 1e-28;
 constexpr double singular_limit = 1e-13;  // determinant against the product of the diagonal
+
+using two_words [[gnu::vector_size(16)]] = std::int64_t;  // a comparison of four floats at once
 
 double sum(const four& a) { return a[0] + a[1] + a[2] + a[3]; }
 
@@ -25,11 +30,12 @@ struct reading {
   int bad = 0;     // bad button, 0 for none
 };
 
-/// A place, the best scale there, and what is left of the readings.
+/// A place, the best scale there, and what is left of the readings. Several are made per reading,
+/// so what `evaluate` fills in any case has no first value.
 struct trial {
-  double x = 0, y = 0;  // [m]
-  cell_values model{};  // of the used buttons
-  four residual{};
+  double x, y;        // [m]
+  cell_values model;  // of the used buttons
+  four residual;
   double scale = 0;
   double chi2 = 0;
 };
@@ -38,70 +44,93 @@ struct plane_step {
   double x = 0, y = 0;  // [m]
 };
 
-// False when the place gives no signals: outside the table or in a cell without data.
-bool evaluate(const reading& read, double x, double y, trial& at) {
-  if (!evaluate_cell<false>(*func_bpm, x, y, at.model)) return false;
+// The best scale of the model for this reading, and chi2 with it. False when the model gives no
+// signals.
+inline bool judge(const reading& read, trial& at) {
   at.model.phi *= read.used;
   at.model.dx *= read.used;
   at.model.dy *= read.used;
   const double size2 = sum(at.model.phi * at.model.phi);
   if (size2 == 0) return false;
-  at.x = x;
-  at.y = y;
   at.scale = sum(at.model.phi * read.v) / size2;
   at.residual = at.scale * at.model.phi - read.v;
   at.chi2 = sum(at.residual * at.residual);
   return true;
 }
 
-// The start node whose signals point most nearly in the direction of the readings. One group of
-// nodes at a time is looked through only when its largest cosine passes the best so far.
+// False when the place gives no signals: outside the table or in a cell without data.
+bool evaluate(const reading& read, double x, double y, trial& at) {
+  at.x = x;
+  at.y = y;
+  return evaluate_cell<false>(*func_bpm, x, y, at.model) && judge(read, at);
+}
+
+/// Cosines between the reading and the eight nodes of a group.
+struct group_cosines {
+  four_floats low, high;
+};
+inline void find_cosines(const start_group& group, const std::array<float, 4>& v,
+                         group_cosines& c) {
+  const auto& f = group.f;
+  c.low = f[0].low * v[0] + f[1].low * v[1] + f[2].low * v[2] + f[3].low * v[3];
+  c.high = f[0].high * v[0] + f[1].high * v[1] + f[2].high * v[2] + f[3].high * v[3];
+}
+
+// The start node whose signals point most nearly in the direction of the readings; the first of
+// equals. Looking for the largest cosine, and then for its place, is cheaper than carrying places
+// along.
 std::size_t nearest_start(const table_struct& table, const reading& read) {
-  constexpr std::size_t group = start_cosines::group;
-  const start_cosines& list = table.cosines[static_cast<std::size_t>(read.bad)];
   std::array<float, 4> v{};
-  for (std::size_t k = 0; k < 4; ++k) v[k] = static_cast<float>(read.v[k]);
-  std::size_t best = 0;
-  float largest = -1;
-  for (std::size_t first = 0; first < list.f[0].size(); first += group) {
-    std::array<float, group> cosine;
-    for (std::size_t i = 0; i < group; ++i) {
-      cosine[i] = list.f[0][first + i] * v[0] + list.f[1][first + i] * v[1] +
-                  list.f[2][first + i] * v[2] + list.f[3][first + i] * v[3];
-    }
-    for (std::size_t i = 0; i < group; ++i) {
-      if (cosine[i] > largest) {
-        largest = cosine[i];
-        best = first + i;
-      }
+  for (int k = 0; k < 4; ++k) v[static_cast<std::size_t>(k)] = static_cast<float>(read.v[k]);
+  const std::vector<start_group>& groups = table.cosines[static_cast<std::size_t>(read.bad)];
+  group_cosines c;
+  four_floats low = four_floats{} - 1, high = low;
+  for (const start_group& group : groups) {
+    find_cosines(group, v, c);
+    low = c.low > low ? c.low : low;
+    high = c.high > high ? c.high : high;
+  }
+  low = low > high ? low : high;
+  const float largest = std::max({low[0], low[1], low[2], low[3]});
+  for (std::size_t g = 0; g < groups.size(); ++g) {
+    find_cosines(groups[g], v, c);
+    const two_words same = reinterpret_cast<two_words>((c.low == largest) | (c.high == largest));
+    if ((same[0] | same[1]) == 0) continue;
+    for (std::size_t i = 0; i < start_group::size; ++i) {
+      if ((i < 4 ? c.low : c.high)[i % 4] == largest) return g * start_group::size + i;
     }
   }
-  return best;
+  return 0;  // only for readings that are no numbers
 }
 
 // Start: the nearest node, or where its linear answer leads when that fits better. The linear
 // answer needs all four buttons. Earlier readings play no part: a result never depends on history.
 trial first_trial(const table_struct& table, const reading& read) {
   const auto [ix, iy] = table.start[nearest_start(table, read)];
+  const grid_struct& node = table.grid(ix, iy);
   trial start;
-  evaluate(read, table.x(ix), table.y(iy), start);
+  start.x = table.x(ix);
+  start.y = table.y(iy);
+  // What the interpolation gives at a node is what the table holds there.
+  start.model = {node.b.phi.v, node.b.dphi_dx.v, node.b.dphi_dy.v};
+  judge(read, start);
   if (read.bad != 0) return start;
-  const auto& response = table.grid(ix, iy).response_mat;
   const four& v = read.v;
   const std::array<double, 3> q{v[1] + v[3] - v[0] - v[2], v[2] + v[3] - v[0] - v[1], sum(v)};
-  std::array<double, 3> a{};
-  for (int i = 1; i <= 3; ++i) {
-    a[static_cast<std::size_t>(i) - 1] =
-        response(i, 1) * q[0] + response(i, 2) * q[1] + response(i, 3) * q[2];
-  }
+  const auto answer = [&](int i) {
+    const auto& response = node.response_mat;
+    return response(i, 1) * q[0] + response(i, 2) * q[1] + response(i, 3) * q[2];
+  };
+  const double scale = answer(3);
   trial linear;
-  const bool good = evaluate(read, start.x + a[0] / a[2], start.y + a[1] / a[2], linear);
+  const bool good =
+      evaluate(read, start.x + answer(1) / scale, start.y + answer(2) / scale, linear);
   return good && linear.chi2 < start.chi2 ? linear : start;
 }
 
 // Full Gauss-Newton step in x, y and scale, of which only x and y are taken: the scale of the next
-// trial is exact anyway. `length` brings the columns to a common size. The 3 x 3 system is solved by
-// its adjugate. Returns false when it is singular.
+// trial is exact anyway. `length` brings the columns to a common size. The 3 x 3 system is solved
+// by its adjugate. Returns false when it is singular.
 bool full_step(const trial& at, double length, plane_step& step) {
   const four a = length * at.scale * at.model.dx;
   const four b = length * at.scale * at.model.dy;

@@ -1,4 +1,5 @@
-// nonlin_bpm_mod: from the four button signals of a BPM to the beam position, through lookup tables.
+// nonlin_bpm_mod: from the four button signals of a BPM to the beam position, through lookup
+// tables.
 //
 // Difference over sum is exact at the centre of a chamber only: 10 mm off axis it is wrong by up to
 // a millimetre. A table therefore holds, on a grid of beam positions, the signal phi of each button
@@ -45,10 +46,10 @@ struct lanes {
 
 /// What a table knows of one button at one node, and in the cell whose lower left corner it is.
 struct button_struct {
-  double phi = 0;                                ///< signal [1]; 0 at a node outside the usable area
-  util::bounded2<double, 1, 4, 1, 4, "c"> c{};   ///< bicubic coefficients, first index in x
-  double dphi_dx = 0;                            ///< [1/m]
-  double dphi_dy = 0;                            ///< [1/m]
+  double phi = 0;                               ///< signal [1]; 0 at a node outside the usable area
+  util::bounded2<double, 1, 4, 1, 4, "c"> c{};  ///< bicubic coefficients, first index in x
+  double dphi_dx = 0;                           ///< [1/m]
+  double dphi_dy = 0;                           ///< [1/m]
 };
 
 /// The four button_struct of a node, kept side by side so that the interpolation reads the same
@@ -97,26 +98,32 @@ struct node_grid {
   }
 };
 
-/// Nodes from which a fit may start: phi without button `bad` in direction cosines, by button.
-/// Single precision is plenty to choose a start. Padded with zeros to whole groups.
-struct start_cosines {
-  static constexpr std::size_t group = 8;
-  std::array<std::vector<float>, 4> f;
+/// Direction cosines of phi at eight start nodes, by button: [k][i / 4][i % 4]. Single precision is
+/// plenty to choose a start; four of them are what every processor compares at once.
+using four_floats [[gnu::vector_size(16)]] = float;
+struct start_group {
+  static constexpr std::size_t size = 8;
+  struct button_cosines {
+    four_floats low{}, high{};
+  };
+  std::array<button_cosines, 4> f{};
 };
 
 struct table_struct {
   counted<double, "table x"> x;  ///< grid positions [m], ascending in equal steps
   counted<double, "table y"> y;
-  node_grid grid;                         ///< node (ix, iy) serves the cell up to (ix+1, iy+1)
-  double x_per_step = 0;                  ///< nodes per metre: where a search in x begins
+  node_grid grid;         ///< node (ix, iy) serves the cell up to (ix+1, iy+1)
+  double x_per_step = 0;  ///< nodes per metre: where a search in x begins
   double y_per_step = 0;
   std::vector<std::array<int, 2>> start;  ///< nodes (ix, iy) from which a fit may start
-  std::array<start_cosines, 5> cosines;   ///< of the start nodes; [b] leaves button b out, [0] none
+  /// Of the start nodes, in their order; [b] leaves button b out, [0] none. Copies of the last node
+  /// fill the last group.
+  std::array<std::vector<start_group>, 5> cosines;
 };
 
 /// What is known of one BPM.
 struct calib_struct {
-  util::bounded<double, 1, 2, "offset"> offset{};           ///< horizontal, vertical [m]
+  util::bounded<double, 1, 2, "offset"> offset{};            ///< horizontal, vertical [m]
   util::bounded<double, 1, 4, "coeff"> coeff{{1, 1, 1, 1}};  ///< multiplies the signals [1]
   int ix_bad_button = 0;                                     ///< 1..4; 0: all are good
 };
@@ -126,7 +133,7 @@ struct calib_struct {
 inline bool nonlin_bpm_first_call = true;  // tables not yet loaded
 inline bool nonlin_bpm_use_offsets = true;
 inline bool nonlin_bpm_use_rotation = true;
-inline int bpm_index_com = 0;                    // BPM of the table selection in force
+inline int bpm_index_com = 0;                   // BPM of the table selection in force
 inline const table_struct* func_bpm = nullptr;  // one of the three below; null before a selection
 inline table_struct bpm_48, bpm_arc, bpm_tirsku;
 inline util::bounded<calib_struct, 1, max_bpm, "bpm_calib"> bpm_calib{};

@@ -1,9 +1,9 @@
 // The entry of the position conversion, with what it keeps per BPM: offsets and table choice.
+#include <fmt/format.h>
+
 #include <cmath>
 #include <cstdio>
 #include <string>
-
-#include <fmt/format.h>
 
 #include "calib_files.hpp"
 #include "file_units.hpp"
@@ -49,8 +49,7 @@ void convert(int bpm_index, const button_signals& but, position& x, double& chis
 void nonlin_orbit(int bpm_index, const button_signals& but, position& x, double& chisq) {
   if (nonlin_bpm_first_call) nonlin_bpm_init();
   if (bpm_index > max_bpm) {
-    util::print_line(
-        util::list_line().text("Bad BPM location: ").integer(bpm_index).str());
+    util::print_line(util::list_line().text("Bad BPM location: ").integer(bpm_index).str());
     return;
   }
   switch (bpm_index) {

@@ -186,23 +186,25 @@ std::vector<std::array<int, 2>> start_nodes(const table_nodes& nodes) {
   return start;
 }
 
-// Direction cosines of the signals at the start nodes, with all buttons and with one left out. With
-// button b left out the others are scaled to unit length: the cosine then compares like with all.
+// Direction cosines of the signals at the start nodes, with all buttons and with one left out: what
+// is left is then scaled to unit length. The copies that fill the last group can only tie with
+// their node, and the first of equals is taken.
 void fill_cosines(table_struct& table) {
+  constexpr std::size_t size = start_group::size;
+  const std::size_t n = table.start.size();
   for (std::size_t bad = 0; bad < table.cosines.size(); ++bad) {
-    start_cosines& list = table.cosines[bad];
-    for (const auto& [ix, iy] : table.start) {
+    auto& groups = table.cosines[bad];
+    groups.resize((n + size - 1) / size);
+    for (std::size_t i = 0; i < groups.size() * size; ++i) {
+      const auto [ix, iy] = table.start[std::min(i, n - 1)];
       four phi = table.grid(ix, iy).b.phi.v;
       if (bad != 0) phi[bad - 1] = 0;
       double size2 = 0;
       for (int k = 0; k < 4; ++k) size2 += phi[k] * phi[k];
       for (std::size_t k = 0; k < 4; ++k) {
-        list.f[k].push_back(static_cast<float>(phi[k] / std::sqrt(size2)));
+        auto& [low, high] = groups[i / size].f[k];
+        (i % size < 4 ? low : high)[i % 4] = static_cast<float>(phi[k] / std::sqrt(size2));
       }
-    }
-    // Copies of the last node fill its group: they can only tie with it, and the first one wins.
-    for (auto& f : list.f) {
-      while (f.size() % start_cosines::group != 0) f.push_back(f.back());
     }
   }
 }

@@ -3,8 +3,8 @@
 // Cross slopes come from the tabulated slopes alone. With steps hx, hy,
 //     A = (phi_y(i+1, j) - phi_y(i-1, j)) / 2 hx,   B = (phi_x(i, j+1) - phi_x(i, j-1)) / 2 hy,
 //     phi_xy = (hy^2 A + hx^2 B) / (hx^2 + hy^2).
-// phi is harmonic (a field without charge inside the chamber), so the leading errors of A and B have
-// opposite signs, and these weights cancel them: fourth order.
+// phi is harmonic (a field without charge inside the chamber), so the leading errors of A and B
+// have opposite signs, and these weights cancel them: fourth order.
 #pragma once
 #include <string>
 

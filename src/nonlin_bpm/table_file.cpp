@@ -12,18 +12,18 @@
 namespace nonlin_bpm_mod {
 namespace {
 
-constexpr int n_columns = 12;             // three for each button
-constexpr double node_misfit = 0.25;      // squared, relative: at one node
-constexpr double table_misfit = 0.01;     // and over all
+constexpr int n_columns = 12;          // three for each button
+constexpr double node_misfit = 0.25;   // squared, relative: at one node
+constexpr double table_misfit = 0.01;  // and over all
 constexpr double metres_per_mm = 0.001;
 
 /// Which keys the header has given, and what it said of units.
 struct header_seen {
   struct key {
     std::string_view name;
-    std::size_t words;   // in its statement
+    std::size_t words;  // in its statement
     bool needed;
-    int line = 0;        // 0: not given
+    int line = 0;  // 0: not given
   };
   std::array<key, 6> keys{{{"name", 2, true},
                            {"origin", 2, false},
@@ -169,10 +169,10 @@ slope_misfit misfit_at(const table_nodes& nodes, int ix, int iy) {
   slope_misfit m;
   const table_node& node = nodes.at(ix, iy);
   for (std::size_t k = 0; k < 4; ++k) {
-    const double by_x = (nodes.at(ix + 1, iy).phi[k] - nodes.at(ix - 1, iy).phi[k]) /
-                        (2 * nodes.x.step());
-    const double by_y = (nodes.at(ix, iy + 1).phi[k] - nodes.at(ix, iy - 1).phi[k]) /
-                        (2 * nodes.y.step());
+    const double by_x =
+        (nodes.at(ix + 1, iy).phi[k] - nodes.at(ix - 1, iy).phi[k]) / (2 * nodes.x.step());
+    const double by_y =
+        (nodes.at(ix, iy + 1).phi[k] - nodes.at(ix, iy - 1).phi[k]) / (2 * nodes.y.step());
     m.misfit += std::pow(by_x - node.dphi_dx[k], 2) + std::pow(by_y - node.dphi_dy[k], 2);
     m.size += std::pow(node.dphi_dx[k], 2) + std::pow(node.dphi_dy[k], 2);
   }

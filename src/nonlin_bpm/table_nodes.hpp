@@ -21,7 +21,7 @@ struct table_node {
   std::array<double, 4> phi{};      ///< any common scale
   std::array<double, 4> dphi_dx{};  ///< that scale per metre
   std::array<double, 4> dphi_dy{};
-  int line = 0;      ///< where the file gives it
+  int line = 0;     ///< where the file gives it
   bool out = true;  ///< outside the usable area: no numbers
 };
 
@@ -39,7 +39,7 @@ struct table_nodes {
   }
 };
 
-inline constexpr int min_grid = 5, max_grid = 2000;             // nodes of an axis
+inline constexpr int min_grid = 5, max_grid = 2000;           // nodes of an axis
 inline constexpr double min_extent = 1e-3, max_extent = 1.0;  // [m] catches m/mm mix-ups
 
 }  // namespace nonlin_bpm_mod

@@ -11,15 +11,16 @@
 namespace nonlin_bpm_mod {
 namespace {
 
+// Written out by hand: tables are a quarter of a million words.
 void split_words(std::string_view text, std::vector<std::string_view>& words) {
-  constexpr std::string_view blanks = " \t\r";
+  const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
   words.clear();
-  text = text.substr(0, text.find('#'));
-  for (std::size_t first = text.find_first_not_of(blanks); first != std::string_view::npos;
-       first = text.find_first_not_of(blanks, first)) {
-    const std::size_t end = std::min(text.find_first_of(blanks, first), text.size());
-    words.push_back(text.substr(first, end - first));
-    first = end;
+  std::size_t i = 0;
+  while (i < text.size() && text[i] != '#') {
+    const std::size_t first = i;
+    while (i < text.size() && text[i] != '#' && !blank(text[i])) ++i;
+    if (i > first) words.push_back(text.substr(first, i - first));
+    while (i < text.size() && blank(text[i])) ++i;
   }
 }
 
@@ -79,10 +80,8 @@ std::string wrong_first_statement(word_file& file, std::string_view kind) {
 
 void open_init_file(word_file& file, const std::string& name, std::string_view kind) {
   if (open_words(file, name) != 0) {
-    util::print_line(util::list_line()
-                         .text("ERROR IN NONLIN_BPM_INIT. CANNOT OPEN FILE: ")
-                         .text(name)
-                         .str());
+    util::print_line(
+        util::list_line().text("ERROR IN NONLIN_BPM_INIT. CANNOT OPEN FILE: ").text(name).str());
     util::err_exit();
   }
   const std::string fault = wrong_first_statement(file, kind);

@@ -16,8 +16,8 @@ namespace nonlin_bpm_mod {
 
 /// An open file, or a text that stands for one, and the statement reached in it.
 struct word_file {
-  util::unit_handle unit;               ///< number 0: a text
-  std::string_view rest;                ///< of the text
+  util::unit_handle unit;  ///< number 0: a text
+  std::string_view rest;   ///< of the text
   std::string name;
   int line = 0;                         ///< number of the line, from 1
   std::string text;                     ///< the line

@@ -70,8 +70,10 @@ double ellipse_strip(double a, double b, point z, double v1, double v2) {
     const double even = (std::sin(n * v2) - std::sin(n * v1)) / (n * pi);
     const double odd = (std::cos(n * v1) - std::cos(n * v2)) / (n * pi);
     const double grow = std::exp(n * (u - edge));  // cosh, sinh without their overflow
-    phi += even * std::cos(n * v) * grow * (1 + std::exp(-2 * n * u)) / (1 + std::exp(-2 * n * edge));
-    phi += odd * std::sin(n * v) * grow * (1 - std::exp(-2 * n * u)) / (1 - std::exp(-2 * n * edge));
+    phi +=
+        even * std::cos(n * v) * grow * (1 + std::exp(-2 * n * u)) / (1 + std::exp(-2 * n * edge));
+    phi +=
+        odd * std::sin(n * v) * grow * (1 - std::exp(-2 * n * u)) / (1 - std::exp(-2 * n * edge));
   }
   return phi;
 }
@@ -94,8 +96,8 @@ TEST(chamber_solver, round_pipe_equals_the_image_charge) {
       const signals at = signals_at(w, z);
       for (int k = 0; k < 4; ++k) {
         const double t = middle[k];
-        const double exact = shape[0] == 's' ? round_strip(b, z, t - 0.2, t + 0.2)
-                                             : round_disc(b, z, t, 0.009);
+        const double exact =
+            shape[0] == 's' ? round_strip(b, z, t - 0.2, t + 0.2) : round_disc(b, z, t, 0.009);
         EXPECT_NEAR(at.phi[k] / exact, 1, 1e-10) << "button " << k + 1;
       }
     }
@@ -161,7 +163,9 @@ TEST(chamber_solver, harmonic_voltages_are_reproduced_in_chambers_with_corners) 
   for (const auto& [what, contour, bx, by, solver, limit] : cases) {
     const chamber c = make_chamber(contour, bx, by, 10, "disc", solver);
     const point shift{0.05, 0.03};  // the exponential's length and direction
-    const auto known = [&](point z) { return std::array<point, 2>{z * z * z / 1e-5, std::exp(z / shift)}; };
+    const auto known = [&](point z) {
+      return std::array<point, 2>{z * z * z / 1e-5, std::exp(z / shift)};
+    };
     std::vector<wall_node> nodes = cut_wall(c);
     for (wall_node& node : nodes) {
       const auto f = known(node.place.z);

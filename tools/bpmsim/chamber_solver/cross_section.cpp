@@ -170,7 +170,8 @@ wall polygon_wall(const std::vector<polygon_corner>& corners, std::string& fault
     const double edge = std::abs(corners[j].z - corners[i].z);
     const double left = edge - rounded[i].taken - rounded[j].taken;
     if (left < -1e-9 * edge) {
-      fault = fmt::format("the roundings of corners {} and {} do not fit on their edge", i + 1, j + 1);
+      fault =
+          fmt::format("the roundings of corners {} and {} do not fit on their edge", i + 1, j + 1);
       return {};
     }
     const point begin = corners[i].z + rounded[i].taken * rounded[i].out_of;
@@ -252,10 +253,10 @@ wall_place place_at(const wall& w, double s) {
 }
 
 nearest_wall find_nearest(const wall& w, point z) {
-  const auto nearest = std::min_element(
-      w.sample.begin(), w.sample.end(), [z](const wall_sample& a, const wall_sample& b) {
-        return std::norm(a.z - z) < std::norm(b.z - z);
-      });
+  const auto nearest = std::min_element(w.sample.begin(), w.sample.end(),
+                                        [z](const wall_sample& a, const wall_sample& b) {
+                                          return std::norm(a.z - z) < std::norm(b.z - z);
+                                        });
   // Newton on the foot of the perpendicular, never further than the neighbouring samples.
   const double spacing = w.length / samples_per_wall;
   double s = nearest->s;

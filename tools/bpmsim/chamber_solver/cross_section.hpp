@@ -1,8 +1,8 @@
 // cross_section: the wall of a vacuum chamber as a closed curve in the plane, by arc length.
 //
-// A point of the plane is the complex number x + iy [m]. The wall runs counter-clockwise and is made
-// of smooth pieces, each a function z(t), t in 0..1. Arc length is integrated per piece, so that
-// every shape answers the same question: where is the wall at s metres from its beginning?
+// A point of the plane is the complex number x + iy [m]. The wall runs counter-clockwise and is
+// made of smooth pieces, each a function z(t), t in 0..1. Arc length is integrated per piece, so
+// that every shape answers the same question: where is the wall at s metres from its beginning?
 #pragma once
 #include <array>
 #include <complex>

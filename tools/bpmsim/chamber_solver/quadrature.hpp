@@ -1,4 +1,5 @@
-// quadrature: Gauss-Legendre nodes and weights, and interpolation from one set of places to another.
+// quadrature: Gauss-Legendre nodes and weights, and interpolation from one set of places to
+// another.
 #pragma once
 #include <cstddef>
 #include <vector>

@@ -35,9 +35,9 @@ void fill_row(table_work& work, int iy) {
     const point z{nodes.x.at(ix), nodes.y.at(iy)};
     if (find_nearest(work.c.contour, z).distance < work.c.margin) continue;
     const signals at = signals_at(work.solved, z);
-    table_node& node = nodes.node[static_cast<std::size_t>(iy - 1) *
-                                      static_cast<std::size_t>(nodes.x.n) +
-                                  static_cast<std::size_t>(ix - 1)];
+    table_node& node =
+        nodes.node[static_cast<std::size_t>(iy - 1) * static_cast<std::size_t>(nodes.x.n) +
+                   static_cast<std::size_t>(ix - 1)];
     node.out = false;
     for (std::size_t k = 0; k < 4; ++k) {
       node.phi[k] = at.phi[k];

@@ -17,8 +17,8 @@ struct table_work {
 /// Solves the chamber and prepares the grid; all nodes are `out` until their row is filled.
 table_work begin_table(const chamber& c);
 
-/// Fills row iy, 1..c.y.n. Nodes outside the wall or nearer to it than the margin stay `out`, and so
-/// does a node where a signal is lost in rounding (no longer above 0).
+/// Fills row iy, 1..c.y.n. Nodes outside the wall or nearer to it than the margin stay `out`, and
+/// so does a node where a signal is lost in rounding (no longer above 0).
 void fill_row(table_work& work, int iy);
 
 /// Writes a table file: lengths in metres, 13 digits.

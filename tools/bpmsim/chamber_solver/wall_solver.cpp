@@ -25,10 +25,10 @@ struct cut {
 struct stretch {
   double from = 0, to = 0;  // s [m]; on a disc the angle a [rad]
   bool graded_from = false, graded_to = false;
-  int button = -1;          // index, -1: between buttons
+  int button = -1;  // index, -1: between buttons
   bool disc = false;
   std::size_t piece = 0;
-  double shift = 0;         // taken from s to come back to the first turn around the wall
+  double shift = 0;  // taken from s to come back to the first turn around the wall
 };
 
 bool jumps(const wall& w, std::size_t joint) {
@@ -88,7 +88,9 @@ stretch make_stretch(const chamber& c, const cut& first, const cut& last, double
     part.disc = b.shape == button_shape::disc;
     if (!part.disc) continue;
     const double centre = middle - off;
-    const auto angle = [&](double s) { return std::asin(std::clamp((s - centre) / b.half, -1.0, 1.0)); };
+    const auto angle = [&](double s) {
+      return std::asin(std::clamp((s - centre) / b.half, -1.0, 1.0));
+    };
     part.from = angle(first.s);
     part.to = angle(s_last);
     part.shift -= centre;
@@ -146,7 +148,8 @@ void add_panel(const chamber& c, const gauss_rule& rule, const stretch& part, in
   }
 }
 
-// --- panels and their halves ---------------------------------------------------------------------------------
+// --- panels and their halves
+// ---------------------------------------------------------------------------------
 
 struct panel_view {
   const point* z;
@@ -177,9 +180,10 @@ void add_far(const panel_view& p, point z, signals& sum) {
   }
 }
 
-// One half of a panel, through the polynomials of its nodes. dz is taken without its weights. A panel
-// without density gives halves without density.
-wall_nodes half_panel(const gauss_rule& rule, const panel_view& p, const std::vector<double>& matrix) {
+// One half of a panel, through the polynomials of its nodes. dz is taken without its weights. A
+// panel without density gives halves without density.
+wall_nodes half_panel(const gauss_rule& rule, const panel_view& p,
+                      const std::vector<double>& matrix) {
   wall_nodes half;
   half.z.resize(p.n);
   half.dz.resize(p.n);
@@ -257,7 +261,8 @@ void mend_rows(const solved_wall& w, const std::vector<wall_node>& nodes,
     const panel_view panel = view_of(w.nodes, q * p, p);
     for (std::size_t i = 0; i < n; ++i) {
       const point z = nodes[i].place.z;
-      if (nodes[i].run == nodes[q * p].run || std::norm(w.panel_middle[q] - z) > 4 * length * length) {
+      if (nodes[i].run == nodes[q * p].run ||
+          std::norm(w.panel_middle[q] - z) > 4 * length * length) {
         continue;
       }
       std::vector<double> row(p);

@@ -7,20 +7,21 @@
 //     mu_i / 2 + sum over j of (1 / 2 pi) Im(dzeta_j / (zeta_j - zeta_i)) mu_j = f_i,
 // f the voltage of the wall; the term j = i is curvature_i ds_i / 4 pi. The slopes come from F'.
 //
-// The wall is cut into panels of Gauss nodes: at button edges and at the joints of its pieces; towards
-// jumps of direction or curvature panels are halved again and again. On a disc the nodes are those of
-// the angle a, s = R sin(a), in which the voltage is the smooth cos(a).
+// The wall is cut into panels of Gauss nodes: at button edges and at the joints of its pieces;
+// towards jumps of direction or curvature panels are halved again and again. On a disc the nodes
+// are those of the angle a, s = R sin(a), in which the voltage is the smooth cos(a).
 //
-// Seen from across a jump the kernel of a panel is no polynomial: close to the joint it changes over
-// the distance to the joint. Such a panel enters the system through its halves, quarters and so on,
-// with the density interpolated from its nodes; without that the racetrack's error is 100 times larger.
+// Seen from across a jump the kernel of a panel is no polynomial: close to the joint it changes
+// over the distance to the joint. Such a panel enters the system through its halves, quarters and
+// so on, with the density interpolated from its nodes; without that the racetrack's error is 100
+// times larger.
 #pragma once
 #include <array>
 #include <complex>
 #include <cstddef>
 #include <vector>
 
-#include "chamber.hpp"
+#include "chamber_file.hpp"
 #include "nonlin_bpm_mod.hpp"
 #include "quadrature.hpp"
 
@@ -31,17 +32,17 @@ using nonlin_bpm_mod::lanes;
 
 /// Nodes of one or more panels, side by side.
 struct wall_nodes {
-  std::vector<point> z;         ///< [m]
-  std::vector<point> dz;        ///< weight times dz by panel coordinate [m]
-  std::vector<lanes> density;   ///< of the four buttons
+  std::vector<point> z;        ///< [m]
+  std::vector<point> dz;       ///< weight times dz by panel coordinate [m]
+  std::vector<lanes> density;  ///< of the four buttons
 };
 
 /// A solved chamber.
 struct solved_wall {
-  gauss_rule rule;                    ///< of one panel
-  std::vector<double> left, right;    ///< from a panel's nodes to those of its halves
-  wall_nodes nodes;                   ///< rule.node.size() for each panel
-  std::vector<double> panel_length;   ///< [m]
+  gauss_rule rule;                   ///< of one panel
+  std::vector<double> left, right;   ///< from a panel's nodes to those of its halves
+  wall_nodes nodes;                  ///< rule.node.size() for each panel
+  std::vector<double> panel_length;  ///< [m]
   std::vector<point> panel_middle;
 };
 

@@ -1,4 +1,4 @@
-// chamber: a cross-section with four buttons, the grid of its table, and how finely to solve.
+// chamber_file: a cross-section with four buttons, the grid of its table, and how finely to solve.
 //
 //     nonlin_bpm_chamber 1
 //     name bpm_arc

@@ -1,4 +1,4 @@
-#include "chamber.hpp"
+#include "chamber_file.hpp"
 
 #include <fmt/format.h>
 
@@ -21,8 +21,8 @@ using nonlin_bpm_mod::word_file;
 constexpr int max_corners = 1000;
 
 [[noreturn]] void chamber_fault(const word_file& file, std::string_view fault) {
-  fmt::print(stderr, "{}: {} in line {} of {}\n", util::program_name, fault,
-             std::max(file.line, 1), file.name);
+  fmt::print(stderr, "{}: {} in line {} of {}\n", util::program_name, fault, std::max(file.line, 1),
+             file.name);
   util::stop_program(1);
 }
 
@@ -72,7 +72,8 @@ int integer(const word_file& file, std::size_t place, int low, int high) {
   return *value;
 }
 
-// A length in metres. Units come first: a chamber in metres read as millimetres solves just as well.
+// A length in metres. Units come first: a chamber in metres read as millimetres solves just as
+// well.
 double length(const word_file& file, const description& d, std::size_t place) {
   if (d.unit == 0) chamber_fault(file, "expected units before any length");
   return number(file, place) * d.unit;
@@ -93,8 +94,8 @@ std::vector<polygon_corner> read_corners(word_file& file, const description& d, 
   for (int i = 0; i < n; ++i) {
     if (!next_words(file)) chamber_fault(file, "file ends within the contour");
     if (file.words.size() != words) {
-      chamber_fault(file, fmt::format("expected {} numbers, found {} words", words,
-                                      file.words.size()));
+      chamber_fault(file,
+                    fmt::format("expected {} numbers, found {} words", words, file.words.size()));
     }
     polygon_corner corner{{length(file, d, 0), length(file, d, 1)}, 0};
     if (words == 3) corner.radius = length(file, d, 2);
@@ -104,7 +105,8 @@ std::vector<polygon_corner> read_corners(word_file& file, const description& d, 
     }
     corners.push_back(corner);
   }
-  if (corners.front().z == corners.back().z) chamber_fault(file, "the last corner is the first one");
+  if (corners.front().z == corners.back().z)
+    chamber_fault(file, "the last corner is the first one");
   return corners;
 }
 

@@ -7,11 +7,17 @@
 #include "run_time.hpp"
 #include "series.hpp"
 #include "site.hpp"
+#include "tables.hpp"
 
 int main(int argc, char** argv) {
   util::program_name = "bpmsim";
-  const std::vector<cli::command> commands{sim::series_command(), sim::raw_command(),
-                                            sim::compare_command()};
+  const std::vector<cli::command> commands{
+      sim::series_command(),   //
+      sim::raw_command(),      //
+      sim::tables_command(),   //
+      sim::table_command(),    //
+      sim::compare_command(),  //
+  };
   util::stop_program(cli::run(argc, argv,
                               "Simulated beam position monitors: input for butngain from one "
                               "physical model, with the truth written beside it",

@@ -11,6 +11,7 @@
 #include "file_units.hpp"
 #include "gain_fit_mod.hpp"
 #include "get_fake_data.hpp"
+#include "get_orbit_data.hpp"
 #include "in4get.hpp"
 #include "list_io.hpp"
 #include "output_directory.hpp"
@@ -54,12 +55,6 @@ void load_turn_by_turn(session_state& s) {
   input::in4get(" Compute positions (x,y) using nonlin BPM for N orbits (def N=0) ",
                 s.max_nonlin_positions);
   reader_to_come("turn-by-turn data");
-}
-
-void load_orbits() {
-  util::print_line(" Input command file ? ");
-  util::ask_or_end(" Input command file : ", util::answer_kind::file);
-  reader_to_come("orbit data");
 }
 
 constexpr int choices_offered = 100;  // BPMs beyond the first hundred cannot be chosen singly
@@ -135,7 +130,7 @@ void run_session() {
   const std::string source = util::upcase(std::string{answer});
   if (source == "F") load_synthetic(s);
   if (source == "T") load_turn_by_turn(s);
-  if (source == "O") load_orbits();
+  if (source == "O") input::get_orbit_data();
   if (source != "F") choose_bpm(s);
 
   open_orbit_table(s);

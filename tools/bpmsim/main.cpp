@@ -1,6 +1,7 @@
 // bpmsim: makes everything that butngain reads, from one physical model, with the truth beside it.
 #include <vector>
 
+#include "accuracy.hpp"
 #include "command_line.hpp"
 #include "compare.hpp"
 #include "orbits.hpp"
@@ -21,6 +22,7 @@ int main(int argc, char** argv) {
       sim::tables_command(),    //
       sim::table_command(),     //
       sim::compare_command(),   //
+      sim::accuracy_command(),  //
   };
   util::stop_program(cli::run(argc, argv,
                               "Simulated beam position monitors: input for butngain from one "

@@ -177,7 +177,7 @@ void qp_draw_level(double value) {
   const page_state& p = open_page_state();
   const double y = y_of(p, steps_of(p.y, value));
   set_pen(ink::grey, frame_width);
-  draw_dashed_line(p.graph.left, y, p.graph.right, y);
+  draw_dashed_line(p.graph.left + gutter, y, p.graph.right - gutter, y);  // leaves the ticks alone
 }
 
 void qp_set_symbol_attrib(std::string_view symbol, double size, std::string_view colour) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 namespace quick_plot {
 namespace {
@@ -20,13 +21,19 @@ struct free_surface {
 };
 using surface_handle = std::unique_ptr<cairo_surface_t, free_surface>;
 
-// Where the window stands. Valid from open_screen to close_screen.
+using connection_handle = std::unique_ptr<xcb_connection_t, end_connection>;
+
+// Where the next window will stand. Valid from open_screen to show_on_screen.
 struct screen_state {
-  std::unique_ptr<xcb_connection_t, end_connection> connection;
+  connection_handle connection;
   xcb_screen_t* screen = nullptr;
   xcb_visualtype_t* visual = nullptr;  // TrueColor, of the screen's own depth
 };
 screen_state state;
+
+// Keeps the window up. The next one gets a connection of its own before this one ends: a server
+// may restart when its last client leaves, and would then refuse us.
+connection_handle shown;
 
 // The visual of the screen's root window, which our window takes over.
 xcb_visualtype_t* root_visual(xcb_screen_t* screen) {
@@ -79,11 +86,10 @@ void describe(xcb_window_t window, const std::string& title, int width, int heig
 }  // namespace
 
 std::string open_screen() {
-  close_screen();
   int number = 0;
   state.connection.reset(xcb_connect(nullptr, &number));
   if (xcb_connection_has_error(state.connection.get()) != 0) {
-    close_screen();
+    state = {};
     return "the display cannot be opened";
   }
   auto screens = xcb_setup_roots_iterator(xcb_get_setup(state.connection.get()));
@@ -91,7 +97,7 @@ std::string open_screen() {
   state.screen = screens.data;
   state.visual = root_visual(state.screen);
   if (state.visual == nullptr || state.visual->_class != XCB_VISUAL_CLASS_TRUE_COLOR) {
-    close_screen();
+    state = {};
     return "the display has no true colours";
   }
   return {};
@@ -100,7 +106,7 @@ std::string open_screen() {
 std::string show_on_screen(const std::string& drawn, const std::string& title) {
   const surface_handle picture{cairo_image_surface_create_from_png(drawn.c_str())};
   if (const auto status = cairo_surface_status(picture.get()); status != CAIRO_STATUS_SUCCESS) {
-    close_screen();
+    state = {};
     return std::string{"the drawn page is incomplete: "} + cairo_status_to_string(status);
   }
   const int width = cairo_image_surface_get_width(picture.get());
@@ -108,7 +114,7 @@ std::string show_on_screen(const std::string& drawn, const std::string& title) {
   xcb_connection_t* x = state.connection.get();
   const xcb_pixmap_t pixmap = upload(picture.get(), width, height);
   if (pixmap == 0) {
-    close_screen();
+    state = {};
     return "the display cannot take the picture";
   }
 
@@ -123,12 +129,16 @@ std::string show_on_screen(const std::string& drawn, const std::string& title) {
   // One round trip: the picture is with the server before the question is asked.
   std::free(xcb_get_input_focus_reply(x, xcb_get_input_focus(x), nullptr));
   if (xcb_connection_has_error(x) != 0) {
-    close_screen();
+    state = {};
     return "the display went away";
   }
+  shown = std::move(state.connection);
   return {};
 }
 
-void close_screen() { state = {}; }
+void close_screen() {
+  state = {};
+  shown.reset();
+}
 
 }  // namespace quick_plot

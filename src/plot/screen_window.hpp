@@ -11,8 +11,8 @@ namespace quick_plot {
 /// Connects to the display named by $DISPLAY. Returns why it cannot, empty when it can.
 std::string open_screen();
 
-/// Shows a PNG file in a window of its size. Returns why it cannot.
-/// note     open_screen comes first; one window at a time
+/// Shows a PNG file in a window of its size; a window shown before goes. Returns why it cannot.
+/// note     open_screen comes first
 std::string show_on_screen(const std::string& drawn, const std::string& title);
 
 /// Takes the window away; does nothing when there is none.

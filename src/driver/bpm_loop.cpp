@@ -12,7 +12,9 @@
 #include "fields.hpp"
 #include "fit_quality.hpp"
 #include "gain_fit_mod.hpp"
+#include "interrupt.hpp"
 #include "list_io.hpp"
+#include "progress.hpp"
 #include "run_summaries.hpp"
 #include "terminal.hpp"
 #include "xy_position.hpp"
@@ -143,6 +145,7 @@ void add_to_plot(session_state& s) {
 void warn_of_poor_gains(const std::string& name, const fit::gain_quality& quality) {
   if (quality.verdict == fit::gain_verdict::determined) return;
   std::fflush(stdout);
+  util::erase_progress();
   fmt::print(stderr, "butngain: BPM {} ({}): {}\n", fit::bpm, name, quality.reason);
 }
 
@@ -191,7 +194,12 @@ void treat_bpm(session_state& s) {
 }  // namespace
 
 void treat_bpms(session_state& s) {
-  for (int index = 0; index <= s.bpm_count.get(); ++index) {
+  const int last = s.bpm_count.get();
+  util::progress progress("fitting BPMs", last);
+  util::watch_interrupts();
+  for (int index = 0; index <= last; ++index) {
+    if (util::interrupted()) util::leave_interrupted();
+    progress.at(index);
     if (!s.just_one) fit::bpm = index;
     if (all_zero(fit::orbit_data(1).detector(fit::bpm))) {
       util::print_line(util::list_line().text(" no data for bpm ").integer(fit::bpm).str());
@@ -200,6 +208,8 @@ void treat_bpms(session_state& s) {
     treat_bpm(s);
     if (s.just_one) break;
   }
+  if (util::interrupted()) util::leave_interrupted();
+  util::restore_interrupts();
 }
 
 }  // namespace driver

@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace sim {
@@ -50,13 +51,13 @@ std::string electronics_fault(const electronics_setup& e, int nbpms) {
     double most;
   };
   const double any = std::numeric_limits<double>::max();
-  const amount amounts[] = {{"gain spread", e.gain_spread, widest_gain_spread},
-                            {"pedestal spread", e.pedestal_spread, any},
-                            {"noise", e.noise, any},
-                            {"common noise", e.common_noise, any},
-                            {"intensity spread", e.intensity_spread, any},
-                            {"full scale", e.full_scale, any},
-                            {"probability of wild readings", e.wild, 1}};
+  const std::vector<amount> amounts{{"gain spread", e.gain_spread, widest_gain_spread},
+                                    {"pedestal spread", e.pedestal_spread, any},
+                                    {"noise", e.noise, any},
+                                    {"common noise", e.common_noise, any},
+                                    {"intensity spread", e.intensity_spread, any},
+                                    {"full scale", e.full_scale, any},
+                                    {"probability of wild readings", e.wild, 1}};
   for (const auto& [what, value, most] : amounts) {
     if (value < 0) return fmt::format("{} must not be negative", what);
     if (value > most) return fmt::format("{} must not be above {:g}", what, most);
@@ -79,7 +80,8 @@ bpm_electronics make_electronics(const electronics_setup& e, std::uint64_t seed,
   for (int k = 1; k <= 4; ++k) made.true_gain(k) = draw_gain(e.gain_spread, stream);
   put_values(e.gains, bpm, made.true_gain);
 
-  made.full_scale.fill(e.full_scale > 0 ? e.full_scale : std::numeric_limits<double>::infinity());
+  made.full_scale.fill(HUGE_VAL);
+  if (e.full_scale > 0) made.full_scale.fill(e.full_scale);
   for (const button_value& v : e.saturated) {
     if (v.bpm == bpm) made.full_scale(v.button) = v.value * made.true_gain(v.button) * e.signal;
   }

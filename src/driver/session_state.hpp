@@ -10,6 +10,7 @@
 #include "orbit_store.hpp"
 #include "plot_gains.hpp"
 #include "rd_files.hpp"
+#include "template_gains.hpp"
 #include "text.hpp"
 
 namespace driver {
@@ -25,6 +26,11 @@ struct session_state {
   std::string type;                               // which corrections the data carry
   util::given<int, "bpm_count"> bpm_count;        // highest BPM index to visit
   util::given<int, "norbits_save"> norbits_save;  // orbits loaded
+
+  // Template gains, for experts.
+  gain_template::file_name fit_gain_file;
+  gain_template::comment_list old_comments_list;
+  template_gains fit_gain;
 
   // BPM loop.
   bool just_one = false;          // one BPM was chosen

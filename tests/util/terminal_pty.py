@@ -117,16 +117,18 @@ def end_of_input_ends_the_run(home):
 
 
 def interrupt_at_a_question_is_the_shells_business(home):
+    def edits_lines(child):  # the terminal's own line editing and echo, off while the editor has it
+        return termios.tcgetattr(child.child_fd)[3] & (termios.ICANON | termios.ECHO)
+
     child = session(home, KIND)
-    before = termios.tcgetattr(child.child_fd)
     child.expect_exact("(F) ? ")
-    assert termios.tcgetattr(child.child_fd) != before  # the editor has the terminal
+    assert edits_lines(child) == 0
     child.send("half\x03")
     child.expect(pexpect.EOF)
-    after = termios.tcgetattr(child.child_fd)
+    restored = edits_lines(child)
     child.close()
     assert child.signalstatus == signal.SIGINT
-    assert after == before
+    assert restored == termios.ICANON | termios.ECHO
 
 
 def a_dumb_terminal_gets_plain_lines(home):

@@ -28,7 +28,7 @@ axis_scale enclose(int digit, int power, double low, double high, int least, boo
   axis_scale scale{digit, power, 0, 0, 1};
   const double step = step_of(scale);
   scale.first = static_cast<long long>(std::floor(low / step + slack));
-  long long last = static_cast<long long>(std::ceil(high / step - slack));
+  auto last = static_cast<long long>(std::ceil(high / step - slack));
   const long long missing = std::max(0LL, least - (last - scale.first));
   scale.first -= missing / 2;
   last += missing - (missing / 2);

@@ -160,11 +160,11 @@ void qp_set_box(int ix, int iy, int nx, int ny) {
            p.border.bottom + ((iy - 1) * height), p.border.bottom + (iy * height)};
 }
 
-void qp_set_axis_counts(std::string_view name) { axis_named(name).counts = true; }
+void qp_set_axis_counts(std::string_view axis) { axis_named(axis).counts = true; }
 
-void qp_calc_and_set_axis(std::string_view name, double data_min, double data_max, int least,
+void qp_calc_and_set_axis(std::string_view axis, double data_min, double data_max, int least,
                           int most, std::string_view bounds) {
-  axis& a = axis_named(name);
+  auto& a = axis_named(axis);
   if (bounds != "GENERAL") unknown("axis bounds", bounds);
   a.scale = general_scale(data_min, data_max, least, most, a.counts);
 }

@@ -11,14 +11,6 @@ namespace {
 
 // --- the full scan ----------------------------------------------------------------------------
 
-// One conversion of the format. A width below 0 is none.
-struct column_format {
-  std::uint32_t base;
-  int width;
-};
-constexpr std::array<column_format, 6> columns_of_format{
-    {{10, -1}, {16, 7}, {10, 7}, {10, 7}, {10, 7}, {10, 7}}};
-
 constexpr std::uint32_t no_digit = 99;
 
 std::uint32_t digit_value(char c) {
@@ -28,32 +20,40 @@ std::uint32_t digit_value(char c) {
   return no_digit;
 }
 
+// The library converts to 64 bits, where the nearest number stands for one that does not fit, and
+// keeps the lower half.
+std::uint64_t next_value(std::uint64_t value, std::uint32_t base, std::uint32_t digit,
+                         std::uint64_t limit) {
+  const bool beyond = value > (limit - digit) / base;
+  return beyond ? limit : (value * base) + digit;
+}
+
 // One number, taken off the front of the line. White space before it does not count as width; a
-// sign and the prefix 0x do. The prefix alone is the number 0, as it is in the C library.
-bool scan_number(std::string_view& line, column_format format, std::int32_t& number) {
-  while (!line.empty() && is_space(line.front())) line.remove_prefix(1);
+// sign and the prefix 0x do. The prefix alone is the number 0, as it is in the C library. Width 0:
+// none.
+template <std::uint32_t base, std::ptrdiff_t width>
+bool scan_number(std::string_view& line, std::int32_t& number) {
   const char* at = line.data();
   const char* end = at + line.size();
-  if (format.width >= 0 && end - at > format.width) end = at + format.width;
+  while (at != end && is_space(*at)) ++at;
+  if (width > 0 && end - at > width) end = at + width;
 
   bool negative = false;
   if (at != end && (*at == '-' || *at == '+')) negative = *at++ == '-';
   bool converts = false;
-  if (format.base == 16 && at != end && *at == '0') {
+  if (base == 16 && at != end && *at == '0') {
     converts = true;
     ++at;
     if (at != end && (*at == 'x' || *at == 'X')) ++at;
   }
-  // The library converts to 64 bits, where the nearest number stands for one that does not fit, and
-  // keeps the lower half.
   const std::uint64_t limit = std::uint64_t{INT64_MAX} + (negative ? 1 : 0);
   std::uint64_t value = 0;
   for (; at != end; ++at) {
     const std::uint32_t digit = digit_value(*at);
-    if (digit >= format.base) break;
+    if (digit >= base) break;
     converts = true;
-    const bool beyond = value > (limit - digit) / format.base;
-    value = beyond ? limit : (value * format.base) + digit;
+    // With a width no number is too long for 64 bits.
+    value = width > 0 ? (value * base) + digit : next_value(value, base, digit, limit);
   }
   line.remove_prefix(static_cast<std::size_t>(at - line.data()));
   if (!converts) return false;
@@ -75,11 +75,21 @@ std::uint64_t eight_at(const char* p) {
   return word;
 }
 
-// Decimal column: a blank, then blanks and digits, right-justified. Sets a bit of `bad` otherwise.
+// Decimal column: a blank, then blanks and digits, right-justified; with signs also a minus in
+// front of the digits. Sets a bit of `bad` otherwise.
+template <bool with_signs>
 std::int32_t decimal_column(const char* p, std::uint64_t& bad) {
-  const std::uint64_t t = eight_at(p) ^ each(0x30);            // digits 0..9, blanks 0x10
+  std::uint64_t t = eight_at(p) ^ each(0x30);  // digits 0..9, blanks 0x10, a minus 0x1D
+  std::uint64_t minus = 0;                     // 0xFF at a minus
+  if constexpr (with_signs) {
+    const std::uint64_t other = t ^ each(0x1D);
+    const std::uint64_t same = ~(((other & each(0x7F)) + each(0x7F)) | other) & each(0x80);
+    minus = (same >> 7) * 0xFF;
+    t ^= minus & each(0x0D);  // from here on it is a blank
+  }
   const std::uint64_t blank = ((t & each(0x10)) >> 4) * 0xFF;  // 0xFF where a blank may be
   const std::uint64_t digits = t ^ (t & each(0x10));
+  bad |= minus & (0xFF | ~(blank ^ (blank >> 8)));       // a minus is the last of the blanks,
   bad |= blank & (blank + 1);                            // blanks stand in front only,
   bad |= (blank ^ 0xFF) & 0xFF;                          // one at least,
   bad |= blank >> 56;                                    // and not in the last place;
@@ -89,7 +99,8 @@ std::int32_t decimal_column(const char* p, std::uint64_t& bad) {
   constexpr std::uint64_t pair = 0x000000FF000000FFU;
   v = ((v & pair) * (100 + (std::uint64_t{1000000} << 32))) +
       (((v >> 16) & pair) * (1 + (std::uint64_t{10000} << 32)));
-  return static_cast<std::int32_t>(v >> 32);
+  const auto number = static_cast<std::int32_t>(v >> 32);
+  return minus == 0 ? number : -number;
 }
 
 // The phase word: a blank, then seven hexadecimal digits, lower case.
@@ -109,14 +120,30 @@ std::int32_t phase_column(const char* p, std::uint64_t& bad) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>((v << 16) | (v >> 32)));
 }
 
+// One printed line whose first eight characters are `head`. Returns 0 when it is one, and then
+// the phase word and the readings.
+template <bool with_signs>
+std::uint64_t printed_columns(const char* p, std::uint64_t head, std::array<std::int32_t, 5>& v) {
+  std::uint64_t bad = eight_at(p) ^ head;
+  v[0] = phase_column(p + 7, bad);
+  v[1] = decimal_column<with_signs>(p + 16, bad);
+  v[2] = decimal_column<with_signs>(p + 25, bad);
+  v[3] = decimal_column<with_signs>(p + 34, bad);
+  v[4] = decimal_column<with_signs>(p + 43, bad);
+  // The first of the two blanks between columns, and the line end.
+  return bad | static_cast<std::uint64_t>((p[15] ^ ' ') | (p[24] ^ ' ') | (p[33] ^ ' ') |
+                                          (p[42] ^ ' ') | (p[51] ^ '\n'));
+}
+
 }  // namespace
 
 int scan_data_line(std::string_view line, data_columns& columns) {
-  int converted = 0;
-  for (std::size_t k = 0; k < columns.size(); ++k, ++converted) {
-    if (!scan_number(line, columns_of_format[k], columns[k])) break;
+  if (!scan_number<10, 0>(line, columns[0])) return 0;
+  if (!scan_number<16, 7>(line, columns[1])) return 1;
+  for (std::size_t k = 2; k < columns.size(); ++k) {
+    if (!scan_number<10, 7>(line, columns[k])) return static_cast<int>(k);
   }
-  return converted;
+  return static_cast<int>(columns.size());
 }
 
 std::size_t take_printed_lines(std::string_view text, std::int32_t block, std::size_t most,
@@ -128,21 +155,11 @@ std::size_t take_printed_lines(std::string_view text, std::int32_t block, std::s
   const char* p = text.data();
   std::size_t n = 0;
   for (; n < lines; ++n, p += printed_line) {
-    std::uint64_t bad = eight_at(p) ^ head;
-    const std::int32_t phase = phase_column(p + 7, bad);
-    const std::int32_t ti = decimal_column(p + 16, bad);
-    const std::int32_t bi = decimal_column(p + 25, bad);
-    const std::int32_t bo = decimal_column(p + 34, bad);
-    const std::int32_t to_ = decimal_column(p + 43, bad);
-    // The first of the two blanks between columns, and the line end.
-    bad |= static_cast<std::uint64_t>((p[15] ^ ' ') | (p[24] ^ ' ') | (p[33] ^ ' ') |
-                                      (p[42] ^ ' ') | (p[51] ^ '\n'));
-    if (bad != 0) break;
-    to.phase[n] = phase;
-    to.reading[0][n] = ti;
-    to.reading[1][n] = bi;
-    to.reading[2][n] = bo;
-    to.reading[3][n] = to_;
+    std::array<std::int32_t, 5> v;  // NOLINT(*-member-init): set before it is read
+    // Signs are rare, and looking for them costs.
+    if (printed_columns<false>(p, head, v) != 0 && printed_columns<true>(p, head, v) != 0) break;
+    to.phase[n] = v[0];
+    for (std::size_t card = 0; card < 4; ++card) to.reading[card][n] = v[card + 1];
   }
   return n;
 }

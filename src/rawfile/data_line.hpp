@@ -34,7 +34,7 @@ struct column_places {
 ///          block   timing block, 0 or 1: lines of another end the run of lines
 ///          most    lines wanted
 /// returns  the lines taken (printed_line characters each); the first that does not fit the test -
-///          a sign, upper-case hexadecimal, a comment, anything else - is left to the full scan
+///          a plus, upper-case hexadecimal, a comment, anything else - is left to the full scan
 std::size_t take_printed_lines(std::string_view text, std::int32_t block, std::size_t most,
                                const column_places& to);
 

@@ -176,7 +176,9 @@ TEST(data_line, of_usual_columns_is_never_left_to_the_slow_scan) {
       {"full columns", "0       fffffff  9999999  9999999  9999999  9999999\n", true},
       {"another timing block", "1       8abcdef     1000    20000   300000  4000000\n", false},
       {"upper-case digits", "0       8ABCDEF     1000    20000   300000  4000000\n", false},
-      {"a sign", "0       8abcdef    -1000    20000   300000  4000000\n", false},
+      {"signs", "0       8abcdef    -1000  -999999       -1  4000000\n", true},
+      {"a plus", "0       8abcdef    +1000    20000   300000  4000000\n", false},
+      {"a sign too far left", "0       8abcdef -1000000    20000   300000  4000000\n", false},
       {"no line end", "0       8abcdef     1000    20000   300000  4000000 ", false},
       {"left-justified", "0       8abcdef  1000       20000   300000  4000000\n", false},
       {"a tab", "0\t      8abcdef     1000    20000   300000  4000000\n", false}};

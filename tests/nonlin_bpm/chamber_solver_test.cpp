@@ -126,7 +126,7 @@ TEST(chamber_solver, ellipse_equals_the_series) {
 }
 
 TEST(chamber_solver, long_racetrack_equals_parallel_plates) {
-  const chamber c = make_chamber("box 300 25 25", 12.5, 25, 15, "strip", "12 80 3");
+  const chamber c = make_chamber("box 250 25 25", 12.5, 25, 15, "strip", "12 60 2");
   const solved_wall w = solve_wall(c, cut_wall(c));
   for (const point z : {point{0, 0}, point{0.02, 0.01}, point{-0.01, -0.02}}) {
     EXPECT_NEAR(signals_at(w, z).phi[3], plates_strip(0.025, z, 0.005, 0.02), 1e-11);

@@ -22,30 +22,21 @@ struct chamber_case {
   chamber_solver::table_work work{};
 };
 
-// Solving takes a moment: done once for the whole program.
-std::vector<chamber_case>& chambers() {
-  static std::vector<chamber_case> all = [] {
-    std::vector<chamber_case> cases;
-    cases.push_back({"bpm_48", 48, &bpm_48});
-    cases.push_back({"bpm_arc", 20, &bpm_arc});
-    cases.push_back({"bpm_tirsku", 1, &bpm_tirsku});
-    for (std::size_t i = 0; i < cases.size(); ++i) {
-      const auto& known = chamber_solver::default_chambers[i];
-      chamber_case& c = cases[i];
-      c.work = chamber_solver::begin_table(chamber_solver::parse_chamber(known.text, c.name));
-      for (int iy = 1; iy <= c.work.nodes.y.n; ++iy) chamber_solver::fill_row(c.work, iy);
-    }
-    return cases;
-  }();
-  // Another test may have reset the module.
-  for (const chamber_case& c : all) {
-    if (!c.table->grid.item.empty()) continue;
-    EXPECT_EQ(build_table(c.work.nodes, *c.table), "");
+// Solving takes a moment: done once for each chamber that a test asks for.
+chamber_case& chamber(std::size_t ix) {
+  static std::array<chamber_case, 3> all{
+      {{"bpm_48", 48, &bpm_48}, {"bpm_arc", 20, &bpm_arc}, {"bpm_tirsku", 1, &bpm_tirsku}}};
+  chamber_case& c = all[ix];
+  if (c.work.nodes.node.empty()) {
+    const auto& known = chamber_solver::default_chambers[ix];
+    c.work = chamber_solver::begin_table(chamber_solver::parse_chamber(known.text, c.name));
+    for (int iy = 1; iy <= c.work.nodes.y.n; ++iy) chamber_solver::fill_row(c.work, iy);
   }
+  if (c.table->grid.item.empty()) build_table(c.work.nodes, *c.table);
   nonlin_bpm_first_call = false;
-  return all;
+  return c;
 }
-chamber_case& arc() { return chambers()[1]; }
+chamber_case& arc() { return chamber(1); }
 
 button_signals signals_of(const chamber_case& c, point z) {
   const auto at = chamber_solver::signals_at(c.work.solved, z);
@@ -81,7 +72,8 @@ fitted fit(int bpm, const button_signals& but) {
 }
 
 TEST(position_fit, finds_beams_all_over_every_table_also_with_a_bad_button) {
-  for (chamber_case& c : chambers()) {
+  for (const std::size_t ix : {0, 1, 2}) {
+    chamber_case& c = chamber(ix);
     const std::vector<point> places = random_places(c, 3000);
     for (int bad = 0; bad <= 4; ++bad) {
       SCOPED_TRACE(fmt::format("{}, bad button {}", c.name, bad));
@@ -120,7 +112,7 @@ double linear_position(const chamber_case& c, const button_signals& b, bool vert
 
 TEST(position_fit, difference_over_sum_is_wrong_by_what_the_table_repairs) {
   struct place {
-    int ix_chamber;
+    std::size_t ix_chamber;
     point z;  // [mm]
     bool vertical;
     double error;  // of the linear formula [mm], two digits
@@ -130,7 +122,7 @@ TEST(position_fit, difference_over_sum_is_wrong_by_what_the_table_repairs) {
       {1, {10, 10}, false, 2.37}, {1, {20, 0}, false, -5.99},  {0, {10, 0}, false, -0.45},
       {0, {10, 10}, true, 0.85},  {2, {3.2, 0}, false, -0.14}, {2, {8, 0}, false, -1.79}};
   for (const auto& [ix, z, vertical, error] : places) {
-    const chamber_case& c = chambers()[static_cast<std::size_t>(ix)];
+    const chamber_case& c = chamber(ix);
     const button_signals but = signals_of(c, 1e-3 * z);
     const double truth = vertical ? z.imag() : z.real();
     EXPECT_NEAR(1e3 * linear_position(c, but, vertical) - truth, error, 0.006) << c.name << z;

@@ -2,8 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
-#include <optional>
+#include <string>
+#include <vector>
 
 #include "file_units.hpp"
 
@@ -56,31 +59,23 @@ double difference_over_sum(const table_node& n, bool vertical) {
   return vertical ? (b[2] + b[3] - b[0] - b[1]) / sum : (b[1] + b[3] - b[0] - b[2]) / sum;
 }
 
-/// One family of lines: along `across` the value grows, line points are looked for row by row of
-/// `along`.
-struct family {
-  bool vertical = false;
-  const grid_axis* across = nullptr;
-  const grid_axis* along = nullptr;
-};
-
-const table_node& node_of(const table_work& work, const family& f, int across, int along) {
-  return f.vertical ? work.nodes.at(along, across) : work.nodes.at(across, along);
-}
-
-// Where a row of nodes passes the level, between two neighbours with data.
-std::optional<point> crossing(const table_work& work, const family& f, int along, double level) {
-  for (int i = 1; i < f.across->n; ++i) {
-    const table_node& before = node_of(work, f, i, along);
-    const table_node& after = node_of(work, f, i + 1, along);
-    if (before.out || after.out) continue;
-    const double low = difference_over_sum(before, f.vertical);
-    const double high = difference_over_sum(after, f.vertical);
-    if (!(low <= level && level < high)) continue;
-    const double place = f.across->at(i) + f.across->step() * (level - low) / (high - low);
-    return f.vertical ? point{f.along->at(along), place} : point{place, f.along->at(along)};
+// The points where the sides of the cell (ix, iy) pass the level; none in a cell without data.
+std::vector<point> crossings(const table_work& work, bool vertical, double level, int ix, int iy) {
+  constexpr std::array<std::array<int, 2>, 5> corners{{{0, 0}, {1, 0}, {1, 1}, {0, 1}, {0, 0}}};
+  std::vector<point> found;
+  for (std::size_t k = 0; k < 4; ++k) {
+    const int ix0 = ix + corners[k][0], iy0 = iy + corners[k][1];
+    const int ix1 = ix + corners[k + 1][0], iy1 = iy + corners[k + 1][1];
+    const table_node &a = work.nodes.at(ix0, iy0), &b = work.nodes.at(ix1, iy1);
+    if (a.out || b.out) return {};
+    const double from = difference_over_sum(a, vertical) - level;
+    const double to = difference_over_sum(b, vertical) - level;
+    if ((from < 0) == (to < 0)) continue;
+    const point za{work.nodes.x.at(ix0), work.nodes.y.at(iy0)};
+    const point zb{work.nodes.x.at(ix1), work.nodes.y.at(iy1)};
+    found.push_back(za + (zb - za) * (from / (from - to)));
   }
-  return {};
+  return found;
 }
 
 // Slope of difference over sum at the centre: where the linear formula puts a level [m].
@@ -92,29 +87,33 @@ double linear_place(const table_work& work, bool vertical, double level) {
   return level * sum / slope;
 }
 
-void draw_level(const table_work& work, const drawing& d, const family& f, double level) {
-  const char* const colour = f.vertical ? vertical_colour : horizontal_colour;
-  const double linear = linear_place(work, f.vertical, level);
-  if (linear > f.across->first && linear < f.across->last) {
-    const double from = f.along->first, to = f.along->last;
+void draw_level(const table_work& work, const drawing& d, bool vertical, double level) {
+  const char* const colour = vertical ? vertical_colour : horizontal_colour;
+  const grid_axis &x = work.nodes.x, &y = work.nodes.y;
+  const double linear = linear_place(work, vertical, level);
+  const grid_axis& across = vertical ? y : x;
+  if (linear > across.first && linear < across.last) {
     draw_line(d,
-              f.vertical ? std::vector<point>{{from, linear}, {to, linear}}
-                         : std::vector<point>{{linear, from}, {linear, to}},
+              vertical ? std::vector<point>{{x.first, linear}, {x.last, linear}}
+                       : std::vector<point>{{linear, y.first}, {linear, y.last}},
               stroke(colour, 0.6) + " stroke-dasharray=\"2,3\"");
   }
-  std::vector<point> line;
-  for (int along = 1; along <= f.along->n; ++along) {
-    if (const auto z = crossing(work, f, along, level)) {
-      line.push_back(*z);
-    } else {
-      draw_line(d, line, stroke(colour, 1.6));
-      line.clear();
+  std::string path;
+  point label{0, 0};  // where the line passes an axis of the chamber
+  for (int iy = 1; iy < y.n; ++iy) {
+    for (int ix = 1; ix < x.n; ++ix) {
+      const std::vector<point> ends = crossings(work, vertical, level, ix, iy);
+      for (std::size_t k = 0; k + 1 < ends.size(); k += 2) {
+        path += "M" + at(d, ends[k]) + "L" + at(d, ends[k + 1]);
+        const double off_axis = vertical ? ends[k].real() : ends[k].imag();
+        if (std::abs(off_axis) < 1e-9) label = ends[k];
+      }
     }
   }
-  draw_line(d, line, stroke(colour, 1.6));
-  const int middle = (f.along->n + 1) / 2;
-  if (const auto z = crossing(work, f, middle, level)) {
-    draw_text(d, *z + point{0.0003, 0.0003}, colour, fmt::format("{:.1f}", level));
+  if (path.empty()) return;
+  util::write_line(d.unit, "<path fill=\"none\" " + stroke(colour, 1.6) + " d=\"" + path + "\"/>");
+  if (label != point{0, 0} || level == 0) {
+    draw_text(d, label + point{0.0003, 0.0003}, colour, fmt::format("{:.1f}", level));
   }
 }
 
@@ -148,10 +147,8 @@ void write_picture(const table_work& work, const std::string& path) {
                   "viewBox=\"0 0 {0:.0f} {1:.0f}\" font-family=\"sans-serif\" font-size=\"11\">",
                   2 * d.half_width * pixels_per_metre, 2 * d.half_height * pixels_per_metre));
   util::write_line(d.unit, "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>");
-  const family families[] = {{false, &work.nodes.x, &work.nodes.y},
-                             {true, &work.nodes.y, &work.nodes.x}};
-  for (const family& f : families) {
-    for (int i = -levels; i <= levels; ++i) draw_level(work, d, f, i * level_step);
+  for (const bool vertical : {false, true}) {
+    for (int i = -levels; i <= levels; ++i) draw_level(work, d, vertical, i * level_step);
   }
   draw_wall(work, d);
   util::write_line(d.unit, "</svg>");

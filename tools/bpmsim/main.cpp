@@ -11,12 +11,14 @@
 #include "site.hpp"
 #include "tables.hpp"
 #include "template_file.hpp"
+#include "text_run.hpp"
 
 int main(int argc, char** argv) {
   util::program_name = "bpmsim";
   const std::vector<cli::command> commands{
       sim::series_command(),    //
       sim::raw_command(),       //
+      sim::text_command(),      //
       sim::orbits_command(),    //
       sim::template_command(),  //
       sim::tables_command(),    //

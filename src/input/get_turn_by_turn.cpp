@@ -1,0 +1,280 @@
+#include "get_turn_by_turn.hpp"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "bunch_dialog.hpp"
+#include "file_units.hpp"
+#include "gain_fit_mod.hpp"
+#include "list_io.hpp"
+#include "multipliers.hpp"
+#include "rdfile_list.hpp"
+#include "read_turn_by_turn.hpp"
+#include "run_numbers.hpp"
+#include "run_time.hpp"
+#include "site.hpp"
+#include "tbt_mod.hpp"
+#include "terminal.hpp"
+
+namespace input {
+namespace {
+
+namespace fit = gain_fit_mod;
+
+constexpr std::int32_t not_a_run = -999999;
+constexpr std::size_t name_width = 100;  // of file names
+
+enum file_type : std::int32_t { kbpm1_file = 1, text_file = 2, raw_file = 3, rde_file = 4 };
+
+// Kept from data set to data set.
+std::int32_t number = 0;           // run of the last one; at first the newest
+tbt_mod::tbt_all_data_struct tbt;  // the raw data loaded last
+
+// --- the answer -------------------------------------------------------------------------------
+
+bool all_digits(std::string_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](unsigned char c) { return std::isdigit(c) != 0; });
+}
+
+// Whether the variable that a site path begins with is set; a path without one needs none.
+bool can_be_expanded(std::string_view path) {
+  if (path.empty() || path[0] != '$') return true;
+  return std::getenv(std::string{path.substr(1, path.find('/') - 1)}.c_str()) != nullptr;
+}
+
+// The run of the data set before, at first the newest run; where no index tells that, the last
+// file.
+std::string default_answer() {
+  if (number > 0 || can_be_expanded(site::run_index)) {
+    std::int32_t run = 0;
+    bool err = false;
+    std::string fault;
+    number_to_true_number("TBT", number, run, err, fault);
+    // At least four digits: shorter answers are no run numbers.
+    if (!err) return fmt::format("{:04}", run);
+  }
+  return std::string{util::trim(fit::in_file_0.trimmed())};
+}
+
+std::string ask_file() {
+  const std::string def_file_name = default_answer();
+  util::print_line(" file_name = " + def_file_name);
+  std::string answer = util::ask_or_end(" Turn by turn data file ? (def = " + def_file_name + ") ",
+                                        util::answer_kind::file);
+  if (util::trim(answer).empty()) answer = def_file_name;
+  util::print_line(" file_name = " + answer);
+  return std::string{util::trim(answer)};
+}
+
+// The run that an answer means, as typed: 0 and less count back; not_a_run for a file name. Nothing
+// when it is neither, which has been told.
+std::optional<std::int32_t> typed_run(const std::string& answer) {
+  constexpr std::size_t shortest = 4;
+  constexpr std::size_t longest = 6;
+  if (answer.size() == 1) return 0;
+  if (answer[0] == '-') {
+    const auto back = util::scan_integer(answer);
+    if (!back) util::tell_bad_answer(answer, "a relative run number; type one, such as -3");
+    return back;
+  }
+  if (answer.size() >= shortest && answer.size() <= longest) {
+    if (all_digits(answer)) return util::scan_integer(answer);
+    util::tell_bad_answer(answer,
+                          "a run number, as answers of 4 to 6 characters are; a file of so "
+                          "short a name can be typed as ./" +
+                              answer);
+    return {};
+  }
+  // RD-nnnnnn.dat names its run.
+  constexpr std::string_view like = "RD-nnnnnn.dat";
+  if (answer.size() == like.size() && answer.substr(0, 3) == "RD-" && answer.substr(9) == ".dat" &&
+      all_digits(std::string_view{answer}.substr(3, longest))) {
+    return util::scan_integer(std::string_view{answer}.substr(3, longest));
+  }
+  return not_a_run;
+}
+
+// The name that lists and summaries show: as typed, or with a run's number as its file has it. Of a
+// path the last part, for the summaries lie in the run's own directory.
+std::string shown_name(const std::string& answer, std::int32_t run) {
+  if (run > not_a_run && all_digits(answer) && answer.size() > 1) {
+    return run_file_name(run);
+  }
+  return answer.substr(answer.rfind('/') + 1);
+}
+
+// Answer to run and names. False when the answer cannot be used, which has been told.
+bool take_answer(const std::string& answer, std::int32_t& run) {
+  if (answer.empty() || answer.size() >= name_width) {
+    util::tell_bad_answer(answer, fmt::format("a run or a file of fewer than {} characters; type a "
+                                              "run number of 4 to 6 digits or a file",
+                                              name_width));
+    return false;
+  }
+  const auto typed = typed_run(answer);
+  if (!typed) return false;
+  run = *typed;
+  util::print_line(util::list_line().text("number = ").integer(run).str());
+  if (run > not_a_run) {
+    bool err = false;
+    std::string fault;
+    number_to_true_number("TBT", *typed, run, err, fault);
+    if (err) {
+      util::print_line(" " + fault + "; type a run number of 4 to 6 digits");
+      return false;
+    }
+    // The newest run may still be written to, so counting back begins at the one before it.
+    if (*typed <= 0) --run;
+  }
+  fit::in_file_0 = shown_name(answer, *typed);
+  fit::in_file = run > not_a_run ? fit::in_file_0 : util::fixed_text<name_width>{answer};
+  // The name stands in its full width: the line is read by column.
+  util::print_line(util::list_line()
+                       .text("in_file = ")
+                       .text(fit::in_file.all())
+                       .text(" true number = ")
+                       .integer(run)
+                       .str());
+  return true;
+}
+
+// --- type and place of the file ---------------------------------------------------------------
+
+// Characters first..last of in_file, from 1, without blanks at the end.
+std::string name_columns(std::size_t first, std::size_t last) {
+  return std::string{util::trim_right(fit::in_file.all().substr(first - 1, last - first + 1))};
+}
+
+std::string in_archive(std::string_view archive, const std::string& subdir) {
+  return fmt::format("{}{}/{}", archive, subdir, fit::in_file.trimmed());
+}
+
+bool says_version_3(int unit) {
+  constexpr int lines_looked_at = 10;
+  std::string line;
+  for (int i = 0; i < lines_looked_at && util::read_line(unit, line); ++i) {
+    if (line.size() > name_width) line.resize(name_width);
+    if (line.find("File_Version") != std::string::npos && line.find('3') != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// A run is raw data unless the text archive holds it in another version.
+file_type run_type(const std::string& path) {
+  const util::unit_handle unit{util::lunget()};
+  return util::open_old(unit.number(), path) == 0 && !says_version_3(unit.number()) ? text_file
+                                                                                    : raw_file;
+}
+
+// Type of the file; puts the archive's directory before its name.
+file_type find_file(std::int32_t run) {
+  if (run > not_a_run) {
+    // Runs lie in a directory per thousand: two digits of the name, three from 100000 on.
+    const std::string subdir = name_columns(fit::in_file.item[3] == '0' ? 5 : 4, 6);
+    const std::string archived = in_archive(site::tsharc_raw_dir, subdir);
+    const file_type type = run_type(util::fullfilename(archived));
+    if (type == text_file) fit::in_file = util::fullfilename(archived, name_width);
+    return type;
+  }
+  const std::string subdir = name_columns(6, 7);
+  if (name_columns(1, 3) == "RDe") {
+    fit::in_file = util::fullfilename(in_archive(site::tsharc_raw_dir, subdir), name_width);
+    return rde_file;
+  }
+  if (name_columns(1, 4) == "kbpm") {
+    fit::in_file = util::fullfilename(in_archive(site::sharc_raw_dir, subdir), name_width);
+    return kbpm1_file;
+  }
+  return text_file;
+}
+
+// --- reading ----------------------------------------------------------------------------------
+
+void load_run(std::int32_t run, bool begins, std::int32_t max_nonlin_positions) {
+  bool err = false;
+  tbt_mod::tbt_read_data_file(run, fit::gain_correct, begins, tbt, err, true, max_nonlin_positions);
+  if (err) {
+    util::print_line(util::list_line().text("error reading file ").integer(run).str());
+    util::stop_program(1);
+  }
+  util::print_line(util::list_line()
+                       .text("Success reading file ")
+                       .integer(run)
+                       .text(" total_current= ")
+                       .real(tbt.total_current)
+                       .str());
+}
+
+void read_raw_runs(std::int32_t run, const util::fixed_text<16>& directory,
+                   std::int32_t max_nonlin_positions) {
+  fit::gain_correct = 3;
+  std::int32_t answer = fit::gain_correct;
+  util::ask_integer(
+      " Correct tbt data for gain and pedestal ? "
+      " (1=no_correct, 2=pedestal correct, 3=gain and pedestal correct ) ",
+      answer);
+  if (answer >= 1 && answer <= 3) fit::gain_correct = answer;
+  util::print_line(util::list_line().text("gain correct = ").integer(answer).str());
+
+  load_run(run, true, max_nonlin_positions);
+  load_run(run - 1, false, max_nonlin_positions);
+  const bunch_choice choice = ask_bunches(tbt);
+  read_turn_by_turn_3(tbt, choice.nbunch, choice.empty_bunch);
+  write_rdfile_list(run, directory);
+  write_rdfile_list(run - 1, directory);
+}
+
+// False when the file opens nowhere, which has been told.
+bool read_file(file_type type, std::int32_t run, const util::fixed_text<16>& directory,
+               std::int32_t max_nonlin_positions) {
+  switch (type) {
+    case kbpm1_file:
+      return read_turn_by_turn_kbpm1();
+    case text_file:
+      return read_turn_by_turn();
+    case raw_file:
+      read_raw_runs(run, directory, max_nonlin_positions);
+      return true;
+    case rde_file:
+      break;  // accepted so that lists of runs go through; there is no reader for it
+  }
+  return true;
+}
+
+// One question and what follows from it. False when the question must be asked again.
+bool load_data_set(const util::fixed_text<16>& directory, std::int32_t max_nonlin_positions) {
+  std::int32_t run = not_a_run;
+  if (!take_answer(ask_file(), run)) return false;
+  const file_type type = find_file(run);
+  if (type != raw_file) {
+    util::print_line(util::list_line().text("in_file = ").text(fit::in_file.trimmed()).str());
+  }
+  std::fill_n(fit::dets.item.begin(), 100, 0);
+  util::print_line(util::list_line().text(" tbt_file_type = ").integer(type).str());
+  if (!read_file(type, run, directory, max_nonlin_positions)) return false;
+  number = run;
+  fit::rd_number = run;
+  return true;
+}
+
+}  // namespace
+
+void get_turn_by_turn(const util::fixed_text<16>& directory, std::int32_t max_nonlin_positions) {
+  fit::orbit_data.clear();
+  fit::norbits = 0;
+  const auto name_before = fit::in_file_0;
+  // A name that led nowhere is no default for the next question.
+  while (!load_data_set(directory, max_nonlin_positions)) fit::in_file_0 = name_before;
+  if (fit::expert) ask_multipliers();
+}
+
+}  // namespace input

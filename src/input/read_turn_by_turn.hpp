@@ -1,0 +1,50 @@
+// The readers of turn-by-turn data: each turns one data set into orbits of the orbit store, one
+// orbit a turn. They fill gain_fit_mod (orbit_data, norbits, dets, bpm_names, bpm) from its in_file
+// or from a loaded data set.
+//
+// A turn is kept when all four signals have magnitude 100 or more: weaker ones are turns without
+// beam or dead buttons. Kept signals are stored as |signal| x 1000 [ADC counts].
+//
+// | reader                  | reads                                      | orbit of a kept turn   |
+// |-------------------------|--------------------------------------------|------------------------|
+// | read_turn_by_turn       | plain text runs                            | its number in the file |
+// | read_turn_by_turn_kbpm1 | text runs of the older electronics         | its number in the file |
+// | read_turn_by_turn_3     | a data set that tbt_mod loaded from raw data | the next one         |
+//
+// The two text forms are described line by line in docs/turn_by_turn_text.md.
+#pragma once
+#include "bounded.hpp"
+#include "tbt_mod.hpp"
+
+namespace input {
+
+/// Orbits that read_turn_by_turn_3 stored last, by BPM. norbits is that of the last BPM with data.
+inline util::bounded<int, 0, 5000, "norbits_save"> norbits_save{};
+
+/// Reads the plain text run in_file.
+///
+/// returns  whether it could be opened, as it is named or without the first "/archive" in its path;
+///          told in one line when not. norbits is the last turn kept of the last BPM with any.
+/// errors   a line that cannot be read ends the run with file, line and what was expected; a turn
+///          kept beyond 3000 is a bounds error; turn line 10001 of a BPM ends the reading
+/// note     a turn that is not kept leaves an empty orbit: orbit numbers are turn numbers
+bool read_turn_by_turn();
+
+/// Reads the older electronics' run in_file. Returns and errors as read_turn_by_turn; a count of
+/// BPMs that the file does not hold is told in one line.
+bool read_turn_by_turn_kbpm1();
+
+/// Takes over one bunch of a loaded data set.
+///
+/// given    tbt          the data set
+///          nbunch       position of the bunch in it, from 1
+///          empty_bunch  position of the bunch without beam whose signals are taken away turn by
+///                       turn; 0 for none
+/// returns  besides the above: bpm_names 0..120, norbits_save, the orbits' current
+/// errors   more than 3000 turns kept: bounds error; a signal that does not fit a 64-bit integer
+///          ends the run, naming BPM and turn
+/// note     asks how many turns to look at; an empty answer keeps the limit of the data set before,
+///          at first none; 0 is none
+void read_turn_by_turn_3(const tbt_mod::tbt_all_data_struct& tbt, int nbunch, int empty_bunch);
+
+}  // namespace input

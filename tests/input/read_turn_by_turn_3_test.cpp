@@ -1,0 +1,174 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "bunch_dialog.hpp"
+#include "gain_fit_mod.hpp"
+#include "multipliers.hpp"
+#include "rdfile_list.hpp"
+#include "read_turn_by_turn.hpp"
+#include "turn_scratch.hpp"
+
+namespace {
+
+namespace fit = gain_fit_mod;
+using turn_test::contains;
+
+// Two bunches, BPMs 12 and 70 with data; turn t of bunch 1 reads 1000 + t on every button, of
+// bunch 2, which is one turn shorter, 10 + t.
+tbt_mod::tbt_all_data_struct small_set(int turns) {
+  tbt_mod::tbt_all_data_struct tbt;
+  tbt.bunch.resize(2);
+  tbt.total_current = 12.5;
+  for (int t = 1; t <= turns; ++t) tbt.shaker.push_back({{{0.01 * t, 0.02 * t}}});
+  for (const int bpm : {12, 70}) {
+    tbt.bpm(bpm).name = tbt_mod::tbt_bpm_name(bpm);
+    for (int b = 0; b < 2; ++b) {
+      auto& at = tbt.bunch[static_cast<std::size_t>(b)].bpm(bpm);
+      at.data_ok = true;
+      for (int t = 1; t <= turns - b; ++t) {
+        const double signal = (b == 0 ? 1000 : 10) + t;
+        at.turn.push_back({0.001 * t, -0.001 * t, {{signal, -signal, signal, signal}}});
+      }
+    }
+  }
+  return tbt;
+}
+
+std::string read(const turn_test::scratch& at, const tbt_mod::tbt_all_data_struct& tbt,
+                 const char* answers, int empty_bunch = 0) {
+  fit::orbit_data.clear();
+  return turn_test::dialog(at, answers, [&] { input::read_turn_by_turn_3(tbt, 1, empty_bunch); });
+}
+
+// Ends with the limit as it began, for it is kept from call to call.
+TEST(read_turn_by_turn_3, keeps_strong_turns_one_after_the_other) {
+  const turn_test::scratch at;
+  auto tbt = small_set(5);
+  tbt.bunch[0].bpm(70).turn[1].button(3) = 99.9;
+  tbt.bunch[0].bpm(70).turn[2].button(3) = 100.0006;
+  const std::string shown = read(at, tbt, "\n");
+  EXPECT_TRUE(contains(shown, "           5 turns collected\n Limit turns to: (CR use all)  "));
+  EXPECT_EQ(fit::dets(1), 12);
+  EXPECT_EQ(fit::dets(2), 70);
+  EXPECT_EQ(fit::bpm_names(70).trimmed(), "29E");
+  EXPECT_EQ(input::norbits_save(12), 5);
+  EXPECT_EQ(fit::norbits, 4);
+  const store::bpm_struct& second = fit::orbit_data(2).detector(70);
+  EXPECT_EQ(second.button(2), 1003000);
+  EXPECT_EQ(second.button(3), 100001);  // to the nearest count
+  EXPECT_EQ(second.x, 0.003);
+  EXPECT_EQ(second.y, -0.003);
+  EXPECT_EQ(second.phase_h, 0.03);
+  EXPECT_EQ(second.phase_v, 0.06);
+  EXPECT_EQ(fit::orbit_data(5).current(), 12.5);
+}
+
+TEST(read_turn_by_turn_3, takes_the_empty_bunch_away_turn_by_turn) {
+  const turn_test::scratch at;
+  read(at, small_set(5), "\n", 2);
+  EXPECT_EQ(fit::orbit_data(4).detector(12).button(2), 990000);   // |-1004 + 14| thousand
+  EXPECT_EQ(fit::orbit_data(5).detector(12).button(1), 1005000);  // bunch 2 has no turn 5
+}
+
+TEST(read_turn_by_turn_3, the_limit_counts_turns_looked_at_and_is_kept) {
+  const turn_test::scratch at;
+  auto tbt = small_set(5);
+  tbt.bunch[0].bpm(70).turn[0].button(1) = 0;
+  read(at, tbt, "many\n3\n");
+  EXPECT_EQ(fit::norbits, 2);
+  EXPECT_EQ(input::norbits_save(12), 3);
+  read(at, tbt, "\n");
+  EXPECT_EQ(input::norbits_save(12), 3);
+  read(at, tbt, "0\n");
+  EXPECT_EQ(input::norbits_save(12), 5);
+}
+
+TEST(read_turn_by_turn_3, more_turns_than_the_shaker_was_recorded_for) {
+  const turn_test::scratch at;
+  auto tbt = small_set(5);
+  tbt.shaker.resize(2);
+  read(at, tbt, "\n");
+  EXPECT_EQ(fit::orbit_data(2).detector(12).phase_h, 0.02);
+  EXPECT_EQ(fit::orbit_data(3).detector(12).phase_h, 0);
+}
+
+TEST(read_turn_by_turn_3_death, bounds_of_orbits_and_of_numbers) {
+  const turn_test::scratch at;
+  EXPECT_EXIT(read(at, small_set(3001), "\n"), testing::ExitedWithCode(1),
+              "subscript 3001 of orbit_data is outside 1\\.\\.3000");
+  auto tbt = small_set(3);
+  tbt.bunch[0].bpm(12).turn[1].button(4) = 1e30;
+  EXPECT_EXIT(read(at, tbt, "\n"), testing::ExitedWithCode(1),
+              "BPM 12, turn 2: signal 1e\\+30 does not fit an integer");
+}
+
+struct bunch_case {
+  const char* what;
+  const char* answers;
+  int nbunch;
+  int empty_bunch;
+  const char* shown;
+};
+
+// The ring's bunches 1, 4, 5 and 6 answer to 1, 2, 3 and 3.
+TEST(bunch_dialog, finds_bunches_by_half_their_number) {
+  tbt_mod::tbt_all_data_struct tbt;
+  for (const int ix : {1, 4, 5, 6}) tbt.bunch.emplace_back().ix_bunch = ix;
+  const bunch_case cases[] = {
+      {"defaults", "\n\n", 1, 0, " There is no pedestal bunch"},
+      {"both", "2\n1\n", 2, 1, " pedestal bunch =            1"},
+      {"the last of two with the same number", "3\n3\n", 4, 4, " bunch =            3"},
+      {"a pedestal bunch that is not there", "1\n9\n", 1, 0, " There is no pedestal bunch"},
+      {"a bunch that is not there", "7\n0\n2\n\n", 2, 0,
+       " there is data for bunches            1           2           3           3\n try again\n"},
+      {"an empty answer after a wrong one is 1 again", "7\n2\n\n\n", 1, 0, " try again"},
+      {"words", "one\n1\nnone\n0\n", 1, 0, " \"one\" is not a bunch number"}};
+  for (const auto& [what, answers, nbunch, empty_bunch, shown] : cases) {
+    SCOPED_TRACE(what);
+    const turn_test::scratch at;
+    input::bunch_choice choice;
+    const std::string out =
+        turn_test::dialog(at, answers, [&] { choice = input::ask_bunches(tbt); });
+    EXPECT_EQ(choice.nbunch, nbunch);
+    EXPECT_EQ(choice.empty_bunch, empty_bunch);
+    EXPECT_TRUE(contains(out, shown)) << out;
+  }
+}
+
+TEST(multipliers, multiply_the_stored_signals) {
+  const turn_test::scratch at;
+  const std::string gains =
+      at.file("gains.dat", "! bpm and gains\n12 1 0.5 2 1D0\n 70 , 3*1 , 4\n12 2 2 2 2\n");
+  read(at, small_set(2), "\n");
+  const std::string out =
+      turn_test::dialog(at, "y\nnone.dat\n" + gains + "\n", [] { input::ask_multipliers(); });
+  EXPECT_TRUE(contains(out, "(def = manual_gain_set.dat)")) << out;
+  EXPECT_TRUE(contains(out, " cannot open none.dat")) << out;
+  EXPECT_TRUE(contains(out, "70 , 3*1 , 4")) << out;
+  EXPECT_TRUE(contains(out, " arbitrary multipliers applied\n")) << out;
+  EXPECT_EQ(fit::orbit_data(2).detector(12).button(2),
+            2 * 1002000);  // the last line of a BPM holds
+  EXPECT_EQ(fit::orbit_data(1).detector(70).button(4), 4 * 1001000);
+  EXPECT_EQ(fit::arb_gain(4, 70), 4);
+  // An empty answer reads none.
+  EXPECT_EQ(turn_test::dialog(at, "\n", [] { input::ask_multipliers(); }),
+            " Read file of arbitrary multipliers ? ");
+}
+
+TEST(rdfile_list, numbers_its_entries) {
+  const turn_test::scratch at;
+  std::filesystem::current_path(at.path);
+  std::filesystem::create_directory("out");
+  fit::norbits = 998;
+  input::write_rdfile_list(4567, "out");
+  input::write_rdfile_list(123456, "out");
+  std::ifstream list{"out/RDfiles_fitted.dat"};
+  const std::string text{std::istreambuf_iterator<char>{list}, {}};
+  EXPECT_EQ(text,
+            "rdfile[ 1]= \"RD-004567.dat\"; norbits[ 1]=   998\n"
+            "rdfile[ 2]= \"RD-123456.dat\"; norbits[ 2]=   998\n");
+}
+
+}  // namespace

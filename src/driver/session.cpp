@@ -12,7 +12,6 @@
 #include "gain_fit_mod.hpp"
 #include "get_fake_data.hpp"
 #include "get_orbit_data.hpp"
-#include "in4get.hpp"
 #include "list_io.hpp"
 #include "output_directory.hpp"
 #include "plot_gains.hpp"
@@ -20,6 +19,7 @@
 #include "run_time.hpp"
 #include "session_state.hpp"
 #include "terminal.hpp"
+#include "turn_by_turn.hpp"
 
 namespace driver {
 namespace {
@@ -44,17 +44,6 @@ void load_synthetic(session_state& s) {
   util::print_line(four_numbers(" inverse = ", [&](int i) { return gain(1) / gain(i); }));
   s.bpm_count = fit::bpm;
   fit::bpm = -1;
-}
-
-[[noreturn]] void reader_to_come(std::string_view kind) {
-  util::print_line(std::string{" The reader for "}.append(kind).append(" is still to come."));
-  util::stop_program(1);
-}
-
-void load_turn_by_turn(session_state& s) {
-  input::in4get(" Compute positions (x,y) using nonlin BPM for N orbits (def N=0) ",
-                s.max_nonlin_positions);
-  reader_to_come("turn-by-turn data");
 }
 
 constexpr int choices_offered = 100;  // BPMs beyond the first hundred cannot be chosen singly

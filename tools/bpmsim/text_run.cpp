@@ -36,9 +36,9 @@ buttons without_pedestal(const passage& p, const monitor& at) {
 }
 
 std::string turn_line(const text_run_setup& s, const passage& p, const monitor& at) {
-  const std::string signals =
-      fmt::format("{} {:4} {:4}", four(without_pedestal(p, at)),
-                  shaker_phase(s.machine.beam.x, at.orbit), shaker_phase(s.machine.beam.y, at.orbit));
+  const std::string signals = fmt::format("{} {:4} {:4}", four(without_pedestal(p, at)),
+                                          shaker_phase(s.machine.beam.x, at.orbit),
+                                          shaker_phase(s.machine.beam.y, at.orbit));
   const std::string position = fmt::format(" {:13.6e} {:13.6e}", p.at.x, p.at.y);
   return s.form == text_form::swapped ? position + signals : signals + position;
 }

@@ -12,6 +12,7 @@
 #include "tables.hpp"
 #include "template_file.hpp"
 #include "text_run.hpp"
+#include "tree.hpp"
 
 int main(int argc, char** argv) {
   util::program_name = "bpmsim";
@@ -23,6 +24,7 @@ int main(int argc, char** argv) {
       sim::template_command(),  //
       sim::tables_command(),    //
       sim::table_command(),     //
+      sim::tree_command(),      //
       sim::compare_command(),   //
       sim::accuracy_command(),  //
   };

@@ -60,8 +60,10 @@ std::int32_t in_column(double reading, const std::string& name, int turn) {
 }
 
 // The data lines of one bunch. Its motion is its own; the electronics are the BPM's.
-void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, int block,
+void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, int bunch,
                  const rawfile::RDV3_INST_DATA& header, const std::string& name) {
+  const int block = block_of(s, bunch);
+  const bool has_beam = bunch < s.bunches - s.empty;
   std::array<std::int32_t, 6> columns{block};
   rawfile::kbpmfio_map_data_line(columns);
   for (int turn = 0; turn < s.turns; ++turn) {
@@ -69,7 +71,7 @@ void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, 
     columns[1] = phase_word(s, turn);
     for (int card = 0; card < rawfile::num_cards; ++card) {
       const int k = button_of_card[card];
-      const double signal = p.reading(k) - at.electronics.pedestal(k);
+      const double signal = has_beam ? p.reading(k) - at.electronics.pedestal(k) : 0;
       const double reading = double{header.pedestals(block, card)} +
                              (double{header.gain_coeffs(block, card)} * signal);
       columns[static_cast<std::size_t>(2 + card)] = in_column(reading, name, turn);
@@ -90,7 +92,7 @@ bpm_truth write_instrument(rawfile::kbpmfio_stream& file, const raw_setup& s, in
                                    rawfile::RDV3_raw_data_label_specs);
   for (int bunch = 0; bunch < s.bunches; ++bunch) {
     const int stream = (ix_run * rawfile::max_bunches) + bunch;
-    write_bunch(file, s, make_monitor(s.machine, bpm, stream), block_of(s, bunch), header, name);
+    write_bunch(file, s, make_monitor(s.machine, bpm, stream), bunch, header, name);
   }
   return {name, first.electronics.true_gain, first.electronics.pedestal};
 }
@@ -231,6 +233,7 @@ std::string raw_fault(const raw_setup& s) {
   if (s.block_1 < 0 || s.block_1 > s.bunches) {
     return outside("--block-1", s.block_1, 0, s.bunches);
   }
+  if (s.empty < 0 || s.empty > s.bunches) return outside("--empty", s.empty, 0, s.bunches);
   if (s.timing_setup.empty() || s.timing_setup.size() > longest_setup) {
     return fmt::format("--timing-setup has 1 to {} characters", longest_setup);
   }
@@ -271,6 +274,7 @@ cli::command raw_command() {
       {"--bunches", &setup.bunches, "number of bunches"},
       {"--bunch-step", &setup.bunch_step, "from one filled bunch to the next"},
       {"--block-1", &setup.block_1, "so many of the last bunches are in timing block 1"},
+      {"--empty", &setup.empty, "so many of the last bunches hold no beam"},
       {"--turns", &setup.turns, "turns of each bunch"},
       {"--coefficient-spread", cli::real_value{&setup.coefficient_spread},
        "rms of the file's gain coefficients about 1"},

@@ -34,6 +34,7 @@ struct raw_setup {
   int bunches = 1;
   int bunch_step = 1;  // from one filled bunch to the next
   int block_1 = 0;     // so many of the last bunches are in timing block 1
+  int empty = 0;       // so many of the last bunches hold no beam: they read their pedestals
   int turns = 1024;
   double coefficient_spread = 0.02;  // rms of the gain coefficients about 1
   particles species = particles::positrons;

@@ -1,5 +1,7 @@
 #include "tbt_mod.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -11,6 +13,7 @@
 #include "kbpm_read_rawfile.hpp"
 #include "list_io.hpp"
 #include "nonlin_bpm_mod.hpp"
+#include "progress.hpp"
 #include "run_time.hpp"
 #include "terminal.hpp"
 
@@ -162,9 +165,11 @@ bool has_arrays(const std::string& name, const load& file) {
          static_cast<std::size_t>(file.nturns) * static_cast<std::size_t>(file.nbunches);
 }
 
-void take_instruments(tbt_all_data_struct& tbt, const load& file) {
+void take_instruments(tbt_all_data_struct& tbt, const load& file, const std::string& run_name) {
   util::fixed_text<100> padded;
-  while (kfi::kbpm_rawfile_inst_names_f(padded.item) == 0) {
+  util::progress line("positions of " + run_name, rawfile::kbpm_rawfile_num_instruments());
+  for (int done = 0; kfi::kbpm_rawfile_inst_names_f(padded.item) == 0; ++done) {
+    line.at(done);
     const std::string name{padded.trimmed()};
     const auto index = find_bpm(tbt, name);
     if (!index || !has_arrays(name, file)) {
@@ -231,7 +236,7 @@ void tbt_read_data_file(std::int32_t tbt_file_num, std::int32_t but_correct, boo
                   but_correct, use_last_turn.value_or(true), tbt_nturn_avg};
   take_headers(tbt, tbt_file_num);
   set_up_bunches(tbt, file, init_needed);
-  take_instruments(tbt, file);
+  take_instruments(tbt, file, fmt::format("run {}", tbt_file_num));
   err = false;
 }
 

@@ -22,6 +22,7 @@
 
 namespace rawfile {
 
+// NOLINTNEXTLINE(readability-identifier-naming): a name of the format's own
 enum KBPMFIO_MODES : std::int32_t { KBPMFIO_READ = 0, KBPMFIO_WRITE = 1, KBPMFIO_READWRITE = 2 };
 
 /// Where one conversion of a line goes to or comes from: a typed address that knows its size, so

@@ -94,7 +94,7 @@ std::size_t nearest_start(const table_struct& table, const reading& read) {
   const float largest = std::max({low[0], low[1], low[2], low[3]});
   for (std::size_t g = 0; g < groups.size(); ++g) {
     find_cosines(groups[g], v, c);
-    const two_words same = reinterpret_cast<two_words>((c.low == largest) | (c.high == largest));
+    const auto same = reinterpret_cast<two_words>((c.low == largest) | (c.high == largest));
     if ((same[0] | same[1]) == 0) continue;
     for (std::size_t i = 0; i < start_group::size; ++i) {
       if ((i < 4 ? c.low : c.high)[i % 4] == largest) return g * start_group::size + i;

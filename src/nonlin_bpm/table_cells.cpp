@@ -256,7 +256,7 @@ std::string build_table(const table_nodes& nodes, table_struct& table) {
 
   cell_values centre{};
   evaluate_cell<false>(table, 0, 0, centre);
-  const std::string fault = wrong_centre(centre);
+  std::string fault = wrong_centre(centre);
   if (!fault.empty()) return fault;
   scale_signals(table, 1 / (centre.phi[0] + centre.phi[1] + centre.phi[2] + centre.phi[3]));
   for (int iy = 1; iy <= nodes.y.n; ++iy) {

@@ -135,6 +135,7 @@ wall circle_wall(double radius) { return ellipse_wall(radius, radius); }
 
 wall ellipse_wall(double a, double b) {
   std::vector<wall_piece> pieces;
+  pieces.reserve(4);
   for (int k = 0; k < 4; ++k) pieces.push_back(arc_piece(0, a, b, k * pi / 2, (k + 1) * pi / 2));
   return close_wall(std::move(pieces));
 }

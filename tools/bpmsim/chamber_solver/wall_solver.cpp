@@ -113,6 +113,7 @@ int count_panels(const chamber& c, const stretch& part, double s_from, double s_
 std::vector<double> panel_ends(const chamber& c, const stretch& part, int n) {
   const double width = (part.to - part.from) / n;
   std::vector<double> ends;
+  ends.reserve(static_cast<std::size_t>(n) + 1);
   for (int i = 0; i < n; ++i) ends.push_back(part.from + i * width);
   ends.push_back(part.to);
   double halved = width;

@@ -17,8 +17,9 @@ constexpr auto pace = 100ms;      // between two drawings
 
 bool on_screen = false;  // the cursor's line on the terminal holds a progress line
 
-bool somebody_watches() {
-  return isatty(STDERR_FILENO) == 1 && isatty(STDOUT_FILENO) == 0 &&
+bool somebody_watches(output_during output) {
+  return isatty(STDERR_FILENO) == 1 &&
+         (output == output_during::silence || isatty(STDOUT_FILENO) == 0) &&
          std::getenv("NO_PROGRESS") == nullptr;
 }
 
@@ -30,10 +31,10 @@ std::size_t screen_width() {
 
 }  // namespace
 
-progress::progress(std::string_view what, long long total)
+progress::progress(std::string_view what, long long total, output_during output)
     : what_(what),
       total_(total),
-      watched_(somebody_watches()),
+      watched_(somebody_watches(output)),
       next_(std::chrono::steady_clock::now() + patience) {}
 
 progress::~progress() {

@@ -2,15 +2,19 @@
 //
 // It appears only where it helps and cannot hurt: standard error is a terminal and standard output
 // is not (with both on the screen the printed lines are the progress, and a line that rewrites
-// itself would tear them), the step has lasted half a second, and the environment variable
-// NO_PROGRESS is not set. It is redrawn at most ten times a second and erased at the end, so
-// nothing of it stays on the screen and nothing ever reaches a file.
+// itself would tear them; a step that prints nothing says so), the step has lasted half a second,
+// and the environment variable NO_PROGRESS is not set. It is redrawn at most ten times a second and
+// erased at the end, so nothing of it stays on the screen and nothing ever reaches a file.
 #pragma once
 #include <chrono>
 #include <string>
 #include <string_view>
 
 namespace util {
+
+/// Whether anything is printed on standard output during the step. A silent one shows its line also
+/// when standard output is a terminal.
+enum class output_during { lines, silence };
 
 /// The line of one long step; erased when it goes out of scope.
 ///     util::progress line("reading RD-001234.dat", total);
@@ -20,7 +24,7 @@ class progress {
  public:
   /// given    what   the step, in a few words
   ///          total  value of `done` at its end; 0 when unknown: the line then shows the count
-  progress(std::string_view what, long long total);
+  progress(std::string_view what, long long total, output_during output = output_during::lines);
   progress(const progress&) = delete;
   progress& operator=(const progress&) = delete;
   ~progress();

@@ -1,9 +1,7 @@
 #include "tables.hpp"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <system_error>
 
@@ -11,6 +9,7 @@
 #include "chamber_solver/table_maker.hpp"
 #include "chamber_solver/table_picture.hpp"
 #include "file_units.hpp"
+#include "progress.hpp"
 #include "run_time.hpp"
 
 namespace sim {
@@ -20,31 +19,12 @@ struct {
   std::string directory, chamber_file, table_file, picture;
 } setup;
 
-/// One line on standard error, for a person only, erased at the end.
-class status_line {
- public:
-  explicit status_line(std::string name) : name_(std::move(name)) { show("solving the wall"); }
-  status_line(const status_line&) = delete;
-  status_line& operator=(const status_line&) = delete;
-  ~status_line() {
-    if (seen_) fmt::print(stderr, "\r\x1b[K");
-  }
-  void show(const std::string& what) const {
-    if (!seen_) return;
-    fmt::print(stderr, "\r\x1b[K{}: {}", name_, what);
-    std::fflush(stderr);
-  }
-
- private:
-  std::string name_;
-  bool seen_ = isatty(STDERR_FILENO) == 1;
-};
-
 chamber_solver::table_work work_out(const chamber_solver::chamber& c) {
-  const status_line line(c.name);
+  // The wall costs about as much as the rows together.
+  util::progress line("table " + c.name, 2LL * c.y.n, util::output_during::silence);
   auto work = chamber_solver::begin_table(c);
   for (int iy = 1; iy <= c.y.n; ++iy) {
-    line.show(fmt::format("row {} of {}", iy, c.y.n));
+    line.at(c.y.n + iy - 1);
     chamber_solver::fill_row(work, iy);
   }
   return work;

@@ -25,7 +25,9 @@ bool begins_blank(const std::string& line) {
 // corrected signals.
 void pass_pedestals(turn_text& run) {
   std::array<double, 4> pedestal{};
-  if (!next_line(run) || !next_line(run)) return;
+  for (int caption = 1; caption <= 2; ++caption) {
+    if (!next_line(run)) return;
+  }
   util::list_record record;
   for (double& value : pedestal) {
     util::taken got = util::take(record, value);

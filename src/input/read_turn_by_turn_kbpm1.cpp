@@ -37,7 +37,9 @@ bool read_turn_by_turn_kbpm1() {
   std::optional<int> active;
   while (next_line(run)) {
     const std::string_view line{run.line};
-    const auto has = [&](std::string_view text) { return line.find(text) != line.npos; };
+    const auto has = [&](std::string_view text) {
+      return line.find(text) != std::string_view::npos;
+    };
     if (has("KOVR BPM Raw")) {  // before the BPM header, whose text it holds
       titled = true;
     } else if (is_comment(line)) {

@@ -143,7 +143,8 @@ void take_bpm(tbt_bpm_struct& bpm, const std::string& name, int index, int k, co
   const bool late = index >= first_late_bpm;
   const element_range taken =
       turns_taken(k, file.nturns, file.tbt_nturn_avg, file.use_last_turn, late);
-  const auto count = static_cast<std::size_t>(taken.last - taken.first + 1);
+  const std::int32_t kept = taken.last - taken.first + 1;
+  const auto count = static_cast<std::size_t>(kept);
   bpm.turn.resize(count);
   take_calibration(bpm, name, k, file);
   for (int i = 1; i <= 4; ++i) {

@@ -130,7 +130,7 @@ std::string make_text_run(const text_run_setup& s) {
   if (fault) {
     util::run_time_error(fmt::format("cannot make directory {}: {}", s.directory, fault.message()));
   }
-  const std::string path = fmt::format("{}/{}", s.directory, text_run_name(s.form, s.run));
+  std::string path = fmt::format("{}/{}", s.directory, text_run_name(s.form, s.run));
   std::vector<bpm_truth> bpms;
   {
     const util::unit_handle file{util::lunget()};

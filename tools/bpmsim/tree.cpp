@@ -2,7 +2,7 @@
 
 #include <fmt/core.h>
 
-#include <cstdlib>
+#include <algorithm>
 #include <filesystem>
 #include <utility>
 #include <vector>

@@ -27,6 +27,7 @@ constexpr double wedge_size = 7;
 std::unique_ptr<page_state> page;
 
 [[noreturn]] void unknown(std::string_view what, std::string_view word) {
+  page.reset();  // its scratch folder goes with it
   util::run_time_error(
       std::string{"plot "}.append(what).append(" \"").append(word).append("\" is unknown"));
 }

@@ -1,4 +1,6 @@
 // The five field tables and the routines that point them at records.
+#include <initializer_list>
+
 #include "kbpmfio.hpp"
 
 namespace rawfile {
@@ -12,11 +14,11 @@ constexpr auto noop = kbpmfio_noop;
 constexpr auto both = KBPMFIO_READWRITE;
 constexpr auto write = KBPMFIO_WRITE;
 
-// Rows 0..n-1 of a table, each with the targets that belong to it.
-template <std::size_t rows>
-void map_all(std::span<KBPMFIO_FIELD_SPEC> table, const kbpmfio_targets (&addresses)[rows]) {
-  for (std::size_t row = 0; row < rows; ++row) {
-    kbpmfio_map_addresses_to_field(table, static_cast<std::int32_t>(row), addresses[row]);
+// The rows of a table in order, each with the targets that belong to it.
+void map_all(std::span<KBPMFIO_FIELD_SPEC> table, std::initializer_list<kbpmfio_targets> rows) {
+  std::int32_t row = 0;
+  for (const kbpmfio_targets& addresses : rows) {
+    kbpmfio_map_addresses_to_field(table, row++, addresses);
   }
 }
 

@@ -6,11 +6,13 @@
 
 // The library's own names and calling convention: everything by address, columns first.
 extern "C" {
+// NOLINTBEGIN(readability-identifier-naming)
 void dgetrf_(const int* m, const int* n, double* a, const int* lda, int* ipiv, int* info);
 void dgetri_(const int* n, double* a, const int* lda, const int* ipiv, double* work,
              const int* lwork, int* info);
 void dgesv_(const int* n, const int* nrhs, double* a, const int* lda, int* ipiv, double* b,
             const int* ldb, int* info);
+// NOLINTEND(readability-identifier-naming)
 }
 
 namespace linear_algebra {

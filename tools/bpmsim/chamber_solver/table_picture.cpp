@@ -37,20 +37,20 @@ std::string at(const drawing& d, point z) {
 
 void draw_line(const drawing& d, const std::vector<point>& points, const std::string& style) {
   if (points.size() < 2) return;
-  std::string path = "<polyline fill=\"none\" " + style + " points=\"";
+  std::string path = R"(<polyline fill="none" )" + style + R"( points=")";
   for (const point z : points) path += at(d, z) + " ";
   util::write_line(d.unit, path + "\"/>");
 }
 
 void draw_text(const drawing& d, point z, const char* colour, const std::string& text) {
   util::write_line(d.unit,
-                   fmt::format("<text x=\"{:.1f}\" y=\"{:.1f}\" fill=\"{}\">{}</text>",
+                   fmt::format(R"(<text x="{:.1f}" y="{:.1f}" fill="{}">{}</text>)",
                                (z.real() + d.half_width) * pixels_per_metre,
                                (d.half_height - z.imag()) * pixels_per_metre, colour, text));
 }
 
 std::string stroke(const char* colour, double width) {
-  return fmt::format("stroke=\"{}\" stroke-width=\"{}\"", colour, width);
+  return fmt::format(R"(stroke="{}" stroke-width="{}")", colour, width);
 }
 
 double difference_over_sum(const table_node& n, bool vertical) {
@@ -96,7 +96,7 @@ void draw_level(const table_work& work, const drawing& d, bool vertical, double 
     draw_line(d,
               vertical ? std::vector<point>{{x.first, linear}, {x.last, linear}}
                        : std::vector<point>{{linear, y.first}, {linear, y.last}},
-              stroke(colour, 0.6) + " stroke-dasharray=\"2,3\"");
+              stroke(colour, 0.6) + R"( stroke-dasharray="2,3")");
   }
   std::string path;
   point label{0, 0};  // where the line passes an axis of the chamber
@@ -111,7 +111,8 @@ void draw_level(const table_work& work, const drawing& d, bool vertical, double 
     }
   }
   if (path.empty()) return;
-  util::write_line(d.unit, "<path fill=\"none\" " + stroke(colour, 1.6) + " d=\"" + path + "\"/>");
+  util::write_line(d.unit,
+                   R"(<path fill="none" )" + stroke(colour, 1.6) + R"( d=")" + path + R"("/>)");
   if (label != point{0, 0} || level == 0) {
     draw_text(d, label + point{0.0003, 0.0003}, colour, fmt::format("{:.1f}", level));
   }
@@ -143,10 +144,10 @@ void write_picture(const table_work& work, const std::string& path) {
   }
   util::write_line(
       d.unit,
-      fmt::format("<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0:.0f}\" height=\"{1:.0f}\" "
-                  "viewBox=\"0 0 {0:.0f} {1:.0f}\" font-family=\"sans-serif\" font-size=\"11\">",
+      fmt::format(R"(<svg xmlns="http://www.w3.org/2000/svg" width="{0:.0f}" height="{1:.0f}" )"
+                  R"(viewBox="0 0 {0:.0f} {1:.0f}" font-family="sans-serif" font-size="11">)",
                   2 * d.half_width * pixels_per_metre, 2 * d.half_height * pixels_per_metre));
-  util::write_line(d.unit, "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>");
+  util::write_line(d.unit, R"(<rect width="100%" height="100%" fill="white"/>)");
   for (const bool vertical : {false, true}) {
     for (int i = -levels; i <= levels; ++i) draw_level(work, d, vertical, i * level_step);
   }

@@ -98,7 +98,10 @@ struct tree {
   }
   tree(const tree&) = delete;
   tree& operator=(const tree&) = delete;
-  ~tree() { fs::remove_all(path); }
+  ~tree() {
+    nonlin_bpm_mod::reset();
+    fs::remove_all(path);
+  }
   void put(int run, const raw_file& f) const {
     std::ofstream{path / ("kbpmII/raw/04/RD-00" + std::to_string(run) + ".dat")} << text_of(f);
   }

@@ -5,7 +5,9 @@
 #include <charconv>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
+#include <optional>
 
 namespace util {
 namespace {
@@ -69,6 +71,94 @@ void put_right(std::string& out, std::string_view text, int width) {
   }
 }
 
+// --- the quick way ----------------------------------------------------------------------------
+// A number scaled to a whole number of last places needs its exact digits only where it lies
+// close to the middle between two of them. Elsewhere the scaled number, good to some 1e-12 of a
+// place, already tells which one is nearer. Progress lines are made of such numbers by the thousand.
+
+constexpr double quick_limit = 1e9;     // last places: far from what a double counts exactly
+constexpr double middle_margin = 1e-5;  // of a place: more than the scaling can be wrong
+
+// The nearest whole number of last places, or nothing when the exact digits must decide.
+std::optional<std::uint32_t> places(double scaled) {
+  if (!(scaled < quick_limit)) return {};
+  const auto below = static_cast<std::uint32_t>(scaled);
+  const double rest = scaled - below;
+  if (std::abs(rest - 0.5) < middle_margin) return {};
+  return below + (rest > 0.5 ? 1 : 0);
+}
+
+// 10^p, p = -60..60, each the double next to it.
+constexpr int max_quick_power = 60;
+constexpr auto powers_of_ten = [] {
+  std::array<double, 2 * max_quick_power + 1> power{};
+  // In long double the products stay good to 1e-17, far within the margin.
+  long double up = 1;
+  for (std::size_t p = 0; p <= max_quick_power; ++p, up *= 10) {
+    power.at(max_quick_power + p) = static_cast<double>(up);
+    power.at(max_quick_power - p) = static_cast<double>(1 / up);
+  }
+  return power;
+}();
+
+double ten_to(int p) { return powers_of_ten.at(static_cast<std::size_t>(max_quick_power + p)); }
+
+// Text that is written from its end to its front, right-justified in a field.
+struct backward_text {
+  std::array<char, 64> text{};
+  std::size_t start = 64;
+  void put(char c) { text[--start] = c; }
+  void put_digits(std::uint32_t n, int digits) {
+    for (int i = 0; i < digits; ++i, n /= 10) put(static_cast<char>('0' + n % 10));
+  }
+  std::string_view view() const { return {text.data() + start, text.size() - start}; }
+};
+
+bool put_fixed_quickly(std::string& out, double value, int width, int decimals) {
+  if (decimals < 1 || decimals > 9) return false;
+  const auto n = places(std::abs(value) * ten_to(decimals));
+  if (!n) return false;
+  backward_text text;
+  std::uint32_t whole = *n;
+  for (int i = 0; i < decimals; ++i, whole /= 10) text.put(static_cast<char>('0' + whole % 10));
+  text.put('.');
+  do text.put(static_cast<char>('0' + whole % 10));
+  while ((whole /= 10) != 0);
+  if (value < 0) text.put('-');
+  put_right(out, text.view(), width);
+  return true;
+}
+
+bool put_exponent_quickly(std::string& out, double value, int width, int digits) {
+  const double size = std::abs(value);
+  if (digits < 1 || digits > 8 || !(size > 1e-50 && size < 1e50)) return false;
+  // From the binary exponent the decimal one is known but for one more or less.
+  int binary = 0;
+  std::frexp(size, &binary);
+  int power = static_cast<int>(std::floor(binary * 0.30103)) + 1;
+  if (size * ten_to(-power) < 0.1) --power;
+  auto n = places(size * ten_to(digits - power));
+  if (!n) return false;
+  const auto full = static_cast<std::uint32_t>(ten_to(digits));
+  if (*n >= full) {
+    // 0.99999 rounds up to the next power: 0.1000 of it.
+    if (*n > full) return false;
+    n = full / 10;
+    ++power;
+  }
+  if (*n < full / 10) return false;
+  backward_text text;
+  text.put_digits(static_cast<std::uint32_t>(std::abs(power)), 2);
+  text.put(power < 0 ? '-' : '+');
+  text.put('D');
+  text.put_digits(*n, digits);
+  text.put('.');
+  text.put('0');
+  if (value < 0) text.put('-');
+  put_right(out, text.view(), width);
+  return true;
+}
+
 // NaN and Infinity; returns whether it was one of them.
 bool put_not_finite(std::string& out, double value, int width) {
   if (std::isnan(value)) {
@@ -87,6 +177,7 @@ bool put_not_finite(std::string& out, double value, int width) {
 }  // namespace
 
 void put_fixed(std::string& out, double value, int width, int decimals) {
+  if (put_fixed_quickly(out, value, width, decimals)) return;
   if (put_not_finite(out, value, width)) return;
   decimal d;
   if (value != 0) {
@@ -107,6 +198,7 @@ void put_fixed(std::string& out, double value, int width, int decimals) {
 }
 
 void put_exponent(std::string& out, double value, int width, int digits) {
+  if (put_exponent_quickly(out, value, width, digits)) return;
   if (put_not_finite(out, value, width)) return;
   decimal d;
   if (value != 0) {

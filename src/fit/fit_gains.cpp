@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fields.hpp"
+#include "gain_batch.hpp"
 #include "gain_fit_mod.hpp"
 #include "list_io.hpp"
 #include "mrqmin.hpp"
@@ -55,7 +56,8 @@ void tell_start(double chis) {
 
 void tell_progress(const fit_work& fit) {
   const std::span all{fit.a.item};
-  std::string line;
+  static std::string line;  // keeps its memory: a run writes hundreds of these per BPM
+  line.clear();
   put_chis_and_gains(line, fit.chisq, all.first(4));
   util::put_text(line, " coef = ", 8);
   for (const double c : all.last(4)) util::put_fixed(line, c);
@@ -102,9 +104,19 @@ void prepare(fit_work& fit) {
   fit.alamda = -1;
 }
 
+double mean_square(const fit_work& fit) {
+  double chis = 0;
+  if (literal_form) {
+    chi1_square(chis);
+  } else {
+    chis = batch_sums.chi_square(fit.a.item) / norbits;
+  }
+  return chis;
+}
+
 void step(fit_work& fit) {
   const mrqmin_mod::problem p{
-      .x = fit.xx, .y = fit.yy, .sig = fit.sig, .maska = fit.maska, .funcs = mrqmin_funcs1};
+      .x = fit.xx, .y = fit.yy, .sig = fit.sig, .maska = fit.maska, .funcs = mrqmin_funcs1, .sums = literal_form ? nullptr : &batch_sums};
   mrqmin_mod::mrqmin(p, fit.a.item, fit.covar, fit.alpha, fit.chisq, fit.alamda);
 }
 
@@ -168,6 +180,7 @@ void fit_gains(chis_saved& chis_save, gains_saved& gain_save, coeffs_saved& coef
   nvar = max_parameters;
   covar_save.fill(0);
   gain_save.fill(0);
+  if (!literal_form) load_batch();
   fit_work fit;
   for (const int held : {1, 2, 3, 4}) {
     ind = held;
@@ -177,9 +190,7 @@ void fit_gains(chis_saved& chis_save, gains_saved& gain_save, coeffs_saved& coef
 
     load_start_values();
     prepare(fit);
-    double mean_square = 0;
-    chi1_square(mean_square);
-    tell_start(mean_square);
+    tell_start(mean_square(fit));
     sweep_pairs(fit);
     fit_all_but_held(fit);
     save(fit, chis_save, gain_save, coeff_save, covar_save);

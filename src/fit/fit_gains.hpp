@@ -22,6 +22,10 @@ using coeffs_saved =
 /// By fit, parameter, parameter: covariance for a standard deviation of 1 per orbit.
 using covar_saved = util::bounded3<double, 1, 4, 1, 8, 1, 8, "covar_save">;
 
+/// Evaluate the model orbit by orbit as chi1 and derivative1 stand (mrqmin_funcs1) instead of in
+/// batches: for tests and benches, which compare the two.
+inline bool literal_form = false;
+
 /// Fits BPM `bpm` to orbits 1..norbits of orbit_data, telling every step on standard output.
 ///
 /// returns  chis_save   1..4 all hold the chi-square (sum of squares over the orbits) of the last

@@ -9,49 +9,18 @@ namespace {
 signals last_reading{};
 derivatives last_derivatives{};
 
-// What the gains make of one reading: u = X Y, and Q.
-struct normalised {
-  double u = 0;
-  double Q = 0;
-};
-
-// Each sum runs over the buttons from 0, and each signal is divided by S before it enters a sum:
-// the printed results hang on that order. A sign only flips the sign bit, so one division serves
-// all.
-normalised normalise(const parameters& param, const signals& but) {
+// The total that a combination is divided by, each time summed anew: the formula is written down
+// here as it is promised, and the batch sums are held to it.
+void divide_by_total(const parameters& gain_loc, const signals& but, combination& b) {
   double S = 0;
-  for (int i = 1; i <= 4; ++i) S += but(i) * param(i);
-
-  signals share;
-  for (int i = 1; i <= 4; ++i) share(i) = but(i) / S;
-  combination Bpmmp;
-  combination Bpmpm;
-  combination Bppmm;
-  bvecs(share, Bpmmp, Bpmpm, Bppmm);
-
-  double X = 0;
-  double Y = 0;
-  double Q = 0;
-  for (int i = 1; i <= 4; ++i) {
-    X += param(i) * Bpmpm(i);
-    Y += param(i) * Bppmm(i);
-    Q += param(i) * Bpmmp(i);
-  }
-  return {.u = X * Y, .Q = Q};
+  for (int i = 1; i <= 4; ++i) S += but(i) * gain_loc(i);
+  for (int i = 1; i <= 4; ++i) b(i) /= S;
 }
 
-// The sines of the model curve; the third term takes the doubled argument too.
-struct curve_sines {
-  double s1 = 0;
-  double s2 = 0;
-};
-
-curve_sines sines_at(double k, double u) {
-  return {.s1 = std::sin(k * u), .s2 = std::sin((2 * k) * u)};
-}
-
-double residual(const parameters& param, const curve_sines& s, double Q) {
-  return param(5) * ((s.s1 + param(7) * s.s2) + param(8) * s.s2) - Q;
+double dot(const parameters& gain_loc, const combination& b) {
+  double sum = 0;
+  for (int i = 1; i <= 4; ++i) sum += gain_loc(i) * b(i);
+  return sum;
 }
 
 // Signals of one orbit out of the column of its BPM; zeros for a BPM that nothing was written to.
@@ -102,8 +71,21 @@ void bvecs(const signals& but, combination& Bpmmp, combination& Bpmpm, combinati
 }
 
 double chi1(const parameters& param, const signals& but) {
-  const normalised at = normalise(param, but);
-  return residual(param, sines_at(param(6), at.u), at.Q);
+  combination Bpmmp;
+  combination Bpmpm;
+  combination Bppmm;
+  bvecs(but, Bpmmp, Bpmpm, Bppmm);
+  divide_by_total(param, but, Bpmmp);
+  divide_by_total(param, but, Bpmpm);
+  divide_by_total(param, but, Bppmm);
+  const double X = dot(param, Bpmpm);
+  const double Y = dot(param, Bppmm);
+  const double arg = X * Y;
+  const double s1 = std::sin(param(6) * arg);
+  const double s2 = std::sin((2 * param(6)) * arg);
+  const double s3 = std::sin((2 * param(6)) * arg);  // not three times: the model is meant so
+  const double Q = dot(param, Bpmmp);
+  return param(5) * ((s1 + param(7) * s2) + param(8) * s3) - Q;
 }
 
 void chi1_square(double& chis) {
@@ -120,19 +102,13 @@ void chi1_square(double& chis) {
 void derivative1(const parameters& param, const signals& but, derivatives& dyda, int iterm) {
   if (iterm > norbits) return;
 
-  // A step of a curve parameter leaves u and Q, and mostly the sines, as they are: computed once
-  // they give the same bits as computed each time.
-  const normalised here = normalise(param, but);
-  const curve_sines sines_here = sines_at(param(6), here.u);
-  const auto stepped = [&](int i, double step) {
-    parameters work = param;
-    work(i) += step;
-    if (i <= 4) return chi1(work, but);
-    return residual(work, i == 6 ? sines_at(work(6), here.u) : sines_here, here.Q);
-  };
   for (int i = 1; i <= max_parameters; ++i) {
-    const double y_p = stepped(i, derivative_step);
-    const double y_m = stepped(i, -derivative_step);
+    parameters work = param;
+    work(i) += derivative_step;
+    const double y_p = chi1(work, but);
+    work = param;
+    work(i) -= derivative_step;
+    const double y_m = chi1(work, but);
     dyda(i) = ((y_p - y_m) * 0.5) / derivative_step;
   }
 }

@@ -117,19 +117,25 @@ struct place {
 // The largest element among the rows and columns not yet used as pivot. A nan is taken only where
 // nothing else is left, so a fit that met one goes on and has its steps rejected.
 place largest_element(const matrix& a, const std::vector<int>& ipiv) {
+  const std::size_t n = ipiv.size();
   place found;
   double largest = -1;
-  for (int column = 1; column <= a.rows; ++column) {
-    if (ipiv[at(column)] != 0) continue;
-    for (int row = 1; row <= a.rows; ++row) {
-      if (ipiv[at(row)] != 0) continue;
-      const double size = std::abs(a(row, column));
+  for (std::size_t column = 0; column < n; ++column) {
+    if (ipiv[column] != 0) continue;
+    for (std::size_t row = 0; row < n; ++row) {
+      if (ipiv[row] != 0) continue;
+      const double size = std::abs(a.item[(row * n) + column]);
       if (found.row != 0 && !(size > largest)) continue;
-      found = {.row = row, .column = column};
+      found = {.row = static_cast<int>(row) + 1, .column = static_cast<int>(column) + 1};
       if (size > largest) largest = size;
     }
   }
   return found;
+}
+
+// row -= factor * pivot
+void subtract(std::span<double> row, double factor, std::span<const double> pivot) {
+  for (std::size_t c = 0; c < row.size(); ++c) row[c] -= factor * pivot[c];
 }
 
 // Makes column icol of a the pivot's unit column, in place of which the inverse grows.
@@ -143,10 +149,9 @@ void eliminate(matrix& a, matrix& b, int icol) {
   for (int r = 1; r <= a.rows; ++r) {
     if (r == icol) continue;
     const auto row_a = a.row(r);
-    const auto row_b = b.row(r);
     const double factor = std::exchange(row_a[at(icol)], 0.0);
-    for (std::size_t c = 0; c < row_a.size(); ++c) row_a[c] -= factor * pivot_a[c];
-    for (std::size_t c = 0; c < row_b.size(); ++c) row_b[c] -= factor * pivot_b[c];
+    subtract(row_a, factor, pivot_a);
+    subtract(b.row(r), factor, pivot_b);
   }
 }
 
@@ -160,16 +165,17 @@ void tell_singular() {
 // results back into covar and da, also when it returned early.
 void solve_step(const matrix& alpha, double alamda, matrix& covar) {
   const int mfit = kept.mfit;
+  const auto n = static_cast<std::size_t>(mfit);
   work.curvature.reshape(mfit, mfit);
   work.right_hand_side.reshape(mfit, 1);
   for (int j = 1; j <= mfit; ++j) {
-    for (int k = 1; k <= mfit; ++k) work.curvature(j, k) = alpha(j, k);
+    std::ranges::copy(alpha.row(j).first(n), work.curvature.row(j).begin());
     work.curvature(j, j) *= 1 + alamda;
     work.right_hand_side(j, 1) = kept.beta[at(j)];
   }
   gaussj(work.curvature, work.right_hand_side);
   for (int j = 1; j <= mfit; ++j) {
-    for (int k = 1; k <= mfit; ++k) covar(j, k) = work.curvature(j, k);
+    std::ranges::copy(work.curvature.row(j), covar.row(j).begin());
     kept.da[at(j)] = work.right_hand_side(j, 1);
   }
 }
@@ -182,13 +188,26 @@ void make_trial(std::span<const double> a, std::span<const bool> maska) {
     if (maska[i]) kept.atry[i] += kept.da[at(++j)];
 }
 
-void accept(std::span<double> a, const matrix& covar, matrix& alpha, double chisq) {
+// Chi-square at the trial point. Curvature and gradient come with it into covar and da unless the
+// model has its own sums: then they wait until the point is accepted.
+void evaluate_trial(const problem& p, matrix& covar, double& chisq) {
+  if (p.sums != nullptr) {
+    chisq = p.sums->chi_square(kept.atry);
+  } else {
+    mrqcof(p, kept.atry, covar, kept.da, chisq);
+  }
+}
+
+// The curvature kept belongs to the parameters that are free in this call.
+void accept(const problem& p, std::span<double> a, const matrix& covar, matrix& alpha,
+            double chisq) {
   kept.ochisq = chisq;
+  std::ranges::copy(kept.atry, a.begin());
+  if (p.sums != nullptr) return p.sums->curvature(a, p.maska, alpha, kept.beta);
   for (int j = 1; j <= kept.mfit; ++j) {
     for (int k = 1; k <= kept.mfit; ++k) alpha(j, k) = covar(j, k);
     kept.beta[at(j)] = kept.da[at(j)];
   }
-  std::ranges::copy(kept.atry, a.begin());
 }
 
 void initialise(const problem& p, std::span<const double> a, matrix& alpha, double& chisq,
@@ -197,7 +216,12 @@ void initialise(const problem& p, std::span<const double> a, matrix& alpha, doub
   kept.beta.assign(a.size(), 0.0);
   kept.da.assign(a.size(), 0.0);
   alamda = first_damping;
-  mrqcof(p, a, alpha, kept.beta, chisq);
+  if (p.sums != nullptr) {
+    chisq = p.sums->chi_square(a);
+    p.sums->curvature(a, p.maska, alpha, kept.beta);
+  } else {
+    mrqcof(p, a, alpha, kept.beta, chisq);
+  }
   kept.ochisq = chisq;
 }
 
@@ -268,11 +292,11 @@ void mrqmin(const problem& p, std::span<double> a, matrix& covar, matrix& alpha,
   }
 
   make_trial(a, p.maska);
-  mrqcof(p, kept.atry, covar, kept.da, chisq);
+  evaluate_trial(p, covar, chisq);
   // Strictly smaller: an equal chi-square, or one that is not a number, is no progress.
   if (chisq < kept.ochisq) {
     alamda *= accepted_factor;
-    accept(a, covar, alpha, chisq);
+    accept(p, a, covar, alpha, chisq);
   } else {
     alamda *= rejected_factor;
     chisq = kept.ochisq;

@@ -24,13 +24,26 @@ namespace mrqmin_mod {
 using model = void (*)(std::span<const double> x, std::span<const double> a, std::span<double> yfit,
                        matrix& dyda);
 
+/// A model whose values are residuals, every y 0 and every sig 1, may bring the sums over its data
+/// points. The solver then asks only for what it looks at: the sum of squares of each trial, and the
+/// derivatives of an accepted one.
+struct residual_sums {
+  /// The sum of squares at a.
+  double (*chi_square)(std::span<const double> a);
+  /// Curvature matrix and gradient at a, packed to the parameters that maska sets free: the leading
+  /// block of alpha, whole, and the leading values of beta.
+  void (*curvature)(std::span<const double> a, std::span<const bool> maska, matrix& alpha,
+                    std::span<double> beta);
+};
+
 /// What is fitted: the data and which parameters are free. Spans stay the caller's.
 struct problem {
   std::span<const double> x;    ///< abscissae, handed to the model as they are; ndata
   std::span<const double> y;    ///< measured values; ndata
   std::span<const double> sig;  ///< their standard deviations; ndata
   std::span<const bool> maska;  ///< true = fitted, false = held; ma
-  model funcs = nullptr;
+  model funcs = nullptr;        ///< asked unless there are sums
+  const residual_sums* sums = nullptr;
 };
 
 /// One trial step (see above).

@@ -1,0 +1,3 @@
+#include "fit_peers.hpp"
+
+std::vector<peer> peers() { return {}; }

@@ -1,0 +1,397 @@
+// The kernels of gain_batch, written once for any number of lanes: orbits in blocks that stay in
+// the first-level cache, in short loops whose operations do not wait for each other.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+
+#include "gain_fit_mod.hpp"
+#include "lanes.hpp"
+#include "sine_pair.hpp"
+
+namespace gain_fit_mod {
+
+/// Signals of all orbits, button by button. Each column goes on beyond the last orbit to a whole
+/// number of max_lanes, repeating it there.
+struct signal_columns {
+  const double* b1;
+  const double* b2;
+  const double* b3;
+  const double* b4;
+  std::size_t n;
+};
+
+inline constexpr std::size_t max_lanes = 4;
+inline constexpr std::size_t block_size = 128;
+inline constexpr int residual_column = 7;  ///< where a row of derivatives holds minus the residual
+
+/// Sums over the orbits of products of two derivatives: those of the free parameters in their order
+/// from 0 on, and residual_column. Symmetric.
+struct product_sums {
+  double of[8][8];
+};
+
+/// Which derivatives are wanted: parameter numbers from 0, n of them.
+struct free_list {
+  int parameter[8];
+  int n;
+};
+
+/// The kernels of one instruction set.
+struct batch_kernels {
+  const char* name;
+  double (*chi_square)(const double* a, const signal_columns& d);
+  void (*products)(const double* a, const signal_columns& d, const free_list& free,
+                   product_sums& sums);
+};
+extern const batch_kernels generic_kernels;  ///< what every processor of the family has
+extern const batch_kernels avx2_kernels;     ///< x86-64 with AVX2
+
+/// Residual and its derivatives of one orbit at any parameters: the residual's own formula with our
+/// sines, stepped forth and back. The kernels come here where their short forms do not hold.
+double stepped_residual(const double* a, const signal_columns& d, std::size_t orbit);
+double stepped_derivative(const double* a, const signal_columns& d, std::size_t orbit,
+                          int parameter);
+
+// Largest squares of e and of the small angle for which the closed form is taken: what it leaves
+// out is then below 1e-12 of a derivative, less than rounding leaves of the literal form.
+inline constexpr double small_step = 1e-7;
+inline constexpr double small_angle = 2.5e-6;
+
+/// Intermediate results of one block of orbits.
+struct block_work {
+  alignas(32) double inverse_total[block_size];
+  alignas(32) double sum[block_size];         // X + Y
+  alignas(32) double difference[block_size];  // X - Y
+  alignas(32) double u[block_size];
+  alignas(32) double Q[block_size];
+  alignas(32) double sin1[block_size];
+  alignas(32) double sin2[block_size];
+  // With c = cos a, c2 = cos 2a and so on, and h the sum of both weights, these times Am k:
+  alignas(32) double slope[block_size];      // c + 2 h c2, the curve's derivative
+  alignas(32) double bend[block_size];       // k (s + 4 h s2)
+  alignas(32) double third[block_size];      // k^2 (c + 8 h c2) / 6
+  alignas(32) double column[8][block_size];  // derivatives by parameter
+  alignas(32) double minus_residual[block_size];
+  alignas(32) double row[block_size][8];  // the wanted ones, orbit by orbit
+};
+
+template <int width>
+struct gain_kernels {
+  using l = lanes<width>;
+  using real = typename l::real;
+  using bits = typename l::bits;
+
+  struct combined {
+    real inverse_total, X, Y, Q;
+  };
+  static combined combine(const double* a, const signal_columns& d, std::size_t orbit) {
+    const real p1 = a[0] * l::load(d.b1 + orbit);
+    const real p2 = a[1] * l::load(d.b2 + orbit);
+    const real p3 = a[2] * l::load(d.b3 + orbit);
+    const real p4 = a[3] * l::load(d.b4 + orbit);
+    const real inverse_total = 1.0 / (((p1 + p2) + p3) + p4);
+    const real minus = p1 - p2;
+    return {inverse_total, ((minus + p3) - p4) * inverse_total,
+            (((p1 + p2) - p3) - p4) * inverse_total, ((minus - p3) + p4) * inverse_total};
+  }
+
+  static real residual(const double* a, real sin1, real sin2, real Q) {
+    return a[4] * ((sin1 + a[6] * sin2) + a[7] * sin2) - Q;
+  }
+
+  // --- chi-square -------------------------------------------------------------------------------
+
+  // Squared residuals of one block; returns `sum` and the squares of the block before: additions in
+  // order wait for each other, and here there is something to do meanwhile.
+  static double squares(const double* a, const signal_columns& d, std::size_t first,
+                        std::size_t count, double* square, const double* before, double sum) {
+    alignas(32) double angle[block_size];
+    alignas(32) double Q[block_size];
+    for (std::size_t i = 0; i < count; i += width) {
+      const combined at = combine(a, d, first + i);
+      l::store(angle + i, a[5] * (at.X * at.Y));
+      l::store(Q + i, at.Q);
+    }
+    bits far{};
+    for (std::size_t i = 0; i < count; i += width) {
+      const real angle_i = l::load(angle + i);
+      far |= ~(l::magnitude(angle_i) < near_limit);
+      const auto f = functions_of<width>(near_reduction<width>(angle_i));
+      const real r = residual(a, f.sin1, f.sin2, l::load(Q + i));
+      l::store(square + i, r * r);
+      for (std::size_t k = 0; k < width; ++k) sum += before[i + k];
+    }
+    if (any_lane<width>(far)) {
+      for (std::size_t i = 0; i < count; ++i) {
+        const double r = stepped_residual(a, d, first + i);
+        square[i] = r * r;
+      }
+    }
+    return sum;
+  }
+
+  static double chi_square(const double* a, const signal_columns& d) {
+    alignas(32) double square[2][block_size] = {};
+    double sum = 0;
+    std::size_t before = 0;  // orbits of the block before
+    int now = 0;
+    for (std::size_t first = 0; first < d.n; first += block_size, now = 1 - now) {
+      const std::size_t count = d.n - first < block_size ? d.n - first : block_size;
+      sum = squares(a, d, first, count, square[now], square[1 - now], sum);
+      // A short last block has taken only the beginning of the one before.
+      for (std::size_t i = (count + width - 1) / width * width; i < before; ++i)
+        sum += square[1 - now][i];
+      before = count;
+    }
+    for (std::size_t i = 0; i < before; ++i) sum += square[1 - now][i];
+    return sum;
+  }
+
+  // --- derivatives ------------------------------------------------------------------------------
+
+  static void combine_block(const double* a, const signal_columns& d, std::size_t first,
+                            std::size_t count, block_work& w) {
+    for (std::size_t i = 0; i < count; i += width) {
+      const combined at = combine(a, d, first + i);
+      l::store(w.inverse_total + i, at.inverse_total);
+      l::store(w.sum + i, at.X + at.Y);
+      l::store(w.difference + i, at.X - at.Y);
+      l::store(w.u + i, at.X * at.Y);
+      l::store(w.Q + i, at.Q);
+    }
+  }
+
+  // Sines, the residual, and what the closed forms share. Returns the lanes whose angle is far.
+  static bits curve_block(const double* a, std::size_t count, block_work& w) {
+    const double k = a[5];
+    const double h = a[6] + a[7];
+    const double slope = a[4] * k;
+    const double bend = slope * k;
+    const double third = bend * k / 6;
+    bits far{};
+    for (std::size_t i = 0; i < count; i += width) {
+      const real angle = k * l::load(w.u + i);
+      far |= ~(l::magnitude(angle) < near_limit);
+      const auto f = functions_of<width>(near_reduction<width>(angle));
+      l::store(w.sin1 + i, f.sin1);
+      l::store(w.sin2 + i, f.sin2);
+      l::store(w.minus_residual + i, -residual(a, f.sin1, f.sin2, l::load(w.Q + i)));
+      l::store(w.slope + i, slope * f.cos1 + (2 * h * slope) * f.cos2);
+      l::store(w.bend + i, bend * f.sin1 + (4 * h * bend) * f.sin2);
+      l::store(w.third + i, third * f.cos1 + (8 * h * third) * f.cos2);
+    }
+    return far;
+  }
+
+  // Derivative by one gain, whose button has sQ as sign of Q; `along` is sX Y + sY X but for the
+  // sign that minus tells. Returns the lanes where the closed form does not hold.
+  template <int sQ, bool minus>
+  static bits gain_block(const double* a, const double* signal, std::size_t count,
+                         const block_work& w, const double* along, double* column) {
+    const double largest = small_angle / (a[5] * a[5]);
+    real largest_e = real{};
+    real largest_t = real{};
+    for (std::size_t i = 0; i < count; i += width) {
+      const real u = l::load(w.u + i);
+      const real L = minus ? -l::load(along + i) : l::load(along + i);
+      const real share = l::load(signal + i) * l::load(w.inverse_total + i);
+      const real e = derivative_step * share;
+      const real ee = e * e;
+      // Half the difference of u over e, and (u+ + u-)/2 - u over e^2.
+      const real to_first = (L - u) - u;
+      const real twice = to_first + to_first;
+      const real half = to_first + ee * (twice + (L - 2.0 * sQ));
+      const real shift = (double{sQ} - u) - twice;
+      const real t = e * half;  // times k
+      const real tt = t * t;
+      largest_e = ee > largest_e ? ee : largest_e;
+      largest_t = tt > largest_t ? tt : largest_t;
+      const real rise =
+          (l::load(w.slope + i) - (ee * shift) * l::load(w.bend + i)) - tt * l::load(w.third + i);
+      const real of_Q = (double{sQ} - l::load(w.Q + i)) * (1.0 + ee);
+      l::store(column + i, share * (half * rise - of_Q));
+    }
+    return ~((largest_e < small_step) & (largest_t < largest));
+  }
+
+  static bits scale_block(const double* a, std::size_t count, const block_work& w,
+                          double* column) {
+    // slope and third come with the factors of a gain's step.
+    const double per_k = 1 / a[5];
+    const double per_kk = per_k * per_k;
+    bits not_small{};
+    for (std::size_t i = 0; i < count; i += width) {
+      const real u = l::load(w.u + i);
+      const real t = derivative_step * u;
+      const real tt = t * t;
+      not_small |= ~(tt < small_angle);
+      l::store(column + i, (per_k * u) * (l::load(w.slope + i) - (per_kk * tt) * l::load(w.third + i)));
+    }
+    return not_small;
+  }
+
+  // Amplitude and both weights, stepped as they stand: their rounding is the literal form's.
+  static void stepped_block(const double* a, std::size_t count, block_work& w) {
+    constexpr double d = derivative_step;
+    constexpr double per_step = 0.5 / derivative_step;
+    for (std::size_t i = 0; i < count; i += width) {
+      const real sin1 = l::load(w.sin1 + i);
+      const real sin2 = l::load(w.sin2 + i);
+      const real Q = l::load(w.Q + i);
+      const real two = sin1 + a[6] * sin2;
+      const real third = a[7] * sin2;
+      const real curve = two + third;
+      const real curve_2p = (sin1 + (a[6] + d) * sin2) + third;
+      const real curve_2m = (sin1 + (a[6] - d) * sin2) + third;
+      const real curve_3p = two + (a[7] + d) * sin2;
+      const real curve_3m = two + (a[7] - d) * sin2;
+      l::store(w.column[4] + i, (((a[4] + d) * curve - Q) - ((a[4] - d) * curve - Q)) * per_step);
+      l::store(w.column[6] + i, ((a[4] * curve_2p - Q) - (a[4] * curve_2m - Q)) * per_step);
+      l::store(w.column[7] + i, ((a[4] * curve_3p - Q) - (a[4] * curve_3m - Q)) * per_step);
+    }
+  }
+
+  // Columns of the wanted parameters; returns the lanes where one does not hold.
+  static bits derivative_blocks(const double* a, const signal_columns& d, const free_list& free,
+                                std::size_t first, std::size_t count, block_work& w) {
+    bits not_small = curve_block(a, count, w);
+    bool stepped = false;
+    for (int j = 0; j < free.n; ++j) {
+      const int p = free.parameter[j];
+      double* column = w.column[p];
+      if (p == 0) not_small |= gain_block<1, false>(a, d.b1 + first, count, w, w.sum, column);
+      if (p == 1) not_small |= gain_block<-1, false>(a, d.b2 + first, count, w, w.difference, column);
+      if (p == 2) not_small |= gain_block<-1, true>(a, d.b3 + first, count, w, w.difference, column);
+      if (p == 3) not_small |= gain_block<1, true>(a, d.b4 + first, count, w, w.sum, column);
+      if (p == 5) not_small |= scale_block(a, count, w, column);
+      stepped = stepped || p == 4 || p > 5;
+    }
+    if (stepped) stepped_block(a, count, w);
+    return not_small;
+  }
+
+  // Orbits whose short forms do not hold, one by one.
+  static void redo_not_small(const double* a, const signal_columns& d, const free_list& free,
+                             std::size_t first, std::size_t count, block_work& w) {
+    for (std::size_t i = 0; i < count; ++i) {
+      w.minus_residual[i] = -stepped_residual(a, d, first + i);
+      for (int j = 0; j < free.n; ++j)
+        w.column[free.parameter[j]][i] = stepped_derivative(a, d, first + i, free.parameter[j]);
+    }
+  }
+
+  // --- sums -------------------------------------------------------------------------------------
+
+  // The wanted columns side by side, orbit by orbit; what is not used of a row is 0.
+  static void turn_into_rows(const free_list& free, std::size_t count, block_work& w) {
+    alignas(32) static constexpr double zeros[block_size] = {};
+    const double* from[8];
+    for (int j = 0; j < 8; ++j) from[j] = j < free.n ? w.column[free.parameter[j]] : zeros;
+    from[residual_column] = w.minus_residual;
+    for (int j = 0; j < 8; j += 4) turn_four(from[j], from[j + 1], from[j + 2], from[j + 3], count, w.row, j);
+  }
+
+  static void turn_four(const double* c0, const double* c1, const double* c2, const double* c3,
+                        std::size_t count, double (*row)[8], int to) {
+    using two = lanes<2>;
+    for (std::size_t i = 0; i < count; i += 2) {
+      const auto v0 = two::load(c0 + i);
+      const auto v1 = two::load(c1 + i);
+      const auto v2 = two::load(c2 + i);
+      const auto v3 = two::load(c3 + i);
+      if constexpr (width == 4) {
+        const real even = __builtin_shufflevector(v0, v2, 0, 1, 2, 3);
+        const real odd = __builtin_shufflevector(v1, v3, 0, 1, 2, 3);
+        l::store(row[i] + to, __builtin_shufflevector(even, odd, 0, 4, 2, 6));
+        l::store(row[i + 1] + to, __builtin_shufflevector(even, odd, 1, 5, 3, 7));
+      } else {
+        l::store(row[i] + to, __builtin_shufflevector(v0, v1, 0, 2));
+        l::store(row[i] + to + 2, __builtin_shufflevector(v2, v3, 0, 2));
+        l::store(row[i + 1] + to, __builtin_shufflevector(v0, v1, 1, 3));
+        l::store(row[i + 1] + to + 2, __builtin_shufflevector(v2, v3, 1, 3));
+      }
+    }
+  }
+
+  // Columns `top`..top+3 times columns `left`..left+3, added to the sums. The lanes are places of the
+  // matrix, so that each sum runs over the orbits in their order.
+  static void add_tile(const block_work& w, std::size_t count, int top, int left,
+                       product_sums& sums) {
+    constexpr int parts = 4 / width;
+    real sum[4][parts];
+    for (int j = 0; j < 4; ++j)
+      for (int p = 0; p < parts; ++p) sum[j][p] = l::load(&sums.of[top + j][left + p * width]);
+    for (std::size_t i = 0; i < count; ++i) {
+      const double* row = w.row[i];
+      for (int p = 0; p < parts; ++p) {
+        const real factor = l::load(row + left + p * width);
+        for (int j = 0; j < 4; ++j) sum[j][p] += row[top + j] * factor;
+      }
+    }
+    for (int j = 0; j < 4; ++j)
+      for (int p = 0; p < parts; ++p) l::store(&sums.of[top + j][left + p * width], sum[j][p]);
+  }
+
+  // All 36 products of a row with four lanes: each once, in nine vectors, instead of twelve with
+  // the places above the diagonal.
+  static void add_all(const block_work& w, std::size_t count, product_sums& sums) {
+    if constexpr (width == 4) {
+      real sum[9] = {};
+      load_nine(sums, sum);
+      for (std::size_t i = 0; i < count; ++i) {
+        const double* row = w.row[i];
+        const real low = l::load(row);
+        const real high = l::load(row + 4);
+        const real first_halves = __builtin_shufflevector(low, high, 0, 1, 4, 5);
+        const real second_halves = __builtin_shufflevector(low, high, 2, 3, 6, 7);
+        sum[0] += low * low;
+        sum[1] += low * __builtin_shufflevector(low, low, 1, 2, 3, 0);
+        sum[2] += high * high;
+        sum[3] += high * __builtin_shufflevector(high, high, 1, 2, 3, 0);
+        sum[4] += first_halves * second_halves;
+        for (int j = 0; j < 4; ++j) sum[5 + j] += row[4 + j] * low;
+      }
+      store_nine(sum, sums);
+    } else {
+      add_tile(w, count, 0, 0, sums);
+      add_tile(w, count, 4, 0, sums);
+      add_tile(w, count, 4, 4, sums);
+    }
+  }
+
+  // Where the lanes of the first five vectors of add_all belong; the other four are rows 4..7.
+  struct place {
+    int row, column;
+  };
+  static constexpr place places[5][4] = {{{0, 0}, {1, 1}, {2, 2}, {3, 3}},
+                                         {{1, 0}, {2, 1}, {3, 2}, {3, 0}},
+                                         {{4, 4}, {5, 5}, {6, 6}, {7, 7}},
+                                         {{5, 4}, {6, 5}, {7, 6}, {7, 4}},
+                                         {{2, 0}, {3, 1}, {6, 4}, {7, 5}}};
+  static void load_nine(const product_sums& sums, real* sum) {
+    for (int v = 0; v < 5; ++v)
+      for (int i = 0; i < 4; ++i) sum[v][i] = sums.of[places[v][i].row][places[v][i].column];
+    for (int j = 0; j < 4; ++j) sum[5 + j] = l::load(sums.of[4 + j]);
+  }
+  static void store_nine(const real* sum, product_sums& sums) {
+    for (int v = 0; v < 5; ++v)
+      for (int i = 0; i < 4; ++i) sums.of[places[v][i].row][places[v][i].column] = sum[v][i];
+    for (int j = 0; j < 4; ++j) l::store(sums.of[4 + j], sum[5 + j]);
+  }
+
+  static void products(const double* a, const signal_columns& d, const free_list& free,
+                       product_sums& sums) {
+    static block_work w;
+    sums = {};
+    for (std::size_t first = 0; first < d.n; first += block_size) {
+      const std::size_t count = d.n - first < block_size ? d.n - first : block_size;
+      combine_block(a, d, first, count, w);
+      const bits not_small = derivative_blocks(a, d, free, first, count, w);
+      if (any_lane<width>(not_small)) redo_not_small(a, d, free, first, count, w);
+      turn_into_rows(free, count, w);
+      add_all(w, count, sums);
+    }
+  }
+};
+
+}  // namespace gain_fit_mod

@@ -17,6 +17,12 @@ void divide_by_total(const parameters& gain_loc, const signals& but, combination
   for (int i = 1; i <= 4; ++i) b(i) /= S;
 }
 
+combination with_signs(const signals& but, const signals& signs) {
+  combination b;
+  for (int i = 1; i <= 4; ++i) b(i) = but(i) * signs(i);
+  return b;
+}
+
 double dot(const parameters& gain_loc, const combination& b) {
   double sum = 0;
   for (int i = 1; i <= 4; ++i) sum += gain_loc(i) * b(i);
@@ -63,11 +69,9 @@ void reset() {
 }
 
 void bvecs(const signals& but, combination& Bpmmp, combination& Bpmpm, combination& Bppmm) {
-  for (int i = 1; i <= 4; ++i) {
-    Bpmmp(i) = but(i) * spmmp(i);
-    Bpmpm(i) = but(i) * spmpm(i);
-    Bppmm(i) = but(i) * sppmm(i);
-  }
+  Bpmmp = with_signs(but, spmmp);
+  Bpmpm = with_signs(but, spmpm);
+  Bppmm = with_signs(but, sppmm);
 }
 
 double chi1(const parameters& param, const signals& but) {

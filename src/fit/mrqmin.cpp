@@ -31,7 +31,8 @@ kept_state kept;
 
 // Work space of one call; kept only so that a fit does not allocate at every step.
 struct work_space {
-  std::vector<double> ymod, wt, dy;    // ndata each
+  std::vector<double> ymod;            // ndata
+  std::vector<double> packed;          // derivatives of one data point by the free parameters
   matrix dyda{"dyda", 0, 0};           // ndata x ma
   matrix curvature{"covar", 0, 0};     // mfit x mfit: the block that gaussj works on
   matrix right_hand_side{"da", 0, 0};  // mfit x 1
@@ -68,17 +69,20 @@ void list_free(std::span<const bool> maska) {
   work.free.clear();
   for (int i = 1; i <= static_cast<int>(maska.size()); ++i)
     if (maska[at(i)]) work.free.push_back(i);
+  work.packed.resize(work.free.size());
 }
 
 // Adds one data point to the packed lower triangle and the gradient.
 void add_point(std::span<const double> dyda, double wt, double dy, matrix& alpha,
                std::span<double> beta) {
-  const int mfit = static_cast<int>(work.free.size());
-  for (int j = 1; j <= mfit; ++j) {
-    const double wt_dyda = dyda[at(work.free[at(j)])] * wt;
-    const auto row = alpha.row(j);
-    for (int k = 1; k <= j; ++k) row[at(k)] += wt_dyda * dyda[at(work.free[at(k)])];
-    beta[at(j)] += dy * wt_dyda;
+  const std::size_t mfit = work.free.size();
+  for (std::size_t j = 0; j < mfit; ++j) work.packed[j] = dyda[at(work.free[j])];
+  const double* packed = work.packed.data();
+  double* row = alpha.item.data();
+  for (std::size_t j = 0; j < mfit; ++j, row += alpha.columns) {
+    const double wt_dyda = packed[j] * wt;
+    for (std::size_t k = 0; k <= j; ++k) row[k] += wt_dyda * packed[k];
+    beta[j] += dy * wt_dyda;
   }
 }
 

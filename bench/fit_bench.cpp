@@ -56,7 +56,7 @@ std::vector<entry> contestants() {
   std::vector<entry> all{{"literal", literal}, {"ours, generic", [] { return with("generic"); }}};
   for (const auto set : instruction_sets())
     if (set == "avx2") all.push_back({"ours, avx2", [] { return with("avx2"); }});
-  for (const auto& [name, run] : peers()) all.push_back({name, run});
+  for (const auto& [name, run] : peers::all()) all.push_back({name, run});
   return all;
 }
 

@@ -1,3 +1,0 @@
-#include "fit_peers.hpp"
-
-std::vector<peer> peers() { return {}; }

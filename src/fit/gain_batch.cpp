@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <memory>
 #include <span>
 
 #include "gain_batch_kernel.hpp"
@@ -12,6 +13,8 @@ namespace gain_fit_mod {
 namespace {
 
 // The signals of one BPM, copied by load_batch, button after button.
+// Each column begins with a cache line and ends with one: no load reaches over a line's end.
+constexpr std::size_t line = 8;  // numbers
 std::vector<double> copied;
 signal_columns columns{};
 
@@ -48,13 +51,15 @@ const mrqmin_mod::residual_sums batch_sums{.chi_square = chi_square, .curvature 
 void load_batch() {
   const auto readings = orbit_data.column(bpm, norbits);
   const auto n = static_cast<std::size_t>(norbits);
-  const std::size_t length = (n + max_lanes - 1) / max_lanes * max_lanes;
-  copied.assign(4 * length, 0.0);
+  const std::size_t length = (n + line - 1) / line * line;
+  copied.assign((4 * length) + line, 0.0);
+  void* start_of_line = copied.data();
+  std::size_t room = copied.size() * sizeof(double);
+  auto* start = static_cast<double*>(std::align(line * sizeof(double), sizeof(double), start_of_line, room));
   for (std::size_t i = 0; i < length && !readings.empty(); ++i) {
     const auto& button = readings[std::min(i, n - 1)].button;
-    for (int b = 1; b <= 4; ++b) copied[static_cast<std::size_t>(b - 1) * length + i] = button(b);
+    for (int b = 1; b <= 4; ++b) start[(static_cast<std::size_t>(b - 1) * length) + i] = button(b);
   }
-  const double* start = copied.data();
   columns = {start, start + length, start + 2 * length, start + 3 * length, n};
 }
 
@@ -63,7 +68,7 @@ double stepped_residual(const double* a, const signal_columns& d, std::size_t or
   const auto at = kernel::combine(a, d, orbit);
   const auto angle = a[5] * (at.X * at.Y);
   const bool near = kernel::l::magnitude(angle)[0] < near_limit;
-  const auto f = functions_of<1>(near ? near_reduction<1>(angle) : far_reduction(angle[0]));
+  const auto f = functions_of(near ? near_reduction<1>(angle) : far_reduction(angle[0]));
   return kernel::residual(a, f.sin1, f.sin2, at.Q)[0];
 }
 

@@ -99,27 +99,59 @@ struct gain_kernels {
     return a[4] * ((sin1 + a[6] * sin2) + a[7] * sin2) - Q;
   }
 
+  // --- sines ------------------------------------------------------------------------------------
+
+  // Reduced angles k u of one block, and sine and cosine of what remains. Each loop is short enough
+  // for several rounds of it to be under way at once. Returns the lanes whose angle is far.
+  struct sine_work {
+    alignas(32) double r[block_size];
+    alignas(32) std::int64_t n[block_size];
+    alignas(32) double s[block_size];
+    alignas(32) double c[block_size];
+  };
+  static bits sine_block(double k, const double* u, std::size_t count, sine_work& w) {
+    bits far{};
+    for (std::size_t i = 0; i < count; i += width) {
+      const real angle = k * l::load(u + i);
+      far |= ~(l::magnitude(angle) < near_limit);
+      const auto near = near_reduction<width>(angle);
+      l::store(w.r + i, near.r);
+      __builtin_memcpy(w.n + i, &near.n, sizeof near.n);
+    }
+    for (std::size_t i = 0; i < count; i += width) {
+      const auto at = sine_cosine_near_0<width>(l::load(w.r + i));
+      l::store(w.s + i, at.s);
+      l::store(w.c + i, at.c);
+    }
+    return far;
+  }
+
+  static angle_functions<width> functions_at(const sine_work& w, std::size_t i) {
+    bits n;
+    __builtin_memcpy(&n, w.n + i, sizeof n);
+    return functions_of<width>({l::load(w.s + i), l::load(w.c + i)}, n);
+  }
+
   // --- chi-square -------------------------------------------------------------------------------
 
   // Squared residuals of one block; returns `sum` and the squares of the block before: additions in
   // order wait for each other, and here there is something to do meanwhile.
   static double squares(const double* a, const signal_columns& d, std::size_t first,
                         std::size_t count, double* square, const double* before, double sum) {
-    alignas(32) double angle[block_size];
+    alignas(32) double u[block_size];
     alignas(32) double Q[block_size];
+    sine_work w;
     for (std::size_t i = 0; i < count; i += width) {
       const combined at = combine(a, d, first + i);
-      l::store(angle + i, a[5] * (at.X * at.Y));
+      l::store(u + i, at.X * at.Y);
       l::store(Q + i, at.Q);
+      for (std::size_t j = 0; j < width; ++j) sum += before[i + j];
     }
-    bits far{};
+    const bits far = sine_block(a[5], u, count, w);
     for (std::size_t i = 0; i < count; i += width) {
-      const real angle_i = l::load(angle + i);
-      far |= ~(l::magnitude(angle_i) < near_limit);
-      const auto f = functions_of<width>(near_reduction<width>(angle_i));
+      const auto f = functions_at(w, i);
       const real r = residual(a, f.sin1, f.sin2, l::load(Q + i));
       l::store(square + i, r * r);
-      for (std::size_t k = 0; k < width; ++k) sum += before[i + k];
     }
     if (any_lane<width>(far)) {
       for (std::size_t i = 0; i < count; ++i) {
@@ -168,11 +200,10 @@ struct gain_kernels {
     const double slope = a[4] * k;
     const double bend = slope * k;
     const double third = bend * k / 6;
-    bits far{};
+    sine_work at;
+    const bits far = sine_block(k, w.u, count, at);
     for (std::size_t i = 0; i < count; i += width) {
-      const real angle = k * l::load(w.u + i);
-      far |= ~(l::magnitude(angle) < near_limit);
-      const auto f = functions_of<width>(near_reduction<width>(angle));
+      const auto f = functions_at(at, i);
       l::store(w.sin1 + i, f.sin1);
       l::store(w.sin2 + i, f.sin2);
       l::store(w.minus_residual + i, -residual(a, f.sin1, f.sin2, l::load(w.Q + i)));

@@ -67,19 +67,27 @@ struct angle_functions {
   typename lanes<width>::real sin1, cos1, sin2, cos2;
 };
 
-/// What is not used of the result costs nothing: this is inlined.
+/// From sine and cosine of what remains after n quarter turns. Inlined: what is not used of the
+/// result costs nothing.
 template <int width>
-[[gnu::always_inline]] inline angle_functions<width> functions_of(const reduced_angle<width>& angle) {
+[[gnu::always_inline]] inline angle_functions<width> functions_of(
+    const sine_cosine<width>& at, const typename lanes<width>::bits& n) {
   using l = lanes<width>;
-  const auto [s, c] = sine_cosine_near_0<width>(angle.r);
+  const auto s = at.s;
+  const auto c = at.c;
   // An odd n exchanges sine and cosine; bit 1 of n and of n + 1 are their signs, bit 0 that of 2a.
-  const auto swap = (l::as_bits(s) ^ l::as_bits(c)) & -(angle.n & 1);
-  const auto sign1 = (angle.n & 2) << 62;
-  const auto sign1_cos = ((angle.n + 1) & 2) << 62;
-  const auto sign2 = angle.n << 63;
+  const auto swap = (l::as_bits(s) ^ l::as_bits(c)) & -(n & 1);
+  const auto sign1 = (n & 2) << 62;
+  const auto sign1_cos = ((n + 1) & 2) << 62;
+  const auto sign2 = n << 63;
   return {l::as_real((l::as_bits(s) ^ swap) ^ sign1), l::as_real((l::as_bits(c) ^ swap) ^ sign1_cos),
           l::as_real(l::as_bits((s + s) * c) ^ sign2),
           l::as_real(l::as_bits(1.0 - (s + s) * s) ^ sign2)};
+}
+
+/// All of one angle.
+inline angle_functions<1> functions_of(const reduced_angle<1>& angle) {
+  return functions_of<1>(sine_cosine_near_0<1>(angle.r), angle.n);
 }
 
 }  // namespace gain_fit_mod

@@ -34,7 +34,7 @@ struct batch : scratch::directory {
 
 angle_functions<1> functions_at(double a) {
   const lanes<1>::real angle{a};
-  return functions_of<1>(std::abs(a) < near_limit ? near_reduction<1>(angle) : far_reduction(a));
+  return functions_of(std::abs(a) < near_limit ? near_reduction<1>(angle) : far_reduction(a));
 }
 
 // Distance in units of the last place of the true value.

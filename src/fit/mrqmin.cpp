@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <initializer_list>
+#include <numeric>
 #include <string>
 #include <utility>
 
@@ -29,6 +30,11 @@ struct kept_state {
 };
 kept_state kept;
 
+struct place {
+  int row = 0;
+  int column = 0;
+};
+
 // Work space of one call; kept only so that a fit does not allocate at every step.
 struct work_space {
   std::vector<double> ymod;            // ndata
@@ -36,6 +42,8 @@ struct work_space {
   matrix dyda{"dyda", 0, 0};           // ndata x ma
   matrix curvature{"covar", 0, 0};     // mfit x mfit: the block that gaussj works on
   matrix right_hand_side{"da", 0, 0};  // mfit x 1
+  std::vector<int> unused;             // rows and columns that gaussj has not pivoted on
+  std::vector<place> pivots;           // those that it has, in order
   std::vector<int> free;               // numbers of the fitted parameters, from 1
 };
 work_space work;
@@ -61,6 +69,7 @@ void swap_rows(matrix& m, int r1, int r2) {
 }
 
 void swap_columns(matrix& m, int c1, int c2) {
+  if (c1 == c2) return;
   for (int r = 1; r <= m.rows; ++r) std::swap(m(r, c1), m(r, c2));
 }
 
@@ -113,33 +122,27 @@ void mrqcof(const problem& p, std::span<const double> a, matrix& alpha, std::spa
     for (int k = 1; k < j; ++k) alpha(k, j) = alpha(j, k);
 }
 
-struct place {
-  int row = 0;
-  int column = 0;
-};
-
-// The largest element among the rows and columns not yet used as pivot. A nan is taken only where
-// nothing else is left, so a fit that met one goes on and has its steps rejected.
-place largest_element(const matrix& a, const std::vector<int>& ipiv) {
-  const std::size_t n = ipiv.size();
+// The largest element among the rows and columns not yet used as pivot, the first in column order.
+// A nan is taken only where nothing else is left, so a fit that met one goes on and has its steps
+// rejected.
+place largest_element(const matrix& a, std::span<const int> unused) {
   place found;
   double largest = -1;
-  for (std::size_t column = 0; column < n; ++column) {
-    if (ipiv[column] != 0) continue;
-    for (std::size_t row = 0; row < n; ++row) {
-      if (ipiv[row] != 0) continue;
-      const double size = std::abs(a.item[(row * n) + column]);
+  for (const int column : unused) {
+    const double* first = a.item.data() + column - 1;
+    for (const int row : unused) {
+      const double size = std::abs(first[(row - 1) * a.columns]);
       if (found.row != 0 && !(size > largest)) continue;
-      found = {.row = static_cast<int>(row) + 1, .column = static_cast<int>(column) + 1};
+      found = {.row = row, .column = column};
       if (size > largest) largest = size;
     }
   }
   return found;
 }
 
-// row -= factor * pivot
-void subtract(std::span<double> row, double factor, std::span<const double> pivot) {
-  for (std::size_t c = 0; c < row.size(); ++c) row[c] -= factor * pivot[c];
+// row -= factor * pivot; rows of a matrix do not overlap.
+void subtract(double* __restrict row, double factor, const double* __restrict pivot, int n) {
+  for (int c = 0; c < n; ++c) row[c] -= factor * pivot[c];
 }
 
 // Makes column icol of a the pivot's unit column, in place of which the inverse grows.
@@ -150,12 +153,13 @@ void eliminate(matrix& a, matrix& b, int icol) {
   const auto pivot_b = b.row(icol);
   for (double& element : pivot_a) element *= pivinv;
   for (double& element : pivot_b) element *= pivinv;
-  for (int r = 1; r <= a.rows; ++r) {
+  double* row_a = a.item.data();
+  double* row_b = b.item.data();
+  for (int r = 1; r <= a.rows; ++r, row_a += a.columns, row_b += b.columns) {
     if (r == icol) continue;
-    const auto row_a = a.row(r);
-    const double factor = std::exchange(row_a[at(icol)], 0.0);
-    subtract(row_a, factor, pivot_a);
-    subtract(b.row(r), factor, pivot_b);
+    const double factor = std::exchange(row_a[icol - 1], 0.0);
+    subtract(row_a, factor, pivot_a.data(), a.columns);
+    subtract(row_b, factor, pivot_b.data(), b.columns);
   }
 }
 
@@ -241,12 +245,15 @@ void reset() { kept = {}; }
 
 void gaussj(matrix& a, matrix& b) {
   const int n = a.rows;
-  std::vector<int> ipiv(static_cast<std::size_t>(n), 0);
-  std::vector<place> pivots;
+  std::vector<int>& unused = work.unused;
+  std::vector<place>& pivots = work.pivots;
+  unused.resize(static_cast<std::size_t>(n));
+  std::iota(unused.begin(), unused.end(), 1);
+  pivots.clear();
   for (int i = 1; i <= n; ++i) {
-    const auto [irow, icol] = largest_element(a, ipiv);
+    const auto [irow, icol] = largest_element(a, unused);
     // The search passes used columns over; this holds it to that.
-    if (++ipiv[at(icol)] > 1) nrerror("gaussj: singular matrix (1)");
+    if (std::erase(unused, icol) != 1) nrerror("gaussj: singular matrix (1)");
     swap_rows(a, irow, icol);
     swap_rows(b, irow, icol);
     pivots.push_back({.row = irow, .column = icol});

@@ -88,7 +88,8 @@ void compare(std::FILE* table, int rounds, int orbits, double range) {
     for (std::size_t i = 0; i < all.size(); ++i) times[i].push_back(seconds(all[i].run, chisq[i]));
   const double unit = median(times[0]);
   fmt::print(table, "\n{} orbits, +-{} mm, medians of {} rounds\n", orbits, range, rounds);
-  fmt::print(table, "{:<24}{:>10}{:>18}{:>22}\n", "", "CPU ms", "times faster", "chi-square reached");
+  fmt::print(table, "{:<24}{:>10}{:>18}{:>22}\n", "", "CPU ms", "times faster",
+             "chi-square reached");
   for (std::size_t i = 0; i < all.size(); ++i)
     fmt::print(table, "{:<24}{:>10.2f}{:>18.1f}{:>22.8e}\n", all[i].name, 1e3 * median(times[i]),
                unit / median(times[i]), chisq[i]);

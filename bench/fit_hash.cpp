@@ -27,7 +27,8 @@ struct hash {
     for (const double number : numbers) {
       std::uint64_t bits = 0;
       std::memcpy(&bits, &number, sizeof bits);
-      for (int byte = 0; byte < 8; ++byte) value = (value ^ ((bits >> (8 * byte)) & 255)) * 0x100000001b3;
+      for (int byte = 0; byte < 8; ++byte)
+        value = (value ^ ((bits >> (8 * byte)) & 255)) * 0x100000001b3;
     }
   }
 };

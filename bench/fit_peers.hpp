@@ -39,7 +39,8 @@ struct fit_task {
 
 inline fit_task task_of_store() {
   fit_task task;
-  for (const auto& reading : gain_fit_mod::orbit_data.column(gain_fit_mod::bpm, gain_fit_mod::norbits))
+  for (const auto& reading :
+       gain_fit_mod::orbit_data.column(gain_fit_mod::bpm, gain_fit_mod::norbits))
     task.orbit.push_back(reading.button.item);
   return task;
 }
@@ -47,7 +48,12 @@ inline fit_task task_of_store() {
 /// Gains but the held one, then Am, k, h2, h3: where the gain fit starts.
 inline std::array<double, n_free> start_values() {
   constexpr double amplitude{0.19467656F};
-  return {1, 1, 1, amplitude, double{10.404831F}, double{-0.011293941F} / amplitude,
+  return {1,
+          1,
+          1,
+          amplitude,
+          double{10.404831F},
+          double{-0.011293941F} / amplitude,
           double{0.0030660552F} / amplitude};
 }
 

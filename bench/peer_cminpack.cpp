@@ -26,9 +26,9 @@ double run() {
     int residual_calls = 0;
     int jacobian_calls = 0;
     peers::fit_task model_data = task;  // lmder hands it back without const
-    lmder(model, &model_data, m, n, p.data(), residual.data(), jacobian.data(), m,
-          peers::tolerance, peers::tolerance, peers::tolerance, peers::max_steps, scale, 1, 100, 0,
-          &residual_calls, &jacobian_calls, pivots, qtf, work1, work2, work3, work4.data());
+    lmder(model, &model_data, m, n, p.data(), residual.data(), jacobian.data(), m, peers::tolerance,
+          peers::tolerance, peers::tolerance, peers::max_steps, scale, 1, 100, 0, &residual_calls,
+          &jacobian_calls, pivots, qtf, work1, work2, work3, work4.data());
     double chisq = 0;
     for (const double r : residual) chisq += r * r;
     return chisq;

@@ -115,8 +115,12 @@ double mean_square(const fit_work& fit) {
 }
 
 void step(fit_work& fit) {
-  const mrqmin_mod::problem p{
-      .x = fit.xx, .y = fit.yy, .sig = fit.sig, .maska = fit.maska, .funcs = mrqmin_funcs1, .sums = literal_form ? nullptr : &batch_sums};
+  const mrqmin_mod::problem p{.x = fit.xx,
+                              .y = fit.yy,
+                              .sig = fit.sig,
+                              .maska = fit.maska,
+                              .funcs = mrqmin_funcs1,
+                              .sums = literal_form ? nullptr : &batch_sums};
   mrqmin_mod::mrqmin(p, fit.a.item, fit.covar, fit.alpha, fit.chisq, fit.alamda);
 }
 

@@ -38,8 +38,7 @@ void curvature(std::span<const double> a, std::span<const bool> maska, mrqmin_mo
   product_sums sums;
   kernels->products(a.data(), columns, free, sums);
   for (int j = 0; j < free.n; ++j) {
-    for (int k = 0; k < free.n; ++k)
-      alpha(j + 1, k + 1) = sums.of[std::max(j, k)][std::min(j, k)];
+    for (int k = 0; k < free.n; ++k) alpha(j + 1, k + 1) = sums.of[std::max(j, k)][std::min(j, k)];
     beta[static_cast<std::size_t>(j)] = sums.of[residual_column][j];
   }
 }
@@ -55,7 +54,8 @@ void load_batch() {
   copied.assign((4 * length) + line, 0.0);
   void* start_of_line = copied.data();
   std::size_t room = copied.size() * sizeof(double);
-  auto* start = static_cast<double*>(std::align(line * sizeof(double), sizeof(double), start_of_line, room));
+  auto* start =
+      static_cast<double*>(std::align(line * sizeof(double), sizeof(double), start_of_line, room));
   for (std::size_t i = 0; i < length && !readings.empty(); ++i) {
     const auto& button = readings[std::min(i, n - 1)].button;
     for (int b = 1; b <= 4; ++b) start[(static_cast<std::size_t>(b - 1) * length) + i] = button(b);

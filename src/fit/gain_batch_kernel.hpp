@@ -8,6 +8,9 @@
 #include "lanes.hpp"
 #include "sine_pair.hpp"
 
+// Plain arrays and pointers on purpose: a library function that is not inlined would be compiled
+// for the file's instruction set, and the linker might take that copy for the whole program.
+// NOLINTBEGIN(modernize-avoid-c-arrays)
 namespace gain_fit_mod {
 
 /// Signals of all orbits, button by button. Each column goes on beyond the last orbit to a whole
@@ -245,8 +248,7 @@ struct gain_kernels {
     return ~((largest_e < small_step) & (largest_t < largest));
   }
 
-  static bits scale_block(const double* a, std::size_t count, const block_work& w,
-                          double* column) {
+  static bits scale_block(const double* a, std::size_t count, const block_work& w, double* column) {
     // slope and third come with the factors of a gain's step.
     const double per_k = 1 / a[5];
     const double per_kk = per_k * per_k;
@@ -256,7 +258,8 @@ struct gain_kernels {
       const real t = derivative_step * u;
       const real tt = t * t;
       not_small |= ~(tt < small_angle);
-      l::store(column + i, (per_k * u) * (l::load(w.slope + i) - (per_kk * tt) * l::load(w.third + i)));
+      l::store(column + i,
+               (per_k * u) * (l::load(w.slope + i) - (per_kk * tt) * l::load(w.third + i)));
     }
     return not_small;
   }
@@ -291,8 +294,10 @@ struct gain_kernels {
       const int p = free.parameter[j];
       double* column = w.column[p];
       if (p == 0) not_small |= gain_block<1, false>(a, d.b1 + first, count, w, w.sum, column);
-      if (p == 1) not_small |= gain_block<-1, false>(a, d.b2 + first, count, w, w.difference, column);
-      if (p == 2) not_small |= gain_block<-1, true>(a, d.b3 + first, count, w, w.difference, column);
+      if (p == 1)
+        not_small |= gain_block<-1, false>(a, d.b2 + first, count, w, w.difference, column);
+      if (p == 2)
+        not_small |= gain_block<-1, true>(a, d.b3 + first, count, w, w.difference, column);
       if (p == 3) not_small |= gain_block<1, true>(a, d.b4 + first, count, w, w.sum, column);
       if (p == 5) not_small |= scale_block(a, count, w, column);
       stepped = stepped || p == 4 || p > 5;
@@ -319,7 +324,8 @@ struct gain_kernels {
     const double* from[8];
     for (int j = 0; j < 8; ++j) from[j] = j < free.n ? w.column[free.parameter[j]] : zeros;
     from[residual_column] = w.minus_residual;
-    for (int j = 0; j < 8; j += 4) turn_four(from[j], from[j + 1], from[j + 2], from[j + 3], count, w.row, j);
+    for (int j = 0; j < 8; j += 4)
+      turn_four(from[j], from[j + 1], from[j + 2], from[j + 3], count, w.row, j);
   }
 
   static void turn_four(const double* c0, const double* c1, const double* c2, const double* c3,
@@ -344,23 +350,25 @@ struct gain_kernels {
     }
   }
 
-  // Columns `top`..top+3 times columns `left`..left+3, added to the sums. The lanes are places of the
-  // matrix, so that each sum runs over the orbits in their order.
+  // Columns `top`..top+3 times columns `left`..left+3, added to the sums. The lanes are places of
+  // the matrix, so that each sum runs over the orbits in their order.
   static void add_tile(const block_work& w, std::size_t count, int top, int left,
                        product_sums& sums) {
-    constexpr int parts = 4 / width;
+    constexpr std::size_t parts = 4 / width;
     real sum[4][parts];
     for (int j = 0; j < 4; ++j)
-      for (int p = 0; p < parts; ++p) sum[j][p] = l::load(&sums.of[top + j][left + p * width]);
+      for (std::size_t p = 0; p < parts; ++p)
+        sum[j][p] = l::load(&sums.of[top + j][left + p * width]);
     for (std::size_t i = 0; i < count; ++i) {
       const double* row = w.row[i];
-      for (int p = 0; p < parts; ++p) {
+      for (std::size_t p = 0; p < parts; ++p) {
         const real factor = l::load(row + left + p * width);
         for (int j = 0; j < 4; ++j) sum[j][p] += row[top + j] * factor;
       }
     }
     for (int j = 0; j < 4; ++j)
-      for (int p = 0; p < parts; ++p) l::store(&sums.of[top + j][left + p * width], sum[j][p]);
+      for (std::size_t p = 0; p < parts; ++p)
+        l::store(&sums.of[top + j][left + p * width], sum[j][p]);
   }
 
   // All 36 products of a row with four lanes: each once, in nine vectors, instead of twelve with
@@ -426,3 +434,4 @@ struct gain_kernels {
 };
 
 }  // namespace gain_fit_mod
+// NOLINTEND(modernize-avoid-c-arrays)

@@ -131,7 +131,7 @@ place largest_element(const matrix& a, std::span<const int> unused) {
   for (const int column : unused) {
     const double* first = a.item.data() + column - 1;
     for (const int row : unused) {
-      const double size = std::abs(first[(row - 1) * a.columns]);
+      const double size = std::abs(first[std::ptrdiff_t{row - 1} * a.columns]);
       if (found.row != 0 && !(size > largest)) continue;
       found = {.row = row, .column = column};
       if (size > largest) largest = size;

@@ -25,8 +25,8 @@ using model = void (*)(std::span<const double> x, std::span<const double> a, std
                        matrix& dyda);
 
 /// A model whose values are residuals, every y 0 and every sig 1, may bring the sums over its data
-/// points. The solver then asks only for what it looks at: the sum of squares of each trial, and the
-/// derivatives of an accepted one.
+/// points. The solver then asks only for what it looks at: the sum of squares of each trial, and
+/// the derivatives of an accepted one.
 struct residual_sums {
   /// The sum of squares at a.
   double (*chi_square)(std::span<const double> a);

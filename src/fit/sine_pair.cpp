@@ -46,7 +46,8 @@ reduced_angle<1> far_reduction(double a) {
   const int first = exponent - 2;
   const wide low = wide{mantissa} * bits_from(first + 128);
   const wide middle = (wide{mantissa} * bits_from(first + 64)) + (low >> 64);
-  const std::uint64_t high = (mantissa * bits_from(first)) + static_cast<std::uint64_t>(middle >> 64);
+  const std::uint64_t high =
+      (mantissa * bits_from(first)) + static_cast<std::uint64_t>(middle >> 64);
 
   // The nearest quadrant, and what remains as a signed fraction of one: 126 bits of it serve.
   wide rest = ((wide{high} << 64) | static_cast<std::uint64_t>(middle)) << 2;
@@ -59,8 +60,8 @@ reduced_angle<1> far_reduction(double a) {
   const auto upper = static_cast<std::uint64_t>(rest >> 64);
   const int zeros = std::countl_zero(upper);
   rest <<= zeros;
-  const double size = std::ldexp(static_cast<double>(static_cast<std::uint64_t>(rest >> 64)),
-                                 -64 - zeros);
+  const double size =
+      std::ldexp(static_cast<double>(static_cast<std::uint64_t>(rest >> 64)), -64 - zeros);
   const double r = size * 0x1.921fb54442d18p+0;
   const bool negative = std::signbit(a) != below;
   return {l::real{negative ? -r : r}, l::bits{static_cast<std::int64_t>(std::signbit(a) ? -n : n)}};

@@ -6,8 +6,8 @@
 //
 //     a = n pi/2 + r, |r| <= pi/4;  sin r and cos r by polynomials;  sin 2a = +-2 sin r cos r
 //
-// error    up to |a| = 25 below 1.4 units of the last place (sin a) and 2.6 (sin 2a); beyond, 2.3, 4
-// source   polynomials: the minimax coefficients of the freely distributable fdlibm (Sun, 1993)
+// error    up to |a| = 25 below 1.4 units of the last place (sin a) and 2.6 (sin 2a); beyond, 2.3,
+// 4 source   polynomials: the minimax coefficients of the freely distributable fdlibm (Sun, 1993)
 #pragma once
 #include <cstdint>
 
@@ -80,7 +80,8 @@ template <int width>
   const auto sign1 = (n & 2) << 62;
   const auto sign1_cos = ((n + 1) & 2) << 62;
   const auto sign2 = n << 63;
-  return {l::as_real((l::as_bits(s) ^ swap) ^ sign1), l::as_real((l::as_bits(c) ^ swap) ^ sign1_cos),
+  return {l::as_real((l::as_bits(s) ^ swap) ^ sign1),
+          l::as_real((l::as_bits(c) ^ swap) ^ sign1_cos),
           l::as_real(l::as_bits((s + s) * c) ^ sign2),
           l::as_real(l::as_bits(1.0 - (s + s) * s) ^ sign2)};
 }

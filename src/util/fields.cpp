@@ -74,7 +74,8 @@ void put_right(std::string& out, std::string_view text, int width) {
 // --- the quick way ----------------------------------------------------------------------------
 // A number scaled to a whole number of last places needs its exact digits only where it lies
 // close to the middle between two of them. Elsewhere the scaled number, good to some 1e-12 of a
-// place, already tells which one is nearer. Progress lines are made of such numbers by the thousand.
+// place, already tells which one is nearer. Progress lines are made of such numbers by the
+// thousand.
 
 constexpr double quick_limit = 1e9;     // last places: far from what a double counts exactly
 constexpr double middle_margin = 1e-5;  // of a place: more than the scaling can be wrong
@@ -101,7 +102,10 @@ constexpr auto powers_of_ten = [] {
   return power;
 }();
 
-double ten_to(int p) { return powers_of_ten.at(static_cast<std::size_t>(max_quick_power + p)); }
+double ten_to(int p) {
+  const int at = max_quick_power + p;
+  return powers_of_ten.at(static_cast<std::size_t>(at));
+}
 
 // Text that is written from its end to its front, right-justified in a field.
 struct backward_text {

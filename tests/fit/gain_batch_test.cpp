@@ -66,7 +66,8 @@ TEST(sine_pair, is_right_to_the_last_bits_at_any_size) {
       worst1 = std::max(worst1, ulps(f.sin1[0], std::sin(static_cast<long double>(a))));
       worst2 = std::max(worst2, ulps(f.sin2[0], std::sin(2 * static_cast<long double>(a))));
       ASSERT_NEAR(f.cos1[0], std::cos(a), 4e-16) << a;
-      ASSERT_NEAR(f.cos2[0], static_cast<double>(std::cos(2 * static_cast<long double>(a))), 8e-16) << a;
+      ASSERT_NEAR(f.cos2[0], static_cast<double>(std::cos(2 * static_cast<long double>(a))), 8e-16)
+          << a;
     }
     EXPECT_LT(worst1, bound1);
     EXPECT_LT(worst2, bound2);
@@ -148,8 +149,10 @@ void expect_like_literal(const parameters& p, const std::array<bool, 8>& free, d
 // Rounding leaves 1e-12 of the literal derivatives. Far angles magnify it: 1e7 rad are known to
 // 1e-9, and a step of such a curve's scale is steep.
 TEST_F(batch, sums_are_those_of_the_literal_form) {
-  beam::fill_store(
-      {.half_range_x = 9, .half_range_y = 9, .noise = 1e-4, .true_gain = {{1.04, 0.97, 1.01, 0.93}}});
+  beam::fill_store({.half_range_x = 9,
+                    .half_range_y = 9,
+                    .noise = 1e-4,
+                    .true_gain = {{1.04, 0.97, 1.01, 0.93}}});
   parameters steep = curve;
   steep(6) = 300;  // angles of a gain's step grow to 0.03
   parameters wild = curve;
@@ -242,8 +245,8 @@ TEST_F(batch, fits_end_where_the_literal_form_ends) {
         EXPECT_NEAR(ours.gains(f, i) / literal.gains(f, i), 1, 1e-9) << f << i;
       for (int i = 1; i <= 2; ++i)
         EXPECT_NEAR(ours.coeffs(f, i) / literal.coeffs(f, i), 1, 1e-6) << f << i;
-      EXPECT_NEAR(ours.coeffs(f, 3) + ours.coeffs(f, 4), literal.coeffs(f, 3) + literal.coeffs(f, 4),
-                  1e-6);
+      EXPECT_NEAR(ours.coeffs(f, 3) + ours.coeffs(f, 4),
+                  literal.coeffs(f, 3) + literal.coeffs(f, 4), 1e-6);
     }
     EXPECT_NEAR(ours.chis(4) / literal.chis(4), 1, 1e-5);
   }

@@ -90,23 +90,26 @@ void open_output(int unit, const std::string& path) {
 }
 
 bool read_line(int unit, std::string& line) {
-  line.clear();
   open_file& file = units(unit);
   if (file.stream == nullptr) {
     run_time_error("reading from unit " + std::to_string(unit) + ", which is not open");
   }
-  bool any = false;
-  int c = 0;
-  while ((c = getc_unlocked(file.stream)) != EOF) {
-    any = true;
-    if (c == '\n') break;
-    line.push_back(static_cast<char>(c));
+  // One buffer for all lines of all files: it grows to the longest line and stays.
+  static char* text = nullptr;
+  static std::size_t room = 0;
+  errno = 0;
+  const ssize_t length = getline(&text, &room, file.stream);
+  if (length < 0) {
+    line.clear();
+    if (std::ferror(file.stream) != 0) {
+      run_time_error("reading " + file.path + ": " + system_text(errno));
+    }
+    return false;
   }
-  if (c == EOF && std::ferror(file.stream) != 0) {
-    run_time_error("reading " + file.path + ": " + system_text(errno));
-  }
+  line.assign(text, static_cast<std::size_t>(length));
+  if (line.back() == '\n') line.pop_back();
   if (!line.empty() && line.back() == '\r') line.pop_back();
-  return any;
+  return true;
 }
 
 void rewind_unit(int unit) {

@@ -68,14 +68,29 @@ std::string quoted(list_record& record) {
   return text;
 }
 
-// Splits off a repeat count: "3*1.5" gives 3 and leaves "1.5".
-void split_repeats(list_record& record, std::string& word) {
-  const std::size_t star = word.find('*');
-  if (star == std::string::npos || star == 0) return;
-  const auto count = scan_integer(std::string_view{word}.substr(0, star));
-  if (!count || *count < 1 || !is_digit(word[0])) return;
+// Splits off a repeat count: "3*1.5" gives 3 and leaves "1.5". Returns whether there was one.
+bool split_repeats(list_record& record) {
+  const std::size_t star = record.item.find('*');
+  if (star == std::string::npos || star == 0 || !is_digit(record.item[0])) return false;
+  const auto count = scan_integer(std::string_view{record.item}.substr(0, star));
+  if (!count || *count < 1) return false;
   record.repeats = *count;
-  word.erase(0, star + 1);
+  record.item.erase(0, star + 1);
+  return true;
+}
+
+bool begins_quoted(const list_record& record) {
+  return record.position < record.text.size() &&
+         (record.text[record.position] == '\'' || record.text[record.position] == '"');
+}
+
+// Takes the word that begins here; a repeat count before a quoted text is a word of its own.
+void take_word(list_record& record) {
+  const std::size_t first = record.position;
+  while (record.position < record.text.size() && !is_separator(record.text[record.position])) {
+    if (record.text[record.position++] == '*' && begins_quoted(record)) break;
+  }
+  record.item.assign(record.text, first, record.position - first);
 }
 
 // Moves on to the next item; leaves it in record.item. The separator behind an item belongs to it.
@@ -95,36 +110,19 @@ taken next_item(list_record& record) {
   record.item.clear();
   record.item_is_null = false;
   record.repeats = 1;
-  const auto one_word = [&] {
-    std::string word;
-    while (record.position < text.size() && !is_separator(text[record.position])) {
-      const char c = text[record.position];
-      if ((c == '\'' || c == '"') && word.empty()) break;
-      word += c;
-      ++record.position;
-      if (c == '*' && record.position < text.size() &&
-          (text[record.position] == '\'' || text[record.position] == '"')) {
-        break;
-      }
-    }
-    return word;
-  };
   if (text[record.position] == ',') {
     record.item_is_null = true;
-  } else if (text[record.position] == '\'' || text[record.position] == '"') {
+  } else if (begins_quoted(record)) {
     record.item = quoted(record);
   } else {
-    std::string word = one_word();
-    const std::size_t before = word.size();
-    split_repeats(record, word);
-    const bool counted = word.size() != before;
-    if (counted && word.empty() && record.position < text.size() &&
-        (text[record.position] == '\'' || text[record.position] == '"')) {
-      word = quoted(record);
-    } else if (counted && word.empty()) {
-      record.item_is_null = true;
+    take_word(record);
+    if (split_repeats(record) && record.item.empty()) {
+      if (begins_quoted(record)) {
+        record.item = quoted(record);
+      } else {
+        record.item_is_null = true;
+      }
     }
-    record.item = word;
   }
   skip_blanks(record);
   if (record.position < text.size() && text[record.position] == ',') ++record.position;
@@ -179,6 +177,14 @@ std::string list_real(double v) {
 }  // namespace
 
 std::optional<double> scan_real(std::string_view text) {
+  // Most numbers are as the library reads them. What it would read beyond our rules does not begin
+  // with a digit.
+  const std::size_t sign = !text.empty() && text[0] == '-' ? 1 : 0;
+  if (text.size() > sign && is_digit(text[sign])) {
+    double value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error == std::errc{} && end == text.data() + text.size()) return value;
+  }
   const std::string plain = plain_number(text);
   if (plain.empty()) return {};
   double value = 0;

@@ -96,8 +96,12 @@ std::size_t nearest_start(const table_struct& table, const reading& read) {
     find_cosines(groups[g], v, c);
     const auto same = reinterpret_cast<two_words>((c.low == largest) | (c.high == largest));
     if ((same[0] | same[1]) == 0) continue;
-    for (std::size_t i = 0; i < start_group::size; ++i) {
-      if ((i < 4 ? c.low : c.high)[i % 4] == largest) return g * start_group::size + i;
+    // One subscript a vector: gcc 12 under its sanitizers reads wrong lanes of a chosen one.
+    for (std::size_t i = 0; i < 4; ++i) {
+      if (c.low[i] == largest) return g * start_group::size + i;
+    }
+    for (std::size_t i = 0; i < 4; ++i) {
+      if (c.high[i] == largest) return g * start_group::size + 4 + i;
     }
   }
   return 0;  // only for readings that are no numbers

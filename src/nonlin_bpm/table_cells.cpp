@@ -203,7 +203,8 @@ void fill_cosines(table_struct& table) {
       for (int k = 0; k < 4; ++k) size2 += phi[k] * phi[k];
       for (std::size_t k = 0; k < 4; ++k) {
         auto& [low, high] = groups[i / size].f[k];
-        (i % size < 4 ? low : high)[i % 4] = static_cast<float>(phi[k] / std::sqrt(size2));
+        four_floats& half = i % size < 4 ? low : high;
+        half[i % 4] = static_cast<float>(phi[k] / std::sqrt(size2));
       }
     }
   }

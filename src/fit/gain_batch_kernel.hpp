@@ -352,21 +352,21 @@ struct gain_kernels {
 
   // Columns `top`..top+3 times columns `left`..left+3, added to the sums. The lanes are places of
   // the matrix, so that each sum runs over the orbits in their order.
-  static void add_tile(const block_work& w, std::size_t count, int top, int left,
+  static void add_tile(const block_work& w, std::size_t count, std::size_t top, std::size_t left,
                        product_sums& sums) {
     constexpr std::size_t parts = 4 / width;
     real sum[4][parts];
-    for (int j = 0; j < 4; ++j)
+    for (std::size_t j = 0; j < 4; ++j)
       for (std::size_t p = 0; p < parts; ++p)
         sum[j][p] = l::load(&sums.of[top + j][left + p * width]);
     for (std::size_t i = 0; i < count; ++i) {
       const double* row = w.row[i];
       for (std::size_t p = 0; p < parts; ++p) {
         const real factor = l::load(row + left + p * width);
-        for (int j = 0; j < 4; ++j) sum[j][p] += row[top + j] * factor;
+        for (std::size_t j = 0; j < 4; ++j) sum[j][p] += row[top + j] * factor;
       }
     }
-    for (int j = 0; j < 4; ++j)
+    for (std::size_t j = 0; j < 4; ++j)
       for (std::size_t p = 0; p < parts; ++p)
         l::store(&sums.of[top + j][left + p * width], sum[j][p]);
   }

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -31,6 +32,15 @@ struct plotted {
   std::string title;
 };
 
+// Between neighbouring BPMs; they come in ascending order.
+double least_distance(const plotted& plot) {
+  double least = plot.bpm_max - plot.bpm_min;
+  for (int point = 2; point <= plot.j; ++point) {
+    least = std::min(least, plot.bpm_mat(1, point) - plot.bpm_mat(1, point - 1));
+  }
+  return std::max(least, 1.0);
+}
+
 // Draws the whole plot on a device. Returns why it cannot, empty when it is drawn.
 std::string draw(const plotted& plot, std::string_view device, const std::string& name) {
   std::string reason = qp_open_page(device, name, xlen, ylen, "POINTS");
@@ -38,7 +48,7 @@ std::string draw(const plotted& plot, std::string_view device, const std::string
   qp_set_page_border(0.02, 0.02, 0.04, 0.04, "%PAGE");
   qp_set_margin(0.02, 0.02, 0.015, 0.015, "%PAGE");
   qp_set_box(1, 1, 1, 1);
-  qp_set_axis_counts("X");
+  qp_set_axis_counts("X", least_distance(plot));
   qp_calc_and_set_axis("X", plot.bpm_min, plot.bpm_max, 4, 8, "GENERAL");
   qp_calc_and_set_axis("Y", 0.8, 1.2, 4, 8, "GENERAL");
   qp_draw_axes("BPM", "gain", plot.title);

@@ -25,6 +25,7 @@ struct sides {
 struct axis {
   axis_scale scale;
   bool counts = false;  // numbers things: whole steps only
+  double apart = 1;     // least distance between two of the things that are drawn
 };
 
 enum class device { screen, postscript, gif };

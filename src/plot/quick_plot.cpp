@@ -52,10 +52,10 @@ sides in_points(double x1, double x2, double y1, double y2, std::string_view uni
   unknown("unit", unit);
 }
 
-// Size of a symbol that does not touch its neighbour one count away.
+// Size of a symbol that does not touch its nearest neighbour.
 double symbol_size_here(const page_state& p) {
   if (!p.x.counts) return p.symbol_size;
-  const double spacing = x_of(p, steps_of(p.x, 1)) - x_of(p, 0);
+  const double spacing = x_of(p, steps_of(p.x, p.x.apart)) - x_of(p, 0);
   return std::min(p.symbol_size, std::max(least_symbol_size, 0.8 * spacing));
 }
 
@@ -161,7 +161,10 @@ void qp_set_box(int ix, int iy, int nx, int ny) {
            p.border.bottom + ((iy - 1) * height), p.border.bottom + (iy * height)};
 }
 
-void qp_set_axis_counts(std::string_view axis) { axis_named(axis).counts = true; }
+void qp_set_axis_counts(std::string_view axis, double apart) {
+  axis_named(axis).counts = true;
+  axis_named(axis).apart = apart;
+}
 
 void qp_calc_and_set_axis(std::string_view axis, double data_min, double data_max, int least,
                           int most, std::string_view bounds) {

@@ -51,8 +51,9 @@ void qp_set_margin(double x1, double x2, double y1, double y2, std::string_view 
 /// The next drawing goes to box ix, iy of nx by ny, counted from the lower left, from 1.
 void qp_set_box(int ix, int iy, int nx, int ny);
 
-/// The axis ("X" or "Y") numbers things, such as BPMs: whole steps only.
-void qp_set_axis_counts(std::string_view axis);
+/// The axis ("X" or "Y") numbers things, such as BPMs: whole steps only. No two of those that are
+/// drawn are less than `apart` from each other.
+void qp_set_axis_counts(std::string_view axis, double apart = 1);
 
 /// Bounds and ticks of an axis around a range of data.
 /// given    least, most  divisions between the bounds

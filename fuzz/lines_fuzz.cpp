@@ -54,6 +54,14 @@ void check_data_line(const std::string& line) {
         found != expected) {
       std::abort();
     }
+    found = before;
+    found[0] = block;
+    if (take_plain_lines(line + std::string(plain_window, '\n'), block, 1,
+                         {&found[1], {&found[2], &found[3], &found[4], &found[5]}})
+                .lines == 1 &&
+        found != expected) {
+      std::abort();
+    }
   }
 }
 

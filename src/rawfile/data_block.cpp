@@ -11,6 +11,9 @@ namespace {
 // Lines that are derived together: their columns stay in the first-level cache meanwhile.
 constexpr std::size_t derived_together = 512;
 
+// Plain lines taken before the usual columns are tried again: one odd line must not slow the rest.
+constexpr std::size_t plain_together = 32;
+
 struct derivation {
   RDV3_INST_DATA* instrument;
   std::int32_t block = 0;  // timing block of the lines from `first` on
@@ -85,15 +88,18 @@ data_columns stored(const RDV3_INST_DATA& d, std::size_t n, std::int32_t block) 
   return {block, d.phase_words[n], d.TIraw[n], d.BIraw[n], d.BOraw[n], d.TOraw[n]};
 }
 
-// Lines in the usual columns and of the timing block at hand, at most `most`, from line n on.
+// Lines of the timing block at hand that need no full scan, at most `most`, from line n on.
 std::size_t take_run(kbpmfio_stream& stream, RDV3_INST_DATA& d, std::size_t n, std::int32_t block,
                      std::size_t most) {
   if (block < 0 || block > 1) return 0;
-  const std::size_t taken =
-      take_printed_lines(look_ahead(stream, printed_line), block, most,
-                         {&d.phase_words[n], {&d.TIraw[n], &d.BIraw[n], &d.BOraw[n], &d.TOraw[n]}});
-  stream.next += taken * printed_line;
-  return taken;
+  const std::string_view text = look_ahead(stream, plain_window);
+  const column_places to{&d.phase_words[n], {&d.TIraw[n], &d.BIraw[n], &d.BOraw[n], &d.TOraw[n]}};
+  const std::size_t printed = take_printed_lines(text, block, most, to);
+  stream.next += printed * printed_line;
+  if (printed > 0) return printed;
+  const auto plain = take_plain_lines(text, block, std::min(most, plain_together), to);
+  stream.next += plain.characters;
+  return plain.lines;
 }
 
 }  // namespace

@@ -62,10 +62,9 @@ bool scan_number(std::string_view& line, std::int32_t& number) {
   return true;
 }
 
-// --- the usual columns ------------------------------------------------------------------------
+// --- numbers out of 64-bit words --------------------------------------------------------------
 //
-// Eight characters at a time in a 64-bit word, first character lowest; every byte of the line is
-// tested, and the tests of a line end in one branch.
+// Eight characters at a time, first character lowest.
 
 constexpr std::uint64_t each(std::uint64_t byte) { return byte * 0x0101010101010101U; }
 
@@ -75,39 +74,21 @@ std::uint64_t eight_at(const char* p) {
   return word;
 }
 
-// Decimal column: a blank, then blanks and digits, right-justified; with signs also a minus in
-// front of the digits. Sets a bit of `bad` otherwise.
-template <bool with_signs>
-std::int32_t decimal_column(const char* p, std::uint64_t& bad) {
-  std::uint64_t t = eight_at(p) ^ each(0x30);  // digits 0..9, blanks 0x10, a minus 0x1D
-  std::uint64_t minus = 0;                     // 0xFF at a minus
-  if constexpr (with_signs) {
-    const std::uint64_t other = t ^ each(0x1D);
-    const std::uint64_t same = ~(((other & each(0x7F)) + each(0x7F)) | other) & each(0x80);
-    minus = (same >> 7) * 0xFF;
-    t ^= minus & each(0x0D);  // from here on it is a blank
-  }
-  const std::uint64_t blank = ((t & each(0x10)) >> 4) * 0xFF;  // 0xFF where a blank may be
-  const std::uint64_t digits = t ^ (t & each(0x10));
-  bad |= minus & (0xFF | ~(blank ^ (blank >> 8)));       // a minus is the last of the blanks,
-  bad |= blank & (blank + 1);                            // blanks stand in front only,
-  bad |= (blank ^ 0xFF) & 0xFF;                          // one at least,
-  bad |= blank >> 56;                                    // and not in the last place;
-  bad |= digits & blank;                                 // they are blanks,
-  bad |= (digits | (digits + each(0x76))) & each(0x80);  // and the others digits
-  std::uint64_t v = (digits * 10) + (digits >> 8);       // pairs in every second byte
+// High bits where a byte, an exclusive-or with '0', is no decimal digit. Right up to the first of
+// them: its carry may spoil those behind.
+std::uint64_t no_digits(std::uint64_t digits) { return digits | (digits + each(0x76)); }
+
+// Eight digits 0..9.
+std::int32_t decimal_value(std::uint64_t digits) {
+  std::uint64_t v = (digits * 10) + (digits >> 8);  // pairs in every second byte
   constexpr std::uint64_t pair = 0x000000FF000000FFU;
   v = ((v & pair) * (100 + (std::uint64_t{1000000} << 32))) +
       (((v >> 16) & pair) * (1 + (std::uint64_t{10000} << 32)));
-  const auto number = static_cast<std::int32_t>(v >> 32);
-  return minus == 0 ? number : -number;
+  return static_cast<std::int32_t>(v >> 32);
 }
 
-// The phase word: a blank, then seven hexadecimal digits, lower case.
-std::int32_t phase_column(const char* p, std::uint64_t& bad) {
-  const std::uint64_t text = eight_at(p);
-  bad |= (text & 0xFF) ^ ' ';
-  const std::uint64_t t = (text & ~std::uint64_t{0xFF}) | '0';
+// Eight hexadecimal digits, lower case. Sets a bit of `bad` for anything else.
+std::int32_t hexadecimal_value(std::uint64_t t, std::uint64_t& bad) {
   const std::uint64_t letter = (t >> 6) & each(0x01);
   const std::uint64_t low = t & each(0x0F);
   bad |= (t & each(0xF0)) ^ (each(0x30) + (letter * 0x30));  // 0x3_ or 0x6_
@@ -120,19 +101,123 @@ std::int32_t phase_column(const char* p, std::uint64_t& bad) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>((v << 16) | (v >> 32)));
 }
 
-// One printed line whose first eight characters are `head`. Returns 0 when it is one, and then
-// the phase word and the readings.
-template <bool with_signs>
-std::uint64_t printed_columns(const char* p, std::uint64_t head, std::array<std::int32_t, 5>& v) {
-  std::uint64_t bad = eight_at(p) ^ head;
-  v[0] = phase_column(p + 7, bad);
-  v[1] = decimal_column<with_signs>(p + 16, bad);
-  v[2] = decimal_column<with_signs>(p + 25, bad);
-  v[3] = decimal_column<with_signs>(p + 34, bad);
-  v[4] = decimal_column<with_signs>(p + 43, bad);
-  // The first of the two blanks between columns, and the line end.
-  return bad | static_cast<std::uint64_t>((p[15] ^ ' ') | (p[24] ^ ' ') | (p[33] ^ ' ') |
-                                          (p[42] ^ ' ') | (p[51] ^ '\n'));
+// --- the usual columns ------------------------------------------------------------------------
+//
+// Every byte of the line is tested, and the tests of a line end in one branch.
+
+struct column_faults {
+  std::uint64_t bad = 0;       // a bit for anything wrong
+  std::uint64_t high = 0;      // high bits at what should be digits and is not
+  std::uint64_t last = ~0ULL;  // bit 0x10 of each column's last character: a digit
+};
+
+// Decimal column: blanks, at most one minus behind them, digits up to the last place. That the
+// first character is a blank is tested with what stands between the columns.
+std::int32_t decimal_column(const char* p, column_faults& fault) {
+  const std::uint64_t text = eight_at(p);
+  const std::uint64_t with_bit = text & each(0x10);  // digits have this bit, blank and minus not
+  const std::uint64_t first = with_bit & (0 - with_bit);
+  const std::uint64_t in_front = (first >> 4) - 1;  // 0xFF before the first digit
+  const std::uint64_t digits = (text ^ each('0')) & ~in_front;
+  fault.high |= no_digits(digits);
+  fault.last &= text;
+  const std::uint64_t odd = (text ^ each(' ')) & in_front;
+  const std::uint64_t sign = odd == 0 ? 0 : (first >> 12) * (' ' ^ '-');
+  fault.bad |= odd ^ sign;
+  const std::int32_t number = decimal_value(digits);
+  return odd == 0 ? number : -number;
+}
+
+std::uint16_t two_at(const char* p) {
+  std::uint16_t word = 0;
+  std::memcpy(&word, p, sizeof word);
+  return word;
+}
+
+// One printed line whose first eight characters are `head`; false when it is none.
+bool printed_columns(const char* p, std::uint64_t head, std::array<std::int32_t, 5>& v) {
+  column_faults fault;
+  fault.bad = eight_at(p) ^ head;
+  // The first of these characters is the head's last blank.
+  v[0] = hexadecimal_value((eight_at(p + 7) & ~std::uint64_t{0xFF}) | '0', fault.bad);
+  v[1] = decimal_column(p + 16, fault);
+  v[2] = decimal_column(p + 25, fault);
+  v[3] = decimal_column(p + 34, fault);
+  v[4] = decimal_column(p + 43, fault);
+  // Two blanks between columns, and the line end.
+  constexpr std::uint16_t blanks = 0x2020;
+  fault.bad |= static_cast<std::uint64_t>((two_at(p + 15) ^ blanks) | (two_at(p + 24) ^ blanks) |
+                                          (two_at(p + 33) ^ blanks) | (two_at(p + 42) ^ blanks) |
+                                          (p[51] ^ '\n'));
+  fault.bad |= (fault.high & each(0x80)) | (~fault.last & (std::uint64_t{0x10} << 56));
+  return fault.bad == 0;
+}
+
+// --- other columns ----------------------------------------------------------------------------
+//
+// Six plain numbers, white space between them, none wider than its column: then the widths split
+// nothing. Every line is known to have plain_window characters behind its start, so the reader
+// looks at whole words and where the text ends need not be asked.
+
+constexpr std::ptrdiff_t longest_plain_line = 128;
+
+constexpr bool is_gap(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+constexpr bool ends_number(char c) { return is_gap(c) || c == '\n'; }
+
+// Moves over white space; at `limit` or a few characters behind it, it stops anywhere.
+const char* behind_gap(const char* p, const char* limit) {
+  while (p < limit) {
+    p += std::countr_zero(eight_at(p) ^ each(' ')) / 8;
+    if (!is_gap(*p)) break;
+    ++p;
+  }
+  return p;
+}
+
+bool take_plain_decimal(const char*& p, std::int32_t& number) {
+  const bool negative = *p == '-';
+  const int sign = negative || *p == '+' ? 1 : 0;
+  p += sign;
+  const std::uint64_t text = eight_at(p) ^ each('0');
+  const int digits = std::countr_zero(no_digits(text) & each(0x80)) / 8;
+  if (digits == 0 || digits + sign > 7 || !ends_number(p[digits])) return false;
+  p += digits;
+  const std::int32_t value = decimal_value(text << (64 - 8 * digits));
+  number = negative ? -value : value;
+  return true;
+}
+
+bool take_plain_hexadecimal(const char*& p, std::int32_t& number) {
+  const std::uint64_t text = eight_at(p);
+  // White space has neither of the two bits that digits and letters have.
+  const int digits = std::countr_zero(~((text >> 4) | (text >> 6)) & each(0x01)) / 8;
+  if (digits == 0 || digits > 7 || !ends_number(p[digits])) return false;
+  p += digits;
+  const int unused = 64 - 8 * digits;
+  const std::uint64_t t = (text << unused) | (each('0') >> (64 - unused));
+  std::uint64_t bad = 0;
+  number = hexadecimal_value(t | ((t >> 1) & each(0x20)), bad);  // in lower case
+  return bad == 0;
+}
+
+// Returns the start of the next line, or null when this one is not plain.
+const char* plain_columns(const char* p, char block, std::array<std::int32_t, 5>& v) {
+  const char* const limit = p + longest_plain_line;
+  p = behind_gap(p, limit);
+  if (p[0] != block || !is_gap(p[1])) return nullptr;
+  p = behind_gap(p + 1, limit);
+  if (!take_plain_hexadecimal(p, v[0])) return nullptr;
+  for (std::size_t k = 1; k < v.size(); ++k) {
+    p = behind_gap(p, limit);
+    if (!take_plain_decimal(p, v[k])) return nullptr;
+  }
+  p = behind_gap(p, limit);
+  return *p == '\n' ? p + 1 : nullptr;
+}
+
+void store(const std::array<std::int32_t, 5>& v, std::size_t n, const column_places& to) {
+  to.phase[n] = v[0];
+  for (std::size_t card = 0; card < 4; ++card) to.reading[card][n] = v[card + 1];
 }
 
 }  // namespace
@@ -156,12 +241,27 @@ std::size_t take_printed_lines(std::string_view text, std::int32_t block, std::s
   std::size_t n = 0;
   for (; n < lines; ++n, p += printed_line) {
     std::array<std::int32_t, 5> v;  // NOLINT(*-member-init): set before it is read
-    // Signs are rare, and looking for them costs.
-    if (printed_columns<false>(p, head, v) != 0 && printed_columns<true>(p, head, v) != 0) break;
-    to.phase[n] = v[0];
-    for (std::size_t card = 0; card < 4; ++card) to.reading[card][n] = v[card + 1];
+    if (!printed_columns(p, head, v)) break;
+    store(v, n, to);
   }
   return n;
+}
+
+plain_lines take_plain_lines(std::string_view text, std::int32_t block, std::size_t most,
+                             const column_places& to) {
+  if constexpr (std::endian::native != std::endian::little) return {};
+  const char* p = text.data();
+  const char* const end = p + text.size();
+  const char digit = static_cast<char>('0' + block);
+  std::size_t n = 0;
+  while (n < most && static_cast<std::size_t>(end - p) >= plain_window) {
+    std::array<std::int32_t, 5> v;  // NOLINT(*-member-init): set before it is read
+    const char* const next = plain_columns(p, digit, v);
+    if (next == nullptr) break;
+    store(v, n++, to);
+    p = next;
+  }
+  return {n, static_cast<std::size_t>(p - text.data())};
 }
 
 }  // namespace rawfile

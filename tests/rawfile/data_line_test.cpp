@@ -39,6 +39,24 @@ struct line_maker {
                        reading(), reading(), reading(), reading());
   }
 
+  // Six numbers that fit their columns, with any white space around them.
+  std::string plain() {
+    static constexpr const char* gaps[] = {" ", "  ", "\t", "        ", " \t ", "   ", " \r"};
+    const auto gap = [this] { return std::string{gaps[below(std::size(gaps))]}; };
+    std::string line = below(4) == 0 ? gap() : "";
+    line += std::to_string(below(2)) + gap();
+    line += below(3) == 0 ? fmt::format("{:X}", below(1 << 28)) : fmt::format("{:x}", number(7));
+    for (int k = 0; k < 4; ++k) {
+      line += gap();
+      if (below(8) == 0) {
+        line += (below(2) == 0 ? '+' : '-') + std::to_string(number(6));
+      } else {
+        line += fmt::format("{:0{}}", number(7), below(4) == 0 ? 7 : 1);
+      }
+    }
+    return line + (below(4) == 0 ? gap() : "") + "\n";
+  }
+
   // Columns of odd widths and spacings.
   std::string spaced() {
     static constexpr const char* gaps[] = {" ", "  ", "\t", "", "   ", " \r", "\v", ","};
@@ -88,7 +106,7 @@ struct line_maker {
 
   // A few characters changed, lost, doubled or put in.
   std::string damaged(std::string line) {
-    static constexpr std::string_view put_in = " 0123456789abcdefxX+-.#\t\r!`/@gG_\x80\x7f\xb0";
+    static constexpr std::string_view put_in = " 0123456789abcdefxX+-.#:\t\r!`/@gG_\x80\x7f\xb0";
     for (int times = 1 + below(3); times > 0 && !line.empty(); --times) {
       const auto at = static_cast<std::size_t>(below(static_cast<int>(line.size())));
       const char c = put_in[static_cast<std::size_t>(below(static_cast<int>(put_in.size())))];
@@ -110,13 +128,15 @@ struct line_maker {
   }
 
   std::string any() {
-    switch (below(4)) {
+    switch (below(5)) {
       case 0:
         return printed();
       case 1:
         return spaced();
       case 2:
         return damaged(spaced());
+      case 3:
+        return plain();
       default:
         return damaged(printed());
     }
@@ -165,6 +185,63 @@ TEST(data_line, taken_by_its_columns_holds_what_the_c_library_reads) {
   EXPECT_GT(taken, lines_to_scan() / 20);
 }
 
+TEST(data_line, of_plain_numbers_holds_what_the_c_library_reads) {
+  line_maker make;
+  const std::string behind(rawfile::plain_window, '\n');
+  int taken = 0;
+  for (int i = lines_to_scan(); i > 0; --i) {
+    std::string line = make.plain();
+    if (make.below(2) == 0) line = make.damaged(line);
+    line = (line + behind).substr(0, (line + behind).find('\n') + 1);  // one line again
+    const int block = make.below(2);
+    data_columns columns = before;
+    const auto plain = rawfile::take_plain_lines(
+        line + behind, block, 1,
+        {&columns[1], {&columns[2], &columns[3], &columns[4], &columns[5]}});
+    if (plain.lines == 0) continue;
+    ++taken;
+    int converted = 0;
+    columns[0] = block;
+    ASSERT_EQ(columns, by_c_library(line, converted)) << line;
+    ASSERT_EQ(converted, 6) << line;
+    ASSERT_EQ(plain.characters, line.size()) << line;
+    ASSERT_EQ(line.find(':'), std::string::npos) << line;
+  }
+  EXPECT_GT(taken, lines_to_scan() / 20);
+}
+
+TEST(data_line, of_plain_numbers_is_taken_however_it_is_spaced) {
+  const std::string blanks(200, ' ');
+  struct {
+    const char* what;
+    std::string line;
+    bool taken;
+  } const cases[] = {
+      {"single blanks", "0 8abcdef 1000 20000 -300000 4000000\n", true},
+      {"tabs, blanks at both ends, CR", " \t0\t8abcdef\t 1000\t20000 300000 +4 \r\n", true},
+      {"short and upper-case phase words", "0 1F -1 +2 3 4\n", true},
+      {"full columns", "0 fffffff 9999999 -999999 +999999 0000000\n", true},
+      {"longer than plain lines are", "0 1 2 3 4" + blanks + "5\n", false},
+      {"a number wider than its column", "0 1 10000000 3 4 5\n", false},
+      {"a signed number wider than its column", "0 1 -1000000 3 4 5\n", false},
+      {"a phase word wider than its column", "0 10000000 2 3 4 5\n", false},
+      {"another timing block", "1 1 2 3 4 5\n", false},
+      {"a longer number in front", "00 1 2 3 4 5\n", false},
+      {"five numbers, then five of the next line", "0 1 2 3 4\n5 6 7 8 9\n", false},
+      {"numbers that touch", "0 1 2 3 4-5\n", false},
+      {"a comment behind", "0 1 2 3 4 5 # good\n", false},
+      {"a colon behind", "0 1 2 3 4 5 :\n", false},
+      {"a zero character", std::string{"0 1 2 3 4 5\0\n", 13}, false},
+      {"a prefix", "0 0x1 2 3 4 5\n", false}};
+  for (const auto& c : cases) {
+    std::array<std::int32_t, 5> v{};
+    const auto plain =
+        rawfile::take_plain_lines(c.line + blanks, 0, 1, {&v[0], {&v[1], &v[2], &v[3], &v[4]}});
+    EXPECT_EQ(plain.lines, c.taken ? 1U : 0U) << c.what;
+    EXPECT_EQ(plain.characters, c.taken ? c.line.size() : 0U) << c.what;
+  }
+}
+
 TEST(data_line, of_usual_columns_is_never_left_to_the_slow_scan) {
   struct {
     const char* what;
@@ -178,6 +255,11 @@ TEST(data_line, of_usual_columns_is_never_left_to_the_slow_scan) {
       {"upper-case digits", "0       8ABCDEF     1000    20000   300000  4000000\n", false},
       {"signs", "0       8abcdef    -1000  -999999       -1  4000000\n", true},
       {"a plus", "0       8abcdef    +1000    20000   300000  4000000\n", false},
+      {"two signs", "0       8abcdef    --100    20000   300000  4000000\n", false},
+      {"a sign among blanks", "0       8abcdef    - 100    20000   300000  4000000\n", false},
+      {"a sign alone", "0       8abcdef        -    20000   300000  4000000\n", false},
+      {"an empty column", "0       8abcdef             20000   300000  4000000\n", false},
+      {"a blank among digits", "0       8abcdef    1 000    20000   300000  4000000\n", false},
       {"a sign too far left", "0       8abcdef -1000000    20000   300000  4000000\n", false},
       {"no line end", "0       8abcdef     1000    20000   300000  4000000 ", false},
       {"left-justified", "0       8abcdef  1000       20000   300000  4000000\n", false},

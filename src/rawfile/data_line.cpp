@@ -88,14 +88,12 @@ std::int32_t decimal_value(std::uint64_t digits) {
 }
 
 // Eight hexadecimal digits, lower case. Sets a bit of `bad` for anything else.
-std::int32_t hexadecimal_value(std::uint64_t t, std::uint64_t& bad) {
-  const std::uint64_t letter = (t >> 6) & each(0x01);
-  const std::uint64_t low = t & each(0x0F);
-  bad |= (t & each(0xF0)) ^ (each(0x30) + (letter * 0x30));  // 0x3_ or 0x6_
-  const std::uint64_t value = low + (letter * 9);
-  bad |= value & each(0xF0);  // nothing above f
-  // A letter is a or above, a digit 9 or below.
-  bad |= ((low + (letter * 0x0F) + ((each(0x01) - letter) * 6)) & each(0x10)) ^ (letter << 4);
+std::int32_t hexadecimal_value(std::uint64_t text, std::uint64_t& bad) {
+  const std::uint64_t letter = (text >> 6) & each(0x01);
+  const std::uint64_t t = text - (letter * ('a' - '9' - 1));  // letters behind the digits: 0x3A..3F
+  bad |= (t & each(0xF0)) ^ each(0x30);
+  bad |= ((t + each(0x80 - 0x3A)) ^ (letter << 7)) & each(0x80);  // there, but nothing else is
+  const std::uint64_t value = t & each(0x0F);
   std::uint64_t v = ((value << 4) | (value >> 8)) & 0x00FF00FF00FF00FFU;
   v = ((v << 8) | (v >> 16)) & 0x0000FFFF0000FFFFU;
   return static_cast<std::int32_t>(static_cast<std::uint32_t>((v << 16) | (v >> 32)));
@@ -140,10 +138,9 @@ bool printed_columns(const char* p, std::uint64_t head, std::array<std::int32_t,
   fault.bad = eight_at(p) ^ head;
   // The first of these characters is the head's last blank.
   v[0] = hexadecimal_value((eight_at(p + 7) & ~std::uint64_t{0xFF}) | '0', fault.bad);
-  v[1] = decimal_column(p + 16, fault);
-  v[2] = decimal_column(p + 25, fault);
-  v[3] = decimal_column(p + 34, fault);
-  v[4] = decimal_column(p + 43, fault);
+  for (std::size_t card = 0; card < 4; ++card) {
+    v[card + 1] = decimal_column(p + 16 + (9 * card), fault);
+  }
   // Two blanks between columns, and the line end.
   constexpr std::uint16_t blanks = 0x2020;
   fault.bad |= static_cast<std::uint64_t>((two_at(p + 15) ^ blanks) | (two_at(p + 24) ^ blanks) |

@@ -108,7 +108,7 @@ std::int32_t read_data_line(kbpmfio_stream& stream, data_columns& columns) {
   const std::int64_t start = position(stream);
   while (const auto next = next_line(stream)) {
     const std::string_view line = next->substr(0, next->find('\0'));
-    const std::size_t first = static_cast<std::size_t>(
+    const auto first = static_cast<std::size_t>(
         std::find_if_not(line.begin(), line.end(), is_space) - line.begin());
     if (first == line.size() || line[first] == '#') continue;
     const std::size_t colon = line.find(':');

@@ -74,7 +74,7 @@ void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, 
       const double signal = has_beam ? p.reading(k) - at.electronics.pedestal(k) : 0;
       const double reading = double{header.pedestals(block, card)} +
                              (double{header.gain_coeffs(block, card)} * signal);
-      columns[static_cast<std::size_t>(2 + card)] = in_column(reading, name, turn);
+      columns[static_cast<std::size_t>(card) + 2] = in_column(reading, name, turn);
     }
     rawfile::kbpmfio_rw_file_section(file, rawfile::KBPMFIO_WRITE, 1, rawfile::RDV3_raw_data_spec);
   }

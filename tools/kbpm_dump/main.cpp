@@ -1,8 +1,10 @@
 // kbpm_dump: prints a raw data file for people, or one bunch's turns as columns.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "dump.hpp"
 #include "kbpm_rawfile.hpp"
@@ -25,7 +27,8 @@ int told(const std::string& what, int status) {
 }
 
 int dump_file(const options& o) {
-  if (!std::filesystem::exists(o.file)) return told(o.file + ": no such file", 1);
+  std::error_code unreadable;
+  if (!std::filesystem::exists(o.file, unreadable)) return told(o.file + ": no such file", 1);
   // What is wrong has been told; a file that cannot be opened answers 0 and leaves nothing loaded.
   if (rawfile::kbpm_read_rawfile_at(o.file) != 0 || rawfile::kbpm_rawfile_num_instruments() == 0) {
     return 1;
@@ -38,10 +41,8 @@ int dump_file(const options& o) {
   return fault.empty() ? 0 : told(o.file + ": " + fault, 1);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  util::program_name = "kbpm_dump";
+// The status to end with.
+int run(int argc, char** argv) {
   options o;
   CLI::App app{
       "Prints a raw data file of the BPM electronics: headers, bunches and statistics, or "
@@ -53,8 +54,20 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    if (e.get_exit_code() == 0) util::stop_program(app.exit(e));
-    util::stop_program(told(e.what(), 2));
+    return e.get_exit_code() == 0 ? app.exit(e) : told(e.what(), 2);
   }
-  util::stop_program(dump_file(o));
+  return dump_file(o);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  util::program_name = "kbpm_dump";
+  int status = 1;
+  try {
+    status = run(argc, argv);
+  } catch (const std::exception& e) {
+    told(e.what(), 1);
+  }
+  util::stop_program(status);
 }

@@ -54,7 +54,7 @@ sim::button_value button_of(const std::string& name, const std::string& text, bo
 
 // --- putting what was typed into the values, by kind of target ----------------------------------
 
-void put(bool* to, const std::string&, const texts&) { *to = true; }
+void put(bool* to, const std::string& /*name*/, const texts& /*typed*/) { *to = true; }
 
 void put(int* to, const std::string& name, const texts& typed) {
   *to = integer_of(name, typed.front());
@@ -69,7 +69,7 @@ void put(std::uint64_t* to, const std::string& name, const texts& typed) {
   }
 }
 
-void put(std::string* to, const std::string&, const texts& typed) { *to = typed.front(); }
+void put(std::string* to, const std::string& /*name*/, const texts& typed) { *to = typed.front(); }
 
 void put(const real_value& to, const std::string& name, const texts& typed) {
   *to.value = real_of(name, typed.front()) * to.unit;
@@ -104,7 +104,7 @@ struct shown {
   int most = 1;              // values after the option
 };
 
-shown show(const bool*) { return {"", "", 0}; }
+shown show(const bool* /*value*/) { return {"", "", 0}; }
 shown show(const int* v) { return {"N", std::to_string(*v)}; }
 shown show(const std::uint64_t* v) { return {"N", std::to_string(*v)}; }
 shown show(const std::string* v) { return {"PATH", *v}; }

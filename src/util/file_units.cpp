@@ -33,6 +33,14 @@ std::set<std::string> written_before;
   run_time_error("writing " + path + ": " + system_text(reason));
 }
 
+// A failed write has been told; closing at the end of the run must not tell it again.
+[[noreturn]] void write_error(open_file& file, int reason) {
+  const std::string path = file.path;
+  static_cast<void>(std::fclose(file.stream));
+  file = open_file{};
+  write_error(path, reason);
+}
+
 int attach(int unit, const std::string& path, const char* mode) {
   close_unit(unit);
   std::FILE* stream = std::fopen(path.c_str(), mode);
@@ -123,7 +131,7 @@ void write_line(int unit, std::string_view text) {
   errno = 0;
   if (std::fwrite(text.data(), 1, text.size(), file.stream) != text.size() ||
       std::putc('\n', file.stream) == EOF) {
-    write_error(file.path, errno);
+    write_error(file, errno);
   }
 }
 
@@ -167,7 +175,7 @@ void flush_all_units() {
   for (open_file& file : units.item) {
     if (file.stream == nullptr || !file.for_writing) continue;
     errno = 0;
-    if (std::fflush(file.stream) != 0) write_error(file.path, errno);
+    if (std::fflush(file.stream) != 0) write_error(file, errno);
   }
 }
 

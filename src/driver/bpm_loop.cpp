@@ -122,7 +122,8 @@ output::position_extremes write_positions(const session_state& s, const std::str
   return extremes;
 }
 
-// Normalised so that the four mean what the plot's scale of 0.8 to 1.2 is made for.
+// A common factor of the gains cannot be seen: times S1/S2 the sum of the four equals the sum of
+// their squares, so that equal gains stand at 1 and all BPMs fit one scale.
 void add_to_plot(session_state& s) {
   ++s.plotted;
   s.bpm_max = std::max(s.bpm_max, static_cast<double>(fit::bpm));

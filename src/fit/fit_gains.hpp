@@ -1,17 +1,13 @@
-// fit_gains: the four gains and the model curve of one BPM, fitted to all its orbits.
+// fit_gains: the four fits of the BPM in work, told line by line on standard output.
 //
-// The model cannot see a common factor of the gains, so the fit is made four times, each time
-// holding another gain. Each repetition starts from the same values, warms up with a sweep over
-// neighbouring pairs of gains, and then moves everything but the held gain:
-//
-//     ind   pairs of the sweep             held in the full fit
-//     1     (1,2) (2,3) (3,4) (4,1)        gain 1
-//     2     (2,3) (3,4) (4,1) (1,2)        gain 2    and so on
-//
-// The sweep moves all four gains, so a gain is held where the sweep left it, not at 1: the four
-// results differ by a common factor, and only ratios compare.
+// The described face of four_fits.hpp: readings and results lie in the context and in the tables
+// that the session hands in.
 #pragma once
+#include <span>
+#include <vector>
+
 #include "bounded.hpp"
+#include "four_fits.hpp"
 
 namespace gain_fit_mod {
 
@@ -22,20 +18,29 @@ using coeffs_saved =
 /// By fit, parameter, parameter: covariance for a standard deviation of 1 per orbit.
 using covar_saved = util::bounded3<double, 1, 4, 1, 8, 1, 8, "covar_save">;
 
-/// Evaluate the model orbit by orbit as chi1 and derivative1 stand (mrqmin_funcs1) instead of in
-/// batches: for tests and benches, which compare the two.
-inline bool literal_form = false;
+/// The signals of orbits 1..norbits of the BPM in work; zeros for a BPM that nothing was written to.
+std::vector<signals> current_readings();
 
-/// Fits BPM `bpm` to orbits 1..norbits of orbit_data, telling every step on standard output.
+/// Shows on standard output what happened during the fits, a line for each event; a singular matrix
+/// also on unit 111.
+void tell(std::span<const fit_event> events);
+
+/// Fits into the tables that the session and its writers use.
 ///
 /// returns  chis_save   1..4 all hold the chi-square (sum of squares over the orbits) of the last
 ///                      fit; 5 is not touched
 ///          gain_save   rows 1..4 the gains of the four fits; row 5 is 0
 ///          coeff_save  rows 1..4 their coefficients; row 5 is not touched
 ///          covar_save  their covariance matrices; the held parameter's row and column are 0
+void save(const four_fits& fits, chis_saved& chis_save, gains_saved& gain_save,
+          coeffs_saved& coeff_save, covar_saved& covar_save);
+
+/// Fits BPM `bpm` to orbits 1..norbits of orbit_data, telling every step on standard output.
+///
+/// returns  as save
 /// note     sets nterms, nvar, ind, gain, coefficients and const_; the last four stay as the fourth
 ///          fit left them
-/// errors   none of its own; the solver tells an exactly singular matrix and goes on
+/// errors   none of its own; an exactly singular matrix is told, and the fit goes on
 void fit_gains(chis_saved& chis_save, gains_saved& gain_save, coeffs_saved& coeff_save,
                covar_saved& covar_save);
 

@@ -36,9 +36,6 @@ struct gain_quality {
   double spread = 0;       ///< largest difference of a ratio between repetitions [-]
 };
 
-/// Parameters that a fit moves: one of the eight is held.
-inline constexpr int free_parameters = max_parameters - 1;
-
 /// Least rms residual that the uncertainty is computed with: no read-out is better.
 inline constexpr double residual_floor = 1e-6;
 

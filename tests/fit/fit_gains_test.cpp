@@ -9,7 +9,8 @@
 
 #include "beam.hpp"
 #include "fit_quality.hpp"
-#include "mrqmin.hpp"
+#include "gain_fit_mod.hpp"
+#include "kept_solver.hpp"
 #include "scratch.hpp"
 
 namespace {

@@ -9,12 +9,12 @@
 #include <limits>
 #include <numbers>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "beam.hpp"
 #include "fit_gains.hpp"
 #include "gain_fit_mod.hpp"
-#include "scratch.hpp"
 #include "sine_pair.hpp"
 
 namespace {
@@ -22,12 +22,8 @@ using namespace gain_fit_mod;
 
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
-struct batch : scratch::directory {
-  void SetUp() override {
-    reset();
-    mrqmin_mod::reset();
-  }
-  void TearDown() override { use_instruction_set(instruction_sets().back()); }
+struct batch : testing::Test {
+  void SetUp() override { reset(); }
 };
 
 // --- sines --------------------------------------------------------------------------------------
@@ -94,15 +90,22 @@ TEST(sine_pair, keeps_its_digits_next_to_multiples_of_half_pi) {
 
 struct sums {
   double chisq = 0;
-  mrqmin_mod::matrix alpha{"alpha", 8, 8};
+  covariance_matrix alpha{};
   std::array<double, 8> beta{};
 };
 
 sums batch_at(const parameters& p, const std::array<bool, 8>& free) {
   sums s;
-  load_batch();
-  s.chisq = batch_sums.chi_square(p.item);
-  batch_sums.curvature(p.item, free, s.alpha, s.beta);
+  const signal_batch loaded = make_batch(current_readings());
+  s.chisq = chi_square(loaded, p.item);
+  product_sums products;
+  product_sums_at(loaded, p.item, free, products);
+  const auto n_free = static_cast<int>(std::count(free.begin(), free.end(), true));
+  for (int j = 0; j < n_free; ++j) {
+    for (int k = 0; k < n_free; ++k)
+      s.alpha(j + 1, k + 1) = products.of[std::max(j, k)][std::min(j, k)];
+    s.beta[static_cast<std::size_t>(j)] = products.of[residual_column][j];
+  }
   return s;
 }
 
@@ -110,8 +113,7 @@ sums literal_at(const parameters& p, const std::array<bool, 8>& free) {
   sums s;
   for (int orbit = 1; orbit <= norbits; ++orbit) {
     const signals but{orbit_data(orbit).detector(bpm).button.item};
-    derivatives dyda{};
-    derivative1(p, but, dyda, orbit);
+    const derivatives dyda = chi1_derivatives(p, but);
     const double r = chi1(p, but);
     s.chisq += r * r;
     int j = 0;
@@ -193,23 +195,6 @@ TEST_F(batch, no_orbits_and_a_bpm_without_data) {
 
 // --- whole fits ---------------------------------------------------------------------------------
 
-struct results {
-  chis_saved chis{};
-  gains_saved gains{};
-  coeffs_saved coeffs{};
-  covar_saved covar{};
-};
-
-results run(bool literal) {
-  results r;
-  testing::internal::CaptureStdout();
-  literal_form = literal;
-  fit_gains(r.chis, r.gains, r.coeffs, r.covar);
-  literal_form = false;
-  testing::internal::GetCapturedStdout();
-  return r;
-}
-
 struct beam_case {
   const char* what;
   beam::setting beam;
@@ -238,23 +223,38 @@ TEST_F(batch, fits_end_where_the_literal_form_ends) {
     s.seed = seed++;
     for (int i = 1; i <= 4; ++i) s.true_gain(i) *= 1 + (0.02 * i);
     beam::fill_store(s);
-    const results literal = run(true);
-    const results ours = run(false);
-    for (int f = 1; f <= 4; ++f) {
-      for (int i = 1; i <= 4; ++i)
-        EXPECT_NEAR(ours.gains(f, i) / literal.gains(f, i), 1, 1e-9) << f << i;
+    const auto readings = current_readings();
+    const four_fits all_literal = fit_readings(readings, {.literal = true});
+    const four_fits all_ours = fit_readings(readings);
+    for (std::size_t f = 0; f < 4; ++f) {
+      SCOPED_TRACE(f);
+      const one_fit& literal = all_literal.fit[f];
+      const one_fit& ours = all_ours.fit[f];
+      for (int i = 1; i <= 4; ++i) EXPECT_NEAR(ours.gain(i) / literal.gain(i), 1, 1e-9) << i;
       for (int i = 1; i <= 2; ++i)
-        EXPECT_NEAR(ours.coeffs(f, i) / literal.coeffs(f, i), 1, 1e-6) << f << i;
-      EXPECT_NEAR(ours.coeffs(f, 3) + ours.coeffs(f, 4),
-                  literal.coeffs(f, 3) + literal.coeffs(f, 4), 1e-6);
+        EXPECT_NEAR(ours.coefficients(i) / literal.coefficients(i), 1, 1e-6) << i;
+      EXPECT_NEAR(ours.coefficients(3) + ours.coefficients(4),
+                  literal.coefficients(3) + literal.coefficients(4), 1e-6);
+      EXPECT_NEAR(ours.chisq / literal.chisq, 1, 1e-5);
     }
-    EXPECT_NEAR(ours.chis(4) / literal.chis(4), 1, 1e-5);
   }
 }
 
 template <class array>
 bool same_bits(const array& a, const array& b) {
   return std::memcmp(a.item.data(), b.item.data(), sizeof a.item) == 0;
+}
+
+void expect_same_bits(const four_fits& one, const four_fits& other) {
+  for (std::size_t f = 0; f < 4; ++f) {
+    const one_fit& a = one.fit[f];
+    const one_fit& b = other.fit[f];
+    EXPECT_TRUE(same_bits(a.gain, b.gain)) << f;
+    EXPECT_TRUE(same_bits(a.coefficients, b.coefficients)) << f;
+    EXPECT_EQ(std::memcmp(&a.chisq, &b.chisq, sizeof a.chisq), 0) << f;
+    EXPECT_TRUE(same_bits(a.covariance, b.covariance)) << f;
+  }
+  EXPECT_EQ(one.events.size(), other.events.size());
 }
 
 TEST_F(batch, every_instruction_set_gives_the_same_bits) {
@@ -264,17 +264,43 @@ TEST_F(batch, every_instruction_set_gives_the_same_bits) {
     SCOPED_TRACE(what);
     beam::fill_store(setting);
     orbit_data.edit(11, 1).button = {{1000, -999, 500, -500.5}};  // not small, taken literally
-    use_instruction_set("generic");
-    const results generic = run(false);
+    const auto readings = current_readings();
+    const four_fits generic = fit_readings(readings, {.instruction_set = "generic"});
     for (const auto set : instruction_sets()) {
       SCOPED_TRACE(set);
-      use_instruction_set(set);
-      const results other = run(false);
-      EXPECT_TRUE(same_bits(other.gains, generic.gains));
-      EXPECT_TRUE(same_bits(other.coeffs, generic.coeffs));
-      EXPECT_TRUE(same_bits(other.chis, generic.chis));
-      EXPECT_TRUE(same_bits(other.covar, generic.covar));
+      expect_same_bits(fit_readings(readings, {.instruction_set = set}), generic);
     }
+  }
+}
+
+// Nothing is shared between fits: a hundred of them on four threads end at the bits of one after
+// the other.
+TEST_F(batch, fits_on_several_threads_give_the_bits_of_the_serial_run) {
+  constexpr std::size_t bpms = 100;
+  constexpr std::size_t threads = 4;
+  std::vector<std::vector<signals>> readings;
+  std::vector<four_fits> serial;
+  for (unsigned n = 0; n < bpms; ++n) {
+    const double range = 3 + (n % 11);
+    beam::fill_store({.half_range_x = range,
+                      .half_range_y = range,
+                      .noise = 1e-4,
+                      .orbits = 20 + static_cast<int>(n),
+                      .seed = n + 1,
+                      .true_gain = {{1.04, 0.97, 1.01, 0.93}}});
+    readings.push_back(current_readings());
+    serial.push_back(fit_readings(readings.back()));
+  }
+  std::vector<four_fits> parallel(bpms);
+  std::vector<std::thread> workers;
+  for (std::size_t t = 0; t < threads; ++t)
+    workers.emplace_back([&, t] {
+      for (std::size_t n = t; n < bpms; n += threads) parallel[n] = fit_readings(readings[n]);
+    });
+  for (std::thread& worker : workers) worker.join();
+  for (std::size_t n = 0; n < bpms; ++n) {
+    SCOPED_TRACE(n);
+    expect_same_bits(parallel[n], serial[n]);
   }
 }
 

@@ -1,9 +1,9 @@
-#include "gain_fit_mod.hpp"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <vector>
+
+#include "model_faces.hpp"
 
 namespace {
 using namespace gain_fit_mod;

@@ -1,5 +1,3 @@
-#include "mrqmin.hpp"
-
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -10,6 +8,7 @@
 #include <vector>
 
 #include "file_units.hpp"
+#include "kept_solver.hpp"
 #include "scratch.hpp"
 
 namespace {
@@ -252,7 +251,7 @@ TEST(solver_death, sizes_that_disagree_stop_with_status_2) {
     show_output();
     matrix covar{"covar", 2, 3};
     const std::array maska{true, true};
-    covsrt(covar, maska);
+    mrqmin_mod::covsrt(covar, maska);
   };
   EXPECT_EXIT(spread(), testing::ExitedWithCode(2),
               "tag:covsrt\nprogram terminated by assert_eq3\n");

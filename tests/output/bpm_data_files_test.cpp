@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "beam.hpp"
-#include "mrqmin.hpp"
 #include "scratch.hpp"
 
 namespace {
@@ -19,7 +18,6 @@ const output::directory_name here{"."};
 struct data_files : scratch::directory {
   void SetUp() override {
     gain_fit_mod::reset();
-    mrqmin_mod::reset();
     rd_files(1) = "RD-000001.dat";
     rd_files(2) = "RD-000002.dat";
   }

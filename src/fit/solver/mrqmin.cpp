@@ -7,54 +7,25 @@
 #include <string>
 #include <utility>
 
-#include "file_units.hpp"
-#include "list_io.hpp"
-#include "run_time.hpp"
-#include "terminal.hpp"
-
-namespace mrqmin_mod {
+namespace solver {
 namespace {
 
-constexpr int singular_log = 111;  // side log of singular matrices; nothing opens it
-
+// The damping before the first step, and what an accepted and a rejected step make of it. Doubles,
+// not widened single-precision literals as elsewhere in the fit.
 constexpr double first_damping = 0.001;
 constexpr double accepted_factor = 0.1;
 constexpr double rejected_factor = 10;
 
-// What mrqmin keeps from call to call: valid from the initialising call (alamda < 0) to the
-// finishing one (alamda = 0). One fit at a time.
-struct kept_state {
-  std::vector<double> atry, beta, da;  // ma each; beta and da packed to the fitted parameters
-  double ochisq = 0;                   // chi-square of the last accepted point
-  int mfit = 0;                        // number of fitted parameters
-};
-kept_state kept;
-
-struct place {
-  int row = 0;
-  int column = 0;
-};
-
-// Work space of one call; kept only so that a fit does not allocate at every step.
-struct work_space {
-  std::vector<double> ymod;            // ndata
-  std::vector<double> packed;          // derivatives of one data point by the free parameters
-  matrix dyda{"dyda", 0, 0};           // ndata x ma
-  matrix curvature{"covar", 0, 0};     // mfit x mfit: the block that gaussj works on
-  matrix right_hand_side{"da", 0, 0};  // mfit x 1
-  std::vector<int> unused;             // rows and columns that gaussj has not pivoted on
-  std::vector<place> pivots;           // those that it has, in order
-  std::vector<int> free;               // numbers of the fitted parameters, from 1
-};
-work_space work;
-
 constexpr std::size_t at(int i) { return static_cast<std::size_t>(i - 1); }
 
-void assert_eq(std::initializer_list<std::size_t> sizes, std::string_view tag,
-               std::string_view last_line) {
-  const auto differs = [&](std::size_t n) { return n != *sizes.begin(); };
-  if (std::any_of(sizes.begin(), sizes.end(), differs))
-    nrerror(std::string{"an assert_eq failed with this tag:"}.append(tag), last_line);
+bool all_equal(std::initializer_list<std::size_t> sizes) {
+  return std::all_of(sizes.begin(), sizes.end(),
+                     [&](std::size_t n) { return n == *sizes.begin(); });
+}
+
+// Sizes that disagree: nothing was touched, and the tag says which sizes are meant.
+util::status disagreement(std::string_view tag) {
+  return util::fault{"sizes disagree", std::string{tag}, "equal sizes"};
 }
 
 std::size_t n_rows(const matrix& m) { return static_cast<std::size_t>(m.rows); }
@@ -74,7 +45,7 @@ void swap_columns(matrix& m, int c1, int c2) {
 }
 
 // The number of the packed parameter's row and column, for every free parameter of the mask.
-void list_free(std::span<const bool> maska) {
+void list_free(std::span<const bool> maska, work_space& work) {
   work.free.clear();
   for (int i = 1; i <= static_cast<int>(maska.size()); ++i)
     if (maska[at(i)]) work.free.push_back(i);
@@ -82,7 +53,7 @@ void list_free(std::span<const bool> maska) {
 }
 
 // Adds one data point to the packed lower triangle and the gradient.
-void add_point(std::span<const double> dyda, double wt, double dy, matrix& alpha,
+void add_point(std::span<const double> dyda, double wt, double dy, work_space& work, matrix& alpha,
                std::span<double> beta) {
   const std::size_t mfit = work.free.size();
   for (std::size_t j = 0; j < mfit; ++j) work.packed[j] = dyda[at(work.free[j])];
@@ -97,15 +68,15 @@ void add_point(std::span<const double> dyda, double wt, double dy, matrix& alpha
 
 // Curvature matrix and gradient, packed to the free parameters, and chi-square at a. Every sum runs
 // over the data points in their order.
-void mrqcof(const problem& p, std::span<const double> a, matrix& alpha, std::span<double> beta,
-            double& chisq) {
+void mrqcof(const problem& p, std::span<const double> a, work_space& work, matrix& alpha,
+            std::span<double> beta, double& chisq) {
   const int ndata = static_cast<int>(p.x.size());
   work.ymod.assign(p.x.size(), 0.0);
   if (work.dyda.rows != ndata || work.dyda.columns != static_cast<int>(a.size()))
     work.dyda.reshape(ndata, static_cast<int>(a.size()));
   p.funcs(p.x, a, work.ymod, work.dyda);
 
-  list_free(p.maska);
+  list_free(p.maska, work);
   const int mfit = static_cast<int>(work.free.size());
   for (int j = 1; j <= mfit; ++j) {
     std::fill_n(alpha.row(j).begin(), mfit, 0.0);
@@ -115,7 +86,7 @@ void mrqcof(const problem& p, std::span<const double> a, matrix& alpha, std::spa
   for (int n = 1; n <= ndata; ++n) {
     const double wt = 1 / (p.sig[at(n)] * p.sig[at(n)]);
     const double dy = p.y[at(n)] - work.ymod[at(n)];
-    add_point(std::as_const(work.dyda).row(n), wt, dy, alpha, beta);
+    add_point(std::as_const(work.dyda).row(n), wt, dy, work, alpha, beta);
     chisq += dy * dy * wt;
   }
   for (int j = 1; j <= mfit; ++j)
@@ -163,87 +134,84 @@ void eliminate(matrix& a, matrix& b, int icol) {
   }
 }
 
-void tell_singular() {
-  const std::string line = util::list_line().text("gaussj: singular matrix (2)").str();
-  util::print_line(line);
-  util::write_line(singular_log, line);
-}
-
 // Damped curvature and gradient of the last accepted point into the block that gaussj works on; its
 // results back into covar and da, also when it returned early.
-void solve_step(const matrix& alpha, double alamda, matrix& covar) {
-  const int mfit = kept.mfit;
+elimination solve_step(const matrix& alpha, double alamda, matrix& covar, fit_state& state) {
+  const int mfit = state.mfit;
   const auto n = static_cast<std::size_t>(mfit);
+  work_space& work = state.work;
   work.curvature.reshape(mfit, mfit);
   work.right_hand_side.reshape(mfit, 1);
   for (int j = 1; j <= mfit; ++j) {
     std::ranges::copy(alpha.row(j).first(n), work.curvature.row(j).begin());
     work.curvature(j, j) *= 1 + alamda;
-    work.right_hand_side(j, 1) = kept.beta[at(j)];
+    work.right_hand_side(j, 1) = state.beta[at(j)];
   }
-  gaussj(work.curvature, work.right_hand_side);
+  const elimination ended = gaussj(work.curvature, work.right_hand_side, work);
   for (int j = 1; j <= mfit; ++j) {
     std::ranges::copy(work.curvature.row(j), covar.row(j).begin());
-    kept.da[at(j)] = work.right_hand_side(j, 1);
+    state.da[at(j)] = work.right_hand_side(j, 1);
   }
+  return ended;
 }
 
 // Trial point: the solved steps go, in order, to the parameters that are free now.
-void make_trial(std::span<const double> a, std::span<const bool> maska) {
-  kept.atry.assign(a.begin(), a.end());
+void make_trial(std::span<const double> a, std::span<const bool> maska, fit_state& state) {
+  state.atry.assign(a.begin(), a.end());
   int j = 0;
   for (std::size_t i = 0; i < maska.size(); ++i)
-    if (maska[i]) kept.atry[i] += kept.da[at(++j)];
+    if (maska[i]) state.atry[i] += state.da[at(++j)];
 }
 
 // Chi-square at the trial point. Curvature and gradient come with it into covar and da unless the
-// model has its own sums: then they wait until the point is accepted.
-void evaluate_trial(const problem& p, matrix& covar, double& chisq) {
+// model has its own sums: then they wait until the point is accepted, and a rejected trial, whose
+// matrices nobody would look at, costs residuals only.
+void evaluate_trial(const problem& p, matrix& covar, double& chisq, fit_state& state) {
   if (p.sums != nullptr) {
-    chisq = p.sums->chi_square(kept.atry);
+    chisq = p.sums->chi_square(state.atry);
   } else {
-    mrqcof(p, kept.atry, covar, kept.da, chisq);
+    mrqcof(p, state.atry, state.work, covar, state.da, chisq);
   }
 }
 
 // The curvature kept belongs to the parameters that are free in this call.
-void accept(const problem& p, std::span<double> a, const matrix& covar, matrix& alpha,
-            double chisq) {
-  kept.ochisq = chisq;
-  std::ranges::copy(kept.atry, a.begin());
-  if (p.sums != nullptr) return p.sums->curvature(a, p.maska, alpha, kept.beta);
-  for (int j = 1; j <= kept.mfit; ++j) {
-    for (int k = 1; k <= kept.mfit; ++k) alpha(j, k) = covar(j, k);
-    kept.beta[at(j)] = kept.da[at(j)];
+void accept(const problem& p, std::span<double> a, const matrix& covar, matrix& alpha, double chisq,
+            fit_state& state) {
+  state.ochisq = chisq;
+  std::ranges::copy(state.atry, a.begin());
+  if (p.sums != nullptr) return p.sums->curvature(a, p.maska, alpha, state.beta);
+  for (int j = 1; j <= state.mfit; ++j) {
+    for (int k = 1; k <= state.mfit; ++k) alpha(j, k) = covar(j, k);
+    state.beta[at(j)] = state.da[at(j)];
   }
 }
 
 void initialise(const problem& p, std::span<const double> a, matrix& alpha, double& chisq,
-                double& alamda) {
-  kept.atry.assign(a.begin(), a.end());
-  kept.beta.assign(a.size(), 0.0);
-  kept.da.assign(a.size(), 0.0);
+                double& alamda, fit_state& state) {
+  state.atry.assign(a.begin(), a.end());
+  state.beta.assign(a.size(), 0.0);
+  state.da.assign(a.size(), 0.0);
   alamda = first_damping;
   if (p.sums != nullptr) {
     chisq = p.sums->chi_square(a);
-    p.sums->curvature(a, p.maska, alpha, kept.beta);
+    p.sums->curvature(a, p.maska, alpha, state.beta);
   } else {
-    mrqcof(p, a, alpha, kept.beta, chisq);
+    mrqcof(p, a, state.work, alpha, state.beta, chisq);
   }
-  kept.ochisq = chisq;
+  state.ochisq = chisq;
+}
+
+void release(fit_state& state) {
+  state.atry.clear();
+  state.beta.clear();
+  state.da.clear();
+  state.ochisq = 0;
+  state.mfit = 0;
 }
 
 }  // namespace
 
-void nrerror(std::string_view text, std::string_view last_line) {
-  util::print_line(std::string{"nrerror: "}.append(text));
-  util::print_line(last_line);
-  util::stop_program(2);
-}
-
-void reset() { kept = {}; }
-
-void gaussj(matrix& a, matrix& b) {
+elimination gaussj(matrix& a, matrix& b, work_space& work) {
   const int n = a.rows;
   std::vector<int>& unused = work.unused;
   std::vector<place>& pivots = work.pivots;
@@ -253,26 +221,30 @@ void gaussj(matrix& a, matrix& b) {
   for (int i = 1; i <= n; ++i) {
     const auto [irow, icol] = largest_element(a, unused);
     // The search passes used columns over; this holds it to that.
-    if (std::erase(unused, icol) != 1) nrerror("gaussj: singular matrix (1)");
+    if (std::erase(unused, icol) != 1) return elimination::pivot_twice;
     swap_rows(a, irow, icol);
     swap_rows(b, irow, icol);
     pivots.push_back({.row = irow, .column = icol});
-    if (a(icol, icol) == 0) return tell_singular();
+    // Returning here, with a and b half reduced, is meant: the caller's trial goes on with them, is
+    // usually rejected, and the damping that grows from it makes the next matrix regular.
+    if (a(icol, icol) == 0) return elimination::zero_pivot;
     eliminate(a, b, icol);
   }
   // The row swaps left the columns of the inverse in the pivots' order: undo, last one first.
   std::for_each(pivots.rbegin(), pivots.rend(),
                 [&](const place& p) { swap_columns(a, p.row, p.column); });
+  return elimination::done;
 }
 
-void covsrt(matrix& covar, std::span<const bool> maska) {
-  assert_eq({n_rows(covar), n_columns(covar), maska.size()}, "covsrt",
-            "program terminated by assert_eq3");
+util::status covsrt(matrix& covar, std::span<const bool> maska) {
+  if (!all_equal({n_rows(covar), n_columns(covar), maska.size()})) return disagreement("covsrt");
   const int ma = covar.rows;
   const int mfit = count_free(maska);
   for (int i = 1; i <= ma; ++i)
     for (int j = 1; j <= ma; ++j)
       if (i > mfit || j > mfit) covar(i, j) = 0;
+  // From the last free parameter down: its packed row and column never lie behind its own place, so
+  // nothing is overwritten that is still wanted.
   int k = mfit;
   for (int j = ma; j >= 1; --j) {
     if (!maska[at(j)]) continue;
@@ -280,38 +252,42 @@ void covsrt(matrix& covar, std::span<const bool> maska) {
     swap_rows(covar, k, j);
     --k;
   }
+  return {};
 }
 
-void mrqmin(const problem& p, std::span<double> a, matrix& covar, matrix& alpha, double& chisq,
-            double& alamda) {
-  assert_eq({p.x.size(), p.y.size(), p.sig.size()}, "mrqmin: ndata",
-            "program terminated by assert_eq3");
-  assert_eq(
-      {a.size(), p.maska.size(), n_rows(covar), n_columns(covar), n_rows(alpha), n_columns(alpha)},
-      "mrqmin: ma", "program terminated by assert_eqn");
-  kept.mfit = count_free(p.maska);
-  if (alamda < 0) initialise(p, a, alpha, chisq, alamda);
-  if (kept.beta.size() != a.size())
-    util::run_time_error("mrqmin: a step before the initialising call (alamda < 0) of this fit");
+util::status mrqmin(const problem& p, std::span<double> a, matrix& covar, matrix& alpha,
+                    double& chisq, double& alamda, fit_state& state) {
+  if (!all_equal({p.x.size(), p.y.size(), p.sig.size()})) return disagreement("mrqmin: ndata");
+  if (!all_equal({a.size(), p.maska.size(), n_rows(covar), n_columns(covar), n_rows(alpha),
+                  n_columns(alpha)}))
+    return disagreement("mrqmin: ma");
+  state.mfit = count_free(p.maska);
+  if (alamda < 0) initialise(p, a, alpha, chisq, alamda, state);
+  if (state.beta.size() != a.size())
+    return util::fault{
+        "a step before the initialising call (alamda < 0) of this fit", "mrqmin", {}};
 
-  solve_step(alpha, alamda, covar);
+  const elimination ended = solve_step(alpha, alamda, covar, state);
+  if (ended == elimination::pivot_twice) return util::fault{"singular matrix (1)", "gaussj", {}};
+  state.zero_pivot = ended == elimination::zero_pivot;
   if (alamda == 0) {
-    covsrt(covar, p.maska);
-    covsrt(alpha, p.maska);
-    reset();
-    return;
+    if (auto fault = covsrt(covar, p.maska)) return fault;
+    if (auto fault = covsrt(alpha, p.maska)) return fault;
+    release(state);
+    return {};
   }
 
-  make_trial(a, p.maska);
-  evaluate_trial(p, covar, chisq);
+  make_trial(a, p.maska, state);
+  evaluate_trial(p, covar, chisq, state);
   // Strictly smaller: an equal chi-square, or one that is not a number, is no progress.
-  if (chisq < kept.ochisq) {
+  if (chisq < state.ochisq) {
     alamda *= accepted_factor;
-    accept(p, a, covar, alpha, chisq);
+    accept(p, a, covar, alpha, chisq, state);
   } else {
     alamda *= rejected_factor;
-    chisq = kept.ochisq;
+    chisq = state.ochisq;
   }
+  return {};
 }
 
-}  // namespace mrqmin_mod
+}  // namespace solver

@@ -7,7 +7,7 @@
 
 #include "bounded.hpp"
 
-namespace mrqmin_mod {
+namespace solver {
 
 /// Rows by columns, all zero when made. A subscript outside ends the run under the matrix's name.
 struct matrix {
@@ -46,4 +46,4 @@ struct matrix {
   }
 };
 
-}  // namespace mrqmin_mod
+}  // namespace solver

@@ -4,19 +4,12 @@
 #include <array>
 #include <cstddef>
 #include <memory>
-#include <span>
-
-#include "gain_batch_kernel.hpp"
-#include "gain_fit_mod.hpp"
 
 namespace gain_fit_mod {
 namespace {
 
-// The signals of one BPM, copied by load_batch, button after button.
 // Each column begins with a cache line and ends with one: no load reaches over a line's end.
-constexpr std::size_t line = 8;  // numbers
-std::vector<double> copied;
-signal_columns columns{};
+constexpr std::size_t line = 8;  // numbers: 64 bytes, on every processor we know
 
 std::vector<const batch_kernels*> usable_kernels() {
   std::vector<const batch_kernels*> usable{&generic_kernels};
@@ -26,41 +19,46 @@ std::vector<const batch_kernels*> usable_kernels() {
   return usable;
 }
 
-const batch_kernels* kernels = usable_kernels().back();
-
-double chi_square(std::span<const double> a) { return kernels->chi_square(a.data(), columns); }
-
-void curvature(std::span<const double> a, std::span<const bool> maska, mrqmin_mod::matrix& alpha,
-               std::span<double> beta) {
-  free_list free{};
-  for (int i = 0; i < max_parameters; ++i)
-    if (maska[static_cast<std::size_t>(i)]) free.parameter[free.n++] = i;
-  product_sums sums;
-  kernels->products(a.data(), columns, free, sums);
-  for (int j = 0; j < free.n; ++j) {
-    for (int k = 0; k < free.n; ++k) alpha(j + 1, k + 1) = sums.of[std::max(j, k)][std::min(j, k)];
-    beta[static_cast<std::size_t>(j)] = sums.of[residual_column][j];
-  }
+const batch_kernels* kernels_named(std::string_view name) {
+  // Asked of the processor once, not once a fit.
+  static const std::vector<const batch_kernels*> usable = usable_kernels();
+  for (const batch_kernels* k : usable)
+    if (k->name == name) return k;
+  return usable.back();
 }
 
 }  // namespace
 
-const mrqmin_mod::residual_sums batch_sums{.chi_square = chi_square, .curvature = curvature};
-
-void load_batch() {
-  const auto readings = orbit_data.column(bpm, norbits);
-  const auto n = static_cast<std::size_t>(norbits);
+signal_batch make_batch(std::span<const signals> readings, std::string_view instruction_set) {
+  signal_batch batch;
+  batch.kernels = kernels_named(instruction_set);
+  const std::size_t n = readings.size();
   const std::size_t length = (n + line - 1) / line * line;
-  copied.assign((4 * length) + line, 0.0);
-  void* start_of_line = copied.data();
-  std::size_t room = copied.size() * sizeof(double);
+  batch.copied.assign((4 * length) + line, 0.0);
+  void* start_of_line = batch.copied.data();
+  std::size_t room = batch.copied.size() * sizeof(double);
   auto* start =
       static_cast<double*>(std::align(line * sizeof(double), sizeof(double), start_of_line, room));
-  for (std::size_t i = 0; i < length && !readings.empty(); ++i) {
-    const auto& button = readings[std::min(i, n - 1)].button;
-    for (int b = 1; b <= 4; ++b) start[(static_cast<std::size_t>(b - 1) * length) + i] = button(b);
+  // The places behind the last orbit repeat it: the lanes that run over the end compute with
+  // numbers, and nobody sums what they find.
+  for (std::size_t i = 0; i < length; ++i) {
+    const signals& but = readings[std::min(i, n - 1)];
+    for (int b = 1; b <= 4; ++b) start[(static_cast<std::size_t>(b - 1) * length) + i] = but(b);
   }
-  columns = {start, start + length, start + 2 * length, start + 3 * length, n};
+  batch.columns = {start, start + length, start + 2 * length, start + 3 * length, n};
+  return batch;
+}
+
+double chi_square(const signal_batch& batch, std::span<const double> a) {
+  return batch.kernels->chi_square(a.data(), batch.columns);
+}
+
+void product_sums_at(const signal_batch& batch, std::span<const double> a,
+                     std::span<const bool> maska, product_sums& sums) {
+  free_list free{};
+  for (int i = 0; i < max_parameters; ++i)
+    if (maska[static_cast<std::size_t>(i)]) free.parameter[free.n++] = i;
+  batch.kernels->products(a.data(), batch.columns, free, sums);
 }
 
 double stepped_residual(const double* a, const signal_columns& d, std::size_t orbit) {
@@ -89,11 +87,6 @@ std::vector<std::string_view> instruction_sets() {
   std::vector<std::string_view> names;
   for (const batch_kernels* k : usable_kernels()) names.emplace_back(k->name);
   return names;
-}
-
-void use_instruction_set(std::string_view name) {
-  for (const batch_kernels* k : usable_kernels())
-    if (k->name == name) kernels = k;
 }
 
 }  // namespace gain_fit_mod

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "gain_fit_mod.hpp"
+#include "gain_model.hpp"
 #include "lanes.hpp"
 #include "sine_pair.hpp"
 
@@ -420,7 +420,7 @@ struct gain_kernels {
 
   static void products(const double* a, const signal_columns& d, const free_list& free,
                        product_sums& sums) {
-    static block_work w;
+    block_work w;  // 27 KB of the caller's stack: fits on several threads share nothing
     sums = {};
     for (std::size_t first = 0; first < d.n; first += block_size) {
       const std::size_t count = d.n - first < block_size ? d.n - first : block_size;

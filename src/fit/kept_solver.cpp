@@ -1,0 +1,64 @@
+#include "kept_solver.hpp"
+
+#include <string>
+
+#include "file_units.hpp"
+#include "list_io.hpp"
+#include "run_time.hpp"
+#include "terminal.hpp"
+
+namespace mrqmin_mod {
+namespace {
+
+constexpr int singular_log = 111;  // side log of singular matrices; nothing opens it
+
+solver::fit_state kept;
+
+// A check of many sizes ends otherwise than one of three.
+[[noreturn]] void stop_for(const util::fault& fault) {
+  if (fault.where == "gaussj") nrerror("gaussj: singular matrix (1)");
+  if (fault.where == "mrqmin") util::run_time_error(util::line_of(fault));
+  nrerror("an assert_eq failed with this tag:" + fault.where,
+          fault.where == "mrqmin: ma" ? "program terminated by assert_eqn"
+                                      : "program terminated by assert_eq3");
+}
+
+}  // namespace
+
+void mrqmin(const problem& p, std::span<double> a, matrix& covar, matrix& alpha, double& chisq,
+            double& alamda) {
+  if (const auto fault = solver::mrqmin(p, a, covar, alpha, chisq, alamda, kept)) stop_for(*fault);
+  if (kept.zero_pivot) tell_singular();
+}
+
+void gaussj(matrix& a, matrix& b) {
+  solver::work_space work;
+  switch (solver::gaussj(a, b, work)) {
+    case solver::elimination::done:
+      return;
+    case solver::elimination::zero_pivot:
+      return tell_singular();
+    case solver::elimination::pivot_twice:
+      nrerror("gaussj: singular matrix (1)");
+  }
+}
+
+void covsrt(matrix& covar, std::span<const bool> maska) {
+  if (const auto fault = solver::covsrt(covar, maska)) stop_for(*fault);
+}
+
+void tell_singular() {
+  const std::string line = util::list_line().text("gaussj: singular matrix (2)").str();
+  util::print_line(line);
+  util::write_line(singular_log, line);
+}
+
+void nrerror(std::string_view text, std::string_view last_line) {
+  util::print_line(std::string{"nrerror: "}.append(text));
+  util::print_line(last_line);
+  util::stop_program(2);
+}
+
+void reset() { kept = {}; }
+
+}  // namespace mrqmin_mod

@@ -74,7 +74,8 @@ void ask_swap() {
   }
 }
 
-// The fit of synthetic data starts at the truth; where the truth is not known the gain stays 1.
+// The multipliers of the true gains, 1 where the truth is not known. Kept for compatibility: the
+// fit puts its own start values in their place.
 void set_start_gains() {
   const auto& true_gain = fit::orbit_data(1).detector(fit::bpm).true_gain;
   for (int i = 1; i <= 4; ++i) fit::gain(i) = true_gain(i) != 0 ? 1 / true_gain(i) : 1.0;

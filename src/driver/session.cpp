@@ -71,8 +71,7 @@ std::string_view correction_label(int gain_correct) {
     case 3:
       return "gain_and_pedestal_correction";
     case 2:
-      return "pedestal but no gain correction";  // blanks, unlike its neighbours: tables are
-                                                 // searched
+      return "pedestal but no gain correction";  // with blanks: kept for compatibility
     case 1:
       return "no_gain_or_pedestal_correction";
     default:
@@ -123,7 +122,7 @@ void run_session() {
   if (source != "F") choose_bpm(s);
 
   open_orbit_table(s);
-  // A fixed check: BPM 50 stands where positions are known best.
+  // A check line of BPM 50, whatever BPMs there are: kept for compatibility.
   util::print_line(four_numbers(" butngain,1,50 ", fit::orbit_data(1).detector(50).button));
   fit::weight = 0;
   if (fit::expert) ask_fitted_gains(s.fit_gain_file, s.old_comments_list, s.fit_gain);

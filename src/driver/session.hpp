@@ -3,16 +3,16 @@
 //   data source -> data sets into the orbit store -> BPM choice -> per BPM: compaction, positions,
 //   raw-data file, four fits, their combination, fitted-data file, summary lines -> plot
 //
-// Questions are written on standard output, answers read from standard input, one line each. All
-// files go into the run's own directory.
+// Questions are written on standard output, answers read from standard input, one line each.
+// Results go into the run's own directory; diagnostic lines (fort.N) and plot copies into the
+// working directory.
 #pragma once
 
 namespace driver {
 
 /// Runs one session to its end.
 /// errors   bad answers are told and asked again; what cannot go on ends the run (run_time.hpp)
-/// with
-///          everything written so far on disk
+///          with everything written so far on disk
 void run_session();
 
 }  // namespace driver

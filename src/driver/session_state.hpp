@@ -22,7 +22,7 @@ struct session_state {
   util::fixed_text<100> file = util::fixed_text<100>::zeros();      // likewise, one line a BPM
   output::rd_files_list rd_files;                                   // names of the data files read
   int files_so_far = 0;                                             // how many of them, 1..20
-  std::int32_t max_nonlin_positions = 0;          // turns whose positions come from the tables
+  std::int32_t max_nonlin_positions = 0;          // turns to take of each raw data bunch; 0: none
   std::string type;                               // which corrections the data carry
   util::given<int, "bpm_count"> bpm_count;        // highest BPM index to visit
   util::given<int, "norbits_save"> norbits_save;  // orbits loaded

@@ -85,7 +85,7 @@ bool add_data_set(session_state& s) {
 }  // namespace
 
 void load_turn_by_turn(session_state& s) {
-  // Only a lower-case n ends it: a slip of the finger must not cut a long series of sets short.
+  // Only a lower-case n ends it: kept for compatibility.
   while (add_data_set(s) && util::ask_letter(" Another RD file ? (y/n) ") != 'n') {
   }
   hand_over();

@@ -9,8 +9,8 @@ struct bunch_choice {
   int empty_bunch = 0;  ///< likewise; 0 for none
 };
 
-/// Asks for both until the first is there. Operators number bunches by pairs of the ring's: number
-/// n answers to (n + 1) / 2. Of several bunches with the same number the last is meant.
+/// Asks for both until the first is there. Numbers in the dialog count pairs of the ring's bunches:
+/// bunch n answers to (n + 1) / 2. Of several bunches with the same number the last is meant.
 bunch_choice ask_bunches(const tbt_mod::tbt_all_data_struct& tbt);
 
 }  // namespace input

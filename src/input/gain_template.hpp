@@ -48,8 +48,7 @@ int bpm_number(std::string_view name);
 
 /// Reads a template file.
 ///
-/// given    fit_gain_file      its name, which may begin with $KOVR_ONLINE; blank: the name is
-/// asked
+/// given    fit_gain_file      its name, which may begin with $KOVR_ONLINE; blank: it is asked for
 ///          old_comments_list, table0_bpm_data, table1_bpm_data  anything: all are cleared first
 /// returns  fit_gain_file      the name that opened
 ///          old_comments_list  the comment lines before the first section, without their "#"

@@ -1,5 +1,4 @@
-// Synthetic data: a numbered series of text files with simulated orbits and the gains that made
-// them.
+// Synthetic data: a numbered series of text files with simulated orbits and their true gains.
 //
 // The series lies in <base directory>/inputs_1000random_xy_and_timing_offset, one file exp_<n>.txt
 // per BPM, one orbit per line, ten values in free format:
@@ -14,9 +13,8 @@ namespace input {
 /// Asks for the first and last file name of a series and reads it into the orbit store.
 ///
 /// returns  in gain_fit_mod: orbit_data; norbits, the lines of the last file, at most 1000; bpm,
-/// the
-///          index of the last BPM; dets; bpm_names (EXP_<n>); in_file_0; gain, the gains of the
-///          last line read
+///          the index of the last BPM; dets; bpm_names (EXP_<n>); in_file_0; gain, the gains of
+///          the last line read
 /// errors   3001 lines in a file or 5001 files: bounds error; a file that exists but cannot be
 ///          opened, or a first name that gives no number: run-time error; end of input ends the run
 /// note     waits for a file of the series that is not there yet (one note on standard error)

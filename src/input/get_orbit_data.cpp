@@ -33,7 +33,7 @@ constexpr std::size_t current_column = 11;  // where the currents of a button fi
 struct command {
   bpm_list fit_bpm_idx{};
   bool read_current_from_butns_file = false;
-  std::int32_t sigma_cutoff = 0;  // the cut levels are for programs further down the line
+  std::int32_t sigma_cutoff = 0;  // the cut levels are read and not used
   std::int32_t chisq_cutoff = 0;
   orbit_list orbit{};
 };
@@ -82,7 +82,7 @@ void read_command_file(const std::string& name, command& wanted) {
   if (contains(util::upcase(line), "&" + util::upcase(group))) {
     if (read_namelist(wanted)) {
       util::print_line(" ERROR READING " + name);
-      // Once more, for a file that was still being written; the second fault tells what is wrong.
+      // Once more, from where the file stands: kept for compatibility. The second fault is told.
       if (const auto fault = read_namelist(wanted)) util::run_time_error(*fault);
     }
   } else {
@@ -214,7 +214,7 @@ orbit_found read_orbit(int number, int slot, bool read_current) {
       continue;
     }
     ++found.bpms;
-    // What follows the last BPM belongs to other instruments.
+    // What follows the last BPM is not looked at.
     if (store_signals(found.path, record, slot) == last_button_bpm) break;
   }
   if (read_current) {

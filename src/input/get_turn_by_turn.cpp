@@ -130,12 +130,12 @@ bool take_answer(const std::string& answer, std::int32_t& run) {
       util::print_line(" " + fault + "; type a run number of 4 to 6 digits");
       return false;
     }
-    // The newest run may still be written to, so counting back begins at the one before it.
+    // Counting back begins at the run before the newest: kept for compatibility.
     if (*typed <= 0) --run;
   }
   fit::in_file_0 = shown_name(answer, *typed);
   fit::in_file = run > not_a_run ? fit::in_file_0 : util::fixed_text<name_width>{answer};
-  // The name stands in its full width: the line is read by column.
+  // The name stands in its full width: kept for compatibility.
   util::print_line(util::list_line()
                        .text("in_file = ")
                        .text(fit::in_file.all())
@@ -245,7 +245,7 @@ bool read_file(file_type type, std::int32_t run, const util::fixed_text<16>& dir
       read_raw_runs(run, directory, max_nonlin_positions);
       return true;
     case rde_file:
-      break;  // accepted so that lists of runs go through; there is no reader for it
+      break;  // accepted, without a reader: kept for compatibility
   }
   return true;
 }

@@ -24,8 +24,7 @@ namespace input {
 /// given    directory             the run's output directory, for the list of raw data runs
 ///          max_nonlin_positions  turns to take from raw data, see tbt_mod::turns_taken
 /// returns  in gain_fit_mod: orbit_data, norbits (0 when nothing was read), dets, bpm_names,
-/// in_file,
-///          in_file_0, gain_correct, rd_number
+///          in_file, in_file_0, gain_correct, rd_number
 /// errors   an answer that names no run or file is told and asked again; a raw data run that cannot
 ///          be loaded is told and ends the run with status 1
 void get_turn_by_turn(const util::fixed_text<16>& directory, std::int32_t max_nonlin_positions);

@@ -43,7 +43,7 @@ bool is_name_character(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
 }
 
-// Whether "&word" (or "$word", as older programs write it) stands at this place.
+// Whether "&word" (or "$word") stands at this place.
 bool marks(std::string_view line, std::size_t at, std::string_view word) {
   if (line[at] != '&' && line[at] != '$') return false;
   if (util::upcase(line.substr(at + 1, word.size())) != util::upcase(word)) return false;

@@ -20,7 +20,7 @@ namespace fit = gain_fit_mod;
 using turns = std::span<const tbt_mod::tbt_turn_position_struct>;
 using signals = util::bounded<double, 1, 4, "button">;
 
-constexpr int last_bpm_read = 120;  // higher indices name no button BPM
+constexpr int last_bpm_read = 120;  // of the 150 of a data set: kept for compatibility
 
 std::int32_t max_turns = 0;  // turns to look at; 0: all. Kept from data set to data set.
 

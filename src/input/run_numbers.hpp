@@ -19,7 +19,8 @@ namespace input {
 ///          fault        then why, in one line with file and line where there is one
 /// errors   a relative number with no variable for the index's path set ends the run (fullfilename)
 /// note     the index is read anew for each relative number: runs are recorded while a session
-/// lasts source   the file KOVR_RUN_INDEX of the site's configuration
+///          lasts
+/// source   the file KOVR_RUN_INDEX of the site's configuration
 void number_to_true_number(std::string_view kind, std::int32_t number, std::int32_t& true_number,
                            bool& err, std::string& fault);
 

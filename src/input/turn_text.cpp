@@ -110,7 +110,7 @@ void begin_bpm(turn_text& run) {
 
 bool take_turn(turn_text& run, turn_order order) {
   if (++run.i > most_turn_lines) {
-    // The text is older than the limit; logs are searched for it.
+    // The text's limit is not the one in force: kept for compatibility.
     util::print_line(" i > 1000 in subroutine read_turn_by_turn ");
     return false;
   }

@@ -1,5 +1,4 @@
-// nonlin_bpm_mod: from the four button signals of a BPM to the beam position, through lookup
-// tables.
+// nonlin_bpm_mod: from the four button signals of a BPM to the beam position, by lookup tables.
 //
 // Difference over sum is exact at the centre of a chamber only: 10 mm off axis it is wrong by up to
 // a millimetre. A table therefore holds, on a grid of beam positions, the signal phi of each button

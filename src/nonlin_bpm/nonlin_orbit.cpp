@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::string_view orbit_folder = "$KOVR_ONLINE/machine_data/meas/orbit/";
 
-// Single-precision constants, widened: positions are compared with those of older runs bit for bit.
+// Single-precision constants, widened: kept for compatibility.
 constexpr double smallest_signal{1e-10F};
 constexpr double metres_per_millimetre{0.001F};
 constexpr double rough_pi{3.14159F};

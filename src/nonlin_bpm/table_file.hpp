@@ -23,9 +23,8 @@ namespace nonlin_bpm_mod {
 /// Reads a table and builds its cells.
 /// given    expected  the name that must stand in the file; empty: any
 /// errors   every fault: one line (init_fault), then err_exit. Beside faults of form: slopes that
-/// do
-///          not go with the values, a centre without data, a button that does not grow towards its
-///          own quadrant, no node to start a fit from
+///          do not go with the values, a centre without data, a button that does not grow towards
+///          its own quadrant, no node to start a fit from
 void read_table_file(const std::string& name, std::string_view expected, table_struct& table);
 
 /// The nodes alone, as the file gives them, in metres.

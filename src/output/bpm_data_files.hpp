@@ -19,20 +19,21 @@ namespace output {
 /// given    name          of the BPM, and of the file
 ///          orbit_num     orbit whose x and y the store holds, 1..3000
 ///          but           its four signals [ADC counts]
-///          files_so_far  data files read, 0..19 (the header's true gains are those of the orbit
-///                        with the next number: readers of the files know them there)
+///          files_so_far  data files read, 0..19. The header's true gains are those of the orbit
+///                        with the next number: kept for compatibility
 ///          current       beam current of the orbit [mA]
 /// errors   a file that cannot be opened or written, an orbit or BPM outside the store: ends the
-/// run note     four signals that sum to 0 give combinations that are not numbers note     replaced
-/// when this run opens it first, appended to when it comes back to the BPM
+///          run
+/// note     four signals that sum to 0 give combinations that are not numbers
+/// note     a file is replaced when this run opens it first, appended to when it comes back to the
+///          BPM
 void write_bpm_raw_data(const directory_name& directory, int m, std::string_view name,
                         int orbit_num, const gain_fit_mod::signals& but,
                         const rd_files_list& rd_files, int files_so_far, double current);
 
 /// Writes NAME.dat_fit of BPM m: header, the four fits, then a line per orbit 1..norbits with x, y,
 /// Q, X, Y, X Y / current, current, u = X Y, the curve at u, and the residual (curve minus Q), all
-/// at `gain` and `coefficients` of gain_fit_mod as they stand. Every line but these begins with
-/// "#".
+/// at `gain` and `coefficients` of gain_fit_mod as they stand. Every other line begins with "#".
 ///
 /// given    the four fits as fit_gains returned them
 ///          chis      chi-square that the header gives per degree of freedom

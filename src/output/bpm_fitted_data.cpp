@@ -13,8 +13,7 @@
 namespace output {
 namespace {
 
-// --- pieces of header lines: each begins with "#", so that plotting programs pass over it
-// ---------
+// --- pieces of header lines: each begins with "#", so that plotting programs pass over it --------
 
 std::string four_fixed(std::string_view text, const gain_fit_mod::gains& values) {
   std::string line = "#";

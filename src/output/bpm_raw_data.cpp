@@ -34,8 +34,8 @@ void write_header(int m, const rd_files_list& rd_files, int files_so_far) {
   util::put_integer(line, m, 5);
   util::write_line(unit, line);
 
-  // The field is too narrow for its text and keeps " true_ga": files are read by column. The orbit
-  // is the one whose number comes after the last file's.
+  // The field cuts its text to " true_ga", and the orbit is the one whose number comes after the
+  // last file's: both kept for compatibility.
   line.clear();
   util::put_text(line, " true_gain = ", 8);
   const auto& reading = gain_fit_mod::orbit_data(files_so_far + 1).detector(m);

@@ -45,7 +45,7 @@ gain_fit_mod::signals true_gain_of_bpm() {
 }
 
 // Four coefficient columns stand under one caption, and what follows is not aligned with its data:
-// programs that read these tables count columns.
+// kept for compatibility.
 std::string out_caption() {
   std::string line;
   util::put_text(line, "! BPM ", 7);

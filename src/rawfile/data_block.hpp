@@ -3,10 +3,11 @@
 // Line n (from 0) is bunch n div T, turn n mod T. Each line is corrected with the calibration of
 // the timing block that it names itself:
 //     corrected = float(float(raw - pedestal) * (1 / gain))     product in double precision
-//     X = (((TO + BO) - BI) - TI) / S * horz_coeff              outer minus inner,   single
-//     precision Y = (((TO - BO) - BI) + TI) / S * vert_coeff              top minus bottom, S =
-//     ((TI + BI) + BO) + TO                                 in this order
-// and the phase word unpacked: bits 19..27 horizontal, 10..18 vertical, 0..7 the rest.
+//     X = (((TO + BO) - BI) - TI) / S * horz_coeff              outer minus inner
+//     Y = (((TO - BO) - BI) + TI) / S * vert_coeff              top minus bottom
+//     S = ((TI + BI) + BO) + TO
+// the last three in single precision and in this order, and the phase word unpacked: bits 19..27
+// horizontal, 10..18 vertical, 0..7 the rest.
 #pragma once
 #include <array>
 #include <cstdint>
@@ -30,8 +31,7 @@ inline float kbpmfio_compute_pos(float ti, float bi, float bo, float to, std::in
 
 /// Reads one line by the rules for lines without a key.
 /// returns  1 when the next line has a key (it is left in place) or the file ends; 0 when a line
-/// was
-///          taken, whatever it held
+///          was taken, whatever it held
 std::int32_t read_data_line(kbpmfio_stream& stream, data_columns& columns);
 
 /// Fills an instrument's arrays from its B x T data lines.

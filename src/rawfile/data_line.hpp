@@ -51,9 +51,8 @@ struct plain_lines {
 /// Takes lines of six plain numbers with blanks, tabs or CR around them, as long as they come one
 /// after the other. Given as above.
 /// returns  what was taken; the first line that is not plain - a number wider than its column,
-/// "0x",
-///          a text, a key, more than 128 characters - and lines in the last plain_window characters
-///          of the text are left to the full scan
+///          "0x", a text, a key, more than 128 characters - and lines in the last plain_window
+///          characters of the text are left to the full scan
 plain_lines take_plain_lines(std::string_view text, std::int32_t block, std::size_t most,
                              const column_places& to);
 

@@ -2,8 +2,7 @@
 // blanks, texts come back padded with blanks, and arrays come back with their lengths.
 //
 // given    string  a text to fill: what stands before the first zero of a 100-character work
-// buffer,
-//                  so at most 99 characters, the rest blank
+//                  buffer, so at most 99 characters, the rest blank
 //          array   receives a view over the library's memory, valid until the next load: empty for
 //                  an unknown name, one value -999 for a bad argument
 #pragma once

@@ -54,7 +54,7 @@ float calibration(table RDV3_INST_DATA::*which, std::string_view name, std::int3
   }
   const RDV3_INST_DATA* instrument = instrument_of(name);
   if (instrument == nullptr) return 1.0F;
-  // Block 1 has a calibration of its own in the file; readers of these values are given 1.0.
+  // Block 1 has a calibration of its own in the file, yet 1.0 is answered: kept for compatibility.
   if (instrument->timing_blocks[static_cast<std::size_t>(bunch - 1)] != 0) return 1.0F;
   return (instrument->*which)(0, button);
 }

@@ -72,8 +72,7 @@ std::int32_t* kbpm_rawfile_whole_phase_ptr(std::string_view name);
 
 /// B values, one for each set bit of the bunch pattern: its species, and its number from 1.
 /// note     the species is asked for with the bit index, not the number: under 14 ns the list is
-/// the
-///          inverse of kbpm_rawfile_species_by_bunch of the same bunches
+///          the inverse of kbpm_rawfile_species_by_bunch of the same bunches
 std::int32_t* kbpm_rawfile_species_ptr();
 std::int32_t* kbpm_rawfile_bunches_enabled_ptr();
 

@@ -111,8 +111,7 @@ std::int32_t kbpmfio_scan_line_input(kbpmfio_stream& stream, std::string_view fo
 /// Writes one field line: the text before the first conversion, then each conversion that has a
 /// target, with what follows it.
 /// note     a text whose format ends without a line end brings its own; where it has lost it (a
-/// time
-///          stamp that was read) one is written all the same
+///          time stamp that was read) one is written all the same
 std::int32_t kbpmfio_scan_line_output(kbpmfio_stream& stream, std::string_view format,
                                       std::span<const kbpmfio_target> targets);
 

@@ -4,8 +4,9 @@
 // is on disk. Messages go to standard error and begin with the program's name.
 //
 //   run_time_error  one line, status 1
-//   err_exit        the two fixed lines on standard output, a stack trace on standard error, status
-//   2 stop_program    the caller has said everything; status as given
+//   err_exit        the two fixed lines on standard output, a stack trace on standard error,
+//                   status 2
+//   stop_program    the caller has said everything; status as given
 //
 // The end of the process is one replaceable procedure (end_process), so that a fuzz target can
 // leave by an exception or a jump instead.

@@ -20,8 +20,8 @@ struct ended {
   int status;
 };
 
-/// What a piece of work printed on standard output, and the status it ended the run with (-1:
-/// none).
+/// What a piece of work printed on standard output, and the status it ended the run with, -1 when
+/// it did not.
 struct outcome {
   std::string text;
   int status = -1;

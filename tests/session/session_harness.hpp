@@ -55,8 +55,7 @@ void write_file(const std::filesystem::path& path, std::string_view content);
 std::vector<std::string> lines_of(std::string_view text);
 bool contains(std::string_view text, std::string_view part);
 
-/// Numbers of one line, blank-separated; words that are no numbers are passed over. D exponents
-/// read.
+/// The blank-separated numbers of a line, D exponents too; other words are passed over.
 std::vector<double> numbers_of(std::string_view line);
 
 }  // namespace session

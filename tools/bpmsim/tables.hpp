@@ -1,7 +1,7 @@
 // tables: lookup tables of the position conversion, computed from chamber cross-sections.
 //
-//     bpmsim tables DIR                        the five files of the conversion for default
-//     chambers bpmsim table CHAMBER_FILE TABLE_FILE     one table of a chamber of one's own
+//     bpmsim tables DIR                       the five files of the conversion, default chambers
+//     bpmsim table CHAMBER_FILE TABLE_FILE    one table of a chamber of one's own
 //
 // docs/nonlinear_positions.md explains the files. A person at a terminal sees on standard error how
 // far the work has come.

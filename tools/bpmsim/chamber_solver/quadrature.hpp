@@ -1,5 +1,4 @@
-// quadrature: Gauss-Legendre nodes and weights, and interpolation from one set of places to
-// another.
+// quadrature: Gauss-Legendre nodes and weights, and interpolation from some places to others.
 #pragma once
 #include <cstddef>
 #include <vector>

@@ -149,8 +149,7 @@ void add_panel(const chamber& c, const gauss_rule& rule, const stretch& part, in
   }
 }
 
-// --- panels and their halves
-// ---------------------------------------------------------------------------------
+// --- panels and their halves --------------------------------------------------------------------
 
 struct panel_view {
   const point* z;

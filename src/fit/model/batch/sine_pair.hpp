@@ -6,8 +6,9 @@
 //
 //     a = n pi/2 + r, |r| <= pi/4;  sin r and cos r by polynomials;  sin 2a = +-2 sin r cos r
 //
-// error    up to |a| = 25 below 1.4 units of the last place (sin a) and 2.6 (sin 2a); beyond, 2.3,
-// 4 source   polynomials: the minimax coefficients of the freely distributable fdlibm (Sun, 1993)
+// error    up to |a| = 25 below 1.4 units of the last place (sin a) and 2.6 (sin 2a); beyond, 2.3
+//          and 4
+// source   polynomials: the minimax coefficients of the freely distributable fdlibm (Sun, 1993)
 #pragma once
 #include <cstdint>
 

@@ -16,10 +16,11 @@ struct outcome {
 };
 
 outcome bpmsim(const scratch::directory& here, const std::string& arguments) {
-  const std::string line = "cd " + here.path + " && " BPMSIM " " + arguments + " >out 2>err";
+  const std::string line =
+      "cd " + here.path().string() + " && " BPMSIM " " + arguments + " >out 2>err";
   const int ended = std::system(line.c_str());  // NOLINT(*-env33-c): the shell is the point
-  return {WIFEXITED(ended) ? WEXITSTATUS(ended) : -1, scratch::content(here.path + "/out"),
-          scratch::content(here.path + "/err")};
+  return {WIFEXITED(ended) ? WEXITSTATUS(ended) : -1, scratch::content(here / "out"),
+          scratch::content(here / "err")};
 }
 
 TEST(bpmsim_program, unusable_options_are_told_in_one_line_with_status_2) {
@@ -53,7 +54,7 @@ TEST(bpmsim_program, unusable_options_are_told_in_one_line_with_status_2) {
     EXPECT_NE(o.err.find(text), std::string::npos) << o.err;
     EXPECT_EQ(o.err.find('\n'), o.err.size() - 1) << o.err;
   }
-  EXPECT_FALSE(std::filesystem::exists(here.path + "/inputs_1000random_xy_and_timing_offset"));
+  EXPECT_FALSE(std::filesystem::exists(here / "inputs_1000random_xy_and_timing_offset"));
 }
 
 TEST(bpmsim_program, help_and_version_are_no_error) {
@@ -73,7 +74,7 @@ TEST(bpmsim_program, options_reach_the_series_in_their_units) {
                            "--orbit 2 -1.5 --gain 1:1:0.75 2:4:1.25 --dead 2:1 --gain-spread 0 "
                            "--amplitude 1 0 --tune 0.5 --radius 30 --signal 1000000");
   ASSERT_EQ(o.status, 0) << o.err;
-  const std::string directory = here.path + "/deep/er/inputs_1000random_xy_and_timing_offset";
+  const std::string directory = here / "deep/er/inputs_1000random_xy_and_timing_offset";
   const std::string first = scratch::content(directory + "/exp_99.txt");
   EXPECT_NE(first.find("\n  3.000000000e-03 -1.500000000e-03 "), std::string::npos) << first;
   EXPECT_NE(first.find("\n  1.000000000e-03 -1.500000000e-03 "), std::string::npos) << first;

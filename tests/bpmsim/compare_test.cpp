@@ -31,14 +31,14 @@ std::string err_line(int bpm, const std::string& name, const buttons& average) {
 const std::string head =
     "mfiles= 1; array file[ 1]\nfile[ 1]= \"\"\n   bpm                          1/gain\n";
 
-void write(const std::string& path, const std::string& text) { std::ofstream{path} << text; }
+using scratch::write;
 
 TEST(bpmsim_compare, ratios_are_compared_by_name_and_to_button_1) {
   const scratch::directory here;
-  const std::string table = here.path + "/series.dat_err";
+  const std::string table = here / "series.dat_err";
   write(table, head + err_line(1, "EXP_7", {{1, 1.1003, 0.9, 0.8}}) +
                    err_line(2, "EXP_8", {{1, std::nan(""), 1e9, 1}}));
-  const auto fitted = sim::read_err_table(sim::find_err_table(here.path));
+  const auto fitted = sim::read_err_table(sim::find_err_table(here.path()));
   ASSERT_EQ(fitted.size(), 2U);
   EXPECT_EQ(fitted[1].bpm, 2);
   EXPECT_TRUE(std::isnan(fitted[1].ratio(3)));  // asterisks: too wide for its field
@@ -59,15 +59,16 @@ TEST(bpmsim_compare, ratios_are_compared_by_name_and_to_button_1) {
 
 TEST(bpmsim_compare_death, tables_that_cannot_be_compared_are_named) {
   const scratch::directory here;
-  EXPECT_EXIT(sim::find_err_table(here.path), testing::ExitedWithCode(1), "holds no table \\*_err");
-  const std::string table = here.path + "/a_err";
+  EXPECT_EXIT(sim::find_err_table(here.path()), testing::ExitedWithCode(1),
+              "holds no table \\*_err");
+  const std::string table = here / "a_err";
   write(table, head + err_line(1, "EXP_7", {{1, 1, 1, 1}}).substr(0, 300) + "\n");
   EXPECT_EXIT(sim::read_err_table(table), testing::ExitedWithCode(1),
               "a_err:4: expected a BPM number and its four fits");
   write(table, head);
   EXPECT_EXIT(sim::read_err_table(table), testing::ExitedWithCode(1), "a_err holds no BPM");
-  write(here.path + "/b_err", head);
-  EXPECT_EXIT(sim::find_err_table(here.path), testing::ExitedWithCode(1), "holds 2 tables");
+  write(here / "b_err", head);
+  EXPECT_EXIT(sim::find_err_table(here.path()), testing::ExitedWithCode(1), "holds 2 tables");
   EXPECT_EXIT(sim::compare({{"EXP_1", {}, {}}}, {{1, "EXP_7", {}}}), testing::ExitedWithCode(1),
               "the truth knows no BPM named EXP_7");
 }

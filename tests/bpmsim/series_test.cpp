@@ -55,16 +55,16 @@ std::vector<series_line> read_lines(const std::string& path) {
 
 TEST(bpmsim_series, files_hold_what_the_model_says_and_read_back_as_lists) {
   const scratch::directory here;
-  series_setup s = small_series(here.path);
+  series_setup s = small_series(here.path());
   s.machine.beam.x.shape = sim::distribution::gaussian;
   sim::make_series(s);
 
-  const auto truth = sim::read_truth(here.path);
+  const auto truth = sim::read_truth(here.path());
   ASSERT_EQ(truth.size(), 3U);
   EXPECT_EQ(truth[0].name, "EXP_9");
   EXPECT_EQ(truth[2].name, "EXP_11");
   for (std::size_t i = 0; i < truth.size(); ++i) {
-    const auto lines = read_lines(sim::series_directory(here.path) + "/" +
+    const auto lines = read_lines(sim::series_directory(here.path()) + "/" +
                                   sim::series_file_name(9 + static_cast<int>(i)));
     ASSERT_EQ(lines.size(), 20U);
     for (const series_line& l : lines) {
@@ -81,9 +81,9 @@ TEST(bpmsim_series, files_hold_what_the_model_says_and_read_back_as_lists) {
 
 TEST(bpmsim_series, the_seed_and_nothing_else_decides) {
   const scratch::directory here;
-  series_setup s = small_series(here.path + "/a");
+  series_setup s = small_series(here / "a");
   sim::make_series(s);
-  series_setup again = small_series(here.path + "/b");
+  series_setup again = small_series(here / "b");
   again.bpms = 2;  // fewer BPMs leave the others as they were
   sim::make_series(again);
   EXPECT_EQ(file_of(again, 9), file_of(s, 9));
@@ -91,7 +91,7 @@ TEST(bpmsim_series, the_seed_and_nothing_else_decides) {
   EXPECT_EQ(file_of(again, 11), "");
   EXPECT_NE(file_of(s, 10), file_of(s, 9));
 
-  series_setup other = small_series(here.path + "/c");
+  series_setup other = small_series(here / "c");
   other.machine.seed = 2;
   sim::make_series(other);
   EXPECT_NE(file_of(other, 9), file_of(s, 9));
@@ -99,9 +99,9 @@ TEST(bpmsim_series, the_seed_and_nothing_else_decides) {
 
 TEST(bpmsim_series, truth_is_found_from_every_side) {
   const scratch::directory here;
-  const series_setup s = small_series(here.path);
+  const series_setup s = small_series(here.path());
   sim::make_series(s);
-  const std::string directory = sim::series_directory(here.path);
+  const std::string directory = sim::series_directory(here.path());
   const auto whole = sim::read_truth(directory + "/truth.dat");
   ASSERT_EQ(sim::read_truth(directory).size(), whole.size());
   std::filesystem::remove(directory + "/truth.dat");
@@ -142,11 +142,11 @@ TEST(bpmsim_series, impossible_series_are_named) {
 
 TEST(bpmsim_series_death, what_cannot_be_made_ends_the_run_with_one_line) {
   const scratch::directory here;
-  series_setup s = small_series(here.path);
+  series_setup s = small_series(here.path());
   s.machine.electronics.signal = 3e9;
   EXPECT_EXIT(sim::make_series(s), testing::ExitedWithCode(1),
               "BPM 1, orbit 1: reading [0-9.e+]+ does not fit 32 bits");
-  s = small_series(here.path);
+  s = small_series(here.path());
   s.machine.beam.x.shape = sim::distribution::gaussian;
   s.machine.beam.x.spread = 1e9;
   EXPECT_EXIT(sim::make_series(s), testing::ExitedWithCode(1),
@@ -157,12 +157,12 @@ TEST(bpmsim_series_death, what_cannot_be_made_ends_the_run_with_one_line) {
 
 TEST(bpmsim_truth_death, a_damaged_truth_is_named_with_its_line) {
   const scratch::directory here;
-  std::ofstream{here.path + "/truth.dat"} << "# truth\nEXP_0 1 1 1 1 0 0 0 0\n\nEXP_1 1 1 1\n";
-  EXPECT_EXIT(sim::read_truth(here.path), testing::ExitedWithCode(1),
+  here.file("truth.dat", "# truth\nEXP_0 1 1 1 1 0 0 0 0\n\nEXP_1 1 1 1\n");
+  EXPECT_EXIT(sim::read_truth(here.path()), testing::ExitedWithCode(1),
               "truth.dat:4: expected a BPM name, four gains and four pedestals, found "
               "\"EXP_1 1 1 1\"");
-  std::filesystem::remove(here.path + "/truth.dat");
-  EXPECT_EXIT(sim::read_truth(here.path), testing::ExitedWithCode(1), "no BPM with known gains");
+  std::filesystem::remove(here / "truth.dat");
+  EXPECT_EXIT(sim::read_truth(here.path()), testing::ExitedWithCode(1), "no BPM with known gains");
 }
 
 }  // namespace

@@ -3,30 +3,23 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 
 #include "bpm_data_files.hpp"
 #include "file_units.hpp"
 #include "gain_fit_mod.hpp"
+#include "scratch.hpp"
 
 namespace {
 
-namespace fs = std::filesystem;
 namespace fit = gain_fit_mod;
 
 TEST(bpm_loop, an_expert_can_swap_two_buttons_of_one_bpm) {
-  std::string name = (fs::temp_directory_path() / "butngain_loop_XXXXXX").string();
-  ASSERT_NE(mkdtemp(name.data()), nullptr);
-  const fs::path before = fs::current_path();
-  fs::current_path(name);
-  fs::create_directory("run");
-  std::ofstream{"answers"} << "y\nfirst\n1 3\n";
-  ASSERT_NE(std::freopen("answers", "r", stdin), nullptr);
+  const scratch::workplace here;
+  std::filesystem::create_directory("run");
+  scratch::answer("y\nfirst\n1 3\n");
 
   for (int orbit = 1; orbit <= 20; ++orbit) {
     fit::orbit_data.edit(orbit, 5).button = {{100.0 + orbit, 210.0 - orbit, 330, 400}};
@@ -67,10 +60,7 @@ TEST(bpm_loop, an_expert_can_swap_two_buttons_of_one_bpm) {
   output::close_bpm_raw_data();
   s->orbit_table = {};
   s->file_list = {};
-  util::close_all_units(false);
   fit::reset();
-  fs::current_path(before);
-  fs::remove_all(name);
 }
 
 }  // namespace

@@ -2,16 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 
-namespace {
+#include "scratch.hpp"
 
-namespace fs = std::filesystem;
+namespace {
 
 // A row of eleven gains of which only the first, range 0, is looked at.
 std::string row(const char* block_and_button, const std::string& first) {
@@ -27,13 +23,10 @@ std::string section(const char* name, const std::string& ti) {
 }
 
 TEST(template_gains, cards_become_buttons_and_a_wild_template_is_not_believed) {
-  std::string name = (fs::temp_directory_path() / "butngain_template_XXXXXX").string();
-  ASSERT_NE(mkdtemp(name.data()), nullptr);
-  const fs::path directory = name;
-  std::ofstream{directory / "gains"} << "[NAMES]\n12 12W\n13 13W\n"
-                                     << section("12W", "0.97") << section("13W", "1.31");
-  std::ofstream{directory / "answers"} << "n\ny\n" << (directory / "gains").string() << "\n";
-  ASSERT_NE(std::freopen((directory / "answers").c_str(), "r", stdin), nullptr);
+  const scratch::workplace here;
+  scratch::write("gains",
+                 "[NAMES]\n12 12W\n13 13W\n" + section("12W", "0.97") + section("13W", "1.31"));
+  scratch::answer("n\ny\ngains\n");
 
   const auto fit_gain = std::make_unique<driver::template_gains>();
   const auto comments = std::make_unique<gain_template::comment_list>();
@@ -51,7 +44,6 @@ TEST(template_gains, cards_become_buttons_and_a_wild_template_is_not_believed) {
     EXPECT_EQ((*fit_gain)(120, button), 1.0);  // not in the template: zeros are off by 1
     EXPECT_EQ((*fit_gain)(121, button), 0.0);
   }
-  fs::remove_all(directory);
 }
 
 }  // namespace

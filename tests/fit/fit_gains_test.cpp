@@ -39,7 +39,7 @@ results run() {
 gain_quality judge(const results& r) { return judge_gains(r.gains, r.chis, r.covar, norbits); }
 
 // Singular matrices leave fort.111 behind.
-struct bpm_fit : scratch::directory {
+struct bpm_fit : scratch::fixture {
   void SetUp() override {
     reset();
     mrqmin_mod::reset();

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <array>
 #include <cmath>
@@ -43,7 +42,7 @@ struct fit {
 };
 
 // Singular matrices leave fort.111 behind.
-struct solver : scratch::directory {
+struct solver : scratch::fixture {
   void SetUp() override { reset(); }
 };
 

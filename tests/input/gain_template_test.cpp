@@ -45,7 +45,7 @@ std::string rows(double first) {
 const std::string names = "[NAMES]\n 12 12W\n 5000,47W_XBSM1\n";
 
 TEST(gain_template, fills_a_table_per_timing_block) {
-  const scratch::directory here;
+  const scratch::workplace here;
   scratch::write("gains.txt", "# Gains of May\n#  second line\n\n" + names +
                                   "# not kept\n[BPM_47W_XBSM1]\n" + rows(2) + "\n[BPM_12W]\n" +
                                   rows(0.5));
@@ -70,7 +70,7 @@ TEST(gain_template, fills_a_table_per_timing_block) {
 }
 
 TEST(gain_template, repeats_count_and_a_second_reading_forgets_the_first) {
-  const scratch::directory here;
+  const scratch::workplace here;
   std::string ones;
   for (const char* row : {"0 TI", "1 TO", "0 BO", "0 TO", "1 TI", "0 BI", "1 BI", "1 BO"}) {
     ones += std::string{row} + " 11*1.0\n";
@@ -96,7 +96,7 @@ TEST(gain_template, repeats_count_and_a_second_reading_forgets_the_first) {
 }
 
 TEST(gain_template_death, names_file_line_and_what_was_expected) {
-  const scratch::directory here;
+  const scratch::workplace here;
   std::string comments;
   for (int i = 0; i < 101; ++i) comments += "#\n";
   const std::string one = "[NAMES]\n12 12W\n[BPM_12W]\n";

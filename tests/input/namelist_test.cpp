@@ -66,7 +66,7 @@ const good_group good_groups[] = {
 };
 
 TEST(namelist, reads_what_other_programs_write) {
-  const scratch::directory here;
+  const scratch::workplace here;
   for (const auto& [what, text, list, level] : good_groups) {
     SCOPED_TRACE(what);
     values found;
@@ -77,7 +77,7 @@ TEST(namelist, reads_what_other_programs_write) {
 }
 
 TEST(namelist, logicals_in_every_form) {
-  const scratch::directory here;
+  const scratch::workplace here;
   for (const char* yes : {"T", ".t.", ".TRUE.", "true", "'T'", ".True. ,"}) {
     values found;
     EXPECT_EQ(read(std::string{"&cuts flag = "} + yes + "\n/", found), std::nullopt);
@@ -122,7 +122,7 @@ const bad_group bad_groups[] = {
 };
 
 TEST(namelist, names_file_line_and_what_was_expected) {
-  const scratch::directory here;
+  const scratch::workplace here;
   for (const auto& [text, message] : bad_groups) {
     values found;
     EXPECT_EQ(read(text, found).value_or("nothing wrong"), message);
@@ -132,7 +132,7 @@ TEST(namelist, names_file_line_and_what_was_expected) {
 // An operator's reading of the message must not be hurt by damage anywhere in the text: whatever is
 // cut off, the reader tells what is missing, and never reads past the end.
 TEST(namelist, a_group_cut_short_anywhere_is_told) {
-  const scratch::directory here;
+  const scratch::workplace here;
   const std::string whole = "&cuts list(2:3) = 2*'5', ! two\n flag = .true., level = 4 /";
   for (std::size_t length = 0; length < whole.size(); ++length) {
     values found;

@@ -19,15 +19,15 @@ void write_orbit(int number, const std::string& head = "") {
 }
 
 TEST(orbit_path, is_archive_thousand_and_number) {
-  const scratch::directory here;
-  const std::string archive = here.path + "/machine_data/orbit/";
+  const scratch::workplace here;
+  const std::string archive = here / "machine_data/orbit/";
   EXPECT_EQ(input::orbit_path(999), archive + "00/butns.999");
   EXPECT_EQ(input::orbit_path(12345), archive + "12/butns.12345");
   EXPECT_EQ(input::orbit_path(123456), archive + "123/butns.123456");
 }
 
 TEST(read_orbit, stores_signals_and_currents_in_the_slot) {
-  const scratch::directory here;
+  const scratch::workplace here;
   fit::reset();
   scratch::write(input::orbit_path(7),
                  "c Closed orbit 7: electrons E T1 and positrons\n"
@@ -51,7 +51,7 @@ TEST(read_orbit, stores_signals_and_currents_in_the_slot) {
 }
 
 TEST(read_orbit, says_when_a_wanted_current_is_not_there) {
-  const scratch::directory here;
+  const scratch::workplace here;
   fit::reset();
   write_orbit(7);
   testing::internal::CaptureStdout();
@@ -61,7 +61,7 @@ TEST(read_orbit, says_when_a_wanted_current_is_not_there) {
 }
 
 TEST(read_orbit_death, names_file_and_line) {
-  const scratch::directory here;
+  const scratch::workplace here;
   const auto read = [](const char* text) {
     scratch::write(input::orbit_path(7), text);
     input::read_orbit(7, 1, true);
@@ -78,7 +78,7 @@ TEST(read_orbit_death, names_file_and_line) {
 }
 
 TEST(read_the_list, takes_both_orbits_of_every_pair_and_tells_of_the_rest) {
-  const scratch::directory here;
+  const scratch::workplace here;
   scratch::write("steering.cal",
                  "# response measurement\ncu1 = -100\nCU2=100 dcu = 200\n fit_cal = 0.5\n"
                  "! orbit1 orbit2 ratio error\n\n"
@@ -100,7 +100,7 @@ TEST(read_the_list, takes_both_orbits_of_every_pair_and_tells_of_the_rest) {
 }
 
 TEST(get_orbit_data, reads_listed_orbits_into_the_slots_of_their_places) {
-  const scratch::directory here;
+  const scratch::workplace here;
   fit::reset();
   write_orbit(5, "E T1      3\n");
   write_orbit(12345, "P T1      4\n");
@@ -132,7 +132,7 @@ TEST(get_orbit_data, reads_listed_orbits_into_the_slots_of_their_places) {
   EXPECT_EQ(fit::orbit_data(1000).detector(1).button(4), 1234514);
   EXPECT_EQ(fit::orbit_data(1000).detector(100).button(3), 123450);
   EXPECT_EQ(fit::orbit_data(1000).current(), 4);
-  const std::string archive = here.path + "/machine_data/orbit/";
+  const std::string archive = here / "machine_data/orbit/";
   EXPECT_EQ(scratch::content("bpm_gain_anal_1.input_out"),
             " Data written to file bpm_gain_anal_1.input_out\n"
             "# slot       orbit     current  bpms  file\n"
@@ -143,7 +143,7 @@ TEST(get_orbit_data, reads_listed_orbits_into_the_slots_of_their_places) {
 
 // The group may stand further down: the first line alone decides.
 TEST(get_orbit_data, takes_a_file_with_a_title_for_a_list) {
-  const scratch::directory here;
+  const scratch::workplace here;
   fit::reset();
   write_orbit(5);
   write_orbit(6);
@@ -162,7 +162,7 @@ TEST(get_orbit_data, takes_a_file_with_a_title_for_a_list) {
 }
 
 TEST(get_orbit_data_death, ends_with_one_clear_line) {
-  const scratch::directory here;
+  const scratch::workplace here;
   const auto run = [](const char* answers) {
     scratch::answer(answers);
     scratch::show_output();

@@ -48,7 +48,7 @@ void read_orbits(const std::string& answers) {
 }
 
 TEST(simulated_orbits, are_oscillations_frozen_in_time) {
-  const scratch::directory here;
+  const scratch::workplace here;
   const sim::orbits_setup s = small_orbits();
   sim::make_orbits(s);
   read_orbits("\n11\n");
@@ -71,7 +71,7 @@ TEST(simulated_orbits, are_oscillations_frozen_in_time) {
 }
 
 TEST(simulated_orbits, list_file_names_them_in_pairs) {
-  const scratch::directory here;
+  const scratch::workplace here;
   sim::orbits_setup s = small_orbits();
   s.no_currents = true;
   sim::make_orbits(s);
@@ -82,7 +82,7 @@ TEST(simulated_orbits, list_file_names_them_in_pairs) {
 }
 
 TEST(simulated_template, range_0_of_block_0_holds_the_true_gains) {
-  const scratch::directory here;
+  const scratch::workplace here;
   sim::template_setup t;
   t.electronics.gains = {{11, 3, 0.75}};
   sim::make_template(t);

@@ -159,14 +159,11 @@ TEST(multipliers, multiply_the_stored_signals) {
 
 TEST(rdfile_list, numbers_its_entries) {
   const turn_test::scratch at;
-  std::filesystem::current_path(at.path);
   std::filesystem::create_directory("out");
   fit::norbits = 998;
   input::write_rdfile_list(4567, "out");
   input::write_rdfile_list(123456, "out");
-  std::ifstream list{"out/RDfiles_fitted.dat"};
-  const std::string text{std::istreambuf_iterator<char>{list}, {}};
-  EXPECT_EQ(text,
+  EXPECT_EQ(scratch::content("out/RDfiles_fitted.dat"),
             "rdfile[ 1]= \"RD-004567.dat\"; norbits[ 1]=   998\n"
             "rdfile[ 2]= \"RD-123456.dat\"; norbits[ 2]=   998\n");
 }

@@ -77,12 +77,12 @@ TEST(plain_text_run, bpm_50_shows_its_first_turn) {
 TEST(plain_text_run, is_found_without_archive_in_its_path) {
   const turn_test::scratch at;
   at.file("tsharc/run.dat", "Location : 12W\n--- Bunch 1 ---\n" + turn);
-  fit::in_file = std::string_view{(at.path / "archive/tsharc/run.dat").string()};
+  fit::in_file = at / "archive/tsharc/run.dat";
   std::string shown = turn_test::dialog(at, "", [] { EXPECT_TRUE(input::read_turn_by_turn()); });
-  EXPECT_TRUE(contains(shown, (at.path / "tsharc/run.dat").string())) << shown;
+  EXPECT_TRUE(contains(shown, at / "tsharc/run.dat")) << shown;
   EXPECT_EQ(fit::norbits, 1);
 
-  fit::in_file = std::string_view{(at.path / "archive/none.dat").string()};
+  fit::in_file = at / "archive/none.dat";
   shown = turn_test::dialog(at, "", [] { EXPECT_FALSE(input::read_turn_by_turn()); });
   EXPECT_TRUE(contains(shown, "archive/none.dat: No such file or directory")) << shown;
   EXPECT_EQ(fit::norbits, 0);
@@ -128,7 +128,7 @@ TEST(text_run, reads_what_bpmsim_writes) {
     SCOPED_TRACE(what);
     const turn_test::scratch at;
     sim::text_run_setup s;
-    s.directory = at.path.string();
+    s.directory = at.path().string();
     s.form = form;
     s.bpms = 51;
     s.turns = 20;

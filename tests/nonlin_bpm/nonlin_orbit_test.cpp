@@ -177,11 +177,7 @@ TEST_F(nonlin_orbit_test, faults_in_the_small_files) {
       {"offset.bpm", "0 0 0\n", "subscript 0 of bpm_calib is outside 1..120", 1},
   };
   for (const auto& [file, text, said, status] : faults) {
-    std::string good;
-    {
-      std::ifstream in{path(file), std::ios::binary};
-      good.assign(std::istreambuf_iterator<char>{in}, {});
-    }
+    const std::string good = scratch::content(path(file));
     write(file, text);
     const outcome o = run([] { nonlin_bpm_init(); });
     EXPECT_EQ(o.status, status) << text;

@@ -5,14 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
 
 #include "nonlin_bpm_mod.hpp"
 #include "run_time.hpp"
+#include "scratch.hpp"
 
 namespace nonlin_test {
 
@@ -44,30 +43,21 @@ inline outcome run(const std::function<void()>& work) {
   return o;
 }
 
-/// A scratch folder that KOVR_ONLINE names while it exists.
-class facility : public testing::Test {
+/// A facility tree, as far as the conversion reads it.
+class facility : public scratch::fixture {
  protected:
   facility() {
-    std::string name = (std::filesystem::temp_directory_path() / "nonlin_XXXXXX").string();
-    root_ = mkdtemp(name.data());
     std::filesystem::create_directories(path("nonlin_bpm"));
-    setenv("KOVR_ONLINE", root_.c_str(), 1);
     nonlin_bpm_mod::reset();
   }
-  ~facility() override {
-    nonlin_bpm_mod::reset();
-    std::filesystem::remove_all(root_);
-  }
-  std::string path(const std::string& name) const {
-    return root_ + "/machine_data/meas/orbit/" + name;
-  }
+  ~facility() override { nonlin_bpm_mod::reset(); }
+  std::string path(const std::string& name) const { return place / orbit_folder + name; }
   std::string write(const std::string& name, const std::string& text) const {
-    std::ofstream{path(name), std::ios::binary} << text;
-    return path(name);
+    return place.file(orbit_folder + name, text);
   }
 
  private:
-  std::string root_;
+  const std::string orbit_folder = "machine_data/meas/orbit/";
 };
 
 /// A small harmonic chamber field that can be worked out by hand: button k at the corner (p, q) of

@@ -39,14 +39,13 @@ TEST_F(tables_test, default_folder_is_what_the_conversion_reads) {
 
 TEST_F(tables_test, table_and_picture_of_a_chamber_file) {
   sim::make_table(write("chamber", small_chamber), path("table"), path("picture.svg"));
-  std::ifstream table{path("table")}, picture{path("picture.svg")};
-  const std::string text{std::istreambuf_iterator<char>{table}, {}};
+  const std::string text = scratch::content(path("table"));
   EXPECT_NE(text.find("x_grid   21 -0.015 0.015\n"), std::string::npos);
   EXPECT_NE(text.find("\n1 1 out\n"), std::string::npos);
   // Node (11, 11) is the centre: each signal is its share of the wall, to eight digits.
   EXPECT_NE(text.find(fmt::format("\n11 11 {:.9e}", 0.4 / (2 * M_PI)).substr(0, 16)),
             std::string::npos);
-  const std::string drawn{std::istreambuf_iterator<char>{picture}, {}};
+  const std::string drawn = scratch::content(path("picture.svg"));
   EXPECT_TRUE(drawn.starts_with("<svg "));
   EXPECT_NE(drawn.find(">-0.1</text>"), std::string::npos);
   EXPECT_TRUE(drawn.ends_with("</svg>\n"));

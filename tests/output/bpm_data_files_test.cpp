@@ -15,7 +15,7 @@ using namespace gain_fit_mod;
 
 const output::directory_name here{"."};
 
-struct data_files : scratch::directory {
+struct data_files : scratch::fixture {
   void SetUp() override {
     gain_fit_mod::reset();
     rd_files(1) = "RD-000001.dat";

@@ -15,7 +15,7 @@ bool ends_at(const std::string& line, const std::string& text, std::size_t colum
   return line.size() >= column && line.substr(column - text.size(), text.size()) == text;
 }
 
-struct summaries : scratch::directory {
+struct summaries : scratch::fixture {
   void SetUp() override {
     gain_fit_mod::reset();
     bpm = 12;

@@ -1,34 +1,28 @@
 #include "plot_gains.hpp"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <string>
 
 #include "gain_fit_mod.hpp"
+#include "scratch.hpp"
 
 namespace {
 
 namespace fs = std::filesystem;
 using names = std::set<std::string>;
 
-const std::string folder = testing::TempDir() + "plot_gains_" + std::to_string(getpid());
 const std::string question = " Postscript (p) or Gif (g) \n Postscript (p) or Gif (g) ? <CR = no>:";
 const std::string no_screen = " no screen plot: the display cannot be opened\n";
 
-// Plots three BPMs in a fresh folder with these answers waiting on standard input.
+// Plots three BPMs with these answers waiting on standard input.
 void plot_three(const std::string& data_file, const std::string& answers) {
   unsetenv("DISPLAY");
-  fs::remove_all(folder);
-  fs::create_directories(folder + "/run/no_such_root_folder");
-  fs::current_path(folder);
-  std::ofstream("answers") << answers;
-  ASSERT_NE(std::freopen("answers", "r", stdin), nullptr);
-  fs::remove("answers");
+  fs::create_directories("run/no_such_root_folder");
+  scratch::answer(answers);
   gain_fit_mod::in_file_0.assign(data_file);
   static driver::gains_plotted gains{};
   static driver::indices_plotted bpms{};
@@ -41,14 +35,11 @@ void plot_three(const std::string& data_file, const std::string& answers) {
   driver::plot_gains(30, 10, gains, bpms, 3, "run             ");
 }
 
-// The files in the folder; the folder goes.
 names left_behind() {
   names found;
-  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-    if (entry.is_regular_file()) found.insert(fs::relative(entry.path(), folder).string());
+  for (const auto& entry : fs::recursive_directory_iterator(".")) {
+    if (entry.is_regular_file()) found.insert(fs::relative(entry.path()).string());
   }
-  fs::current_path("/");
-  fs::remove_all(folder);
   return found;
 }
 
@@ -78,6 +69,7 @@ const dialog_case dialogs[] = {
 TEST(plot_gains, dialog) {
   for (const auto& c : dialogs) {
     SCOPED_TRACE(c.what);
+    const scratch::workplace here;
     testing::internal::CaptureStdout();
     plot_three(c.data_file, c.answers);
     const std::string screen = testing::internal::GetCapturedStdout();
@@ -90,6 +82,7 @@ TEST(plot_gains, dialog) {
 }
 
 TEST(plot_gains, copy_that_cannot_be_written_is_told_and_asked_again) {
+  const scratch::workplace here;
   testing::internal::CaptureStdout();
   plot_three("missing/RD-001234.dat", "p\ng\nn\n");
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
@@ -101,6 +94,7 @@ TEST(plot_gains, copy_that_cannot_be_written_is_told_and_asked_again) {
 
 // A synthetic series is called "/something": what cannot go there goes into the run's directory.
 TEST(plot_gains, copy_of_a_series_falls_back_to_the_run_directory) {
+  const scratch::workplace here;
   testing::internal::CaptureStdout();
   plot_three("/no_such_root_folder/exp_1.txt", "g\n");
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
@@ -118,9 +112,9 @@ TEST(plot_gains_death, a_plot_holds_a_hundred_bpms) {
 }
 
 TEST(plot_gains_death, end_of_input_ends_the_run) {
+  const scratch::workplace here;
   EXPECT_EXIT(plot_three("RD-001234.dat", ""), testing::ExitedWithCode(1),
               "end of input at \"Postscript \\(p\\) or Gif \\(g\\) \\?\"");
-  fs::remove_all(folder);
 }
 
 }  // namespace

@@ -2,16 +2,16 @@
 
 #include <gif_lib.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <array>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <limits>
 #include <memory>
 #include <string>
+
+#include "scratch.hpp"
 
 namespace {
 
@@ -65,28 +65,17 @@ picture read_gif(const std::string& path) {
   return p;
 }
 
-std::string content_of(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 // Everything in its own folder; nothing but the wanted files may be in it afterwards.
-class quick_plot_files : public testing::Test {
+class quick_plot_files : public scratch::fixture {
  protected:
-  void SetUp() override {
-    fs::remove_all(folder);
-    fs::create_directories(folder);
-  }
-  void TearDown() override { fs::remove_all(folder); }
-  long files() const { return std::distance(fs::directory_iterator(folder), {}); }
-  const std::string folder = testing::TempDir() + "quick_plot_" + std::to_string(getpid());
+  static long files() { return std::distance(fs::directory_iterator("."), {}); }
 };
 
 // Column 48..52 with BPM 50 in the middle, 0.8..1.2 with 1.0 in the middle: the marks stand in the
 // middle of the frame, one step of 0.1 apart, in proportion to the frame's height.
 TEST_F(quick_plot_files, gif_shows_marks_where_the_axes_put_them) {
-  ASSERT_EQ(draw("GIF-L", folder + "/a.gif", {1.1, 0.9, 1.0, 0.95}), "");
-  const picture p = read_gif(folder + "/a.gif");
+  ASSERT_EQ(draw("GIF-L", "a.gif", {1.1, 0.9, 1.0, 0.95}), "");
+  const picture p = read_gif("a.gif");
   ASSERT_EQ(p.width, 792);
   ASSERT_EQ(p.height, 612);
   EXPECT_EQ(p.at(0, 0), 'w');
@@ -120,9 +109,9 @@ TEST_F(quick_plot_files, gif_shows_marks_where_the_axes_put_them) {
 }
 
 TEST_F(quick_plot_files, postscript_is_one_landscape_page_under_our_title) {
-  const std::string path = folder + "/RD-001234.ps";
+  const std::string path = "RD-001234.ps";
   ASSERT_EQ(draw("PS-L", path, {1.1, 0.9, 1.0, 0.95}), "");
-  const std::string page = content_of(path);
+  const std::string page = scratch::content(path);
   for (const char* part : {"%!PS-Adobe", "%%Title: ", "RD-001234.ps\n", "%%Pages: 1\n",
                            "%%BoundingBox: 0 0 792 612\n", "%%EOF\n"}) {
     EXPECT_NE(page.find(part), std::string::npos) << part;
@@ -132,8 +121,8 @@ TEST_F(quick_plot_files, postscript_is_one_landscape_page_under_our_title) {
 }
 
 TEST_F(quick_plot_files, what_is_not_finite_or_beyond_the_axis_stays_inside_the_frame) {
-  ASSERT_EQ(draw("GIF-L", folder + "/a.gif", {NAN, inf, 3, -2}), "");
-  const picture p = read_gif(folder + "/a.gif");
+  ASSERT_EQ(draw("GIF-L", "a.gif", {NAN, inf, 3, -2}), "");
+  const picture p = read_gif("a.gif");
   int reds = 0;
   for (int y = 0; y < p.height; ++y) {
     for (int x = 0; x < p.width; ++x) {
@@ -152,8 +141,8 @@ TEST_F(quick_plot_files, what_is_not_finite_or_beyond_the_axis_stays_inside_the_
 TEST_F(quick_plot_files, long_title_stays_on_the_page) {
   std::string title;
   while (title.size() < 100) title += "W_^\\";
-  ASSERT_EQ(draw("GIF-L", folder + "/a.gif", {1, 1, 1, 1}, title), "");
-  const picture p = read_gif(folder + "/a.gif");
+  ASSERT_EQ(draw("GIF-L", "a.gif", {1, 1, 1, 1}, title), "");
+  const picture p = read_gif("a.gif");
   for (int y = 0; y < p.height; ++y) {
     for (int x = 0; x < 12; ++x) EXPECT_EQ(p.at(x, y), 'w');
     for (int x = 780; x < 792; ++x) EXPECT_EQ(p.at(x, y), 'w');
@@ -164,9 +153,9 @@ TEST_F(quick_plot_files, failed_write_tells_the_reason_and_leaves_nothing) {
   const std::array<double, 4> gains{1.1, 0.9, 1.0, 0.95};
   for (const char* device : {"PS-L", "GIF-L"}) {
     SCOPED_TRACE(device);
-    EXPECT_EQ(draw(device, folder + "/missing/a", gains), "No such file or directory");
-    EXPECT_EQ(draw(device, folder + "/" + std::string(300, 'a'), gains), "File name too long");
-    EXPECT_EQ(draw(device, folder, gains), "Is a directory");
+    EXPECT_EQ(draw(device, "missing/a", gains), "No such file or directory");
+    EXPECT_EQ(draw(device, std::string(300, 'a'), gains), "File name too long");
+    EXPECT_EQ(draw(device, place.path(), gains), "Is a directory");
     EXPECT_EQ(files(), 0);
   }
 }

@@ -1,11 +1,11 @@
 #include "sample_text.hpp"
 
 #include <fmt/core.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
+
+#include "scratch.hpp"
 
 namespace sample {
 
@@ -126,21 +126,18 @@ std::string joined(const std::vector<std::string>& lines) {
 }
 
 std::string scratch_directory() {
-  static const std::string directory = [] {
-    // A long name: a path given to the loader must not be shorter than the run's own.
-    const auto path = std::filesystem::temp_directory_path() /
-                      fmt::format("rawfile_scratch_{}_with_a_long_name", getpid());
-    std::filesystem::create_directories(path);
-    return path.string() + "/";
-  }();
-  return directory;
+  static const scratch::directory directory;
+  // A long name: a path given to the loader must not be shorter than the run's own.
+  const std::string place = directory / "raw_data_files_below_a_long_name/";
+  std::filesystem::create_directory(place);
+  return place;
 }
 
 std::string written(const std::string& name, std::string_view content) {
   const std::string path = scratch_directory() + name;
   // A new file each time: cutting an old one to nothing makes some file systems wait for the disk.
   std::filesystem::remove(path);
-  std::ofstream{path, std::ios::binary} << content;
+  scratch::write(path, content);
   return path;
 }
 

@@ -1,18 +1,17 @@
 #include "tbt_mod.hpp"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "nonlin_bpm_mod.hpp"
+#include "scratch.hpp"
 
 namespace {
 
@@ -87,23 +86,16 @@ std::string text_of(const raw_file& f) {
 }
 
 /// A data tree of its own; no tables are needed where no position is looked up.
-struct tree {
-  fs::path path;
+struct tree : scratch::workplace {
   tree() {
-    std::string name = (fs::temp_directory_path() / "tbt.XXXXXX").string();
-    path = mkdtemp(name.data());
-    setenv("KOVR_ONLINE", path.c_str(), 1);
-    fs::create_directories(path / "kbpmII/raw/04");
+    fs::create_directories("kbpmII/raw/04");
     nonlin_bpm_mod::nonlin_bpm_first_call = false;
   }
   tree(const tree&) = delete;
   tree& operator=(const tree&) = delete;
-  ~tree() {
-    nonlin_bpm_mod::reset();
-    fs::remove_all(path);
-  }
+  ~tree() { nonlin_bpm_mod::reset(); }
   void put(int run, const raw_file& f) const {
-    std::ofstream{path / ("kbpmII/raw/04/RD-00" + std::to_string(run) + ".dat")} << text_of(f);
+    file("kbpmII/raw/04/RD-00" + std::to_string(run) + ".dat", text_of(f));
   }
 };
 
@@ -195,7 +187,7 @@ TEST(tbt_mod, a_file_as_it_stands) {
   EXPECT_EQ(tbt.condx_number, 77);
   EXPECT_EQ(tbt.total_current, 12.5);
   EXPECT_EQ(tbt.time_stamp.trimmed(), "Mon Jan  2 2004");
-  EXPECT_EQ(tbt.data_file.trimmed(), (at.path / "kbpmII/raw/04/RD-004567.dat").string());
+  EXPECT_EQ(tbt.data_file.trimmed(), at / "kbpmII/raw/04/RD-004567.dat");
 
   EXPECT_EQ(button_1(tbt, 2, 12), (std::vector<double>{2101, 2102, 2103, 2104}));
   EXPECT_EQ(button_1(tbt, 2, 69), (std::vector<double>{2102, 2103, 2104, 0}));
@@ -306,7 +298,7 @@ TEST(tbt_mod, a_file_that_cannot_be_loaded) {
   const std::string said = load(tbt, {.fails = true});
   EXPECT_TRUE(contains(said, " Error opening TBT file:         4567\n")) << said;
   // It exists and cannot be opened, and nothing was loaded before.
-  fs::create_directory(at.path / "kbpmII/raw/04/RD-004568.dat");
+  fs::create_directory("kbpmII/raw/04/RD-004568.dat");
   EXPECT_TRUE(contains(load(tbt, {.run = 4568, .fails = true}), " Error opening TBT file: "));
 }
 

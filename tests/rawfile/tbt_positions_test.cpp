@@ -1,35 +1,26 @@
 // Positions of whole runs: what the simulator's beam did comes back through the tables.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cmath>
-#include <cstdio>
-#include <filesystem>
 #include <string>
 
 #include "nonlin_bpm_mod.hpp"
 #include "raw.hpp"
+#include "scratch.hpp"
 #include "tables.hpp"
 #include "tbt_mod.hpp"
 
 namespace {
 
-namespace fs = std::filesystem;
-
 // 48W and 49E (indices 48, 50) stand in the round chamber that is the simulator's too; 29E (70)
 // counts its turns one later and stands in another chamber: only its zeros are known.
 TEST(tbt_positions, of_corrected_turns_are_the_beams) {
-  const fs::path root =
-      fs::path{testing::TempDir()} / ("tbt_positions." + std::to_string(getpid()));
-  const fs::path orbit = root / "machine_data/meas/orbit";
-  sim::make_tables((orbit / "nonlin_bpm").string());
-  std::FILE* offsets = std::fopen((orbit / "offset.bpm").c_str(), "w");
-  ASSERT_NE(offsets, nullptr);
-  std::fputs("48  -0.5  2.0\n", offsets);  // vertical, horizontal [mm]
-  std::fclose(offsets);
+  const scratch::workplace root;
+  sim::make_tables("machine_data/meas/orbit/nonlin_bpm");
+  scratch::write("machine_data/meas/orbit/offset.bpm", "48  -0.5  2.0\n");  // vertical, horizontal
 
   sim::raw_setup s = sim::usual_raw_setup();
-  s.tree = root.string();
+  s.tree = root.path();
   s.names = "48W,49E,29E";
   s.turns = 30;
   s.bunches = 2;
@@ -66,7 +57,6 @@ TEST(tbt_positions, of_corrected_turns_are_the_beams) {
   EXPECT_EQ(late.back().x, 0);
   EXPECT_EQ(late.back().y, 0);
   EXPECT_NE(late.front().x, 0);
-  fs::remove_all(root);
 }
 
 }  // namespace

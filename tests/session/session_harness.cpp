@@ -12,7 +12,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
 
 #include "list_io.hpp"
@@ -91,20 +90,9 @@ void converse(outcome& result, std::string_view input, int in, int out, int err,
 
 }  // namespace
 
-scratch::scratch() {
-  std::string name = (fs::temp_directory_path() / "butngain_session_XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) std::abort();
-  path_ = name;
-}
-
-scratch::~scratch() {
-  std::error_code ignored;
-  fs::remove_all(path_, ignored);
-}
-
 fs::path scratch::run_directory() const {
   fs::path newest;
-  for (const auto& entry : fs::directory_iterator(path_)) {
+  for (const auto& entry : fs::directory_iterator(path())) {
     const std::string name = entry.path().filename().string();
     const bool dated = name.size() == 15 && name[8] == '_' && entry.is_directory();
     if (dated && entry.path() > newest) newest = entry.path();
@@ -149,17 +137,9 @@ outcome bpmsim(const fs::path& directory, const std::vector<std::string>& argume
   return run(command, directory, "", how);
 }
 
-std::string read_file(const fs::path& path) {
-  std::ifstream in{path, std::ios::binary};
-  std::ostringstream all;
-  all << in.rdbuf();
-  return all.str();
-}
+std::string read_file(const fs::path& path) { return ::scratch::content(path); }
 
-void write_file(const fs::path& path, std::string_view content) {
-  fs::create_directories(path.parent_path());
-  std::ofstream{path, std::ios::binary} << content;
-}
+void write_file(const fs::path& path, std::string_view content) { ::scratch::write(path, content); }
 
 std::vector<std::string> lines_of(std::string_view text) {
   std::vector<std::string> lines;

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "scratch.hpp"
+
 namespace session {
 
 /// What one program run left behind.
@@ -16,19 +18,10 @@ struct outcome {
   bool timed_out = false;
 };
 
-/// A directory of its own, removed when it goes out of scope.
-class scratch {
- public:
-  scratch();
-  scratch(const scratch&) = delete;
-  scratch& operator=(const scratch&) = delete;
-  ~scratch();
-  const std::filesystem::path& path() const { return path_; }
+/// A place for sessions.
+struct scratch : ::scratch::directory {
   /// The run's output directory (CCYYMMDD_hhmmss), newest if there are several; empty if none.
   std::filesystem::path run_directory() const;
-
- private:
-  std::filesystem::path path_;
 };
 
 /// How to run a program. DISPLAY is unset unless the environment here sets it.

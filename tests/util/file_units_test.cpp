@@ -1,43 +1,18 @@
 #include "file_units.hpp"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
+
+#include "scratch.hpp"
 
 namespace {
 
-namespace fs = std::filesystem;
+using scratch::content;
 
-std::string content(const fs::path& path) {
-  std::ifstream in{path};
-  std::ostringstream all;
-  all << in.rdbuf();
-  return all.str();
-}
-
-// Each case works in a directory of its own and leaves no unit open.
-class file_units : public testing::Test {
- protected:
-  void SetUp() override {
-    std::string name = (fs::temp_directory_path() / "butngain_units_XXXXXX").string();
-    ASSERT_NE(mkdtemp(name.data()), nullptr);
-    directory = name;
-    before = fs::current_path();
-    fs::current_path(directory);
-  }
-  void TearDown() override {
-    util::close_all_units(true);
-    fs::current_path(before);
-    fs::remove_all(directory);
-  }
-  fs::path directory;
-  fs::path before;
-};
+struct file_units : scratch::fixture {};
 using file_units_death = file_units;
 
 TEST_F(file_units, first_opening_replaces_and_coming_back_appends) {
@@ -97,7 +72,7 @@ TEST_F(file_units, a_handle_closes_its_unit) {
 }
 
 TEST_F(file_units_death, a_full_disk_names_file_and_reason) {
-  if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
   EXPECT_EXIT(
       {
         util::open_output(30, "/dev/full");

@@ -3,20 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <cstdlib>
 #include <string>
 
 #include "file_units.hpp"
+#include "scratch.hpp"
 
 namespace {
 
-const std::string left_file = testing::TempDir() + "left_by_interrupt.dat";
-
 // A loop that is interrupted at its second record.
 void interrupted_loop() {
-  util::open_output(31, left_file);
+  util::open_output(31, "left.dat");
   util::watch_interrupts();
   for (int record = 1;; ++record) {
     if (util::interrupted()) util::leave_interrupted();
@@ -26,12 +23,10 @@ void interrupted_loop() {
 }
 
 TEST(interrupt_death, first_one_leaves_whole_files_and_dies_of_the_signal) {
-  std::filesystem::remove(left_file);
+  const scratch::workplace here;
   EXPECT_EXIT(interrupted_loop(), testing::KilledBySignal(SIGINT),
               "^butngain: interrupted; what was fitted so far is written\n$");
-  std::ifstream file(left_file);
-  const std::string content{std::istreambuf_iterator<char>(file), {}};
-  EXPECT_EQ(content, "record 1\nrecord 2\n");
+  EXPECT_EQ(scratch::content("left.dat"), "record 1\nrecord 2\n");
 }
 
 TEST(interrupt_death, second_one_kills_at_once) {

@@ -53,7 +53,7 @@ double chi1(const parameters& param, const signals& but);
 /// errors   none: as chi1
 derivatives chi1_derivatives(const parameters& param, const signals& but);
 
-/// The unnormalised residual that the older data files were made with:
+/// An unnormalised residual, which no fit uses; kept for compatibility:
 ///     (P - (c / current) R T) + weight (G - 1)
 /// with P, R, T the sums of gain(i) times Bpmmp(i), Bpmpm(i), Bppmm(i), and G that of gain(i)^2.
 /// given    c        amplitude [1/ADC counts]

@@ -6,7 +6,7 @@
 #include "gain_fit_mod.hpp"
 #include "kept_solver.hpp"
 #include "list_io.hpp"
-#include "terminal.hpp"
+#include "standard_output.hpp"
 
 namespace gain_fit_mod {
 namespace {

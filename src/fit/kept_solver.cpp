@@ -5,7 +5,7 @@
 #include "file_units.hpp"
 #include "list_io.hpp"
 #include "run_time.hpp"
-#include "terminal.hpp"
+#include "standard_output.hpp"
 
 namespace mrqmin_mod {
 namespace {

@@ -1,7 +1,7 @@
 #include "cell_kernel.hpp"
 #include "list_io.hpp"
 #include "nonlin_bpm_mod.hpp"
-#include "terminal.hpp"
+#include "standard_output.hpp"
 
 namespace nonlin_bpm_mod {
 

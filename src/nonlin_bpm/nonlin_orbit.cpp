@@ -10,8 +10,8 @@
 #include "list_io.hpp"
 #include "nonlin_bpm_mod.hpp"
 #include "run_time.hpp"
+#include "standard_output.hpp"
 #include "table_file.hpp"
-#include "terminal.hpp"
 #include "text.hpp"
 
 namespace nonlin_bpm_mod {

@@ -6,7 +6,7 @@
 
 #include "list_io.hpp"
 #include "run_time.hpp"
-#include "terminal.hpp"
+#include "standard_output.hpp"
 
 namespace nonlin_bpm_mod {
 namespace {

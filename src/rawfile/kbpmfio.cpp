@@ -8,7 +8,7 @@
 #include <string>
 
 #include "run_time.hpp"
-#include "terminal.hpp"
+#include "standard_output.hpp"
 
 namespace rawfile {
 namespace {

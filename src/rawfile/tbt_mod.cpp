@@ -15,7 +15,7 @@
 #include "nonlin_bpm_mod.hpp"
 #include "progress.hpp"
 #include "run_time.hpp"
-#include "terminal.hpp"
+#include "standard_output.hpp"
 
 namespace tbt_mod {
 namespace {

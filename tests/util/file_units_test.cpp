@@ -6,6 +6,7 @@
 #include <fstream>
 #include <string>
 
+#include "run_time.hpp"
 #include "scratch.hpp"
 
 namespace {
@@ -82,6 +83,32 @@ TEST_F(file_units_death, a_full_disk_names_file_and_reason) {
       testing::ExitedWithCode(1), "run-time error: writing /dev/full: No space left on device");
   EXPECT_EXIT(util::open_output(30, "no/such/dir"), testing::ExitedWithCode(1),
               "cannot open no/such/dir for writing: No such file or directory");
+}
+
+// The ways a run ends know nothing of units; each must find the open ones all the same.
+TEST_F(file_units_death, every_way_to_end_puts_on_disk_what_was_written) {
+  const struct {
+    const char* what;
+    void (*end)();
+    int status;
+  } ends[] = {{"a bad subscript", [] { util::subscript_error("but", 5, 1, 4); }, 1},
+              {"the fatal exit", [] { util::err_exit(); }, 2},
+              {"a normal end", [] { util::stop_program(0); }, 0}};
+  for (const auto& [what, end, status] : ends) {
+    SCOPED_TRACE(what);
+    const auto write_and_end = [end = end] {
+      for (const int unit : {11, 31}) {
+        util::open_output(unit, "left_" + std::to_string(unit));
+        util::write_line(unit, "text");
+      }
+      end();
+    };
+    EXPECT_EXIT(write_and_end(), testing::ExitedWithCode(status), "");
+    for (const char* name : {"left_11", "left_31"}) {
+      EXPECT_EQ(content(name), "text\n");
+      fs::remove(name);
+    }
+  }
 }
 
 }  // namespace

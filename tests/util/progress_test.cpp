@@ -12,6 +12,8 @@
 #include <string>
 #include <thread>
 
+#include "run_time.hpp"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -39,7 +41,7 @@ TEST(progress, text_fits_the_screen) {
 
 // What a step of the given length, in quarters of a second, writes to a terminal on standard error
 // while standard output goes to out.
-std::string seen_on_terminal(int quarters, const char* out, bool refused) {
+std::string seen_on_terminal(int quarters, const char* out, bool refused, bool fails = false) {
   int master = -1;
   int terminal = -1;
   if (openpty(&master, &terminal, nullptr, nullptr, nullptr) != 0) return "no terminal";
@@ -59,6 +61,7 @@ std::string seen_on_terminal(int quarters, const char* out, bool refused) {
         line.at(done);
         if (done < quarters) std::this_thread::sleep_for(250ms);
       }
+      if (fails) util::run_time_error("no way on");
     }
     _exit(0);
   }
@@ -77,6 +80,11 @@ TEST(progress, shows_a_long_step_to_a_person_and_erases_it) {
   EXPECT_NE(seen.find("\rfitting: 100 %\033[K"), std::string::npos) << seen;
   EXPECT_EQ(seen.find("fitting:   0 %"), std::string::npos) << "drawn before anybody waited";
   EXPECT_EQ(seen.substr(seen.size() - 4), "\r\033[K");
+}
+
+TEST(progress, a_message_that_ends_the_run_stands_on_a_clean_line) {
+  const std::string seen = seen_on_terminal(3, "/dev/null", false, true);
+  EXPECT_NE(seen.find("\r\033[Kbutngain: run-time error: no way on"), std::string::npos) << seen;
 }
 
 TEST(progress, stays_silent) {

@@ -51,10 +51,6 @@ struct list_record {
 /// Starts on a new text; the line number is kept.
 void start_record(list_record& record, std::string_view text);
 
-/// Reads the next line with at least one item into the record (empty lines are skipped), counting
-/// lines. Returns false at end of file.
-bool read_record(int unit, list_record& record);
-
 taken take(list_record& record, std::int32_t& value);
 taken take(list_record& record, double& value);
 taken take(list_record& record, bool& value);

@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "bounded.hpp"
-#include "terminal.hpp"
+#include "run_time.hpp"
+#include "standard_output.hpp"
 
 namespace util {
 namespace {
@@ -41,7 +42,15 @@ std::set<std::string> written_before;
   write_error(path, reason);
 }
 
+// What a run's end asks of this table.
+bool close_at_the_end(closing which) {
+  return which == closing::handed_out ? close_units(first_free_unit, last_free_unit, true)
+                                      : close_all_units(true);
+}
+
 int attach(int unit, const std::string& path, const char* mode) {
+  // From here on there is something to close, whichever way the run ends.
+  close_files = close_at_the_end;
   close_unit(unit);
   std::FILE* stream = std::fopen(path.c_str(), mode);
   if (stream == nullptr) return errno;
@@ -118,6 +127,17 @@ bool read_line(int unit, std::string& line) {
   if (line.back() == '\n') line.pop_back();
   if (!line.empty() && line.back() == '\r') line.pop_back();
   return true;
+}
+
+bool read_record(int unit, list_record& record) {
+  std::string line;
+  while (read_line(unit, line)) {
+    ++record.line;
+    if (line.find_first_not_of(" \t") == std::string::npos) continue;
+    start_record(record, line);
+    return true;
+  }
+  return false;
 }
 
 void rewind_unit(int unit) {

@@ -1,6 +1,5 @@
 #include "terminal.hpp"
 
-#include <cerrno>
 #include <cstdio>
 
 #include "file_units.hpp"
@@ -18,10 +17,6 @@ std::string shown(std::string_view prompt) {
   return text;
 }
 
-[[noreturn]] void output_error(int reason) {
-  run_time_error("writing standard output: " + system_text(reason));
-}
-
 // One line of standard input; a last line without a line end counts.
 std::optional<std::string> plain_answer() {
   std::string answer;
@@ -35,22 +30,11 @@ std::optional<std::string> plain_answer() {
 std::optional<std::string> answer_to(const std::string& prompt, answer_kind kind) {
   if (editing_possible()) return edited_line(prompt, kind);
   print_text(prompt);
-  errno = 0;
-  if (std::fflush(stdout) != 0) output_error(errno);
+  flush_standard_output();
   return plain_answer();
 }
 
 }  // namespace
-
-void print_text(std::string_view text) {
-  errno = 0;
-  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) output_error(errno);
-}
-
-void print_line(std::string_view text) {
-  print_text(text);
-  print_text("\n");
-}
 
 std::optional<std::string> ask(std::string_view prompt, answer_kind kind) {
   flush_all_units();

@@ -5,7 +5,6 @@
 #include <cstdlib>
 
 #include "fields.hpp"
-#include "file_units.hpp"
 #include "text.hpp"
 
 namespace util {
@@ -219,17 +218,6 @@ void start_record(list_record& record, std::string_view text) {
   record.item.clear();
   record.item_is_null = false;
   record.ended = false;
-}
-
-bool read_record(int unit, list_record& record) {
-  std::string line;
-  while (read_line(unit, line)) {
-    ++record.line;
-    if (line.find_first_not_of(" \t") == std::string::npos) continue;
-    start_record(record, line);
-    return true;
-  }
-  return false;
 }
 
 taken take(list_record& record, std::int32_t& value) {

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "run_time.hpp"
+
 namespace util {
 namespace {
 
@@ -45,6 +47,7 @@ void progress::redraw(long long done) {
   const auto now = std::chrono::steady_clock::now();
   if (now < next_) return;
   next_ = now + pace;
+  erase_unfinished_line = erase_progress;  // a message that ends the run begins on a clean line
   fmt::print(stderr, "\r{}\033[K", progress_text(what_, done, total_, screen_width()));
   on_screen = true;
 }

@@ -10,16 +10,12 @@
 #include <string_view>
 
 #include "list_io.hpp"
+#include "standard_output.hpp"
 
 namespace util {
 
 /// What an answer is, for line editing on a terminal: a word, or the name of a file (completed).
 enum class answer_kind { word, file };
-
-/// Writes a line to standard output.
-void print_line(std::string_view text);
-/// Writes text to standard output as it stands.
-void print_text(std::string_view text);
 
 /// Prints the prompt and reads one line without its line end. Nothing at end of input.
 /// A prompt without a leading blank gets one.

@@ -9,7 +9,8 @@
 //   stop_program    the caller has said everything; status as given
 //
 // The end of the process is one replaceable procedure (end_process), so that a fuzz target can
-// leave by an exception or a jump instead.
+// leave by an exception or a jump instead. Files and the terminal lie above this storey: they leave
+// their closing here (close_files, erase_unfinished_line) when there is something to close.
 #pragma once
 #include <string>
 #include <string_view>
@@ -21,6 +22,18 @@ inline std::string_view program_name = "butngain";
 
 /// Ends the process with this status. Replaceable (fuzz targets, tests); must not return.
 inline void (*end_process)(int status) = nullptr;
+
+/// Which files an ending closes: those whose unit was handed out for the moment, or every one.
+enum class closing { handed_out, every };
+
+/// Closes open files at the end of a run; a failure is told on standard error, and the rest is
+/// closed all the same. Returns whether all went well. Who opens files sets it with the first
+/// one; null as long as there is nothing to close.
+inline bool (*close_files)(closing which) = nullptr;
+
+/// Erases a line that is still being drawn on the terminal, before a message goes there. Who draws
+/// sets it; null as long as nobody has drawn.
+inline void (*erase_unfinished_line)() = nullptr;
 
 /// Ends the run with one line "butngain: run-time error: <what>", status 1.
 [[noreturn]] void run_time_error(std::string_view what);

@@ -10,9 +10,7 @@
 #include <string>
 #include <system_error>
 
-#include "file_units.hpp"
-#include "progress.hpp"
-#include "terminal.hpp"
+#include "standard_output.hpp"
 #include "text.hpp"
 
 namespace util {
@@ -24,12 +22,14 @@ namespace {
 }
 
 void tell(std::string_view what) {
-  erase_progress();
+  if (erase_unfinished_line != nullptr) erase_unfinished_line();
   std::string line{program_name};
   line.append(": ").append(what).append("\n");
   std::fwrite(line.data(), 1, line.size(), stderr);
   std::fflush(stderr);
 }
+
+bool close_for_the_end(closing which) { return close_files == nullptr || close_files(which); }
 
 // Whether all of standard output has reached the system.
 bool flush_output() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
@@ -39,7 +39,7 @@ bool flush_output() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 
 void run_time_error(std::string_view what) {
   std::fflush(stdout);
   tell(std::string{"run-time error: "}.append(what));
-  close_all_units(true);
+  close_for_the_end(closing::every);
   leave(1);
 }
 
@@ -69,7 +69,7 @@ void end_of_input_error(std::string_view prompt) {
 
 void err_exit() {
   std::fflush(stdout);
-  close_units(first_free_unit, last_free_unit, true);
+  close_for_the_end(closing::handed_out);
   print_line("!-------------------------------------------------");
   print_line("ERR_EXIT: WILL BOMB PROGRAM TO GIVE TRACEBACK...");
   std::fflush(stdout);
@@ -77,7 +77,7 @@ void err_exit() {
   std::array<void*, deepest> frames{};
   const int depth = backtrace(frames.data(), deepest);
   backtrace_symbols_fd(frames.data(), depth, STDERR_FILENO);
-  close_all_units(true);
+  close_for_the_end(closing::every);
   leave(2);
 }
 
@@ -85,7 +85,7 @@ void stop_program(int status) {
   errno = 0;
   const bool printed = flush_output();
   const int reason = errno;
-  const bool closed = close_all_units(true);
+  const bool closed = close_for_the_end(closing::every);
   if (!printed) {
     tell(std::string{"run-time error: writing standard output: "}.append(
         system_text(reason != 0 ? reason : EIO)));

@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "list_io.hpp"
+
 namespace util {
 
 inline constexpr int first_free_unit = 30;
@@ -34,6 +36,10 @@ void open_output(int unit, const std::string& path);
 /// Reads one line; the line end (LF or CR LF) is taken off.
 /// returns  nothing at end of file. Errors: a failing read ends the run with file and reason.
 bool read_line(int unit, std::string& line);
+
+/// Reads the next line with at least one item into the record (empty lines are skipped), counting
+/// lines. Returns false at end of file.
+bool read_record(int unit, list_record& record);
 
 /// Puts the reading position back to the start of the file.
 void rewind_unit(int unit);

@@ -1,0 +1,33 @@
+#include "standard_output.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+#include "run_time.hpp"
+
+namespace util {
+namespace {
+
+[[noreturn]] void output_error(int reason) {
+  run_time_error("writing standard output: " + system_text(reason));
+}
+
+}  // namespace
+
+void print_text(std::string_view text) {
+  errno = 0;
+  if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) output_error(errno);
+}
+
+void print_line(std::string_view text) {
+  print_text(text);
+  print_text("\n");
+}
+
+void flush_standard_output() {
+  errno = 0;
+  if (std::fflush(stdout) != 0) output_error(errno);
+}
+
+}  // namespace util

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -12,6 +13,52 @@ namespace {
 
 bool belongs_to_name(char c) {
   return c == '_' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+std::uint8_t byte_at(std::string_view text, std::size_t i) {
+  return i < text.size() ? static_cast<std::uint8_t>(text[i]) : std::uint8_t{0};
+}
+
+// Bytes of the well-formed UTF-8 character that begins here; 0 where none does. Overlong forms,
+// surrogates and values beyond U+10FFFF are none: the bounds of the second byte keep them out.
+std::size_t utf8_length(std::string_view text) {
+  const std::uint8_t first = byte_at(text, 0);
+  std::uint8_t low = 0x80, high = 0xBF;
+  std::size_t length = 0;
+  if (first < 0x80) return 1;
+  if (first >= 0xC2 && first <= 0xDF) length = 2;
+  if (first >= 0xE0 && first <= 0xEF) length = 3;
+  if (first >= 0xF0 && first <= 0xF4) length = 4;
+  if (first == 0xE0) low = 0xA0;
+  if (first == 0xED) high = 0x9F;
+  if (first == 0xF0) low = 0x90;
+  if (first == 0xF4) high = 0x8F;
+  for (std::size_t i = 1; i < length; ++i) {
+    if (byte_at(text, i) < low || byte_at(text, i) > high) return 0;
+    low = 0x80;
+    high = 0xBF;
+  }
+  return length;
+}
+
+// U+0080..U+009F, written C2 80..C2 9F, are controls too: 9B alone begins what ESC [ begins.
+bool is_control(std::string_view text) {
+  const std::uint8_t first = byte_at(text, 0);
+  return first < 0x20 || first == 0x7F || (first == 0xC2 && byte_at(text, 1) < 0xA0);
+}
+
+void append_escaped(std::string& out, char c) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  const auto byte = static_cast<std::uint8_t>(c);
+  if (c == '\t') {
+    out += "\\t";
+  } else if (c == '\n') {
+    out += "\\n";
+  } else if (c == '\r') {
+    out += "\\r";
+  } else {
+    out.append("\\x").append(1, digits[byte >> 4]).append(1, digits[byte & 15]);
+  }
 }
 
 [[noreturn]] void path_error(const std::string& what) {
@@ -40,6 +87,21 @@ std::string upcase(std::string_view text) {
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
   });
   return upper;
+}
+
+std::string shown(std::string_view text) {
+  std::string out;
+  while (!text.empty()) {
+    const std::size_t length = utf8_length(text);
+    const std::string_view character = text.substr(0, std::max<std::size_t>(length, 1));
+    if (length == 0 || is_control(character)) {
+      for (const char c : character) append_escaped(out, c);
+    } else {
+      out += character;
+    }
+    text.remove_prefix(character.size());
+  }
+  return out;
 }
 
 std::string_view unquote(std::string_view text) {

@@ -42,6 +42,15 @@ struct fixed_text {
   friend constexpr bool operator==(const fixed_text&, const fixed_text&) = default;
 };
 
+/// A name that came from a file or an answer, fit for a terminal: what could move the cursor or
+/// switch the terminal stands as an escape, so a name can neither hide nor forge what is printed.
+///
+/// returns  the text with every control character (C0, DEL, and C1 as UTF-8 writes it) and every
+///          byte that is no part of well-formed UTF-8 as \t, \n, \r or \xNN; the rest as it stands
+/// errors   none
+/// note     a backslash is not doubled: an ordinary name is shown as it is, byte for byte
+std::string shown(std::string_view text);
+
 /// Removes one pair of surrounding quotes, single or double; the text itself when there is none.
 std::string_view unquote(std::string_view text);
 

@@ -11,7 +11,7 @@ namespace util {
 namespace {
 
 // Prompts are set off by one blank.
-std::string shown(std::string_view prompt) {
+std::string set_off(std::string_view prompt) {
   std::string text{prompt};
   if (text.empty() || text[0] != ' ') text.insert(text.begin(), ' ');
   return text;
@@ -38,7 +38,7 @@ std::optional<std::string> answer_to(const std::string& prompt, answer_kind kind
 
 std::optional<std::string> ask(std::string_view prompt, answer_kind kind) {
   flush_all_units();
-  return answer_to(shown(prompt), kind);
+  return answer_to(set_off(prompt), kind);
 }
 
 std::string ask_or_end(std::string_view prompt, answer_kind kind) {

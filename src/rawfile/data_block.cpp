@@ -1,9 +1,12 @@
 #include "data_block.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <span>
 
 #include "kbpmfio.hpp"
+#include "text.hpp"
 
 namespace rawfile {
 namespace {
@@ -88,6 +91,15 @@ data_columns stored(const RDV3_INST_DATA& d, std::size_t n, std::int32_t block) 
   return {block, d.phase_words[n], d.TIraw[n], d.BIraw[n], d.BOraw[n], d.TOraw[n]};
 }
 
+// The calibration has two rows: a line of another timing block has none.
+util::fault bad_block(const kbpmfio_stream& stream, const RDV3_INST_DATA& d, std::size_t n,
+                      std::int32_t block) {
+  const std::int64_t line = line_number(stream);
+  return {fmt::format("instrument {}, data line {}: timing block {}",
+                      util::shown(text_of(d.location)), n + 1, block),
+          util::shown(stream.path) + (line > 0 ? fmt::format(":{}", line) : ""), "0 or 1"};
+}
+
 // Lines of the timing block at hand that need no full scan, at most `most`, from line n on.
 std::size_t take_run(kbpmfio_stream& stream, RDV3_INST_DATA& d, std::size_t n, std::int32_t block,
                      std::size_t most) {
@@ -105,7 +117,6 @@ std::size_t take_run(kbpmfio_stream& stream, RDV3_INST_DATA& d, std::size_t n, s
 }  // namespace
 
 std::int32_t read_data_line(kbpmfio_stream& stream, data_columns& columns) {
-  const std::int64_t start = position(stream);
   while (const auto next = next_line(stream)) {
     const std::string_view line = next->substr(0, next->find('\0'));
     const auto first = static_cast<std::size_t>(
@@ -120,14 +131,14 @@ std::int32_t read_data_line(kbpmfio_stream& stream, data_columns& columns) {
     // begins with ":" agrees with anything. It is used up; it converts nothing.
     const std::string_view format = RDV3_raw_data_spec[0].format;
     if (line.substr(0, colon) == format.substr(0, colon)) return 0;
-    seek(stream, start);
+    put_back(stream, *next);
     return 1;
   }
   return 1;
 }
 
-void read_data_block(kbpmfio_stream& stream, RDV3_INST_DATA& instrument, std::int32_t bunches,
-                     std::int32_t turns, data_columns& last) {
+util::status read_data_block(kbpmfio_stream& stream, RDV3_INST_DATA& instrument,
+                             std::int32_t bunches, std::int32_t turns, data_columns& last) {
   derivation state{&instrument};
   bool ended = false;  // nothing more comes: a key or the end of the file was met
   std::size_t n = 0;
@@ -141,6 +152,7 @@ void read_data_block(kbpmfio_stream& stream, RDV3_INST_DATA& instrument, std::in
         n += run;
       } else {
         ended = ended || read_data_line(stream, last) != 0;
+        if (last[0] < 0 || last[0] > 1) return bad_block(stream, instrument, n, last[0]);
         if (last[0] != state.block) derive(state, n);
         store(instrument, n++, last);
       }
@@ -150,6 +162,7 @@ void read_data_block(kbpmfio_stream& stream, RDV3_INST_DATA& instrument, std::in
     if (turns > 0) instrument.timing_blocks[static_cast<std::size_t>(b)] = last[0];
   }
   derive(state, n);
+  return std::nullopt;
 }
 
 }  // namespace rawfile

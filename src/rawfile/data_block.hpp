@@ -13,6 +13,7 @@
 #include <cstdint>
 
 #include "data_line.hpp"
+#include "fault.hpp"
 #include "kbpmfio_stream.hpp"
 #include "rdv3.hpp"
 
@@ -38,8 +39,10 @@ std::int32_t read_data_line(kbpmfio_stream& stream, data_columns& columns);
 /// given    last  the columns as the marker line left them; a block that is too short, or that a
 ///                line with ":" ends, repeats the last values read to its end
 /// returns  last  the columns of the last line read
-/// errors   a timing block other than 0 and 1 ends the run, as a subscript of pedestals
-void read_data_block(kbpmfio_stream& stream, RDV3_INST_DATA& instrument, std::int32_t bunches,
-                     std::int32_t turns, data_columns& last);
+/// errors   a timing block other than 0 and 1: the fault names file, line, instrument and data line;
+///          last holds the block, and the arrays what was read before
+[[nodiscard]] util::status read_data_block(kbpmfio_stream& stream, RDV3_INST_DATA& instrument,
+                                           std::int32_t bunches, std::int32_t turns,
+                                           data_columns& last);
 
 }  // namespace rawfile

@@ -1,7 +1,13 @@
 #include "kbpm_rawfile.hpp"
 
+#include <fmt/core.h>
+
+#include <bit>
+
 #include "kbpm_read_rawfile.hpp"
 #include "kbpmfio.hpp"
+#include "tell.hpp"
+#include "text.hpp"
 
 namespace rawfile {
 namespace {
@@ -48,15 +54,25 @@ std::int32_t copy_text(std::string_view from, std::span<char> to, std::int32_t s
 template <class table>
 float calibration(table RDV3_INST_DATA::*which, std::string_view name, std::int32_t bunch,
                   std::int32_t button) {
-  if (is_bad_name(name) || bunch < 1 || bunch > max_bunches || !is_button(button) ||
-      bunch > p_v3_file_header->num_bunches) {
-    return bad_real;
-  }
+  if (is_bad_name(name) || bunch < 1 || bunch > max_bunches || !is_button(button)) return bad_real;
+  // The name is looked up first: of an unknown instrument no bunch is missing.
   const RDV3_INST_DATA* instrument = instrument_of(name);
   if (instrument == nullptr) return 1.0F;
+  if (bunch > p_v3_file_header->num_bunches) return bad_real;
   // Block 1 has a calibration of its own in the file, yet 1.0 is answered: kept for compatibility.
   if (instrument->timing_blocks[static_cast<std::size_t>(bunch - 1)] != 0) return 1.0F;
   return (instrument->*which)(0, button);
+}
+
+void tell_pattern_too_full() {
+  const RDV3_FILE_HEADER& h = *p_v3_file_header;
+  int bits = 0;
+  for (const std::int32_t word : h.bunch_pattern.item) {
+    bits += std::popcount(static_cast<std::uint16_t>(word));
+  }
+  tell({fmt::format("Bunch_Patt_(hex) names {} bunches", bits),
+        util::shown(text_of(h.full_filename)),
+        fmt::format("Number_of_Bunches : {}", h.num_bunches)});
 }
 
 // Fills a list of the first instrument with a value for each set bit of the bunch pattern.
@@ -70,6 +86,7 @@ std::int32_t* fill_list(std::span<std::int32_t> RDV3_INST_DATA::*which, const ch
     const std::int32_t word = p_v3_file_header->bunch_pattern(bit / pattern_bits);
     if (((word >> (bit % pattern_bits)) & 1) == 0) continue;
     if (position >= list.size()) {
+      tell_pattern_too_full();
       util::subscript_error(list_name, static_cast<long long>(position), 0,
                             static_cast<long long>(list.size()) - 1);
     }
@@ -79,6 +96,8 @@ std::int32_t* fill_list(std::span<std::int32_t> RDV3_INST_DATA::*which, const ch
 }
 
 }  // namespace
+
+bool kbpm_rawfile_is_current() { return is_loaded() && held_is_current; }
 
 std::int32_t kbpm_rawfile_num_instruments() {
   return is_loaded() ? p_v3_file_header->num_instruments : 0;

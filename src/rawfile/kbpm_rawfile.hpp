@@ -7,7 +7,8 @@
 //
 // errors   no messages. Bad arguments give -999, -999.0 or the address of such a value; so does
 //          asking for a bunch that the file does not hold, or asking before any load (the counts
-//          are 0 then). More bits in the bunch pattern than bunches end the run.
+//          are 0 then). More bits in the bunch pattern than bunches end the run, behind one line
+//          on standard error that names the file and both counts.
 #pragma once
 #include <cstdint>
 #include <span>
@@ -18,6 +19,10 @@ namespace rawfile {
 // What array accessors give the address of on bad arguments: set to -999 and -999.0 then.
 inline std::int32_t Integer_Constant = 0;
 inline float Float_Constant = 0;
+
+/// Whether the file held is the one that the last load asked for. A file that exists but cannot be
+/// opened answers 0 and leaves the earlier one in place; so does one that is not there, with 1.
+bool kbpm_rawfile_is_current();
 
 // --- headers ----------------------------------------------------------------------------------
 
@@ -55,7 +60,8 @@ std::int32_t kbpm_rawfile_inst_names_(std::span<char> text);
 /// Pedestal [counts] and gain of a button in a bunch.
 /// returns  block 0's value; 1.0 for a bunch in timing block 1 and for an unknown name: corrections
 ///          made from these leave such a bunch as raw - 1
-/// errors   -999.0 for a name of one character, a bunch or a button that cannot be
+/// errors   -999.0 for a name of one character, a bunch or a button that cannot be, and a known
+///          instrument's bunch that the file does not hold
 float kbpm_rawfile_pedestal(std::string_view name, std::int32_t bunch, std::int32_t button);
 float kbpm_rawfile_gain_factor(std::string_view name, std::int32_t bunch, std::int32_t button);
 

@@ -15,6 +15,9 @@
 #include "data_block.hpp"
 #include "kbpmfio.hpp"
 #include "rawfile_location.hpp"
+#include "run_time.hpp"
+#include "tell.hpp"
+#include "text.hpp"
 
 namespace rawfile {
 namespace {
@@ -68,7 +71,8 @@ std::string largest_count(const RDV3_FILE_HEADER& h) {
 }
 
 // Why the arrays must not be made; nothing when they may.
-std::optional<std::string> refusal(const RDV3_FILE_HEADER& h, std::int64_t file_size) {
+std::optional<std::string> refusal(const RDV3_FILE_HEADER& h,
+                                   std::optional<std::int64_t> file_size) {
   constexpr std::uint64_t most_lines = INT32_MAX;
   const std::uint64_t instruments = count_of(h.num_instruments);
   const std::uint64_t blocks = instruments * count_of(h.num_bunches);
@@ -79,8 +83,11 @@ std::optional<std::string> refusal(const RDV3_FILE_HEADER& h, std::int64_t file_
   const std::uint64_t lines = blocks * std::max(count_of(h.num_turns), std::uint64_t{1}) +
                               instruments * std::uint64_t{num_RDV3_inst_header_specs};
   const std::uint64_t bytes = instruments * (sizeof(RDV3_INST_DATA) + bytes_of_instrument(h));
-  if (bytes > unquestioned_arrays && static_cast<std::uint64_t>(file_size) < 2 * lines) {
-    return fmt::format("{} lines expected, the file has {} bytes", lines, file_size);
+  if (bytes > unquestioned_arrays && !file_size) {
+    return fmt::format("{} lines expected; a pipe or device cannot tell its size", lines);
+  }
+  if (bytes > unquestioned_arrays && static_cast<std::uint64_t>(*file_size) < 2 * lines) {
+    return fmt::format("{} lines expected, the file has {} bytes", lines, *file_size);
   }
   return std::nullopt;
 }
@@ -110,7 +117,7 @@ void read_headers(kbpmfio_stream& stream) {
 }
 
 // Memory for all instruments, or the reason why there is none.
-std::optional<std::string> make_room(std::int64_t file_size) {
+std::optional<std::string> make_room(std::optional<std::int64_t> file_size) {
   const RDV3_FILE_HEADER& h = *p_v3_file_header;
   if (auto reason = refusal(h, file_size)) return reason;
   const std::uint64_t bytes = count_of(h.num_instruments) * bytes_of_instrument(h);
@@ -128,8 +135,12 @@ void read_instruments(kbpmfio_stream& stream) {
     kbpmfio_rw_instrument_header(stream, KBPMFIO_READ);
     // This one takes the column titles and the data marker.
     read_data_line(stream, columns);
-    read_data_block(stream, p_v3_inst_array[i], p_v3_file_header->num_bunches,
-                    p_v3_file_header->num_turns, columns);
+    if (const auto fault =
+            read_data_block(stream, p_v3_inst_array[i], p_v3_file_header->num_bunches,
+                            p_v3_file_header->num_turns, columns)) {
+      tell(*fault);
+      util::subscript_error("pedestals", columns[0], 0, 1, 1);
+    }
   }
 }
 
@@ -138,14 +149,39 @@ void read_instruments(kbpmfio_stream& stream) {
 std::int32_t status_of_counts(const std::string& path) {
   const std::int32_t instruments = p_v3_file_header->num_instruments;
   if (instruments < 1 || instruments > most_instruments) {
-    fmt::print("Error: Empty RD file, no instruments, {}\n", path);
+    fmt::print("Error: Empty RD file, no instruments, {}\n", util::shown(path));
     return 1;
   }
   if (p_v3_file_header->num_bunches < 1 || instruments > 300000) {
-    fmt::print("Error: Empty RD file, no bunches, {}\n", path);
+    fmt::print("Error: Empty RD file, no bunches, {}\n", util::shown(path));
     return 1;
   }
   return 0;
+}
+
+std::int32_t unable_to_stat(std::string_view path) {
+  fmt::print("Unable to stat {}\n", util::shown(path));
+  return 1;
+}
+
+std::int32_t refuse_endless(const kbpmfio_stream& stream) {
+  tell({fmt::format("{} characters without a line end", longest_unended), util::shown(stream.path),
+        "the lines of a raw data file"});
+  forget_rawfile();
+  return 1;
+}
+
+// A file that is there. That one which cannot be opened answers 0 is kept for compatibility.
+std::int32_t load_file(const std::string& path) {
+  constexpr const char* routine = "kbpm_read_rawfile_extended";
+  kbpmfio_stream stream;
+  if (const int reason = open_for_reading(stream, path); reason != 0) {
+    fmt::print("[{}] ERROR opening data file {}!\n", routine, util::shown(path));
+    errno = reason;
+    std::perror(routine);
+    return 0;
+  }
+  return kbpm_read_rawfile_stream(stream);
 }
 
 }  // namespace
@@ -197,54 +233,47 @@ void forget_rawfile() {
   let_go();
   release(held.arrays);
   inst_count_g = 0;
+  held_is_current = false;
 }
 
 std::int32_t kbpm_read_rawfile_stream(kbpmfio_stream& stream) {
   let_go();
   inst_count_g = 0;
   read_headers(stream);
+  if (stream.endless) return refuse_endless(stream);
   if (const auto reason = make_room(size_of(stream))) {
-    fmt::print("Error: {}: {}: {}\n", stream.path, largest_count(*p_v3_file_header), *reason);
+    fmt::print("Error: {}: {}: {}\n", util::shown(stream.path), largest_count(*p_v3_file_header),
+               *reason);
     forget_rawfile();
     return 1;
   }
   read_instruments(stream);
+  if (stream.endless) return refuse_endless(stream);
   kbpmfio_memory_allocated = 1;
+  held_is_current = true;
   return status_of_counts(stream.path);
 }
 
 std::int32_t kbpm_read_rawfile_at(const std::string& path) {
-  constexpr const char* routine = "kbpm_read_rawfile_extended";
-  kbpmfio_stream stream;
-  if (const int reason = open_for_reading(stream, path); reason != 0) {
-    fmt::print("[{}] ERROR opening data file {}!\n", routine, path);
-    errno = reason;
-    std::perror(routine);
-    return 0;
-  }
-  return kbpm_read_rawfile_stream(stream);
+  held_is_current = false;
+  return is_there(path) ? load_file(path) : unable_to_stat(path);
 }
 
 std::int32_t kbpm_read_rawfile_extended(std::int32_t run, std::string_view path) {
+  held_is_current = false;
   std::string buffer = online_path(run);
   if (path.empty()) {
     if (!is_there(buffer)) {
-      fmt::print("Unable to stat {}\n", buffer);
+      unable_to_stat(buffer);
       buffer = offline_path(run);
     }
-    if (!is_there(buffer)) {
-      fmt::print("Unable to stat {}\n", buffer);
-      return 1;
-    }
+    if (!is_there(buffer)) return unable_to_stat(buffer);
   } else {
     const std::string_view laid_over = path.substr(0, path_width);
     buffer.replace(0, laid_over.size(), laid_over);
-    if (!is_there(buffer)) {
-      fmt::print("Unable to stat {}\n", path);
-      return 1;
-    }
+    if (!is_there(buffer)) return unable_to_stat(path);
   }
-  return kbpm_read_rawfile_at(buffer);
+  return load_file(buffer);
 }
 
 std::int32_t kbpm_read_rawfile(std::int32_t run) { return kbpm_read_rawfile_extended(run, ""); }

@@ -5,10 +5,13 @@
 // exists but cannot be opened is reported and answers 0: the previous load stays in place, and its
 // reader goes on with that.
 //
+// (kbpm_rawfile_is_current tells a caller who wants to know.)
+//
 // The loader believes what stands in the file. Missing and malformed lines leave zeros or the last
 // values read; only counts that cannot be are refused: more data lines than 32 bits count, or
 // arrays beyond 1 GiB for a file of fewer than two bytes a line. Then one line names the file, the
-// key and the value, nothing is allocated, nothing is held.
+// key and the value, nothing is allocated, nothing is held. Text that never ends its line is no raw
+// data file either: 16 MiB without a line end are refused with one line on standard error.
 #pragma once
 #include <cstdint>
 #include <string>
@@ -25,6 +28,7 @@ inline RDV3_KOVR_HEADER* p_v3_kovr_header = nullptr;
 inline RDV3_INST_DATA* p_v3_inst_array = nullptr;  ///< num_instruments records
 inline std::int32_t kbpmfio_memory_allocated = 0;  ///< 1 while a load is held
 inline std::int32_t inst_count_g = 0;              ///< cursor of the name iterator; each load: 0
+inline bool held_is_current = false;               ///< what is held is what was asked for last
 
 /// Arrays up to this size [bytes] are made for any file; beyond it the file must be large enough to
 /// call for them. Set lower by fuzz targets, which have no time to fill a gigabyte.
@@ -44,11 +48,12 @@ std::int32_t kbpm_read_rawfile_from_fullfilename(std::string_view path);
 /// returns  0, or 1: no such file ("Unable to stat"), counts refused, or, with the data loaded,
 ///          "Error: Empty RD file, ..." (not 1 to 120 instruments, or no bunches)
 /// errors   KOVR_ONLINE needed and not set, or a path too long: the common fatal exit; a timing
-///          block other than 0 and 1 in a data line: bounds error
+///          block other than 0 and 1 in a data line: bounds error, behind one line on standard error
+///          that names file, line, instrument and data line
 std::int32_t kbpm_read_rawfile_extended(std::int32_t run, std::string_view path);
 
 /// Loads the file of exactly this path; no other directory plays a part.
-/// errors   as above; a file that cannot be opened answers 0
+/// errors   as above: no such file is "Unable to stat" and 1, one that cannot be opened answers 0
 std::int32_t kbpm_read_rawfile_at(const std::string& path);
 
 /// Loads from an open stream: replaces what is held. Statuses and errors as above.

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "run_time.hpp"
-#include "standard_output.hpp"
 
 namespace rawfile {
 namespace {
@@ -77,7 +76,7 @@ std::int32_t kbpmfio_strip(std::span<char> text) {
   const std::string_view all{text.data(), text.size()};
   const std::size_t length = all.find('\0');
   if (length == std::string_view::npos) {
-    util::print_line("strip() : String argument is NOT null-terminated!");
+    fmt::print("strip() : String argument is NOT null-terminated!\n");
     return 1;
   }
   const std::string_view kept = stripped(all.substr(0, length));

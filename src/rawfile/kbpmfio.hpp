@@ -9,6 +9,8 @@
 // data marker or the end of the file comes; a value that does not convert leaves its target and the
 // later ones of its line as they were. Nothing is reported: the loader looks at the counts.
 //
+// Numbers have decimal points, whatever locale the process has.
+//
 // errors   none, unless stated; the tables are global, so one file at a time is read or written
 #pragma once
 #include <array>
@@ -103,8 +105,8 @@ std::int32_t kbpmfio_write_instrument_header();
 // --- lines ------------------------------------------------------------------------------------
 
 /// Reads one field line.
-/// returns  1 when the format has no key and the next line has one: that line is left in place,
-///          with the comments before it; else 0
+/// returns  1 when the format has no key and the next line has one: that line is left in place (the
+///          comments before it are not); else 0
 std::int32_t kbpmfio_scan_line_input(kbpmfio_stream& stream, std::string_view format,
                                      std::span<const kbpmfio_target> targets);
 

@@ -1,5 +1,6 @@
 // Reading and writing one line by its format.
 #include <fmt/core.h>
+#include <locale.h>  // NOLINT(modernize-deprecated-headers): uselocale is not in <clocale>
 
 #include <algorithm>
 #include <charconv>
@@ -15,6 +16,21 @@ namespace {
 using kind = kbpmfio_target::kind;
 
 constexpr std::string_view data_marker = "--BEGIN DATA--\n";
+
+// The files have decimal points. A host program may have set a locale with decimal commas, in which
+// the C library would read 1.25 as 1: this thread goes by the C locale as long as one of these is
+// in scope. The others, and the host's own setting, are left alone.
+struct c_locale_in_scope {
+  locale_t before;
+  c_locale_in_scope() {
+    // The handle of the C locale takes no memory and is never given back.
+    static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", nullptr);
+    before = uselocale(c_locale);
+  }
+  c_locale_in_scope(const c_locale_in_scope&) = delete;
+  c_locale_in_scope& operator=(const c_locale_in_scope&) = delete;
+  ~c_locale_in_scope() { uselocale(before); }
+};
 
 // One conversion of a format: "%010d" is of letter 'd' with flags "010".
 struct conversion {
@@ -92,6 +108,7 @@ void scan(std::string_view line, std::string_view format, std::span<const kbpmfi
   std::transform(targets.begin(), targets.end(), to.begin(),
                  [](const kbpmfio_target& t) { return t.address; });
   const std::string pattern = scan_pattern(format, targets, keyed);
+  const c_locale_in_scope points;
   static_cast<void>(std::sscanf(text.data(), pattern.c_str(), to[0], to[1], to[2], to[3], to[4],
                                 to[5], to[6], to[7], to[8], to[9]));
 }
@@ -116,6 +133,7 @@ void append_value(std::string& out, const conversion& c, const kbpmfio_target& t
   constexpr std::size_t widest = 512;  // a float32 in %f has 39 digits before the point
   std::array<char, widest> value{};
   const std::string spec = std::string{"%"}.append(c.flags) + c.letter;
+  const c_locale_in_scope points;
   if (c.letter == 'f') {
     const double widened = *static_cast<const float*>(target.address);
     static_cast<void>(std::snprintf(value.data(), widest, spec.c_str(), widened));
@@ -131,7 +149,6 @@ void append_value(std::string& out, const conversion& c, const kbpmfio_target& t
 std::int32_t kbpmfio_scan_line_input(kbpmfio_stream& stream, std::string_view format,
                                      std::span<const kbpmfio_target> targets) {
   const bool wants_key = format.find(':') != std::string_view::npos;
-  const std::int64_t start = position(stream);
   while (const auto next = next_line(stream)) {
     const std::string_view line = as_text(*next);
     if (is_passed_over(line)) continue;
@@ -146,8 +163,9 @@ std::int32_t kbpmfio_scan_line_input(kbpmfio_stream& stream, std::string_view fo
       return 0;
     }
     if (!wants_key) {
-      // The line belongs to the next section: back to where we began, comments included.
-      seek(stream, start);
+      // The line belongs to the next section. Comments before it are gone, but every reader of
+      // lines passes over comments; going back to them would take a file that can be sought in.
+      put_back(stream, *next);
       return 1;
     }
   }
@@ -184,14 +202,15 @@ std::int32_t kbpmfio_bunch_patt_input(kbpmfio_stream& stream, std::string_view f
     const std::size_t colon = line.find(':');
     if (is_passed_over(line) || colon == std::string_view::npos) continue;
     if (!key_matches(line, colon, format)) continue;
+    // The line end is no word. Other white space between blanks is: one that reads as 0.
     std::string_view rest = line.substr(colon);
+    while (!rest.empty() && (rest.back() == '\n' || rest.back() == '\r')) rest.remove_suffix(1);
     for (std::size_t word = pattern_words; word > 0; --word) {
       const std::size_t first = rest.find_first_not_of(": ");
       if (first == std::string_view::npos) break;
       rest.remove_prefix(first);
       const std::string token{rest.substr(0, rest.find_first_of(": "))};
       rest.remove_prefix(token.size());
-      if (stripped(token).empty()) break;  // the line end behind the last blank
       words[word - 1] = static_cast<std::int32_t>(std::strtol(token.c_str(), nullptr, 16));
     }
     return 0;

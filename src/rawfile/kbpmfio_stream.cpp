@@ -63,10 +63,11 @@ int open_for_writing(kbpmfio_stream& stream, const std::string& path) {
   return 0;
 }
 
-std::int64_t size_of(const kbpmfio_stream& stream) {
+std::optional<std::int64_t> size_of(const kbpmfio_stream& stream) {
   struct stat status {};
   if (stream.fd < 0) return static_cast<std::int64_t>(stream.filled);
-  return fstat(stream.fd, &status) == 0 && S_ISREG(status.st_mode) ? status.st_size : 0;
+  if (fstat(stream.fd, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  return status.st_size;
 }
 
 std::string_view look_ahead(kbpmfio_stream& stream, std::size_t least) {
@@ -85,23 +86,38 @@ std::optional<std::string_view> next_line(kbpmfio_stream& stream) {
   const std::size_t length =
       line_end == std::string_view::npos ? std::min(ahead.size(), max_line) : line_end + 1;
   stream.next += length;
+  stream.unended = line_end == std::string_view::npos ? stream.unended + length : 0;
+  if (stream.unended > longest_unended) {
+    stream.endless = stream.at_end = true;
+    stream.next = stream.filled;
+    return std::nullopt;
+  }
   return ahead.substr(0, length);
 }
 
-std::int64_t position(const kbpmfio_stream& stream) {
-  return stream.block_start + static_cast<std::int64_t>(stream.next);
+void put_back(kbpmfio_stream& stream, std::string_view line) {
+  stream.next -= line.size();
+  stream.unended -= std::min(stream.unended, line.size());
 }
 
-void seek(kbpmfio_stream& stream, std::int64_t to) {
-  const std::int64_t in_block = to - stream.block_start;
-  if (in_block >= 0 && in_block <= static_cast<std::int64_t>(stream.filled)) {
-    stream.next = static_cast<std::size_t>(in_block);
-  } else if (lseek(stream.fd, to, SEEK_SET) >= 0) {
-    // A pipe cannot go back; reading then goes on from where it is.
-    stream.block_start = to;
-    stream.next = stream.filled = 0;
-    stream.at_end = false;
+std::int64_t line_number(const kbpmfio_stream& stream) {
+  // Up to the last character taken, which is the line end of the line in question.
+  const std::int64_t end = stream.block_start + static_cast<std::int64_t>(stream.next) - 1;
+  std::int64_t ends = 0;
+  const auto count = [&ends](const char* text, std::int64_t length) {
+    ends += std::count(text, text + length, '\n');
+  };
+  const std::int64_t in_file = std::min(stream.block_start, std::max<std::int64_t>(end, 0));
+  std::vector<char> text(usual_block);
+  for (std::int64_t at = 0; at < in_file;) {
+    const auto wanted = std::min(text.size(), static_cast<std::size_t>(in_file - at));
+    const ssize_t got = pread(stream.fd, text.data(), wanted, at);
+    if (got <= 0) return 0;
+    count(text.data(), got);
+    at += got;
   }
+  count(stream.block.data(), std::max<std::int64_t>(end - stream.block_start, 0));
+  return ends + 1;
 }
 
 void put(kbpmfio_stream& stream, std::string_view text) {

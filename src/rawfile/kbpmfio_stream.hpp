@@ -4,7 +4,7 @@
 // that is cut short while it is read is simply shorter (a mapped one would kill the process). A
 // line is what fgets with a buffer of 2048 characters gives: up to and with the line end, at most
 // 2047 characters, the rest being the next line. A read that fails (a directory, say) is the end of
-// the file.
+// the file; so is text that goes on and on without a line end, which the loader then refuses.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -17,6 +17,9 @@
 namespace rawfile {
 
 inline constexpr std::size_t max_line = 2047;  ///< characters of one line, at most
+/// Characters without a line end that are still read as lines. No raw data file has a thousandth of
+/// them; a device or a pipe that never ends a line would otherwise be read for ever.
+inline constexpr std::size_t longest_unended = std::size_t{16} * 1024 * 1024;
 inline constexpr std::size_t usual_block = std::size_t{256} * 1024;  ///< characters read ahead
 
 /// An open file; closes itself. Not copied: the file position belongs to one reader.
@@ -28,6 +31,8 @@ struct kbpmfio_stream {
   std::size_t next = 0, filled = 0;  ///< block[next..filled) is still to be taken
   std::int64_t block_start = 0;      ///< file position of block[0]
   bool at_end = false;               ///< nothing more to read behind the block
+  std::size_t unended = 0;           ///< characters taken since the last line end
+  bool endless = false;              ///< more than longest_unended of them: reading has stopped
   // Writing
   std::FILE* out = nullptr;
 
@@ -49,8 +54,8 @@ void open_text(kbpmfio_stream& stream, std::string_view text);
 /// Opens a file for writing, replacing it. Returns 0, or the errno value of the failure.
 int open_for_writing(kbpmfio_stream& stream, const std::string& path);
 
-/// Size of the file that is read [bytes]; 0 where it has none (a pipe).
-std::int64_t size_of(const kbpmfio_stream& stream);
+/// Size of the file that is read [bytes]; nothing where it cannot tell (a pipe, a device).
+std::optional<std::int64_t> size_of(const kbpmfio_stream& stream);
 
 /// The next line with its line end, or nothing at the end of the file. Valid until the next call.
 std::optional<std::string_view> next_line(kbpmfio_stream& stream);
@@ -59,9 +64,14 @@ std::optional<std::string_view> next_line(kbpmfio_stream& stream);
 /// takes some by moving `next` on.
 std::string_view look_ahead(kbpmfio_stream& stream, std::size_t least);
 
-/// Position of the next character, and the way back to it.
-std::int64_t position(const kbpmfio_stream& stream);
-void seek(kbpmfio_stream& stream, std::int64_t to);
+/// Takes back the line that next_line gave last: it comes again.
+/// note     by one line only: it is still in the block, so this needs no file that can be sought in
+void put_back(kbpmfio_stream& stream, std::string_view line);
+
+/// Number of the line that was taken last, from 1; lines that were split count as one.
+/// returns  0 where the file cannot be read again (a pipe whose start has left the block)
+/// note     reads the file from its start: for messages
+std::int64_t line_number(const kbpmfio_stream& stream);
 
 /// Appends to a file that is written.
 void put(kbpmfio_stream& stream, std::string_view text);

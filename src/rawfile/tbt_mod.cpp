@@ -98,7 +98,7 @@ void take_shaker(tbt_all_data_struct& tbt, const load& file, const std::string& 
     const auto& stored = tbt.shaker[turn].phase;
     if (std::lround(stored(1) / phase_unit) != plane[0][turn] ||
         std::lround(stored(2) / phase_unit) != plane[1][turn]) {
-      say("SHAKER PHASE MISMATCH!", " " + name);
+      say("SHAKER PHASE MISMATCH!", " " + util::shown(name));
       return;
     }
   }
@@ -174,7 +174,7 @@ void take_instruments(tbt_all_data_struct& tbt, const load& file, const std::str
     const std::string name{padded.trimmed()};
     const auto index = find_bpm(tbt, name);
     if (!index || !has_arrays(name, file)) {
-      say("SKIPPING: UNKNOWN TBT BPM NAME: ", name);
+      say("SKIPPING: UNKNOWN TBT BPM NAME: ", util::shown(name));
       continue;
     }
     take_shaker(tbt, file, name);
@@ -221,10 +221,10 @@ void tbt_read_data_file(std::int32_t tbt_file_num, std::int32_t but_correct, boo
     set_bpm_names(tbt);
   }
   err = true;
-  // A file that exists and cannot be opened answers success; without an earlier load nothing is
-  // held.
+  // A file that exists and cannot be opened answers success too, and leaves the run before in place:
+  // its readings must not pass for those of this one.
   const std::int32_t status = rawfile::kbpm_read_rawfile(tbt_file_num);
-  if (status != 0 || rawfile::kbpm_rawfile_num_instruments() == 0) {
+  if (status != 0 || !rawfile::kbpm_rawfile_is_current()) {
     util::print_line(
         util::list_line().text("Error opening TBT file: ").integer(tbt_file_num).str());
     return;

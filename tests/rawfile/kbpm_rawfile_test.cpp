@@ -84,6 +84,7 @@ TEST_F(loaded, calibration_is_that_of_block_0_and_1_for_block_1) {
   EXPECT_EQ(kbpm_rawfile_gain_factor("2W", 2, 1), 1.0F);
   EXPECT_EQ(kbpm_rawfile_pedestal("9W", 1, 0), 1.0F) << "no such instrument";
   EXPECT_EQ(kbpm_rawfile_pedestal(" 2", 1, 0), 1.0F) << "two characters, but no instrument";
+  EXPECT_EQ(kbpm_rawfile_gain_factor("9W", 19, 0), 1.0F) << "nor has it bunches that are missing";
   struct {
     const char* what;
     const char* name;
@@ -139,11 +140,13 @@ TEST_F(loaded, lists_follow_the_bunch_pattern) {
     // Asked for with the bit index: bunch 1 asks for 0, the opposite of what bunch 1 is.
     EXPECT_EQ(species[k], 1 - kbpm_rawfile_species_by_bunch(enabled[k]));
   }
-  p_v3_file_header->bunch_pattern(1) = 0x1FFFF;
-  EXPECT_EXIT(kbpm_rawfile_bunches_enabled_ptr(), testing::ExitedWithCode(1),
-              "subscript 18 of Enabled_Bunches is outside 0..17");
+  p_v3_file_header->bunch_pattern(1) = 0x1FFFF;  // 16 count, the others belong to no bunch
+  EXPECT_EXIT(
+      kbpm_rawfile_bunches_enabled_ptr(), testing::ExitedWithCode(1),
+      "accessors.dat: Bunch_Patt_\\(hex\\) names 19 bunches, expected Number_of_Bunches : 18\n"
+      ".*subscript 18 of Enabled_Bunches is outside 0..17");
   EXPECT_EXIT(kbpm_rawfile_species_ptr(), testing::ExitedWithCode(1),
-              "subscript 18 of Species_By_Bunch is outside 0..17");
+              "names 19 bunches.*\n.*subscript 18 of Species_By_Bunch is outside 0..17");
 }
 
 TEST_F(loaded, names_come_in_file_order_then_the_end_then_again) {

@@ -1,16 +1,20 @@
 // Whole files: where they are looked for, what is loaded, and what damage does.
 #include "kbpm_read_rawfile.hpp"
 
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <thread>
 
 #include "data_block.hpp"
 #include "kbpm_rawfile.hpp"
@@ -109,6 +113,34 @@ void put_file(const std::string& path, std::string_view content) {
   std::filesystem::create_directories(std::filesystem::path{path}.parent_path());
   std::ofstream{path} << content;
 }
+
+// A text that is read from a pipe.
+struct piped {
+  int read_end = -1;
+  std::string path;
+  std::thread writer;
+  explicit piped(std::string text) {
+    std::signal(SIGPIPE, SIG_IGN);  // the reader may have had enough
+    std::array<int, 2> ends{};
+    if (pipe(ends.data()) != 0) std::abort();
+    read_end = ends[0];
+    path = "/dev/fd/" + std::to_string(read_end);
+    writer = std::thread{[to = ends[1], all = std::move(text)] {
+      for (std::size_t done = 0; done < all.size();) {
+        const ssize_t written = write(to, all.data() + done, all.size() - done);
+        if (written <= 0) break;
+        done += static_cast<std::size_t>(written);
+      }
+      ::close(to);
+    }};
+  }
+  piped(const piped&) = delete;
+  piped& operator=(const piped&) = delete;
+  ~piped() {
+    ::close(read_end);
+    writer.join();
+  }
+};
 
 std::string header_with(const char* key, const char* value) {
   std::string text = sample::text({});
@@ -266,8 +298,65 @@ TEST(a_timing_block, other_than_0_and_1_ends_the_run) {
   std::string text = sample::text({1, 1, 2});
   text[text.find("--BEGIN DATA--") + 15] = '7';
   const std::string path = sample::written("block.dat", text);
+  EXPECT_EXIT(
+      kbpm_read_rawfile_at(path), testing::ExitedWithCode(1),
+      "^butngain: " + path +
+          ":54: instrument 1W, data line 1: timing block 7, expected 0 or 1\n"
+          "butngain: run-time error: subscript 1 \\(= 7\\) of pedestals is outside 0..1\n$");
+}
+
+TEST(a_timing_block, far_down_a_file_is_found_by_its_line) {
+  auto lines = sample::lines_of(sample::text({2, 1, 6000}));  // more than is read ahead at once
+  ASSERT_EQ(lines.back().front(), '0');
+  lines.back().front() = '2';
+  const std::string path = sample::written("block.dat", sample::joined(lines));
   EXPECT_EXIT(kbpm_read_rawfile_at(path), testing::ExitedWithCode(1),
-              "subscript 1 \\(= 7\\) of pedestals is outside 0..1");
+              fmt::format("block.dat:{}: instrument 2W, data line 6000: ", lines.size()));
+  // A pipe that has forgotten its first lines still tells instrument and data line.
+  EXPECT_EXIT(kbpm_read_rawfile_at(piped{sample::joined(lines)}.path), testing::ExitedWithCode(1),
+              "/dev/fd/[0-9]+: instrument 2W, data line 6000: ");
+}
+
+TEST(a_pipe, loses_no_instrument_behind_a_short_block) {
+  const sample::shape shape{3, 1, 4};
+  auto lines = sample::lines_of(sample::text(shape));
+  const auto second = std::find(lines.begin(), lines.end(), "Location          : 2W\n");
+  // One data line too few, then comments of more than what is read ahead.
+  const std::string comment = "# " + std::string(1000, 'c') + "\n";
+  std::vector<std::string> comments(5, comment);
+  comments.insert(comments.end(), second, lines.end());
+  lines.erase(second - 1, lines.end());
+  const piped in{sample::joined(lines) + sample::joined(comments)};
+  kbpmfio_stream stream;
+  ASSERT_EQ(open_for_reading(stream, in.path, max_line), 0);
+  EXPECT_EQ(kbpm_read_rawfile_stream(stream), 0);
+  EXPECT_EQ(text_of(p_v3_inst_array[1].location), "2W");
+  EXPECT_EQ(text_of(p_v3_inst_array[2].location), "3W");
+  EXPECT_EQ(p_v3_inst_array[2].TIraw[0], 1008);
+}
+
+TEST(a_pipe, cannot_tell_the_size_that_counts_call_for) {
+  const piped in{header_with("Number_of_Turns", "500000000")};
+  std::int32_t status = -1;
+  EXPECT_EQ(printed_by([&] { status = kbpm_read_rawfile_at(in.path); }),
+            "Error: " + in.path +
+                ": Number_of_Turns : 500000000: 2000000056 lines expected; a pipe or device cannot "
+                "tell its size\n");
+  EXPECT_EQ(status, 1);
+}
+
+TEST(text_without_a_line_end, is_refused) {
+  const piped data{header_with("Number_of_Turns", "9000") + std::string(longest_unended + 5000, 'x')};
+  for (const std::string& path : {std::string{"/dev/zero"}, data.path}) {
+    ASSERT_EQ(kbpm_read_rawfile_at(sample::written("a.dat", sample::text({}))), 0);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(kbpm_read_rawfile_at(path), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "butngain: " + path +
+                  ": 16777216 characters without a line end, expected the lines of a raw data "
+                  "file\n");
+    EXPECT_EQ(kbpm_rawfile_num_instruments(), 0);
+  }
 }
 
 TEST(counts, that_cannot_be_are_refused_or_told) {
@@ -383,7 +472,20 @@ TEST(a_file, that_is_there_but_cannot_be_opened_answers_0_and_keeps_the_previous
             "kbpm_read_rawfile_extended: No such device or address\n");
   EXPECT_EQ(status, 0);
   EXPECT_EQ(kbpm_rawfile_raw_ptr("1W", 0), readings);
+  EXPECT_FALSE(kbpm_rawfile_is_current());
   ::close(socket_fd);
+}
+
+TEST(a_file, that_is_not_there_is_told_and_leaves_the_previous_load_marked_as_such) {
+  ASSERT_EQ(kbpm_read_rawfile_at(sample::written("a.dat", sample::text({}))), 0);
+  EXPECT_TRUE(kbpm_rawfile_is_current());
+  const std::string path = sample::scratch_directory() + "not\x1b[2Jthere";
+  std::int32_t status = -1;
+  EXPECT_EQ(printed_by([&] { status = kbpm_read_rawfile_at(path); }),
+            "Unable to stat " + sample::scratch_directory() + "not\\x1b[2Jthere\n");
+  EXPECT_EQ(status, 1);
+  EXPECT_EQ(kbpm_rawfile_num_instruments(), 2) << "the previous load is kept";
+  EXPECT_FALSE(kbpm_rawfile_is_current());
 }
 
 TEST(a_directory, reads_as_an_empty_file) {

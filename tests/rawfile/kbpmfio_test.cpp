@@ -114,7 +114,7 @@ TEST(scan_line_input, leaves_the_next_sections_line_to_it) {
   EXPECT_EQ(kbpmfio_scan_line_input(stream, data.format, six), 0);
   EXPECT_EQ(c, (std::array<std::int32_t, 6>{1, 0x20, 3, 4, 5, 6}));
   EXPECT_EQ(kbpmfio_scan_line_input(stream, data.format, six), 1);
-  EXPECT_EQ(rest_of(stream), "# of the next one\nLocation : 2W\n");
+  EXPECT_EQ(rest_of(stream), "Location : 2W\n");
 }
 
 TEST(section, stops_early_only_for_rows_of_ten_targets) {
@@ -160,6 +160,8 @@ TEST(bunch_pattern, is_read_from_the_first_word_down) {
        "#x\n\nKey : 1\n--BEGIN DATA--\nBunch_Patt_Name   : ****\nBunch_Patt_(hex)  : 7 8\n", 7, 8,
        -1},
       {"colons separate too", "Bunch_Patt_(hex):1:2::3\r\n", 1, 2, 3},
+      {"so is white space between blanks", "Bunch_Patt_(hex)  : 1 \v \t\n", 1, 0, 0},
+      {"CR behind the last blank is the line end", "Bunch_Patt_(hex)  : 1 2 \r\n", 1, 2, -1},
       {"a word that is no number is zero", "Bunch_Patt_(hex)  : zz 0x10 -1\n", 0, 16, -1},
       {"a cut key", "Bunch: 5\n", 5, -1, -1},
       {"not there", "Species : x\n", -1, -1, -1}};

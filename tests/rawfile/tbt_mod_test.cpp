@@ -1,6 +1,9 @@
 #include "tbt_mod.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -249,11 +252,13 @@ TEST(tbt_mod, ranges_of_turns) {
 TEST(tbt_mod, unknown_names_and_other_phases_are_told) {
   const tree at;
   raw_file f;
-  f.instruments = {{"QQQ"}, {"12W"}, {"12W2", {1, 1, 1, 1}, {}, 2}, {"30E "}, {"11E"}};
+  f.instruments = {{"QQQ"},  {"9W\x1b[2J"}, {"12W"}, {"12W2", {1, 1, 1, 1}, {}, 2},
+                   {"30E "}, {"11E"}};
   at.put(4567, f);
   tbt_all_data_struct tbt;
   const std::string said = load(tbt);
   EXPECT_TRUE(contains(said, " SKIPPING: UNKNOWN TBT BPM NAME: QQQ\n")) << said;
+  EXPECT_TRUE(contains(said, R"( SKIPPING: UNKNOWN TBT BPM NAME: 9W\x1b[2J)")) << said;
   EXPECT_TRUE(contains(said, " SHAKER PHASE MISMATCH! 12W2\n")) << said;
   EXPECT_TRUE(contains(said, " SKIPPING: UNKNOWN TBT BPM NAME: 30E\n")) << said;
   EXPECT_FALSE(tbt.bunch[0].bpm(69).data_ok);
@@ -300,6 +305,26 @@ TEST(tbt_mod, a_file_that_cannot_be_loaded) {
   // It exists and cannot be opened, and nothing was loaded before.
   fs::create_directory("kbpmII/raw/04/RD-004568.dat");
   EXPECT_TRUE(contains(load(tbt, {.run = 4568, .fails = true}), " Error opening TBT file: "));
+}
+
+TEST(tbt_mod, a_run_that_cannot_be_opened_is_not_the_run_before) {
+  const tree at;
+  at.put(4567, {});
+  tbt_all_data_struct tbt;
+  load(tbt);
+  // A socket can be examined, but not opened.
+  const std::string path = (at.path / "kbpmII/raw/04/RD-004566.dat").string();
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  ASSERT_LT(path.size(), sizeof address.sun_path);
+  path.copy(address.sun_path, path.size());
+  const int socket_fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_EQ(bind(socket_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const std::string said = load(tbt, {.run = 4566, .init_needed = false, .fails = true});
+  EXPECT_TRUE(contains(said, ("ERROR opening data file " + path + "!\n").c_str())) << said;
+  EXPECT_TRUE(contains(said, " Error opening TBT file:         4566\n")) << said;
+  EXPECT_EQ(tbt.file_number, 4567);
+  close(socket_fd);
 }
 
 TEST(tbt_mod_death, other_corrections_end_the_run) {

@@ -4,7 +4,8 @@ foreach(tool bpmsim kbpm_dump)
     install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   endif()
 endforeach()
-install(FILES ${PROJECT_SOURCE_DIR}/man/butngain.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+  FILES_MATCHING PATTERN "*.1")
 install(FILES ${PROJECT_SOURCE_DIR}/completion/butngain
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -58,6 +58,27 @@ TEST(kbpm_dump, gives_one_bunch_as_columns) {
   EXPECT_NE(lines[1].find(" 222 66 6\n"), std::string::npos) << lines[1];
 }
 
+TEST(kbpm_dump, takes_names_as_people_write_them) {
+  auto lines = sample::lines_of(sample::text({2, 1, 1}));
+  for (std::string& line : lines) line.insert(line.size() - 1, "\r");
+  const std::string path = sample::written("cr.dat", sample::joined(lines));
+  const outcome o = dump(path + " --inst ' 2W\t'");
+  EXPECT_EQ(o.status, 0) << o.err;
+  EXPECT_EQ(o.out.substr(0, 5), "# 2W,");
+  EXPECT_EQ(dump(path).out.find('\r'), std::string::npos);
+}
+
+TEST(kbpm_dump, shows_no_control_characters) {
+  std::string text = sample::text({1, 1, 1});
+  text.replace(text.find("Location          : 1W") + 20, 2, "\x1b[2J\x07");
+  text.replace(text.find("14ns_VAR_G"), 2, "\x9b");
+  const outcome o = dump(sample::written("steering.dat", text));
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.out.find_first_of("\x1b\x07\x9b"), std::string::npos) << o.out;
+  EXPECT_NE(o.out.find(R"(\x1b[2J\x07)"), std::string::npos) << o.out;
+  EXPECT_NE(o.out.find(R"(\x9bns_VAR_G)"), std::string::npos) << o.out;
+}
+
 TEST(kbpm_dump, tells_what_it_cannot_do) {
   const std::string path = sample::written("dump.dat", sample::text({2, 2, 3}));
   struct {
@@ -65,6 +86,7 @@ TEST(kbpm_dump, tells_what_it_cannot_do) {
     int status;
     const char* text;
   } const cases[] = {{"/no/such/file", 1, "/no/such/file: no such file\n"},
+                     {"/dev/zero", 1, "/dev/zero: 16777216 characters without a line end"},
                      {path + " --inst 9W", 1, "no instrument \"9W\" in the file\n"},
                      {path + " --inst 2W --bunch 3", 1, "bunch 3 is outside 1..2\n"},
                      {path + " --bunch 1", 2, "--bunch requires --inst\n"},

@@ -42,7 +42,8 @@ with tempfile.TemporaryDirectory() as scratch:
     # The libraries are those of this machine; the scratch root knows no packages.
     dpkg = ["dpkg", "--root=" + root, "--force-depends", "--force-not-root", "--log=/dev/null"]
     run(*dpkg, "-i", package)
-    wanted = {"usr/bin/butngain", "usr/bin/bpmsim", "usr/share/man/man1/butngain.1",
+    wanted = {"usr/bin/butngain", "usr/bin/bpmsim", "usr/bin/kbpm_dump",
+              "usr/share/man/man1/butngain.1", "usr/share/man/man1/kbpm_dump.1",
               "usr/share/bash-completion/completions/butngain",
               "usr/share/doc/butngain/copyright", "usr/share/doc/butngain/README.md"}
     installed = files_below(root)
@@ -51,7 +52,8 @@ with tempfile.TemporaryDirectory() as scratch:
     completion = root + "/usr/share/bash-completion/completions/butngain"
     assert run("bash", "-c", f". {completion}; complete -p butngain").endswith("butngain\n")
     if shutil.which("mandoc"):
-        run("mandoc", "-Tlint", "-Wwarning", root + "/usr/share/man/man1/butngain.1")
+        for page in sorted(name for name in installed if name.startswith("usr/share/man/")):
+            run("mandoc", "-Tlint", "-Wwarning", f"{root}/{page}")
     run(*dpkg, "-r", "butngain")
     left = {name for name in files_below(root) if not name.startswith("var/lib/dpkg/")}
     assert not left, left

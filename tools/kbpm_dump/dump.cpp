@@ -9,12 +9,24 @@
 
 #include "kbpm_rawfile.hpp"
 #include "kbpm_read_rawfile.hpp"
+#include "kbpmfio.hpp"
+#include "text.hpp"
 
 namespace dump {
 namespace {
 
 using rawfile::RDV3_INST_DATA;
-using rawfile::text_of;
+// A text of the file without what its line had behind it (blanks, the CR of a CR LF line end).
+template <std::size_t n>
+std::string_view plain(const rawfile::text_field<n>& field) {
+  return rawfile::stripped(rawfile::text_of(field));
+}
+
+// The same, fit for a terminal.
+template <std::size_t n>
+std::string text_of(const rawfile::text_field<n>& field) {
+  return util::shown(plain(field));
+}
 
 struct card {
   const char* name;
@@ -101,9 +113,10 @@ void print_file() {
 std::string print_turns(const std::string& instrument, std::int32_t bunch) {
   const auto all = instruments();
   const auto found = std::find_if(all.begin(), all.end(), [&](const RDV3_INST_DATA& d) {
-    return text_of(d.location) == instrument;
+    return plain(d.location) == rawfile::stripped(instrument);
   });
-  if (found == all.end()) return fmt::format("no instrument \"{}\" in the file", instrument);
+  const std::string shown_name = util::shown(rawfile::stripped(instrument));
+  if (found == all.end()) return fmt::format("no instrument \"{}\" in the file", shown_name);
   const std::int32_t bunches = rawfile::kbpm_rawfile_num_bunches();
   if (bunch < 1 || bunch > bunches) return fmt::format("bunch {} is outside 1..{}", bunch, bunches);
 
@@ -112,7 +125,7 @@ std::string print_turns(const std::string& instrument, std::int32_t bunch) {
   fmt::print(
       "# {}, bunch {} (number {}), timing block {}: turn, readings TI BI BO TO, corrected TI "
       "BI BO TO, x, y, phases h v rest\n",
-      instrument, bunch, rawfile::kbpm_rawfile_bunches_enabled_ptr()[bunch - 1],
+      shown_name, bunch, rawfile::kbpm_rawfile_bunches_enabled_ptr()[bunch - 1],
       d.timing_blocks[count(bunch - 1)]);
   for (std::size_t t = 0; t < turns; ++t) {
     const std::size_t n = count(bunch - 1) * turns + t;

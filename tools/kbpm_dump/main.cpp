@@ -11,6 +11,7 @@
 #include "kbpm_read_rawfile.hpp"
 #include "run_time.hpp"
 #include "site.hpp"
+#include "text.hpp"
 
 namespace {
 
@@ -28,17 +29,16 @@ int told(const std::string& what, int status) {
 
 int dump_file(const options& o) {
   std::error_code unreadable;
-  if (!std::filesystem::exists(o.file, unreadable)) return told(o.file + ": no such file", 1);
-  // What is wrong has been told; a file that cannot be opened answers 0 and leaves nothing loaded.
-  if (rawfile::kbpm_read_rawfile_at(o.file) != 0 || rawfile::kbpm_rawfile_num_instruments() == 0) {
-    return 1;
-  }
+  const std::string name = util::shown(o.file);
+  if (!std::filesystem::exists(o.file, unreadable)) return told(name + ": no such file", 1);
+  // What is wrong has been told; a file that cannot be opened answers 0.
+  if (rawfile::kbpm_read_rawfile_at(o.file) != 0 || !rawfile::kbpm_rawfile_is_current()) return 1;
   if (o.instrument.empty()) {
     dump::print_file();
     return 0;
   }
   const std::string fault = dump::print_turns(o.instrument, o.bunch);
-  return fault.empty() ? 0 : told(o.file + ": " + fault, 1);
+  return fault.empty() ? 0 : told(name + ": " + fault, 1);
 }
 
 // The status to end with.

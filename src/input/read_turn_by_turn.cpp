@@ -63,6 +63,7 @@ bool read_turn_by_turn() {
       break;
     }
   }
+  end_bpm(run);
   util::close_unit(turn_text_unit);
   return true;
 }

@@ -7,6 +7,7 @@
 
 #include "gain_fit_mod.hpp"
 #include "in4get.hpp"
+#include "left_out.hpp"
 #include "list_io.hpp"
 #include "read_turn_by_turn.hpp"
 #include "run_time.hpp"
@@ -60,15 +61,12 @@ double stored_signal(double signal, int bpm, std::size_t turn) {
 
 // The turns of one BPM into orbits 1, 2, ...; returns how many were kept.
 int store_turns(const tbt_mod::tbt_all_data_struct& tbt, turns with_beam, turns empty, int bpm) {
-  int kept = 0;
+  store::turn_tally seen;
   const std::size_t wanted = turns_wanted(with_beam.size());
   for (std::size_t turn = 0; turn < wanted; ++turn) {
     const signals signal = without_pedestal(with_beam[turn].button, empty, turn);
-    if (!std::all_of(signal.item.begin(), signal.item.end(),
-                     [](double s) { return std::abs(s) >= weakest_signal; })) {
-      continue;
-    }
-    store::bpm_struct& at = fit::orbit_data.edit(++kept, bpm);
+    if (!store::count_turn(seen, signal, weakest_signal)) continue;
+    store::bpm_struct& at = fit::orbit_data.edit(seen.kept, bpm);
     for (int j = 1; j <= 4; ++j) at.button(j) = stored_signal(signal(j), bpm, turn);
     at.x = with_beam[turn].x;
     at.y = with_beam[turn].y;
@@ -76,9 +74,10 @@ int store_turns(const tbt_mod::tbt_all_data_struct& tbt, turns with_beam, turns 
       at.phase_h = tbt.shaker[turn].phase(1);
       at.phase_v = tbt.shaker[turn].phase(2);
     }
-    fit::orbit_data.edit_current(kept) = tbt.total_current;
+    fit::orbit_data.edit_current(seen.kept) = tbt.total_current;
   }
-  return kept;
+  store::remark_unless_kept(bpm, tbt.bpm(bpm).name.trimmed(), seen, weakest_signal);
+  return seen.kept;
 }
 
 }  // namespace

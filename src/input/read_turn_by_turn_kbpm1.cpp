@@ -56,6 +56,7 @@ bool read_turn_by_turn_kbpm1() {
       break;
     }
   }
+  end_bpm(run);
   util::close_unit(turn_text_unit);
   if (active && *active != run.m) {
     util::print_line(

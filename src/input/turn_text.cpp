@@ -92,7 +92,14 @@ void turn_text_error(const turn_text& run, std::string_view expected) {
       fmt::format("{}:{}: expected {}, found \"{}\"", run.path, run.number, expected, run.line));
 }
 
+void end_bpm(const turn_text& run) {
+  if (run.m == 0) return;
+  const auto name = fit::bpm_names(fit::bpm).trimmed();
+  store::remark_unless_kept(fit::bpm, name, run.seen, weakest_signal);
+}
+
 void begin_bpm(turn_text& run) {
+  end_bpm(run);
   constexpr std::string_view expected = "a colon, a blank and a BPM location such as 12W or 34E";
   const auto colon = run.line.find(':');
   if (colon == std::string::npos) turn_text_error(run, expected);
@@ -106,6 +113,7 @@ void begin_bpm(turn_text& run) {
   fit::dets(++run.m) = fit::bpm;
   fit::bpm_names(fit::bpm) = std::string_view{location};
   run.i = 0;
+  run.seen = {};
 }
 
 bool take_turn(turn_text& run, turn_order order) {
@@ -120,9 +128,7 @@ bool take_turn(turn_text& run, turn_order order) {
                              ? "four signals, two whole phases, x and y"
                              : "x, y, four signals and two whole phases");
   }
-  const bool strong = std::all_of(turn.button.item.begin(), turn.button.item.end(),
-                                  [](double signal) { return std::abs(signal) >= weakest_signal; });
-  if (strong) store_turn(run, turn);
+  if (store::count_turn(run.seen, turn.button, weakest_signal)) store_turn(run, turn);
   return true;
 }
 

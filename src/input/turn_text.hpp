@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "bounded.hpp"
+#include "left_out.hpp"
 
 namespace input {
 
@@ -16,11 +17,12 @@ inline constexpr double counts_per_signal = 1000;    ///< stored signal over sig
 
 /// A text run while it is read.
 struct turn_text {
-  std::string path;  ///< as opened
-  std::string line;  ///< the current line, cut to its width
-  int number = 0;    ///< its number, from 1
-  int m = 0;         ///< BPM sections so far
-  int i = 0;         ///< turn lines of the current BPM so far
+  std::string path;        ///< as opened
+  std::string line;        ///< the current line, cut to its width
+  int number = 0;          ///< its number, from 1
+  int m = 0;               ///< BPM sections so far
+  int i = 0;               ///< turn lines of the current BPM so far
+  store::turn_tally seen;  ///< the same lines, counted by what they hold
 };
 
 /// Opens in_file on unit 1; failing that, the path without its first "/archive". Sets norbits to 0.
@@ -32,6 +34,9 @@ bool next_line(turn_text& run);
 
 /// Ends the run: the current line is not what was expected.
 [[noreturn]] void turn_text_error(const turn_text& run, std::string_view expected);
+
+/// Ends the section of the current BPM, if there is one: remarks it when no turn of it was kept.
+void end_bpm(const turn_text& run);
 
 /// Begins the section of a BPM whose location stands in the current line, from two characters after
 /// the first colon on: a number, then E or W. BPMs of the E side count from the other end, 99 minus

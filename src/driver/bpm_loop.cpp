@@ -158,7 +158,10 @@ void fit_bpm(session_state& s, const std::string& name, const output::position_e
   static fit::coeffs_saved coeff_save;
   static fit::covar_saved covar_save;
   fit::fit_gains(chis_save, gain_save, coeff_save, covar_save);
-  warn_of_poor_gains(name, fit::judge_gains(gain_save, chis_save, covar_save, fit::norbits));
+  const fit::gain_quality quality =
+      fit::judge_gains(gain_save, chis_save, covar_save, fit::norbits);
+  warn_of_poor_gains(name, quality);
+  s.fitted.push_back({fit::bpm, name, quality.verdict});
 
   const combined_fit combined =
       average_good_fits(chis_save, gain_save, coeff_save, fit::gain, fit::coefficients);

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 
 #include "gain_fit_mod.hpp"
 #include "quick_plot.hpp"
@@ -52,8 +55,12 @@ std::string draw(const plotted& plot, std::string_view device, const std::string
   qp_calc_and_set_axis("X", plot.bpm_min, plot.bpm_max, 4, 8, "GENERAL");
   qp_calc_and_set_axis("Y", 0.8, 1.2, 4, 8, "GENERAL");
   qp_draw_axes("BPM", "gain", plot.title);
-  qp_draw_level(1.0);
   qp_set_symbol_attrib("plus", 10, "red");
+  if (plot.j > 0) {
+    qp_draw_level(1.0);
+  } else {
+    qp_draw_note("no BPM fitted");
+  }
   for (int point = 1; point <= plot.j; ++point) {
     std::array<double, 4> bpms{};
     std::array<double, 4> gains{};
@@ -71,11 +78,22 @@ void show(const plotted& plot) {
   if (!reason.empty()) util::print_line(fmt::format(" no screen plot: {}", reason));
 }
 
+// Whoever reads the transcript later wants to find the file, wherever they stand.
+void tell_copy(const std::string& name) {
+  std::error_code fault;
+  const std::string full = std::filesystem::absolute(name, fault).lexically_normal().string();
+  std::fflush(stdout);
+  fmt::print(stderr, "butngain: plot written to {}\n", fault ? name : full);
+}
+
 // Makes a copy; returns whether there is one.
 bool copy(const plotted& plot, std::string_view device, const std::string& name,
           const std::string& run_directory) {
   const std::string reason = draw(plot, device, name);
-  if (reason.empty()) return true;
+  if (reason.empty()) {
+    tell_copy(name);
+    return true;
+  }
   // The label of a synthetic series begins with "/", and few may write to the root folder.
   if (name.starts_with('/')) {
     const std::string second = std::string{util::trim_right(run_directory)} + name;
@@ -84,6 +102,7 @@ bool copy(const plotted& plot, std::string_view device, const std::string& name,
                                     ? fmt::format("written to {}", second)
                                     : fmt::format("nor {}: {}", second, second_reason);
     util::print_line(fmt::format(" cannot write {}: {}; {}", name, reason, outcome));
+    if (second_reason.empty()) tell_copy(second);
     return second_reason.empty();
   }
   util::print_line(fmt::format(" cannot write {}: {}", name, reason));
@@ -104,10 +123,18 @@ std::string copy_wanted() {
 }  // namespace
 
 void plot_gains(double bpm_max, double bpm_min, const gains_plotted& bpm_gain,
-                const indices_plotted& bpm_mat, int j, const std::string& run_directory) {
-  if (j > most_plotted) util::subscript_error("bpm_gain", j, 0, most_plotted, 2);
+                const indices_plotted& bpm_mat, int j, const std::string& run_directory,
+                const std::string& title) {
+  if (j > most_plotted) {
+    std::fflush(stdout);
+    fmt::print(stderr,
+               "butngain: the results of all {} BPMs are written to {}; only the plot, which has "
+               "room for {}, cannot be made\n",
+               j, util::trim_right(run_directory), most_plotted);
+    util::subscript_error("bpm_gain", j, 0, most_plotted, 2);
+  }
   const std::string out_file{gain_fit_mod::in_file_0.trimmed()};
-  const plotted plot{bpm_max, bpm_min, bpm_gain, bpm_mat, j, "Button gains  " + out_file};
+  const plotted plot{bpm_max, bpm_min, bpm_gain, bpm_mat, j, title};
   // Up to and including the first "."; nothing when there is none.
   const std::string stem = out_file.substr(0, out_file.find('.') + 1);
   show(plot);

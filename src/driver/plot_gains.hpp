@@ -23,11 +23,16 @@ using indices_plotted = util::bounded2<double, 1, 4, 0, 5000, "bpm_mat">;
 ///          bpm_gain, bpm_mat points 1..j
 ///          run_directory     where the copy goes when the data set's name begins with "/" (as that
 ///                            of a synthetic series does) and no file can be made there
-/// errors   more than 100 points is a bounds error: everything else of the run is written by then;
+///          title             stands over the plot, and in the frame of its window
+/// errors   more than 100 points is a bounds error, before which a line on standard error says that
+///          all other results are written;
 ///          end of input ends the run
+/// note     the full name of a copy that was made is told on standard error; with j = 0 the page says
+///          that no BPM was fitted
 /// note     the name of a copy is the data file's name up to its first ".", and "ps" or "gif":
 ///          "./x.dat" gives ".ps", a name without "." gives "ps"
 void plot_gains(double bpm_max, double bpm_min, const gains_plotted& bpm_gain,
-                const indices_plotted& bpm_mat, int j, const std::string& run_directory);
+                const indices_plotted& bpm_mat, int j, const std::string& run_directory,
+                const std::string& title);
 
 }  // namespace driver

@@ -18,6 +18,7 @@
 #include "run_summaries.hpp"
 #include "run_time.hpp"
 #include "session_state.hpp"
+#include "session_summary.hpp"
 #include "terminal.hpp"
 #include "turn_by_turn.hpp"
 
@@ -136,8 +137,9 @@ void run_session() {
   output::close_bpm_raw_data();
   output::close_run_summaries();
   util::print_line(std::string{"output written to directory "}.append(s.directory.trimmed()));
+  tell_summary(s);
   plot_gains(s.bpm_max, s.bpm_min, s.bpm_gain, s.bpm_mat, s.plotted,
-             std::string{s.directory.trimmed()});
+             std::string{s.directory.trimmed()}, plot_title(s));
 }
 
 }  // namespace driver

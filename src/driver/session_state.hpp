@@ -2,10 +2,12 @@
 #pragma once
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "bounded.hpp"
 #include "file_units.hpp"
 #include "fit_gains.hpp"
+#include "fit_quality.hpp"
 #include "given.hpp"
 #include "orbit_store.hpp"
 #include "plot_gains.hpp"
@@ -15,6 +17,13 @@
 
 namespace driver {
 
+/// A BPM that was fitted, and how far its gains follow from the data.
+struct fitted_bpm {
+  int bpm = 0;
+  std::string name;
+  gain_fit_mod::gain_verdict verdict = gain_fit_mod::gain_verdict::not_determined;
+};
+
 struct session_state {
   // Run and data sets.
   output::directory_name directory;                                 // the run's output directory
@@ -22,6 +31,7 @@ struct session_state {
   util::fixed_text<100> file = util::fixed_text<100>::zeros();      // likewise, one line a BPM
   output::rd_files_list rd_files;                                   // names of the data files read
   int files_so_far = 0;                                             // how many of them, 1..20
+  std::vector<std::string> data_sets;             // what they are called: "run 4566", "my_run.txt"
   std::int32_t max_nonlin_positions = 0;          // turns to take of each raw data bunch; 0: none
   std::string type;                               // which corrections the data carry
   util::given<int, "bpm_count"> bpm_count;        // highest BPM index to visit
@@ -36,6 +46,8 @@ struct session_state {
   bool just_one = false;          // one BPM was chosen
   util::unit_handle orbit_table;  // orbit.dat
   util::unit_handle file_list;    // file_list.dat
+
+  std::vector<fitted_bpm> fitted;  // in the order of fitting
 
   // What the plot receives: per treated BPM its four normalised inverse gains and its index.
   gains_plotted bpm_gain;

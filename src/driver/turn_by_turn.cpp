@@ -1,5 +1,7 @@
 #include "turn_by_turn.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <string>
 
@@ -72,6 +74,8 @@ bool add_data_set(session_state& s) {
                 s.max_nonlin_positions);
   input::get_turn_by_turn(s.directory, s.max_nonlin_positions);
   s.rd_files(++s.files_so_far) = fit::in_file_0.trimmed();
+  s.data_sets.push_back(fit::rd_number > 0 ? fmt::format("run {}", fit::rd_number)
+                                           : std::string{fit::in_file_0.trimmed()});
   s.bpm_count = last_bpm_visited;
   util::print_line(util::list_line().text(" Norbits = ").integer(fit::norbits).str());
   util::print_line(

@@ -23,6 +23,7 @@ constexpr double curve_width = 0.7;  // thinner than a symbol, which must stand 
 constexpr double symbol_width = 1.1;
 constexpr double least_symbol_size = 3;
 constexpr double wedge_size = 7;
+constexpr double note_size = 22;
 
 std::unique_ptr<page_state> page;
 
@@ -182,6 +183,13 @@ void qp_draw_level(double value) {
   const double y = y_of(p, steps_of(p.y, value));
   set_pen(ink::grey, frame_width);
   draw_dashed_line(p.graph.left + gutter, y, p.graph.right - gutter, y);  // leaves the ticks alone
+}
+
+void qp_draw_note(std::string_view text) {
+  const page_state& p = open_page_state();
+  const auto& [left, right, bottom, top] = p.graph;
+  set_pen(ink::black, frame_width);
+  draw_text(text, note_size, (left + right) / 2, (bottom + top) / 2, 0.5);
 }
 
 void qp_set_symbol_attrib(std::string_view symbol, double size, std::string_view colour) {

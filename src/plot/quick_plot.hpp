@@ -67,6 +67,9 @@ void qp_draw_axes(std::string_view x_label, std::string_view y_label, std::strin
 /// A dashed line across the graph at this value of the "Y" axis.
 void qp_draw_level(double value);
 
+/// A text in the middle of the graph, for a page that has nothing else to show.
+void qp_draw_note(std::string_view text);
+
 /// Symbol, its size [points] and the colour of symbols and curves: "plus", 10, "red". Symbols
 /// shrink on a counting axis where neighbours would touch.
 void qp_set_symbol_attrib(std::string_view symbol, double size, std::string_view colour);

@@ -32,6 +32,15 @@ def copy(folder, answer, first, last):
     return [(int(bpm), float(gain)) for _, bpm, gain in words]
 
 
+# A page without a BPM says so in its middle.
+with tempfile.TemporaryDirectory() as folder:
+    assert copy(folder, "g", 100, 0) == []
+    page = Picture(folder + "/RD-001234.gif")
+    check(page, 0, 100, [])
+    left, right, top, bottom = page.frame()
+    middle = page.black[left + 60:right - 60, top + 60:bottom - 60]
+    assert middle.sum() > 300, "nothing is said on an empty page"
+
 # BPMs first..last and the bounds of their axis.
 for first, last, axis in ((1, 1, (0, 4)), (1, 12, (0, 12)), (1, 100, (0, 100))):
     with tempfile.TemporaryDirectory() as folder:

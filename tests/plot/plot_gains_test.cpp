@@ -32,7 +32,7 @@ void plot_three(const std::string& data_file, const std::string& answers) {
       bpms(k, point) = 10 * point;
     }
   }
-  driver::plot_gains(30, 10, gains, bpms, 3, "run             ");
+  driver::plot_gains(30, 10, gains, bpms, 3, "run             ", "title");
 }
 
 names left_behind() {
@@ -71,12 +71,17 @@ TEST(plot_gains, dialog) {
     SCOPED_TRACE(c.what);
     const scratch::workplace here;
     testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
     plot_three(c.data_file, c.answers);
+    const std::string told = testing::internal::GetCapturedStderr();
     const std::string screen = testing::internal::GetCapturedStdout();
     std::string expected;
     // Answers that ask for a copy are not followed by another screen page.
     for (int i = 0; i < c.questions; ++i) expected += no_screen + question;
     EXPECT_EQ(screen, expected);
+    // The folder is the test's own, so its name is the full one.
+    const std::string whole_name = folder + "/" + (c.files.empty() ? "" : *c.files.begin());
+    EXPECT_EQ(told, c.files.empty() ? "" : "butngain: plot written to " + whole_name + "\n");
     EXPECT_EQ(left_behind(), c.files);
   }
 }
@@ -96,7 +101,10 @@ TEST(plot_gains, copy_that_cannot_be_written_is_told_and_asked_again) {
 TEST(plot_gains, copy_of_a_series_falls_back_to_the_run_directory) {
   const scratch::workplace here;
   testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
   plot_three("/no_such_root_folder/exp_1.txt", "g\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "butngain: plot written to " + folder + "/run/no_such_root_folder/exp_1.gif\n");
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             no_screen + question +
                 " cannot write /no_such_root_folder/exp_1.gif: No such file or directory;"
@@ -107,8 +115,10 @@ TEST(plot_gains, copy_of_a_series_falls_back_to_the_run_directory) {
 TEST(plot_gains_death, a_plot_holds_a_hundred_bpms) {
   static const driver::gains_plotted gains{};
   static const driver::indices_plotted bpms{};
-  EXPECT_EXIT(driver::plot_gains(101, 1, gains, bpms, 101, "run"), testing::ExitedWithCode(1),
-              "subscript 2 \\(= 101\\) of bpm_gain is outside 0\\.\\.100");
+  EXPECT_EXIT(driver::plot_gains(101, 1, gains, bpms, 101, "run", "title"),
+              testing::ExitedWithCode(1),
+              "the results of all 101 BPMs are written to run; only the plot.*\n.*subscript 2 \\(= "
+              "101\\) of bpm_gain is outside 0\\.\\.100");
 }
 
 TEST(plot_gains_death, end_of_input_ends_the_run) {

@@ -29,5 +29,5 @@ int main(int count, char** arguments) {
       util::print_line(fmt::format("mark {} {:.6f}", bpm, gains(k, point)));
     }
   }
-  driver::plot_gains(last, first, gains, bpms, point, ".");
+  driver::plot_gains(last, first, gains, bpms, point, ".", "Button gains");
 }

@@ -24,7 +24,6 @@ except ImportError:
     sys.exit(77)
 
 LABEL = "inputs_1000random_xy_and_timing_offset"
-TITLE = "Button gains  /" + LABEL + ".dat"
 QUESTION = " Postscript (p) or Gif (g) ? <CR = no>:"
 PATIENCE = 60  # seconds
 
@@ -72,6 +71,11 @@ def make_series(folder, bpms):
                    cwd=folder, check=True, stdout=subprocess.DEVNULL)
 
 
+def title(folder, bpms):
+    run, = (name for name in os.listdir(folder) if name[:8].isdigit())
+    return f"Button gains, EXP_0 to EXP_{bpms - 1}, 200 orbits, {run}"
+
+
 def start(folder, env, bpms):
     """A session up to the question about copies; its output so far is thrown away."""
     child = subprocess.Popen([BUTNGAIN], cwd=folder, env=env, stdin=subprocess.PIPE,
@@ -113,7 +117,8 @@ def the_window_shows_the_fitted_gains_and_survives_being_covered(folder):
     with screen() as (_, env):
         child, said = start(folder, env, 12)
         assert "no screen plot" not in said
-        assert TITLE in windows(env)
+        called = title(folder, 12)
+        assert called in windows(env)
         shot = Picture(screenshot(env, folder))
         marks = plotted_gains(folder)
         assert len(marks) == 48
@@ -131,17 +136,17 @@ def the_window_shows_the_fitted_gains_and_survives_being_covered(folder):
         answer(child, "?\n")  # draws again and asks again
         read_to_question(child)
         # The server takes the first one away when it sees that its connection has ended.
-        wait_for(lambda: windows(env).count(TITLE) == 1, "the second picture alone")
+        wait_for(lambda: windows(env).count(called) == 1, "the second picture alone")
         answer(child, "\n")
         assert child.wait(PATIENCE) == 0, child.stderr.read()
-        wait_for(lambda: TITLE not in windows(env), "our window gone")
+        wait_for(lambda: called not in windows(env), "our window gone")
 
 
 def the_dialog_outlives_the_screen(folder):
     make_series(folder, 2)
     with screen(16) as (server, env):
         child, _ = start(folder, env, 2)
-        assert TITLE in windows(env)
+        assert title(folder, 2) in windows(env)
         server.terminate()
         server.wait()
         answer(child, "?\n")
@@ -165,7 +170,10 @@ def more_than_a_hundred_bpms_end_in_a_bounds_error_after_all_files(folder):
     run = subprocess.run([BUTNGAIN], cwd=folder, env=env, capture_output=True, text=True,
                          input="F\nexp_0.txt\nexp_100.txt\nno\n", check=False)
     assert run.returncode == 1
+    directory, = (name for name in os.listdir(folder) if name[:8].isdigit())
     assert run.stderr.endswith(
+        f"butngain: the results of all 101 BPMs are written to {directory}; only the plot, which "
+        "has room for 100, cannot be made\n"
         "butngain: run-time error: subscript 2 (= 101) of bpm_gain is outside 0..100\n"), run.stderr
     assert "output written to directory" in run.stdout
     assert len({bpm for bpm, _ in plotted_gains(folder)}) == 101

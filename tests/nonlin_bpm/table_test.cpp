@@ -151,8 +151,9 @@ TEST_F(table_file_test, mirrored_buttons_and_wrong_slope_units_are_noticed) {
 
 // --- cells --------------------------------------------------------------------------------------
 
-// Nodes of four harmonic cubics with their slopes: all but one corner usable.
-table_nodes cubic_nodes() {
+// Nodes of four harmonic cubics, or quartics, with their slopes: all but one corner usable. Steps
+// are 2 mm in x and 1.5 mm in y.
+table_nodes cubic_nodes(std::complex<double> quartic = 0) {
   table_nodes nodes;
   nodes.x = {11, -0.01, 0.01};
   nodes.y = {9, -0.006, 0.006};
@@ -163,8 +164,8 @@ table_nodes cubic_nodes() {
       node.out = ix == 11 && iy == 9;
       for (std::size_t k = 0; k < 4; ++k) {
         const auto corner = std::polar(1.0, std::atan2(k > 1 ? 1 : -1, k % 2 == 1 ? 1 : -1));
-        const auto w = 8.0 * z / corner + 5e3 * z * z * z;
-        const auto slope = 8.0 / corner + 15e3 * z * z;
+        const auto w = 8.0 * z / corner + 5e3 * z * z * z + quartic * z * z * z * z;
+        const auto slope = 8.0 / corner + 15e3 * z * z + 4.0 * quartic * z * z * z;
         node.phi[k] = 0.25 + w.real();
         node.dphi_dx[k] = slope.real();
         node.dphi_dy[k] = -slope.imag();
@@ -193,6 +194,24 @@ TEST(table_cells, harmonic_cubic_is_exact_except_in_corner_cells) {
         EXPECT_NEAR(second.yy[k], -30e3 * x, 1e-8);
         EXPECT_NEAR(second.xy[k], -30e3 * y, 1e-8);
       }
+    }
+  }
+}
+
+// Of a harmonic field the errors of the two difference quotients have opposite signs and go with
+// the squares of the steps: weighted crosswise they cancel.
+TEST(table_cells, cross_slope_of_a_quartic_is_exact_though_the_steps_differ) {
+  const std::complex<double> quartic{3e5, 1e6};
+  table_struct table;
+  ASSERT_EQ(build_table(cubic_nodes(quartic), table), "");
+  for (const int ix : {3, 6, 9}) {
+    for (const int iy : {2, 5, 7}) {
+      const std::complex<double> z{table.x(ix), table.y(iy)};
+      cell_values v;
+      cell_curvatures second;
+      ASSERT_TRUE(evaluate_cell<true>(table, z.real(), z.imag(), v, &second));
+      const double expected = -(30e3 * z + 12.0 * quartic * z * z).imag();
+      for (int k = 0; k < 4; ++k) EXPECT_NEAR(second.xy[k], expected, 1e-7) << ix << " " << iy;
     }
   }
 }

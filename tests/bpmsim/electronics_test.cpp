@@ -23,7 +23,7 @@ electronics_setup quiet() {
 
 buttons first_reading(const electronics_setup& e, const buttons& relative) {
   sim::random_stream stream = sim::make_stream(3, sim::purpose::readout, 1);
-  return sim::read_out(sim::make_electronics(e, 3, 1), relative, stream);
+  return sim::read_out(sim::make_electronics(e, 3, 1), relative, stream).reading;
 }
 
 const buttons passing{{0.5, 1.0, 1.5, 2.0}};
@@ -54,7 +54,33 @@ TEST(bpmsim_electronics, each_effect_acts_as_its_formula_says) {
        [](electronics_setup& e) {
          e.saturated = {{1, 3, 0.8}};
        },
-       {{450, 1100, 960, 2000}}}};
+       {{450, 1100, 960, 2000}}},
+      {"stuck at half of its own 1100",
+       [](electronics_setup& e) {
+         e.pedestal = 7;
+         e.stuck = {{1, 2, 0.5}};
+       },
+       {{457, 557, 1807, 2007}}},
+      {"cables of 1 and 4 swapped: gains stay with the channels",
+       [](electronics_setup& e) {
+         e.swapped = {{1, 1, 4}};
+       },
+       {{1800, 1100, 1800, 500}}},
+      {"1 % of both neighbours: 1100 + 1800, 450 + 2000",
+       [](electronics_setup& e) { e.cross_talk = 0.01; },
+       {{479, 1124.5, 1824.5, 2029}}},
+      // Channel 3 has 1.5 times its centred signal: 1800 (1 - 0.05 0.5); channel 2 just that signal.
+      {"compression",
+       [](electronics_setup& e) { e.compression = 0.05; },
+       {{461.25, 1100, 1755, 1900}}},
+      {"compression of one button",
+       [](electronics_setup& e) {
+         e.compressed = {{1, 3, 0.05}};
+       },
+       {{450, 1100, 1755, 2000}}},
+      {"4 bits over twice the signal: steps of 125",
+       [](electronics_setup& e) { e.adc_bits = 4; },
+       {{500, 1125, 1750, 2000}}}};
   for (const auto& [what, set, expected] : effects) {
     SCOPED_TRACE(what);
     electronics_setup e = quiet();
@@ -71,7 +97,7 @@ std::vector<buttons> deviations(const electronics_setup& e, int n) {
   const buttons still = first_reading(quiet(), passing);
   std::vector<buttons> all;
   for (int i = 0; i < n; ++i) {
-    buttons d = sim::read_out(made, passing, stream);
+    buttons d = sim::read_out(made, passing, stream).reading;
     for (int k = 1; k <= 4; ++k) d(k) -= still(k);
     all.push_back(d);
   }
@@ -166,7 +192,16 @@ TEST(bpmsim_electronics, impossible_setups_are_named) {
       {[](electronics_setup& e) {
          e.gains = {{2, 1, 0}};
        },
-       "true gain: value 0 of BPM 2 must be above 0"}};
+       "true gain: value 0 of BPM 2 must be above 0"},
+      {[](electronics_setup& e) {
+         e.gain_steps = {{2, 1, -1}};
+       },
+       "gain step: value -1 of BPM 2 must be above -1"},
+      {[](electronics_setup& e) {
+         e.swapped = {{2, 3, 3}};
+       },
+       "swapped button: 3 is no other button than 3 of BPM 2"},
+      {[](electronics_setup& e) { e.outliers = -1; }, "number of outliers must not be negative"}};
   for (const auto& [set, text] : faults) {
     electronics_setup e;
     set(e);

@@ -12,6 +12,7 @@
 
 #include "fit_gains.hpp"
 #include "gain_fit_mod.hpp"
+#include "machine_options.hpp"
 #include "run_time.hpp"
 #include "terminal.hpp"
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "file_units.hpp"
+#include "machine_options.hpp"
 #include "random.hpp"
 #include "run_time.hpp"
 #include "site.hpp"

@@ -12,6 +12,7 @@
 #include "file_units.hpp"
 #include "kbpmfio.hpp"
 #include "list_io.hpp"
+#include "machine_options.hpp"
 #include "raw_records.hpp"
 #include "rawfile_location.hpp"
 #include "run_time.hpp"

@@ -7,6 +7,7 @@
 
 #include "file_units.hpp"
 #include "list_io.hpp"
+#include "machine_options.hpp"
 #include "run_time.hpp"
 #include "site.hpp"
 #include "terminal.hpp"

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "file_units.hpp"
+#include "machine_options.hpp"
 #include "run_time.hpp"
 #include "terminal.hpp"
 #include "text.hpp"

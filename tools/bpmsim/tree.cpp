@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "file_units.hpp"
+#include "machine_options.hpp"
 #include "random.hpp"
 #include "rawfile_location.hpp"
 #include "run_time.hpp"

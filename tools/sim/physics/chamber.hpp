@@ -10,8 +10,10 @@
 // A round flat disc is no strip: its chord along the beam shrinks away from its middle, at arc
 // length s from it, as the square root says.
 #pragma once
+#include <memory>
 #include <string>
 
+#include "beam.hpp"
 #include "bounded.hpp"
 
 namespace sim {
@@ -45,13 +47,26 @@ inline constexpr double usable_part = 0.95;
 /// Why this chamber cannot be; empty when it can.
 std::string chamber_fault(const chamber& c);
 
+/// A chamber ready to give signals. Made once, then shared and never changed.
+struct solved_chamber {
+  chamber of;
+  double centred = 0;  ///< phi of a centred beam: what signals are counted in [-]
+};
+
+/// Works out what a chamber needs to give signals.
+std::shared_ptr<const solved_chamber> solve(const chamber& c);
+
 /// Whether a beam may be there.
-bool is_inside(const chamber& c, double x, double y);
+bool is_inside(const solved_chamber& c, double x, double y);
+
+/// Why this beam's orbit and oscillation do not fit into the chamber; empty when they do.
+std::string reach_fault(const solved_chamber& c, const beam& b);
 
 /// The signals of a unit beam at (x, y) [m], inside the chamber.
 /// returns  fractions of the beam's charge, 0..1
 /// errors   none
 /// source   image charge of a line charge in a grounded round pipe
+buttons phi(const solved_chamber& c, double x, double y);
 buttons phi(const chamber& c, double x, double y);
 
 /// One line about the chamber, for people.

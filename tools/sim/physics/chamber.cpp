@@ -76,9 +76,24 @@ std::string chamber_fault(const chamber& c) {
   return {};
 }
 
-bool is_inside(const chamber& c, double x, double y) {
-  return std::hypot(x, y) <= usable_part * c.radius;
+std::shared_ptr<const solved_chamber> solve(const chamber& c) {
+  return std::make_shared<const solved_chamber>(solved_chamber{c, phi(c, 0, 0)(1)});
 }
+
+bool is_inside(const solved_chamber& c, double x, double y) {
+  return std::hypot(x, y) <= usable_part * c.of.radius;
+}
+
+std::string reach_fault(const solved_chamber& c, const beam& b) {
+  const double reach = steady_reach(b);
+  const double room = usable_part * c.of.radius;
+  if (reach <= room) return {};
+  return fmt::format(
+      "closed orbit and oscillation reach {:g} mm from the axis; beams must stay within {:g} mm",
+      reach / mm, room / mm);
+}
+
+buttons phi(const solved_chamber& c, double x, double y) { return phi(c.of, x, y); }
 
 buttons phi(const chamber& c, double x, double y) {
   const seen_beam beam{std::hypot(x, y) / c.radius, std::atan2(y, x)};

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "beam.hpp"
+#include "beam_run.hpp"
 #include "chamber.hpp"
-#include "command_line.hpp"
 #include "electronics.hpp"
 
 namespace sim {
@@ -22,38 +22,20 @@ struct machine {
   std::uint64_t seed = 1;
 };
 
-/// One BPM at work; its random streams move on with every passage.
-struct monitor {
-  int bpm = 0;    // from 1
-  int orbit = 0;  // passages taken so far
-  bpm_electronics electronics{};
-  double centred = 0;  // phi of a centred beam [-]
-  random_stream motion{};
-  random_stream readout{};
-};
-
-/// One passage of the beam at one BPM.
-struct passage {
-  place at{};
-  buttons reading{};  // [ADC counts], not rounded
-};
-
 /// Why this machine cannot be for BPMs 1..nbpms; empty when it can.
 std::string machine_fault(const machine& m, int nbpms);
 
 /// A BPM before its first passage. The electronics are the BPM's own, the same for all its bunches.
-monitor make_monitor(const machine& m, int bpm, int bunch = 0);
+/// given    orbits  of the run, for what changes in its course; 0: nothing does
+monitor make_monitor(const machine& m, int bpm, int bunch = 0, int orbits = 0);
 
-/// The next passage. A random part that would take the beam out of the chamber is drawn again.
+/// The next passage, as take_passage gives it.
 /// errors   no place inside the chamber in 1000 draws: ends the run
 passage next_passage(const machine& m, monitor& at);
 
 /// A reading as the ADC gives it: rounded to the nearest integer, half away from zero.
 /// errors   a reading that does not fit 32 bits ends the run, naming BPM and orbit
 util::bounded<std::int32_t, 1, 4, "count"> counts(const passage& p, const monitor& at);
-
-/// The options that set a machine, for every subcommand that has one.
-std::vector<cli::option> machine_options(machine& m);
 
 /// What a machine is set to, as lines "name = value" for truth files; the gains are not in it.
 std::vector<std::string> machine_lines(const machine& m);

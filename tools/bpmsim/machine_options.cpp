@@ -1,20 +1,7 @@
-#include "machine.hpp"
-
-#include <fmt/core.h>
-
-#include <cmath>
-#include <limits>
-
-#include "run_time.hpp"
+#include "machine_options.hpp"
 
 namespace sim {
 namespace {
-
-constexpr int most_draws = 1000;
-
-const char* shape_name(distribution d) {
-  return d == distribution::uniform ? "uniform" : "gaussian";
-}
 
 std::vector<cli::option> chamber_options(chamber& c) {
   const char* const group = "Chamber (round pipe, buttons on its diagonals)";
@@ -73,58 +60,6 @@ std::vector<cli::option> electronics_options(electronics_setup& e) {
 
 }  // namespace
 
-std::string machine_fault(const machine& m, int nbpms) {
-  if (auto fault = chamber_fault(m.chamber); !fault.empty()) return fault;
-  if (auto fault = beam_fault(m.beam); !fault.empty()) return fault;
-  if (auto fault = electronics_fault(m.electronics, nbpms); !fault.empty()) return fault;
-  const double reach = steady_reach(m.beam);
-  const double room = usable_part * m.chamber.radius;
-  if (reach > room) {
-    return fmt::format(
-        "closed orbit and oscillation reach {:g} mm from the axis; beams must stay within {:g} mm",
-        reach / mm, room / mm);
-  }
-  return {};
-}
-
-monitor make_monitor(const machine& m, int bpm, int bunch) {
-  return {bpm,
-          0,
-          make_electronics(m.electronics, m.seed, bpm),
-          phi(m.chamber, 0, 0)(1),
-          make_stream(m.seed, purpose::motion, bpm, bunch),
-          make_stream(m.seed, purpose::readout, bpm, bunch)};
-}
-
-passage next_passage(const machine& m, monitor& at) {
-  ++at.orbit;
-  place p = draw_place(m.beam, at.bpm, at.orbit, at.motion);
-  for (int draws = 1; !is_inside(m.chamber, p.x, p.y); ++draws) {
-    if (draws == most_draws) {
-      util::run_time_error(fmt::format(
-          "BPM {}, orbit {}: no position inside the chamber in {} draws; the spread is too large",
-          at.bpm, at.orbit, most_draws));
-    }
-    p = draw_place(m.beam, at.bpm, at.orbit, at.motion);
-  }
-  buttons relative = phi(m.chamber, p.x, p.y);
-  for (int k = 1; k <= 4; ++k) relative(k) /= at.centred;
-  return {p, read_out(at.electronics, relative, at.readout)};
-}
-
-util::bounded<std::int32_t, 1, 4, "count"> counts(const passage& p, const monitor& at) {
-  util::bounded<std::int32_t, 1, 4, "count"> count{};
-  for (int k = 1; k <= 4; ++k) {
-    const double rounded = std::round(p.reading(k));
-    if (std::abs(rounded) > std::numeric_limits<std::int32_t>::max()) {
-      util::run_time_error(fmt::format("BPM {}, orbit {}: reading {:g} does not fit 32 bits",
-                                       at.bpm, at.orbit, rounded));
-    }
-    count(k) = static_cast<std::int32_t>(rounded);
-  }
-  return count;
-}
-
 std::vector<cli::option> machine_options(machine& m) {
   std::vector<cli::option> all = chamber_options(m.chamber);
   for (const auto& more : {beam_options(m.beam), electronics_options(m.electronics)}) {
@@ -132,32 +67,6 @@ std::vector<cli::option> machine_options(machine& m) {
   }
   all.push_back({"--seed", &m.seed, "of all random numbers: the same seed, the same files"});
   return all;
-}
-
-std::vector<std::string> machine_lines(const machine& m) {
-  const electronics_setup& e = m.electronics;
-  std::vector<std::string> lines{fmt::format("chamber = {}", chamber_text(m.chamber))};
-  for (const auto& [name, p] : {std::pair{'x', &m.beam.x}, std::pair{'y', &m.beam.y}}) {
-    lines.push_back(fmt::format(
-        "beam_{} = {} {} mm, orbit {} mm, oscillation {} mm, tune {}, phase {} deg, advance {} deg",
-        name, shape_name(p->shape), p->spread / mm, p->orbit / mm, p->amplitude / mm, p->tune,
-        p->phase / degree, p->advance / degree));
-  }
-  lines.push_back(fmt::format("coupling = {}", m.beam.coupling));
-  lines.push_back(fmt::format("signal = {} counts", e.signal));
-  lines.push_back(fmt::format("gain_spread = {}", e.gain_spread));
-  lines.push_back(fmt::format("noise = {} of signal, common {}", e.noise, e.common_noise));
-  lines.push_back(fmt::format("intensity_spread = {}", e.intensity_spread));
-  lines.push_back(fmt::format("full_scale = {} counts", e.full_scale));
-  lines.push_back(fmt::format("wild = {}", e.wild));
-  for (const auto& [name, list] :
-       {std::pair{"dead", &e.dead}, std::pair{"saturated", &e.saturated}}) {
-    for (const button_value& v : *list) {
-      lines.push_back(fmt::format("{} = BPM {} button {} at {}", name, v.bpm, v.button, v.value));
-    }
-  }
-  lines.push_back(fmt::format("seed = {}", m.seed));
-  return lines;
 }
 
 }  // namespace sim

@@ -11,7 +11,13 @@
 namespace sim {
 
 /// What a stream of random numbers is for.
-enum class purpose : std::uint64_t { gains = 1, motion = 2, readout = 3 };
+enum class purpose : std::uint64_t {
+  gains = 1,
+  motion = 2,
+  readout = 3,
+  current = 4,
+  troubles = 5
+};
 
 struct random_stream {
   std::mt19937_64 engine;

@@ -313,7 +313,7 @@ TEST(tbt_mod, a_run_that_cannot_be_opened_is_not_the_run_before) {
   tbt_all_data_struct tbt;
   load(tbt);
   // A socket can be examined, but not opened.
-  const std::string path = (at.path / "kbpmII/raw/04/RD-004566.dat").string();
+  const std::string path = (at.path() / "kbpmII/raw/04/RD-004566.dat").string();
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   ASSERT_LT(path.size(), sizeof address.sun_path);

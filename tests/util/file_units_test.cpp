@@ -106,7 +106,7 @@ TEST_F(file_units_death, every_way_to_end_puts_on_disk_what_was_written) {
     EXPECT_EXIT(write_and_end(), testing::ExitedWithCode(status), "");
     for (const char* name : {"left_11", "left_31"}) {
       EXPECT_EQ(content(name), "text\n");
-      fs::remove(name);
+      std::filesystem::remove(name);
     }
   }
 }

@@ -111,4 +111,35 @@ TEST_F(file_units_death, every_way_to_end_puts_on_disk_what_was_written) {
   }
 }
 
+// A directory that could not be made says why, also to those who only find it missing.
+TEST_F(file_units_death, an_open_below_a_directory_that_could_not_be_made_names_the_reason) {
+  util::note_unmade_directory("run", EACCES);
+  EXPECT_EXIT(util::open_output(30, "run/orbit.dat"), testing::ExitedWithCode(1),
+              "cannot open run/orbit.dat for writing: its directory could not be made: Permission");
+  EXPECT_EXIT(util::open_output(30, "run2/orbit.dat"), testing::ExitedWithCode(1),
+              "cannot open run2/orbit.dat for writing: No such file or directory");
+}
+
+TEST_F(file_units_death, a_line_without_an_end_is_no_text) {
+  const std::string longest(util::longest_line, '7');
+  std::ofstream{"long.txt"} << longest << "\n" << longest << "7";
+  std::string line;
+  const auto read_all = [&](const char* path) {
+    ASSERT_EQ(util::open_old(30, path), 0);
+    while (util::read_line(30, line)) {
+    }
+  };
+  EXPECT_EXIT(read_all("long.txt"), testing::ExitedWithCode(1),
+              "run-time error: long.txt:2: no line end within 1048576 characters, expected a text");
+  std::ofstream{"good.txt"} << longest << "\n\n" << longest;
+  ASSERT_EQ(util::open_old(30, "good.txt"), 0);
+  for (const std::size_t size : {longest.size(), std::size_t{0}, longest.size()}) {
+    EXPECT_TRUE(util::read_line(30, line));
+    EXPECT_EQ(line.size(), size);
+  }
+  EXPECT_FALSE(util::read_line(30, line));
+  if (!fs::exists("/dev/zero")) GTEST_SKIP() << "no /dev/zero here";
+  EXPECT_EXIT(read_all("/dev/zero"), testing::ExitedWithCode(1), "/dev/zero:1: no line end within");
+}
+
 }  // namespace

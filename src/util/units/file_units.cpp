@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
@@ -12,6 +13,7 @@
 #include "bounded.hpp"
 #include "run_time.hpp"
 #include "standard_output.hpp"
+#include "text.hpp"
 
 namespace util {
 namespace {
@@ -23,12 +25,24 @@ struct open_file {
   std::FILE* stream = nullptr;
   std::string path;
   bool for_writing = false;
-  std::vector<char> buffer;  // the stream's own; lives as long as the stream
+  // The stream's own for writing. For reading the block in hand, lines being cut from it here:
+  // the library's line reader knows no limit and would fill the memory with an endless line.
+  std::vector<char> buffer;
+  std::size_t next = 0;   // where in the block the next line begins
+  std::size_t held = 0;   // characters in the block
+  std::int64_t line = 0;  // lines read so far
 };
 
 // The table of units, and the names that this run has opened for writing before.
 bounded<open_file, 1, max_unit, "file units"> units;
 std::set<std::string> written_before;
+
+// The run's directory when it could not be made, and why.
+struct unmade_directory {
+  std::string prefix;  // with the slash; empty when there is none
+  int reason = 0;
+};
+unmade_directory unmade;
 
 [[noreturn]] void write_error(const std::string& path, int reason) {
   run_time_error("writing " + path + ": " + system_text(reason));
@@ -59,8 +73,34 @@ int attach(int unit, const std::string& path, const char* mode) {
   file.path = path;
   file.for_writing = mode[0] != 'r';
   file.buffer.resize(buffer_size);
-  std::setvbuf(stream, file.buffer.data(), _IOFBF, buffer_size);
+  if (file.for_writing) std::setvbuf(stream, file.buffer.data(), _IOFBF, buffer_size);
   return 0;
+}
+
+// The next block of a file; false at its end.
+bool refill(open_file& file) {
+  errno = 0;
+  file.next = 0;
+  file.held = std::fread(file.buffer.data(), 1, file.buffer.size(), file.stream);
+  if (std::ferror(file.stream) != 0) {
+    run_time_error("reading " + shown(file.path) + ": " + system_text(errno));
+  }
+  return file.held > 0;
+}
+
+// Moves the rest of the current line, as far as the block holds it, to the line. Returns whether
+// that was all of it.
+bool take_from_block(open_file& file, std::string& line) {
+  const std::string_view block{file.buffer.data() + file.next, file.held - file.next};
+  const std::size_t end = block.find('\n');
+  const std::string_view part = block.substr(0, end);
+  if (line.size() + part.size() > longest_line) {
+    run_time_error(shown(file.path) + ":" + std::to_string(file.line) + ": no line end within " +
+                   std::to_string(longest_line) + " characters, expected a text file");
+  }
+  line += part;
+  file.next += part.size() + (end == std::string_view::npos ? 0 : 1);
+  return end != std::string_view::npos;
 }
 
 // Closes the stream and forgets the file. Returns 0 or the errno value of what failed.
@@ -101,9 +141,17 @@ void open_output(int unit, const std::string& path) {
   const bool again = written_before.contains(path);
   const int failed = attach(unit, path, again ? "ae" : "we");
   if (failed != 0) {
-    run_time_error("cannot open " + path + " for writing: " + system_text(failed));
+    const bool below_unmade =
+        failed == ENOENT && !unmade.prefix.empty() && path.rfind(unmade.prefix, 0) == 0;
+    run_time_error("cannot open " + path + " for writing: " +
+                   (below_unmade ? "its directory could not be made: " + system_text(unmade.reason)
+                                 : system_text(failed)));
   }
   written_before.insert(path);
+}
+
+void note_unmade_directory(const std::string& directory, int reason) {
+  unmade = {directory + "/", reason};
 }
 
 bool read_line(int unit, std::string& line) {
@@ -111,20 +159,12 @@ bool read_line(int unit, std::string& line) {
   if (file.stream == nullptr) {
     run_time_error("reading from unit " + std::to_string(unit) + ", which is not open");
   }
-  // One buffer for all lines of all files: it grows to the longest line and stays.
-  static char* text = nullptr;
-  static std::size_t room = 0;
-  errno = 0;
-  const ssize_t length = getline(&text, &room, file.stream);
-  if (length < 0) {
-    line.clear();
-    if (std::ferror(file.stream) != 0) {
-      run_time_error("reading " + file.path + ": " + system_text(errno));
-    }
-    return false;
+  line.clear();
+  if (file.next == file.held && !refill(file)) return false;
+  ++file.line;
+  // A last line without a line end counts.
+  while (!take_from_block(file, line) && refill(file)) {
   }
-  line.assign(text, static_cast<std::size_t>(length));
-  if (line.back() == '\n') line.pop_back();
   if (!line.empty() && line.back() == '\r') line.pop_back();
   return true;
 }
@@ -142,7 +182,11 @@ bool read_record(int unit, list_record& record) {
 
 void rewind_unit(int unit) {
   open_file& file = units(unit);
-  if (file.stream != nullptr) std::rewind(file.stream);
+  if (file.stream == nullptr) return;
+  std::rewind(file.stream);
+  file.next = 0;
+  file.held = 0;
+  file.line = 0;
 }
 
 void write_line(int unit, std::string_view text) {

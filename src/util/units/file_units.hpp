@@ -5,6 +5,7 @@
 // lines need no opening. Every write and every close is checked: a full disk ends the run with the
 // file's name and the reason, never a short file with status 0.
 #pragma once
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -33,8 +34,17 @@ int open_old(int unit, const std::string& path);
 /// errors   a failing open ends the run: "cannot open <path> for writing: <reason>"
 void open_output(int unit, const std::string& path);
 
+/// Remembers why a directory could not be made. An open_output below it that fails because the
+/// directory is not there names this reason, which the open itself cannot know.
+void note_unmade_directory(const std::string& directory, int reason);
+
+/// Characters that a line may have; what goes on longer is no text file.
+inline constexpr std::size_t longest_line = std::size_t{1} << 20;
+
 /// Reads one line; the line end (LF or CR LF) is taken off.
-/// returns  nothing at end of file. Errors: a failing read ends the run with file and reason.
+/// returns  nothing at end of file
+/// errors   a failing read ends the run with file and reason; so does a line of more than
+///          longest_line characters, with file and line
 bool read_line(int unit, std::string& line);
 
 /// Reads the next line with at least one item into the record (empty lines are skipped), counting

@@ -70,6 +70,8 @@ void hand_over() {
 
 // Reads one data set and appends it; false when there is no room to count more.
 bool add_data_set(session_state& s) {
+  // The question promises 0 as its default, for every data set.
+  s.max_nonlin_positions = 0;
   input::in4get(" Compute positions (x,y) using nonlin BPM for N orbits (def N=0) ",
                 s.max_nonlin_positions);
   input::get_turn_by_turn(s.directory, s.max_nonlin_positions);

@@ -26,13 +26,11 @@ void ask_number(std::string_view prompt, std::int32_t& value) {
   }
 }
 
-std::int32_t operators_number(const tbt_mod::tbt_bunch_struct& bunch) {
-  return static_cast<std::int32_t>((std::int64_t{bunch.ix_bunch} + 1) / 2);
-}
-
 // Position of the last bunch with the number; 0 when there is none.
 int position_of(const tbt_mod::tbt_all_data_struct& tbt, std::int32_t number) {
   int position = 0;
+  // A file may call a bunch 0, and the answer 0 means "none": numbers below 1 match nothing.
+  if (number < 1) return position;
   for (std::size_t k = 0; k < tbt.bunch.size(); ++k) {
     if (operators_number(tbt.bunch[k]) == number) position = static_cast<int>(k) + 1;
   }
@@ -48,6 +46,10 @@ void tell_bunches(const tbt_mod::tbt_all_data_struct& tbt) {
 }
 
 }  // namespace
+
+std::int32_t operators_number(const tbt_mod::tbt_bunch_struct& bunch) {
+  return static_cast<std::int32_t>((std::int64_t{bunch.ix_bunch} + 1) / 2);
+}
 
 bunch_choice ask_bunches(const tbt_mod::tbt_all_data_struct& tbt) {
   for (;;) {

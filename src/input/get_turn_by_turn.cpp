@@ -5,15 +5,20 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "bunch_dialog.hpp"
+#include "fault.hpp"
+#include "file_answer.hpp"
 #include "file_units.hpp"
 #include "gain_fit_mod.hpp"
 #include "list_io.hpp"
 #include "multipliers.hpp"
+#include "note.hpp"
 #include "rdfile_list.hpp"
 #include "read_turn_by_turn.hpp"
 #include "run_numbers.hpp"
@@ -21,6 +26,7 @@
 #include "site.hpp"
 #include "tbt_mod.hpp"
 #include "terminal.hpp"
+#include "text.hpp"
 
 namespace input {
 namespace {
@@ -34,6 +40,7 @@ enum file_type : std::int32_t { kbpm1_file = 1, text_file = 2, raw_file = 3, rde
 
 // Kept from data set to data set.
 std::int32_t number = 0;           // run of the last one; at first the newest
+std::string typed_file;            // the last one's answer, when it was a file and no run
 tbt_mod::tbt_all_data_struct tbt;  // the raw data loaded last
 
 // --- the answer -------------------------------------------------------------------------------
@@ -49,9 +56,10 @@ bool can_be_expanded(std::string_view path) {
   return std::getenv(std::string{path.substr(1, path.find('/') - 1)}.c_str()) != nullptr;
 }
 
-// The run of the data set before, at first the newest run; where no index tells that, the last
-// file.
+// The answer of the data set before: its run, or its file as typed, for only that opens again. At
+// first the newest run, where an index tells it.
 std::string default_answer() {
+  if (!typed_file.empty()) return typed_file;
   if (number > 0 || can_be_expanded(site::run_index)) {
     std::int32_t run = 0;
     bool err = false;
@@ -60,7 +68,7 @@ std::string default_answer() {
     // At least four digits: shorter answers are no run numbers.
     if (!err) return fmt::format("{:04}", run);
   }
-  return std::string{util::trim(fit::in_file_0.trimmed())};
+  return {};
 }
 
 std::string ask_file() {
@@ -107,7 +115,22 @@ std::string shown_name(const std::string& answer, std::int32_t run) {
   if (run > not_a_run && all_digits(answer) && answer.size() > 1) {
     return run_file_name(run);
   }
-  return answer.substr(answer.rfind('/') + 1);
+  const std::string_view path = util::unquote(answer);
+  return std::string{path.substr(path.rfind('/') + 1)};
+}
+
+// The run of a typed number, told when there is none.
+bool find_run(std::int32_t typed, std::int32_t& run) {
+  bool err = false;
+  std::string fault;
+  number_to_true_number("TBT", typed, run, err, fault);
+  if (err) {
+    util::print_line(" " + util::shown(fault) + "; type a run number of 4 to 6 digits");
+    return false;
+  }
+  // Counting back begins at the run before the newest: kept for compatibility.
+  if (typed <= 0) --run;
+  return true;
 }
 
 // Answer to run and names. False when the answer cannot be used, which has been told.
@@ -122,17 +145,7 @@ bool take_answer(const std::string& answer, std::int32_t& run) {
   if (!typed) return false;
   run = *typed;
   util::print_line(util::list_line().text("number = ").integer(run).str());
-  if (run > not_a_run) {
-    bool err = false;
-    std::string fault;
-    number_to_true_number("TBT", *typed, run, err, fault);
-    if (err) {
-      util::print_line(" " + fault + "; type a run number of 4 to 6 digits");
-      return false;
-    }
-    // Counting back begins at the run before the newest: kept for compatibility.
-    if (*typed <= 0) --run;
-  }
+  if (run > not_a_run && !find_run(*typed, run)) return false;
   fit::in_file_0 = shown_name(answer, *typed);
   fit::in_file = run > not_a_run ? fit::in_file_0 : util::fixed_text<name_width>{answer};
   // The name stands in its full width: kept for compatibility.
@@ -175,8 +188,21 @@ file_type run_type(const std::string& path) {
                                                                                     : raw_file;
 }
 
-// Type of the file; puts the archive's directory before its name.
-file_type find_file(std::int32_t run) {
+// Whether a file named by its path can be read as text, which is told when not. One that does not
+// open is left to the reader, which also looks elsewhere.
+bool is_text(const std::string& path) {
+  // What comes out of a pipe can be read once only.
+  std::error_code unknown;
+  if (!std::filesystem::is_regular_file(path, unknown)) return true;
+  const util::unit_handle unit{util::lunget()};
+  if (util::open_old(unit.number(), path) != 0 || !says_version_3(unit.number())) return true;
+  note(path + " holds raw data: answer its run number");
+  return false;
+}
+
+// Type of the file; puts its directory before its name. Nothing when the file cannot be used, which
+// has been told.
+std::optional<file_type> find_file(std::int32_t run) {
   if (run > not_a_run) {
     // Runs lie in a directory per thousand: two digits of the name, three from 100000 on.
     const std::string subdir = name_columns(fit::in_file.item[3] == '0' ? 5 : 4, 6);
@@ -194,6 +220,14 @@ file_type find_file(std::int32_t run) {
     fit::in_file = util::fullfilename(in_archive(site::sharc_raw_dir, subdir), name_width);
     return kbpm1_file;
   }
+  const auto path = path_of_answer(fit::in_file.trimmed(), name_width);
+  if (!path) {
+    util::print_line(" " + util::shown(line_of(path.why)) +
+                     "; type a run number of 4 to 6 digits or a file");
+    return {};
+  }
+  if (!is_text(*path)) return {};
+  fit::in_file = *path;
   return text_file;
 }
 
@@ -253,8 +287,11 @@ bool read_file(file_type type, std::int32_t run, const util::fixed_text<16>& dir
 // One question and what follows from it. False when the question must be asked again.
 bool load_data_set(const util::fixed_text<16>& directory, std::int32_t max_nonlin_positions) {
   std::int32_t run = not_a_run;
-  if (!take_answer(ask_file(), run)) return false;
-  const file_type type = find_file(run);
+  const std::string answer = ask_file();
+  if (!take_answer(answer, run)) return false;
+  const auto found = find_file(run);
+  if (!found) return false;
+  const file_type type = *found;
   if (type != raw_file) {
     util::print_line(util::list_line().text("in_file = ").text(fit::in_file.trimmed()).str());
   }
@@ -262,6 +299,7 @@ bool load_data_set(const util::fixed_text<16>& directory, std::int32_t max_nonli
   util::print_line(util::list_line().text(" tbt_file_type = ").integer(type).str());
   if (!read_file(type, run, directory, max_nonlin_positions)) return false;
   number = run;
+  typed_file = run > not_a_run ? std::string{} : answer;
   fit::rd_number = run;
   return true;
 }

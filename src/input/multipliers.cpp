@@ -8,6 +8,8 @@
 #include <string>
 
 #include "bounded.hpp"
+#include "fault.hpp"
+#include "file_answer.hpp"
 #include "file_units.hpp"
 #include "gain_fit_mod.hpp"
 #include "list_io.hpp"
@@ -34,8 +36,13 @@ util::unit_handle open_multipliers(std::string& path) {
     const std::string answer = util::ask_or_end(
         " Manual gain set file ? (def = " + def_arb_name + ")", util::answer_kind::file);
     if (!util::trim(answer).empty()) def_arb_name = util::trim(answer);
+    const auto named = path_of_answer(def_arb_name, std::string::npos);
+    if (!named) {
+      util::print_line(" " + util::shown(line_of(named.why)));
+      continue;
+    }
     util::unit_handle file{util::lunget()};
-    path = def_arb_name;
+    path = *named;
     const int failed = util::open_old(file.number(), path);
     if (failed == 0) return file;
     util::print_line(fmt::format(" cannot open {}: {}", path, util::system_text(failed)));
@@ -50,8 +57,9 @@ int take_multipliers(const std::string& text, const std::string& path, int line)
   for (int j = 1; j <= 4; ++j) {
     const auto multiplier = util::take_real(record);
     if (!bpm || !multiplier) {
-      util::run_time_error(fmt::format(
-          "{}:{}: expected a BPM index and four multipliers, found \"{}\"", path, line, text));
+      util::run_time_error(
+          fmt::format("{}:{}: expected a BPM index and four multipliers, found \"{}\"", path, line,
+                      util::shown(text)));
     }
     fit::arb_gain(j, *bpm) = *multiplier;
   }

@@ -63,8 +63,7 @@ bool read_turn_by_turn() {
       break;
     }
   }
-  end_bpm(run);
-  util::close_unit(turn_text_unit);
+  end_turn_text(run, "Location : 12W");
   return true;
 }
 

@@ -18,7 +18,7 @@
 
 namespace input {
 
-/// Orbits that read_turn_by_turn_3 stored last, by BPM. norbits is that of the last BPM with data.
+/// Orbits that the last read_turn_by_turn_3 stored, by BPM. norbits is that of the last BPM with any.
 inline util::bounded<int, 0, 5000, "norbits_save"> norbits_save{};
 
 /// Reads the plain text run in_file.
@@ -27,7 +27,8 @@ inline util::bounded<int, 0, 5000, "norbits_save"> norbits_save{};
 ///          told in one line when not. norbits is the last turn kept of the last BPM with any.
 /// errors   a line that cannot be read ends the run with file, line and what was expected; a turn
 ///          kept beyond 3000 is a bounds error; turn line 10001 of a BPM ends the reading
-/// note     a turn that is not kept leaves an empty orbit: orbit numbers are turn numbers
+/// note     a turn that is not kept leaves an empty orbit: orbit numbers are turn numbers. Every
+///          turn line sets its orbit's current to 1.0. A file without any BPM is told
 bool read_turn_by_turn();
 
 /// Reads the older electronics' run in_file. Returns and errors as read_turn_by_turn; a count of
@@ -42,9 +43,10 @@ bool read_turn_by_turn_kbpm1();
 ///                       turn; 0 for none
 /// returns  besides the above: bpm_names 0..120, norbits_save, the orbits' current
 /// errors   more than 3000 turns kept: bounds error; a signal that does not fit a 64-bit integer
-///          ends the run, naming BPM and turn
-/// note     asks how many turns to look at; an empty answer keeps the limit of the data set before,
-///          at first none; 0 is none
+///          ends the run, naming BPM and turn. A BPM whose wanted turns outnumber those of the
+///          empty bunch: one line with both counts and what to answer, then the bounds error of the
+///          first turn that is not there
+/// note     asks how many turns to look at; an empty answer or 0 looks at all
 void read_turn_by_turn_3(const tbt_mod::tbt_all_data_struct& tbt, int nbunch, int empty_bunch);
 
 }  // namespace input

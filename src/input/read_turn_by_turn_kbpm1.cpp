@@ -56,11 +56,10 @@ bool read_turn_by_turn_kbpm1() {
       break;
     }
   }
-  end_bpm(run);
-  util::close_unit(turn_text_unit);
+  end_turn_text(run, "KOVR BPM : 12W");
   if (active && *active != run.m) {
-    util::print_line(
-        fmt::format(" {}: NUM ACTIVE says {} BPMs, the file holds {}", run.path, *active, run.m));
+    util::print_line(fmt::format(" {}: NUM ACTIVE says {} BPMs, the file holds {}",
+                                 util::shown(run.path), *active, run.m));
   }
   return true;
 }

@@ -30,7 +30,7 @@ std::optional<std::int32_t> newest_run(const std::string& path, std::string& fau
     const auto run = util::take_int(record);
     if (!run || *run < 1) {
       fault = fmt::format("{}:{}: expected run number, date and time, found \"{}\"", path, line,
-                          util::trim(text));
+                          util::shown(util::trim(text)));
       return {};
     }
     newest = std::max(newest.value_or(*run), *run);

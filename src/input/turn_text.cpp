@@ -9,6 +9,7 @@
 #include "file_units.hpp"
 #include "gain_fit_mod.hpp"
 #include "list_io.hpp"
+#include "note.hpp"
 #include "run_time.hpp"
 #include "terminal.hpp"
 #include "text.hpp"
@@ -51,7 +52,6 @@ void store_turn(const turn_text& run, const turn_values& turn) {
   at.y = turn.position(2);
   at.phase_h = turn.phase(1) * two_pi / phase_steps;
   at.phase_v = turn.phase(2) * two_pi / phase_steps;
-  fit::orbit_data.edit_current(run.i) = 1.0;
   fit::norbits = run.i;
   if (run.i == 1 && fit::bpm == 50) {
     util::list_line shown;
@@ -87,9 +87,17 @@ bool next_line(turn_text& run) {
   return true;
 }
 
+void end_turn_text(const turn_text& run, std::string_view header) {
+  end_bpm(run);
+  util::close_unit(turn_text_unit);
+  if (run.m > 0) return;
+  note(fmt::format("{}: no BPM in {} lines, expected one to begin with a line such as \"{}\"",
+                   run.path, run.number, header));
+}
+
 void turn_text_error(const turn_text& run, std::string_view expected) {
-  util::run_time_error(
-      fmt::format("{}:{}: expected {}, found \"{}\"", run.path, run.number, expected, run.line));
+  util::run_time_error(fmt::format("{}:{}: expected {}, found \"{}\"", util::shown(run.path),
+                                   run.number, expected, util::shown(run.line)));
 }
 
 void end_bpm(const turn_text& run) {
@@ -122,6 +130,9 @@ bool take_turn(turn_text& run, turn_order order) {
     util::print_line(" i > 1000 in subroutine read_turn_by_turn ");
     return false;
   }
+  // Every turn has a current, kept or not: the orbits of a BPM are moved together later, their
+  // currents are not. Turns beyond the store may be read as long as none of them is kept.
+  if (run.i <= store::max_orbits) fit::orbit_data.edit_current(run.i) = 1.0;
   turn_values turn;
   if (!take_values(run.line, order, turn)) {
     turn_text_error(run, order == turn_order::signals_first

@@ -32,6 +32,9 @@ bool open_turn_text(turn_text& run);
 /// The next line; false at the end of the file.
 bool next_line(turn_text& run);
 
+/// Closes the run with its last section. One without any BPM is told: it is some other kind of text.
+void end_turn_text(const turn_text& run, std::string_view header);
+
 /// Ends the run: the current line is not what was expected.
 [[noreturn]] void turn_text_error(const turn_text& run, std::string_view expected);
 

@@ -42,7 +42,6 @@ std::string read(const turn_test::scratch& at, const tbt_mod::tbt_all_data_struc
   return turn_test::dialog(at, answers, [&] { input::read_turn_by_turn_3(tbt, 1, empty_bunch); });
 }
 
-// Ends with the limit as it began, for it is kept from call to call.
 TEST(read_turn_by_turn_3, keeps_strong_turns_one_after_the_other) {
   const turn_test::scratch at;
   auto tbt = small_set(5);
@@ -67,12 +66,44 @@ TEST(read_turn_by_turn_3, keeps_strong_turns_one_after_the_other) {
 
 TEST(read_turn_by_turn_3, takes_the_empty_bunch_away_turn_by_turn) {
   const turn_test::scratch at;
-  read(at, small_set(5), "\n", 2);
-  EXPECT_EQ(fit::orbit_data(4).detector(12).button(2), 990000);   // |-1004 + 14| thousand
-  EXPECT_EQ(fit::orbit_data(5).detector(12).button(1), 1005000);  // bunch 2 has no turn 5
+  read(at, small_set(5), "4\n", 2);
+  EXPECT_EQ(fit::norbits, 4);
+  EXPECT_EQ(fit::orbit_data(4).detector(12).button(2), 990000);  // |-1004 + 14| thousand
 }
 
-TEST(read_turn_by_turn_3, the_limit_counts_turns_looked_at_and_is_kept) {
+// Bunch 2 is one turn shorter. A turn that it cannot correct must not pass among the others.
+TEST(read_turn_by_turn_3_death, a_turn_without_its_pedestal_ends_the_run) {
+  const turn_test::scratch at;
+  auto tbt = small_set(5);
+  tbt.bunch[0].ix_bunch = 3;
+  tbt.bunch[1].ix_bunch = 8;
+  EXPECT_EXIT(
+      read(at, tbt, "\n", 2), testing::ExitedWithCode(1),
+      "^butngain: BPM 12 \\(12W\\): bunch 2 has 5 turns to correct, pedestal bunch 4 has 4: "
+      "answer .* at most 4 at \"Limit turns to\", or 0 at \"Pedestal bunch number\"\n"
+      "butngain: run-time error: subscript 5 of turn is outside 1\\.\\.4\n$");
+  // What an earlier data set left in a BPM that this one does not have is no pedestal.
+  tbt.bunch[1].bpm(70).data_ok = false;
+  EXPECT_EXIT(
+      read(at, tbt, "3\n", 2), testing::ExitedWithCode(1),
+      "BPM 70 \\(29E\\): bunch 2 has 3 turns to correct, pedestal bunch 4 has 0: answer .*\n"
+      ".*subscript 1 of turn is outside 1\\.\\.0\n$");
+}
+
+// The BPM read last has a dead button: the others' orbits count all the same.
+TEST(read_turn_by_turn_3, only_a_stored_turn_sets_the_counters) {
+  const turn_test::scratch at;
+  auto tbt = small_set(5);
+  read(at, tbt, "\n");
+  for (auto& turn : tbt.bunch[0].bpm(70).turn) turn.button(3) = 0;
+  read(at, tbt, "4\n");
+  EXPECT_EQ(fit::norbits, 4);
+  EXPECT_EQ(input::norbits_save(12), 4);
+  EXPECT_EQ(input::norbits_save(70), 0);
+  EXPECT_EQ(fit::dets(2), 70);
+}
+
+TEST(read_turn_by_turn_3, the_limit_counts_turns_looked_at_and_is_asked_afresh) {
   const turn_test::scratch at;
   auto tbt = small_set(5);
   tbt.bunch[0].bpm(70).turn[0].button(1) = 0;
@@ -80,8 +111,6 @@ TEST(read_turn_by_turn_3, the_limit_counts_turns_looked_at_and_is_kept) {
   EXPECT_EQ(fit::norbits, 2);
   EXPECT_EQ(input::norbits_save(12), 3);
   read(at, tbt, "\n");
-  EXPECT_EQ(input::norbits_save(12), 3);
-  read(at, tbt, "0\n");
   EXPECT_EQ(input::norbits_save(12), 5);
 }
 
@@ -112,17 +141,20 @@ struct bunch_case {
   const char* shown;
 };
 
-// The ring's bunches 1, 4, 5 and 6 answer to 1, 2, 3 and 3.
+// The ring's bunches 1, 4, 5 and 6 answer to 1, 2, 3 and 3. What a file calls 0 or less answers to
+// nothing.
 TEST(bunch_dialog, finds_bunches_by_half_their_number) {
   tbt_mod::tbt_all_data_struct tbt;
-  for (const int ix : {1, 4, 5, 6}) tbt.bunch.emplace_back().ix_bunch = ix;
+  for (const int ix : {1, 4, 5, 6, 0, -5}) tbt.bunch.emplace_back().ix_bunch = ix;
   const bunch_case cases[] = {
       {"defaults", "\n\n", 1, 0, " There is no pedestal bunch"},
       {"both", "2\n1\n", 2, 1, " pedestal bunch =            1"},
       {"the last of two with the same number", "3\n3\n", 4, 4, " bunch =            3"},
       {"a pedestal bunch that is not there", "1\n9\n", 1, 0, " There is no pedestal bunch"},
       {"a bunch that is not there", "7\n0\n2\n\n", 2, 0,
-       " there is data for bunches            1           2           3           3\n try again\n"},
+       " there is data for bunches            1           2           3           3           0"
+       "          -2\n try again\n"},
+      {"bunches below 1", "0\n-2\n-2\n1\n2\n0\n", 2, 0, " try again"},
       {"an empty answer after a wrong one is 1 again", "7\n2\n\n\n", 1, 0, " try again"},
       {"words", "one\n1\nnone\n0\n", 1, 0, " \"one\" is not a bunch number"}};
   for (const auto& [what, answers, nbunch, empty_bunch, shown] : cases) {

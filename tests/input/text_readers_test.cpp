@@ -55,6 +55,17 @@ TEST(plain_text_run, sections_and_locations) {
   EXPECT_EQ(fit::orbit_data(3).detector(12).button(2), 300000);
 }
 
+// Nobody keeps turn 1 of both BPMs: its orbit has a current all the same, for positions per current
+// are computed with it.
+TEST(plain_text_run, every_turn_line_gives_its_orbit_a_current) {
+  const turn_test::scratch at;
+  const std::string weak = " 99 99 99 99 0 0 0 0\n";
+  const std::string section = "\n--- Bunch 1 ---\n" + weak + turn;
+  read(at, "run.dat", "Location : 12W" + section + weak + "Location : 13W" + section);
+  for (const int orbit : {1, 2, 3}) EXPECT_EQ(fit::orbit_data(orbit).current(), 1.0) << orbit;
+  EXPECT_EQ(fit::orbit_data(4).current(), 0.0);
+}
+
 // A turn that is too weak keeps its number: orbits stay comparable between BPMs.
 TEST(plain_text_run, weak_turns_leave_their_orbit_empty) {
   const turn_test::scratch at;
@@ -113,6 +124,27 @@ TEST(older_text_run, follows_the_rules_of_the_plain_form) {
   EXPECT_TRUE(contains(shown, "NUM ACTIVE says 3 BPMs, the file holds 2")) << shown;
 }
 
+// Some other text, a run of the wrong form: what was read is nothing, and that is told.
+TEST(text_run, a_file_without_any_bpm_is_told) {
+  const struct {
+    bool (*reader)();
+    const char* text;
+    const char* told;
+  } cases[] = {
+      {input::read_turn_by_turn, "some\nwords\n",
+       "run.dat: no BPM in 2 lines, expected one to begin with a line such as \"Location"},
+      {input::read_turn_by_turn_kbpm1, "KOVR BPM Raw\n",
+       "run.dat: no BPM in 1 lines, expected one to begin with a line such as \"KOVR BPM :"}};
+  for (const auto& [reader, text, told] : cases) {
+    const turn_test::scratch at;
+    testing::internal::CaptureStderr();
+    read(at, "run.dat", text, reader);
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(contains(err, told)) << err;
+    EXPECT_EQ(fit::norbits, 0);
+  }
+}
+
 struct form_case {
   const char* what;
   sim::text_form form;
@@ -164,6 +196,8 @@ TEST(text_run_death, a_line_that_cannot_be_read_ends_the_run_with_its_place) {
   const damage cases[] = {
       {"BPM without side", "Location : twelve\n", input::read_turn_by_turn,
        "run.dat:1: expected a colon, a blank and a BPM location such as 12W or 34E, found"},
+      {"control characters", "Location : 12\x1b[2JW\n", input::read_turn_by_turn,
+       "run.dat:1: .*, found \"Location : 12.x1b\\[2JW\""},
       {"header without BPM", "Location :\n", input::read_turn_by_turn, "run.dat:1: expected"},
       {"header without colon", "Location 12W\n", input::read_turn_by_turn, "run.dat:1: expected"},
       {"seven values", "Location : 1W\n--- Bunch 1 ---\n 200 200 200 200 0 0 1\n",

@@ -97,7 +97,7 @@ TEST(turn_by_turn_session, two_data_sets_end_with_the_true_gains) {
   make_tree(here);
   const auto run = run_with(
       here, "tree/online",
-      {"1000", "4566", "3", "", "", "", "N", "", "-1", "3", "1", "0", "", "n", "-1", "no"});
+      {"1000", "4566", "3", "", "", "", "N", "1000", "-1", "3", "1", "0", "", "n", "-1", "no"});
   ASSERT_EQ(run.status, 0) << run.out << run.err;
   const fs::path results = here.run_directory();
   EXPECT_TRUE(
@@ -296,11 +296,70 @@ TEST(turn_by_turn_session, without_an_index_or_a_tree) {
   EXPECT_TRUE(contains(run.out, " no run index: ")) << run.out;
   EXPECT_EQ(run.status, 1);
 
-  // The name alone is what later questions and summaries show.
+  // Summaries show the name alone; the next question offers what opens again.
   session::write_file(here.path() / "data/plain.txt",
                       "Location : 12W\n--- Bunch 1 ---\n 200 210 220 230 0 0 0 0\n");
   const auto named = run_with(here, "ko", {"", "data/plain.txt", "y", "0", "", "n", "13", "12"});
-  EXPECT_TRUE(contains(named.out, "(def = plain.txt)")) << named.out;
+  EXPECT_TRUE(contains(named.out, "(def = data/plain.txt)")) << named.out;
+}
+
+// A plain text run of one BPM; turn 2 is too weak to be kept.
+std::string plain_run(const std::string& location) {
+  return "Location : " + location +
+         "\n--- Bunch 1 ---\n 200 210 220 230 0 0 0 0\n 99 99 99 99 0 0 0 0\n"
+         " 210 200 230 220 0 0 0 0\n 220 210 230 200 0 0 0 0\n";
+}
+
+// A name as Tab completes it, the same name as the next default, and a turn that nobody keeps.
+TEST(turn_by_turn_session, a_file_behind_a_variable_opens_twice) {
+  const session::scratch here;
+  make_empty_tree(here);
+  session::write_file(here.path() / "ko/own/plain.txt", plain_run("12W"));
+  const auto run =
+      run_with(here, "ko", {"", "'$KOVR_ONLINE/own/plain.txt'", "y", "", "", "n", "12", "no"});
+  EXPECT_EQ(run.status, 0) << run.out << run.err;
+  EXPECT_TRUE(contains(run.out, "(def = '$KOVR_ONLINE/own/plain.txt')")) << run.out;
+  EXPECT_TRUE(contains(run.out, "  Number of orbits so far            8\n")) << run.out;
+  const fs::path results = here.run_directory();
+  EXPECT_TRUE(fs::exists(results / "plain.txt_out"));
+  // Six readings are left of the eight orbits; each is divided by a current that is not 0.
+  const auto rows = rows_of(results / "12W.dat");
+  ASSERT_EQ(rows.size(), 6U);
+  for (const auto& row : rows) EXPECT_EQ(row[6], 1.0);
+
+  const auto unset = run_with(here, "ko", {"", "$BUTNGAIN_NOT_SET/plain.txt"});
+  EXPECT_TRUE(contains(unset.out,
+                       " $BUTNGAIN_NOT_SET/plain.txt: environment variable "
+                       "BUTNGAIN_NOT_SET is not set; type a run number"))
+      << unset.out;
+  EXPECT_TRUE(contains(unset.err, "end of input at \"Turn by turn data file")) << unset.err;
+}
+
+// The last BPM has a dead button: no turn of it counts, and all turns of the others do. The second
+// run takes 150 of 200 turns, which leave 100 to bunch 2: too few to correct bunch 1.
+TEST(turn_by_turn_session, a_dead_button_spares_the_others_a_short_pedestal_bunch_ends_the_run) {
+  const session::scratch here;
+  ASSERT_EQ(session::bpmsim(here.path(), {"tree", "t", "--bpms", "6", "--turns", "200", "--seed",
+                                          "5", "--dead", "6:3"})
+                .status,
+            0);
+  // The second data set is asked for its turns afresh: no turns, and no limit.
+  const auto run = run_with(here, "t/online",
+                            {"1000", "4566", "3", "1", "2", "150", "y", "",  //
+                             "", "3", "1", "0", "", "n", "-1", "no"});
+  ASSERT_EQ(run.status, 0) << run.out << run.err;
+  EXPECT_TRUE(contains(run.out, "  Norbits =          150\n")) << run.out;
+  EXPECT_TRUE(contains(run.out, "            0 turns collected\n")) << run.out;
+  EXPECT_TRUE(contains(run.out, "  Number of orbits so far          150\n")) << run.out;
+  EXPECT_EQ(lines_of(read_file(here.run_directory() / "orbit.dat")).size(), 1U + 5);
+
+  const auto shorter = run_with(here, "t/online", {"150", "4566", "3", "1", "2", ""});
+  EXPECT_EQ(shorter.status, 1);
+  EXPECT_EQ(shorter.err,
+            "butngain: BPM 1 (X5C): bunch 1 has 150 turns to correct, pedestal bunch 2 has 100: "
+            "answer the turns of the file or more at \"Compute positions\", at most 100 at \"Limit "
+            "turns to\", or 0 at \"Pedestal bunch number\"\n"
+            "butngain: run-time error: subscript 101 of turn is outside 1..100\n");
 }
 
 // Names of the type that nothing reads: a list of runs goes through, up to 20 of them.
@@ -376,6 +435,14 @@ TEST(turn_by_turn_session, runs_that_are_missing_or_cannot_be_opened) {
   EXPECT_TRUE(contains(second.out, " Success reading file         4567 total_current= "))
       << second.out;
   EXPECT_TRUE(contains(second.out, " error reading file         4566\n")) << second.out;
+
+  // By its path the run that is there would be read as a text in which no bunch begins.
+  const std::string path = "ko/kbpmII/raw/04/RD-004567.dat";
+  const auto by_path = run_with(here, "ko", {"0", path, "4567", "7"});
+  EXPECT_TRUE(
+      contains(by_path.err, "butngain: " + path + " holds raw data: answer its run number\n"))
+      << by_path.err;
+  EXPECT_TRUE(contains(by_path.out, " gain correct =            7\n")) << by_path.out;
 
   fs::create_directories(here.path() / "ko/kbpmII/raw/04/RD-004569.dat");
   const auto first = run_with(here, "ko", {"0", "4569", "3"});

@@ -3,11 +3,13 @@
 #include <sys/stat.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <ctime>
 #include <string>
 
 #include "fields.hpp"
+#include "file_units.hpp"
 #include "terminal.hpp"
 
 namespace driver {
@@ -50,7 +52,12 @@ void create_output_directory(util::fixed_text<16>& directory) {
   const std::string name = date + "_" + time.substr(0, 6);
   directory = name;
   constexpr mode_t everybody = 0777;  // less what the umask takes away
-  if (mkdir(name.c_str(), everybody) != 0) return;
+  if (mkdir(name.c_str(), everybody) != 0) {
+    // Nothing is said here. The first file that cannot be opened for want of the directory ends the
+    // run, and "no such file" would send the reader looking for the wrong cause.
+    if (errno != EEXIST) util::note_unmade_directory(name, errno);
+    return;
+  }
   std::string made;
   util::put_text(made, " create directory = ", 20);
   util::print_line(made + name);

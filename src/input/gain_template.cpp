@@ -31,7 +31,7 @@ struct progress {
 
 [[noreturn]] void bad_line(const std::string& path, const progress& at, std::string_view expected) {
   util::run_time_error(fmt::format("{}:{}: expected {}, found \"{}\"", path, at.record.line,
-                                   expected, util::trim(at.record.text)));
+                                   expected, util::shown(util::trim(at.record.text))));
 }
 
 // Opens the template under its name, asking for another until one opens. Returns the full path.

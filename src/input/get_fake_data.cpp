@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <ctime>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,6 +15,7 @@
 #include "file_units.hpp"
 #include "gain_fit_mod.hpp"
 #include "list_io.hpp"
+#include "note.hpp"
 #include "run_time.hpp"
 #include "site.hpp"
 #include "terminal.hpp"
@@ -43,10 +44,24 @@ struct line_values {
 };
 line_values kept;
 
-enum class line_end { complete, short_line };
+// What became of a line of ten values.
+struct line_read {
+  bool complete = true;     // no value is missing
+  std::string bad;          // a value that could not be read; empty when there is none
+  std::string_view wanted;  // what it should have been
+};
 
-// The first series number, from the characters between "exp_" and the first ".".
-int first_number(const std::string& name) {
+// What of a file could not be used: told in one line when the file has been read.
+struct unusable {
+  std::string first;     // the first fault, without the file's name
+  int faults = 0;        // lines with a fault
+  int last_line = 0;     // the line that ended the reading; 0: none did
+  int lines_unread = 0;  // lines with something in them behind that one
+};
+
+// The first series number, from the characters between "exp_" and the first "."; nothing when there
+// is none.
+std::optional<int> first_number(const std::string& name) {
   const std::size_t point = name.find('.');
   std::int32_t number = -1;
   if (point != std::string::npos && point > first_digit) {
@@ -54,10 +69,7 @@ int first_number(const std::string& name) {
     util::start_record(digits, name.substr(first_digit, point - first_digit));
     util::take(digits, number);
   }
-  if (number < 0) {
-    util::run_time_error("\"" + name +
-                         "\" gives no first series number: expected a name such as exp_0.txt");
-  }
+  if (number < 0) return {};
   return number;
 }
 
@@ -73,10 +85,10 @@ bool exists(const std::string& path) {
 }
 
 // A missing file is probed again until it is there: a series may still be in the making.
-void wait_for(const std::string& path, std::string& waited_for) {
+void wait_for(const std::string& path, const std::string& last_name, std::string& waited_for) {
   if (waited_for != path) {
-    std::fflush(stdout);
-    std::fprintf(stderr, "butngain: waiting for %s\n", path.c_str());
+    // The last name tells a series in the making from one that runs past a mistyped end.
+    note(fmt::format("waiting for {}; the last file asked for is {}", path, last_name));
     waited_for = path;
   }
   constexpr long pause = 100'000'000;  // [ns]
@@ -85,15 +97,47 @@ void wait_for(const std::string& path, std::string& waited_for) {
 }
 
 // Takes the ten values, as far as they are good; the first bad one ends the taking, not the orbit.
-line_end take_line(std::string_view line) {
+line_read take_line(std::string_view line) {
   util::list_record record;
   util::start_record(record, line);
-  auto last = util::take(record, kept.x);
-  const auto go_on = [&] { return last == util::taken::value || last == util::taken::null; };
-  if (go_on()) last = util::take(record, kept.y);
-  for (int i = 1; i <= 4 && go_on(); ++i) last = util::take(record, kept.button(i));
-  for (int i = 1; i <= 4 && go_on(); ++i) last = util::take(record, fit::gain(i));
-  return last == util::taken::end ? line_end::short_line : line_end::complete;
+  auto last = util::taken::value;
+  std::string_view wanted;
+  const auto take = [&](auto& value, std::string_view kind) {
+    if (last != util::taken::value && last != util::taken::null) return;
+    wanted = kind;
+    last = util::take(record, value);
+  };
+  take(kept.x, "a number");
+  take(kept.y, "a number");
+  for (int i = 1; i <= 4; ++i) take(kept.button(i), "a whole number such as 1000000");
+  for (int i = 1; i <= 4; ++i) take(fit::gain(i), "a number");
+  line_read read;
+  read.complete = last != util::taken::end;
+  if (last == util::taken::bad) read = {true, record.item, wanted};
+  return read;
+}
+
+void add_fault(unusable& found, int line, std::string_view what, std::string_view expected) {
+  ++found.faults;
+  if (!found.first.empty()) return;
+  // Byte-order marks do not show, and other programs do not count them: they are named.
+  constexpr std::string_view mark = "\xEF\xBB\xBF";
+  const bool marked = what.substr(0, mark.size()) == mark;
+  if (marked) what.remove_prefix(mark.size());
+  found.first = fmt::format("{}: found {}\"{}\", expected {}", line,
+                            marked ? "a byte-order mark before " : "", util::trim(what), expected);
+}
+
+void tell_unusable(const std::string& path, const unusable& found, int orbits) {
+  std::string line;
+  if (found.faults > 0) line = ":" + found.first;
+  if (found.faults > 1) line += fmt::format("; lines with faults: {}", found.faults);
+  if (found.last_line > 0) {
+    line += fmt::format("{}line {} ends the file, lines not read behind it: {}",
+                        line.empty() ? ": " : "; ", found.last_line, found.lines_unread);
+  }
+  if (orbits == 0) line += line.empty() ? ": no orbit" : "; no orbit";
+  if (!line.empty()) note(path + line);
 }
 
 void store_orbit(int orbit, int bpm) {
@@ -107,6 +151,17 @@ void store_orbit(int orbit, int bpm) {
   fit::orbit_data.edit_current(orbit) = 1.0;
 }
 
+// A line of fewer than ten values ends the file; what is behind it is counted. Blank lines at the
+// end of a file are no fault.
+void end_reading(int unit, const std::string& last, int number, unusable& found) {
+  for (std::string line; util::read_line(unit, line);) {
+    if (!util::trim(line).empty()) ++found.lines_unread;
+  }
+  const bool blank = util::trim(last).empty();
+  if (!blank) add_fault(found, number, last, "ten values");
+  if (!blank || found.lines_unread > 0) found.last_line = number;
+}
+
 // Reads one file into BPM k; returns the number of orbits it held.
 int read_series_file(const std::string& path, int k) {
   const int unit = util::lunget();
@@ -114,17 +169,29 @@ int read_series_file(const std::string& path, int k) {
   if (failed != 0) util::run_time_error("cannot open " + path + ": " + util::system_text(failed));
   const util::unit_handle file{unit};
   int in = 1;
+  int number = 0;
+  unusable found;
   std::string echo;
   for (std::string line; util::read_line(unit, line);) {
+    ++number;
+    if (line.find('\r') != std::string::npos) {
+      add_fault(found, number, line.substr(0, line.find('\r')), "LF or CR LF behind it, not CR");
+    }
     if (line.size() > line_width) line.resize(line_width);
     if (line.find('x') != std::string::npos) continue;
-    if (take_line(line) == line_end::short_line) break;
+    const line_read read = take_line(line);
+    if (!read.complete) {
+      end_reading(unit, line, number, found);
+      break;
+    }
+    if (!read.bad.empty()) add_fault(found, number, read.bad, read.wanted);
     echo.clear();
     util::put_padded(echo, line, line_width);
     util::write_line(echo_unit, echo);
     store_orbit(in, k);
     ++in;
   }
+  tell_unusable(path, found, in - 1);
   return in - 1;
 }
 
@@ -134,14 +201,27 @@ std::string ask_name(std::string_view prompt, std::string name) {
   return std::string{util::trim(std::string_view{name}.substr(0, 100))};
 }
 
+struct first_file {
+  std::string name;
+  int number = 0;
+};
+
+first_file ask_first() {
+  for (;;) {
+    const std::string name = ask_name("First fake file name (e.g. exp_0.txt)", "");
+    if (const auto number = first_number(name)) return {name, *number};
+    util::tell_bad_answer(name,
+                          "a name with the first number of a series; type one, such as exp_0.txt");
+  }
+}
+
 }  // namespace
 
 void get_fake_data() {
   const std::string dir = util::fullfilename(site::fake_data_dir) + std::string{sub_dir};
   fit::in_file_0 = std::string{sub_dir} + ".dat";
 
-  const std::string first_name = ask_name("First fake file name (e.g. exp_0.txt)", "");
-  const int first = first_number(first_name);
+  const auto [first_name, first] = ask_first();
   const std::string last_name = ask_name("Last fake file name (e.g.  exp_120.txt)", first_name);
 
   std::string name = "fake.dat";  // no file of the series, so the first comparison fails
@@ -152,7 +232,11 @@ void get_fake_data() {
     name = fmt::format("exp_{}.txt", txt_name);
     const std::string path = fmt::format("{}/{}", dir, name);
     if (!exists(path)) {
-      if (name != last_name) wait_for(path, waited_for);
+      if (name != last_name) {
+        wait_for(path, last_name, waited_for);
+      } else {
+        note(fmt::format("{}, the last file asked for, is not there; files read: {}", path, k));
+      }
       continue;
     }
     ++k;

@@ -8,7 +8,9 @@
 #include <optional>
 #include <string_view>
 
+#include "fault.hpp"
 #include "fields.hpp"
+#include "file_answer.hpp"
 #include "file_units.hpp"
 #include "gain_fit_mod.hpp"
 #include "list_io.hpp"
@@ -51,6 +53,12 @@ std::string open_command_file() {
     std::string name{
         util::trim(util::ask_or_end(" Input command file : ", util::answer_kind::file))};
     if (name.empty()) name = "bpm_gain_anal_1.input";
+    const auto path = path_of_answer(name, std::string::npos);
+    if (!path) {
+      util::print_line(" " + util::shown(line_of(path.why)));
+      continue;
+    }
+    name = *path;
     // A longer name would lose the ending of the result file, and the result would replace its
     // input.
     if (name.size() + out_ending.size() > name_length) {
@@ -129,15 +137,32 @@ std::string listing(int slot, int number, const orbit_found& found) {
 
 [[noreturn]] void bad_line(const std::string& path, const util::list_record& record,
                            std::string_view expected) {
-  util::run_time_error(fmt::format("{}:{}: expected {}, found \"{}\"", path, record.line, expected,
-                                   util::trim(record.text)));
+  util::run_time_error(fmt::format("{}:{}: expected {}, found \"{}\"", util::shown(path),
+                                   record.line, expected, util::shown(util::trim(record.text))));
+}
+
+// Whether a word in front of the currents' column would be lost or cut: a current that begins there,
+// or anything that reaches into the column. The label itself may stand anywhere before.
+bool begins_too_early(std::string_view line) {
+  constexpr std::string_view separators = " \t,";
+  const std::size_t column = current_column - 1;
+  const std::size_t label = std::min(line.find("E T1"), line.find("P T1"));
+  std::size_t at = label + std::string_view{"E T1"}.size();
+  if (at > column) return true;
+  while ((at = line.find_first_not_of(separators, at)) < column) {
+    const std::size_t end = std::min(line.find_first_of(separators, at), line.size());
+    if (end > column || util::scan_real(line.substr(at, end - at))) return true;
+    at = end;
+  }
+  return false;
 }
 
 double read_current_line(const std::string& path, const util::list_record& record) {
   util::list_record value;
   util::start_record(value, record.text.substr(std::min(current_column - 1, record.text.size())));
   const auto current = util::take_real(value);
-  if (!current) bad_line(path, record, "a beam current in mA from column 11 on");
+  if (!current || begins_too_early(record.text))
+    bad_line(path, record, "a beam current in mA from column 11 on");
   return *current;
 }
 
@@ -184,7 +209,7 @@ void read_the_list(int unit, orbit_list& orbit) {
       util::print_line(
           fmt::format(" Error {}:{}: expected \"orbit1 orbit2 ratio error\", key = value or a "
                       "comment, found \"{}\"",
-                      util::unit_path(unit), record.line, line));
+                      util::shown(util::unit_path(unit)), record.line, util::shown(line)));
       continue;
     }
     orbit(++count) = *orbit1;

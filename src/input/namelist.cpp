@@ -66,7 +66,7 @@ piece next_piece(std::string_view line, std::size_t& at) {
 std::string fault(const group_text& group, std::size_t at, std::string_view what) {
   const auto behind = std::upper_bound(group.starts.begin(), group.starts.end(), at);
   const auto line = group.first_line + (behind - group.starts.begin()) - 1;
-  return fmt::format("{}:{}: {}", group.file, line, what);
+  return util::shown(fmt::format("{}:{}: {}", group.file, line, what));
 }
 
 // Looks for "&name" outside comments; `line` then holds what follows it.

@@ -33,7 +33,7 @@ TEST(read_orbit, stores_signals_and_currents_in_the_slot) {
                  "c Closed orbit 7: electrons E T1 and positrons\n"
                  "E T1      12.5 mA\n"
                  "\n"
-                 "P T1,,,,,   .25D+1\n"
+                 "P T1 mA,,   .25D+1\n"
                  "  3  100 200.5 3e2 4D2\n"
                  "c between the lines\n"
                  "100, 1, 2, 3, 4, the rest of a line is not looked at\n"
@@ -72,6 +72,11 @@ TEST(read_orbit_death, names_file_and_line) {
   EXPECT_EXIT(read("1 2 3 nan 5\n"), status, "butns.7:1: expected a BPM index and four");
   EXPECT_EXIT(read("E T1      none\n"), status, "butns.7:1: expected a beam current in mA");
   EXPECT_EXIT(read("P T1\n"), status, "butns.7:1: expected a beam current in mA");
+  // A current that begins before column 11 would be cut: 0.4 instead of 123.4.
+  for (const char* cut : {"E T1   123.4\n", "P T1 5.5\n", "P T1 5.5       6.5\n", "  E T1  2 7\n",
+                          "E T1    x12.5\n", "       E T1 5\n"}) {
+    EXPECT_EXIT(read(cut), status, "butns.7:1: expected a beam current in mA from column 11 on");
+  }
   EXPECT_EXIT(read("5001 2 3 4 5\n"), status, "subscript 5001 of detector is outside");
   EXPECT_EXIT(input::read_orbit(8, 5, true), status,
               "cannot open .*/00/butns.8, the button file of orbit 5 in the list: No such file");

@@ -102,6 +102,16 @@ TEST(orbit_session, a_list_file_offers_bpms_1_to_100) {
   EXPECT_EQ(session::lines_of(read_file(tree.here.path() / "steering.cal_out")).size(), 6U);
 }
 
+// Names as Tab completes them.
+TEST(orbit_session, a_command_file_behind_a_variable_opens) {
+  const orbit_tree tree;
+  tree.write("one.input", "&bpm_gain_anal_params\n fit_bpm_idx = 50\n orbit = 41\n/\n");
+  const auto run = tree.run({"O", "$NOT_SET_HERE/one.input", "$KOVR_ONLINE/one.input", "0", "-1"});
+  expect_the_required_end(tree, run);
+  EXPECT_TRUE(contains(run.out, "environment variable NOT_SET_HERE is not set\n")) << run.out;
+  EXPECT_TRUE(fs::exists(tree.here.path() / "one.input_out"));
+}
+
 TEST(orbit_session, bad_input_ends_with_one_clear_line) {
   const orbit_tree tree;
   tree.write("bad.input", "&bpm_gain_anal_params\n orbit = 41, 42x\n/\n");

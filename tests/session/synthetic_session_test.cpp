@@ -1,5 +1,6 @@
 // Whole sessions on synthetic data, through the real binary.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
@@ -158,6 +159,62 @@ TEST(synthetic_session, short_and_wrong_lines) {
   EXPECT_EQ(echo[3], "  0.3100D+02  0.3100D+02  0.3300D+02  0.3400D+02");
 }
 
+// One line on standard error for each file that was not used as a whole; the tables stay silent.
+TEST(synthetic_session, what_of_a_file_could_not_be_used_is_told) {
+  const std::string good = "0.1 0.2 11 12 13 14 1 1 1 1\n";
+  const struct {
+    const char* what;
+    std::string text;
+    const char* told;  // behind the path; empty: nothing is told
+  } cases[] = {
+      {"blank lines at the end", good + "\n \n", ""},
+      {"a header", "x y\n" + good, ""},
+      {"a blank line between", good + "\n" + good + "\n" + good,
+       ": line 2 ends the file, lines not read behind it: 2\n"},
+      {"a short line", good + "1 2 3\n" + good,
+       ":2: found \"1 2 3\", expected ten values; line 2 ends the file, lines not read behind it: "
+       "1\n"},
+      {"two words", good + "0.1 y 1 2 3 4 1 1 1 1\n" + good + "0 0 1 2 3 ? 1 1 1 1\n",
+       ":2: found \"y\", expected a number; lines with faults: 2\n"},
+      {"an exponent in a whole number", "0 0 1.0E6 2 3 4 1 1 1 1\n",
+       ":1: found \"1.0E6\", expected a whole number such as 1000000\n"},
+      {"a byte-order mark", "\xEF\xBB\xBF" + good,
+       ":1: found a byte-order mark before \"0.1\", expected a number\n"},
+      {"old line ends", "x y\r0 0 1 2 3 4 1 1 1 1\r",
+       ":1: found \"x y\", expected LF or CR LF behind it, not CR; no orbit\n"},
+      {"control characters", good + "\x1b[2J\n", ":2: found \"\\x1b[2J\", expected a number\n"},
+      {"nothing", "", ": no orbit\n"}};
+  const session::scratch here;
+  std::string told;
+  int number = 0;
+  for (const auto& one : cases) {
+    if (one.told[0] != '\0') {
+      told += std::string{"butngain: ./"} + series_dir + "/exp_" + std::to_string(number) + ".txt" +
+              one.told;
+    }
+    put_series_file(here.path(), number++, one.text);
+  }
+  put_series_file(here.path(), number, "");
+  const auto run = session::butngain(
+      here.path(), {"F", "exp_0.txt", "exp_" + std::to_string(number) + ".txt", "no"});
+  told += std::string{"butngain: ./"} + series_dir + "/exp_" + std::to_string(number) +
+          ".txt: no orbit\n";
+  EXPECT_EQ(run.err.substr(0, told.size()), told);
+}
+
+TEST(synthetic_session, a_first_name_without_a_number_is_asked_again) {
+  const session::scratch here;
+  put_series_file(here.path(), 3, plain_orbits(30));
+  const auto run = session::butngain(
+      here.path(), {"F", "exp_3", "exp_a.txt", "", "exp_-1.txt", "exp_3.txt", "", "no"});
+  EXPECT_EQ(run.status, 0) << run.out << run.err;
+  for (const char* answer : {"exp_3", "exp_a.txt", "", "exp_-1.txt"}) {
+    EXPECT_TRUE(contains(run.out, " \"" + std::string{answer} +
+                                      "\" is not a name with the first number of a series"))
+        << run.out;
+  }
+}
+
 struct refused_case {
   const char* what;
   std::vector<std::string> answers;
@@ -169,6 +226,7 @@ TEST(synthetic_session, what_cannot_go_on_says_so_in_one_line_and_ends_with_stat
   put_series_file(here.path(), 0, plain_orbits(5));
   put_series_file(here.path(), 1, plain_orbits(3001));
   fs::create_directory(here.path() / series_dir / "exp_2.txt");
+  fs::create_symlink("/dev/zero", here.path() / series_dir / "exp_3.txt");
   const std::vector<refused_case> cases = {
       {"no answer at all",
        {},
@@ -177,12 +235,8 @@ TEST(synthetic_session, what_cannot_go_on_says_so_in_one_line_and_ends_with_stat
       {"no last name",
        {"F", "exp_0.txt"},
        R"~(end of input at "Last fake file name (e.g.  exp_120.txt)")~"},
-      {"first name without a point",
-       {"F", "exp_0"},
-       R"("exp_0" gives no first series number: expected a name such as exp_0.txt)"},
-      {"first name without digits", {"F", "exp_a.txt"}, R"("exp_a.txt" gives no first series)"},
-      {"empty first name", {"F", ""}, "gives no first series number"},
       {"3001 orbits", {"F", "exp_1.txt", ""}, "subscript 3001 of orbit_data is outside 1..3000"},
+      {"a file without line ends", {"F", "exp_3.txt", ""}, "exp_3.txt:1: no line end within"},
       {"a directory as data file", {"F", "exp_2.txt", ""}, "exp_2.txt: Is a directory"},
       {"no BPM chosen", {"X"}, R"~(end of input at "which bpm ? (-1 for all)")~"},
       {"other data and all BPMs", {"X", "-1"}, "bpm_count is used before it is given a value"}};
@@ -228,7 +282,28 @@ TEST(synthetic_session, a_full_disk_or_a_missing_directory_never_ends_in_success
       here.path(), "X\n-1\n");
   EXPECT_EQ(gone.status, 1);
   EXPECT_FALSE(contains(gone.out, "create directory"));
-  EXPECT_TRUE(contains(gone.err, "orbit.dat for writing: No such file or directory")) << gone.err;
+  EXPECT_TRUE(contains(gone.err, "orbit.dat for writing: its directory could not be made: No such"))
+      << gone.err;
+}
+
+// The directory cannot be made for want of permission; a user told that a file "does not exist"
+// looks in the wrong place. The superuser may write anywhere and becomes somebody else first.
+TEST(synthetic_session, a_working_directory_without_permission_is_named_as_the_reason) {
+  const session::scratch here;
+  fs::permissions(here.path(), fs::perms{0555});
+  std::vector<std::string> command{BUTNGAIN_BINARY};
+  if (geteuid() == 0) {
+    command = {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+               BUTNGAIN_BINARY};
+    if (!fs::exists(command[0])) GTEST_SKIP() << "no setpriv here";
+  }
+  const auto run = session::run(command, here.path(), "X\n-1\n");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(contains(run.err,
+                       "orbit.dat for writing: its directory could not be made: "
+                       "Permission denied\n"))
+      << run.err;
+  EXPECT_EQ(lines_of(run.err).size(), 1U) << run.err;
 }
 
 TEST(synthetic_session, the_store_has_room_for_5000_files) {
@@ -251,13 +326,17 @@ TEST(synthetic_session, waits_for_a_file_that_is_still_to_come) {
   const auto waiting =
       session::butngain(here.path(), {"F", "exp_0.txt", "exp_1.txt", "no"}, short_wait);
   EXPECT_TRUE(waiting.timed_out);
-  EXPECT_EQ(waiting.err, std::string{"butngain: waiting for ./"} + series_dir + "/exp_0.txt\n");
+  EXPECT_EQ(waiting.err, std::string{"butngain: waiting for ./"} + series_dir +
+                             "/exp_0.txt; the last file asked for is exp_1.txt\n");
 
   const std::string bring =
       std::string{"(sleep 0.3; mv later.txt "} + series_dir + "/exp_0.txt) & exec \"$0\"";
   const auto come = session::run({"/bin/sh", "-c", bring, BUTNGAIN_BINARY}, here.path(),
                                  "F\nexp_0.txt\nexp_1.txt\nno\n", short_wait);
   EXPECT_EQ(come.status, 0) << come.err;  // exp_1 is missing but last, so the series ends there
+  EXPECT_TRUE(
+      contains(come.err, "/exp_1.txt, the last file asked for, is not there; files read: 1"))
+      << come.err;
 }
 
 }  // namespace

@@ -80,7 +80,8 @@ TEST(plot_gains, dialog) {
     for (int i = 0; i < c.questions; ++i) expected += no_screen + question;
     EXPECT_EQ(screen, expected);
     // The folder is the test's own, so its name is the full one.
-    const std::string whole_name = here.path().string() + "/" + (c.files.empty() ? "" : *c.files.begin());
+    const std::string whole_name =
+        here.path().string() + "/" + (c.files.empty() ? "" : *c.files.begin());
     EXPECT_EQ(told, c.files.empty() ? "" : "butngain: plot written to " + whole_name + "\n");
     EXPECT_EQ(left_behind(), c.files);
   }
@@ -103,8 +104,9 @@ TEST(plot_gains, copy_of_a_series_falls_back_to_the_run_directory) {
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   plot_three("/no_such_root_folder/exp_1.txt", "g\n");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "butngain: plot written to " + here.path().string() + "/run/no_such_root_folder/exp_1.gif\n");
+  EXPECT_EQ(
+      testing::internal::GetCapturedStderr(),
+      "butngain: plot written to " + here.path().string() + "/run/no_such_root_folder/exp_1.gif\n");
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             no_screen + question +
                 " cannot write /no_such_root_folder/exp_1.gif: No such file or directory;"

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "bpm_data_files.hpp"
 #include "combine_fits.hpp"
@@ -157,9 +158,12 @@ void fit_bpm(session_state& s, const std::string& name, const output::position_e
   static fit::gains_saved gain_save;
   static fit::coeffs_saved coeff_save;
   static fit::covar_saved covar_save;
-  fit::fit_gains(chis_save, gain_save, coeff_save, covar_save);
-  const fit::gain_quality quality =
-      fit::judge_gains(gain_save, chis_save, covar_save, fit::norbits);
+  const std::vector<fit::signals> readings = fit::current_readings();
+  const fit::four_fits fits = fit::fit_readings(readings);
+  fit::tell(fits.events);
+  fit::save(fits, chis_save, gain_save, coeff_save, covar_save);
+  fit::leave_in_context(fits);
+  const fit::gain_quality quality = fit::judge_gains(readings, fits);
   warn_of_poor_gains(name, quality);
   s.fitted.push_back({fit::bpm, name, quality.verdict});
 
@@ -168,8 +172,8 @@ void fit_bpm(session_state& s, const std::string& name, const output::position_e
   double bpppp = 0;
   double bpppp2 = 0;
   output::write_bpm_fitted_data(s.directory, fit::bpm, name, chis_save, gain_save, coeff_save,
-                                covar_save, combined.chis, extremes, s.rd_files, s.files_so_far,
-                                current, bpppp, bpppp2);
+                                covar_save, combined.chis, quality.reason, extremes, s.rd_files,
+                                s.files_so_far, current, bpppp, bpppp2);
 
   const double chis = summary_gains(chis_save, gain_save, combined.good, fit::gain);
   util::bounded<double, 1, 5, "average_gain"> average_gain;

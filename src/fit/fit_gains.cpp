@@ -94,17 +94,21 @@ void save(const four_fits& fits, chis_saved& chis_save, gains_saved& gain_save,
   }
 }
 
-void fit_gains(chis_saved& chis_save, gains_saved& gain_save, coeffs_saved& coeff_save,
-               covar_saved& covar_save) {
+void leave_in_context(const four_fits& fits) {
   nterms = norbits;
   nvar = max_parameters;
-  const four_fits fits = fit_readings(current_readings());
-  tell(fits.events);
-  save(fits, chis_save, gain_save, coeff_save, covar_save);
   ind = 4;
   gain = fits.fit.back().gain;
   coefficients = fits.fit.back().coefficients;
   const_ = coefficients(1);
+}
+
+void fit_gains(chis_saved& chis_save, gains_saved& gain_save, coeffs_saved& coeff_save,
+               covar_saved& covar_save) {
+  const four_fits fits = fit_readings(current_readings());
+  tell(fits.events);
+  save(fits, chis_save, gain_save, coeff_save, covar_save);
+  leave_in_context(fits);
 }
 
 }  // namespace gain_fit_mod

@@ -35,11 +35,14 @@ void tell(std::span<const fit_event> events);
 void save(const four_fits& fits, chis_saved& chis_save, gains_saved& gain_save,
           coeffs_saved& coeff_save, covar_saved& covar_save);
 
+/// Leaves the context as a fit leaves it: nterms, nvar, ind, and of the fourth fit gain,
+/// coefficients and const_.
+void leave_in_context(const four_fits& fits);
+
 /// Fits BPM `bpm` to orbits 1..norbits of orbit_data, telling every step on standard output.
 ///
 /// returns  as save
-/// note     sets nterms, nvar, ind, gain, coefficients and const_; the last four stay as the fourth
-///          fit left them
+/// note     leaves the context as leave_in_context
 /// errors   none of its own; an exactly singular matrix is told, and the fit goes on
 void fit_gains(chis_saved& chis_save, gains_saved& gain_save, coeffs_saved& coeff_save,
                covar_saved& covar_save);

@@ -4,6 +4,7 @@
 // Both are tables of exponent-form numbers, one orbit a line; docs/data_files.md explains them line
 // by line. Q, X, Y below are the combinations of gain_fit_mod.
 #pragma once
+#include <string>
 #include <string_view>
 
 #include "fit_gains.hpp"
@@ -37,6 +38,7 @@ void write_bpm_raw_data(const directory_name& directory, int m, std::string_view
 ///
 /// given    the four fits as fit_gains returned them
 ///          chis      chi-square that the header gives per degree of freedom
+///          verdict   whether the data determine the gains, in one line
 ///          extremes  of the orbits' positions
 ///          current   beam current of the orbits [mA]
 /// returns  bpppp, bpppp2  sums over the orbits of the plain total of the four signals and of its
@@ -47,8 +49,9 @@ void write_bpm_fitted_data(const directory_name& directory, int m, std::string_v
                            const gain_fit_mod::gains_saved& gain_save,
                            const gain_fit_mod::coeffs_saved& coeff_save,
                            const gain_fit_mod::covar_saved& covar_save, double chis,
-                           const position_extremes& extremes, const rd_files_list& rd_files,
-                           int files_so_far, double current, double& bpppp, double& bpppp2);
+                           const std::string& verdict, const position_extremes& extremes,
+                           const rd_files_list& rd_files, int files_so_far, double current,
+                           double& bpppp, double& bpppp2);
 
 /// Closes the raw-data file that is still open, at the end of a session; the next
 /// write_bpm_raw_data begins a file.

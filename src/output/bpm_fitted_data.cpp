@@ -8,7 +8,6 @@
 #include "combinations.hpp"
 #include "fields.hpp"
 #include "file_units.hpp"
-#include "fit_quality.hpp"
 
 namespace output {
 namespace {
@@ -193,8 +192,9 @@ void write_bpm_fitted_data(const directory_name& directory, int m, std::string_v
                            const gain_fit_mod::gains_saved& gain_save,
                            const gain_fit_mod::coeffs_saved& coeff_save,
                            const gain_fit_mod::covar_saved& covar_save, double chis,
-                           const position_extremes& extremes, const rd_files_list& rd_files,
-                           int files_so_far, double current, double& bpppp, double& bpppp2) {
+                           const std::string& verdict, const position_extremes& extremes,
+                           const rd_files_list& rd_files, int files_so_far, double current,
+                           double& bpppp, double& bpppp2) {
   const util::unit_handle file{util::lunget()};
   const int unit = file.number();
   util::open_output(unit, path_of(directory, name, ".dat_fit"));
@@ -205,9 +205,7 @@ void write_bpm_fitted_data(const directory_name& directory, int m, std::string_v
 
   const auto column = gain_fit_mod::orbit_data.column(m, gain_fit_mod::norbits);
   const auto orbits = fitted_orbits(column);
-  const auto quality =
-      gain_fit_mod::judge_gains(gain_save, chis_save, covar_save, gain_fit_mod::norbits);
-  write_reading_aids(unit, name, quality.reason, orbits);
+  write_reading_aids(unit, name, verdict, orbits);
   write_table(unit, column, orbits, current);
   sum_totals(column, bpppp, bpppp2);
 }

@@ -106,7 +106,8 @@ struct fitted {
   double bpppp2 = 0;
   void write(const output::rd_files_list& rd_files, double mean_chis, double current) {
     output::write_bpm_fitted_data(here, bpm, "EXP_0", chis, gains, coeffs, covar, mean_chis,
-                                  {-0.5, 0.25, -1, 2}, rd_files, 1, current, bpppp, bpppp2);
+                                  "verdict", {-0.5, 0.25, -1, 2}, rd_files, 1, current, bpppp,
+                                  bpppp2);
   }
 };
 

@@ -8,7 +8,7 @@
 #pragma once
 #include <string>
 
-#include "nonlin_bpm_mod.hpp"
+#include "lookup_table.hpp"
 #include "table_nodes.hpp"
 
 namespace nonlin_bpm_mod {

@@ -15,7 +15,7 @@
 #include <string>
 #include <string_view>
 
-#include "nonlin_bpm_mod.hpp"
+#include "lookup_table.hpp"
 #include "table_nodes.hpp"
 
 namespace nonlin_bpm_mod {

@@ -40,7 +40,7 @@ TEST(progress, text_fits_the_screen) {
 }
 
 // What a step of the given length, in quarters of a second, writes to a terminal on standard error
-// while standard output goes to out.
+// while standard output goes to out; one that fails ends the run under way.
 std::string seen_on_terminal(int quarters, const char* out, bool refused, bool fails = false) {
   int master = -1;
   int terminal = -1;

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "nonlin_bpm_mod.hpp"
+#include "lookup_table.hpp"
 
 namespace nonlin_bpm_mod {
 

@@ -12,6 +12,7 @@
 //
 // | in reading order            | what it holds                                                  |
 // |-----------------------------|----------------------------------------------------------------|
+// | lookup_table.hpp            | one table in memory                                            |
 // | nonlin_orbit.cpp            | the entry, offsets, table choice, coordinates                  |
 // | nonlin_bpm_minimize.cpp     | the position fit                                               |
 // | nonlin_bpm_interpolate.cpp  | value and derivatives at one place; cell_kernel.hpp is its core |
@@ -19,12 +20,10 @@
 // | calib_files, word_file      | the two button files; lines of words with comments             |
 // | linear_algebra              | the only door to LAPACK                                        |
 #pragma once
-#include <array>
-#include <cstddef>
-#include <string_view>
 #include <vector>
 
 #include "bounded.hpp"
+#include "lookup_table.hpp"
 
 namespace nonlin_bpm_mod {
 
@@ -34,91 +33,6 @@ using button_signals = util::bounded<double, 1, 4, "but">;  ///< one reading [an
 using position = util::bounded<double, 1, 3, "x">;  ///< x [m], y [m], scale [unit of the signals]
 /// (button)(order of d/dx, order of d/dy); orders 0..2, of which totals up to 2 are in use.
 using derivatives = util::bounded<util::bounded2<double, 0, 2, 0, 2, "d">, 1, 4, "d">;
-
-// --- tables -----------------------------------------------------------------------------------
-
-/// Four doubles, one per button, that one instruction handles together.
-using four [[gnu::vector_size(32)]] = double;
-struct lanes {
-  four v{};  ///< buttons 1..4 at [0]..[3]
-};
-
-/// What a table knows of one button at one node, and in the cell whose lower left corner it is.
-struct button_struct {
-  double phi = 0;                               ///< signal [1]; 0 at a node outside the usable area
-  util::bounded2<double, 1, 4, 1, 4, "c"> c{};  ///< bicubic coefficients, first index in x
-  double dphi_dx = 0;                           ///< [1/m]
-  double dphi_dy = 0;                           ///< [1/m]
-};
-
-/// The four button_struct of a node, kept side by side so that the interpolation reads the same
-/// coefficient of all buttons at once.
-struct button_lanes {
-  std::array<lanes, 16> c{};  ///< c(i, j) at 4 (i - 1) + j - 1; all zero in a cell without data
-  lanes phi, dphi_dx, dphi_dy;
-  button_struct operator()(int button) const;
-  void set(int button, const button_struct& value);
-};
-
-struct grid_struct {
-  button_lanes b;
-  /// Linear answer at the node: response_mat times (outer - inner, top - bottom, sum) of the
-  /// readings gives (scale dx, scale dy, scale). Zero where the node is not usable.
-  util::bounded2<double, 1, 3, 1, 3, "response_mat"> response_mat{};
-  int ix_max_phi = 0;   ///< button with the largest phi, 1..4; 0 where the node is not usable
-  int ix_max2_phi = 0;  ///< button with the second largest phi; the lower number wins a tie
-};
-
-/// Array with bounds 1..size, known only when the table is read.
-template <class T, util::label name>
-struct counted {
-  std::vector<T> item;
-  int size() const { return static_cast<int>(item.size()); }
-  T& operator()(int i) { return item[offset(i)]; }
-  const T& operator()(int i) const { return item[offset(i)]; }
-  std::size_t offset(int i) const {
-    if (i < 1 || i > size()) util::subscript_error(name.view(), i, 1, size());
-    return static_cast<std::size_t>(i) - 1;
-  }
-};
-
-/// nx by ny nodes; ix runs fastest in memory.
-struct node_grid {
-  int nx = 0;
-  int ny = 0;
-  std::vector<grid_struct> item;
-  grid_struct& operator()(int ix, int iy) { return item[offset(ix, iy)]; }
-  const grid_struct& operator()(int ix, int iy) const { return item[offset(ix, iy)]; }
-  std::size_t offset(int ix, int iy) const {
-    if (ix < 1 || ix > nx) util::subscript_error("grid", ix, 1, nx, 1);
-    if (iy < 1 || iy > ny) util::subscript_error("grid", iy, 1, ny, 2);
-    return (static_cast<std::size_t>(iy) - 1) * static_cast<std::size_t>(nx) +
-           static_cast<std::size_t>(ix) - 1;
-  }
-};
-
-/// Direction cosines of phi at eight start nodes, by button: [k][i / 4][i % 4]. Single precision is
-/// plenty to choose a start; four of them are what every processor compares at once.
-using four_floats [[gnu::vector_size(16)]] = float;
-struct start_group {
-  static constexpr std::size_t size = 8;
-  struct button_cosines {
-    four_floats low{}, high{};
-  };
-  std::array<button_cosines, 4> f{};
-};
-
-struct table_struct {
-  counted<double, "table x"> x;  ///< grid positions [m], ascending in equal steps
-  counted<double, "table y"> y;
-  node_grid grid;         ///< node (ix, iy) serves the cell up to (ix+1, iy+1)
-  double x_per_step = 0;  ///< nodes per metre: where a search in x begins
-  double y_per_step = 0;
-  std::vector<std::array<int, 2>> start;  ///< nodes (ix, iy) from which a fit may start
-  /// Of the start nodes, in their order; [b] leaves button b out, [0] none. Copies of the last node
-  /// fill the last group.
-  std::array<std::vector<start_group>, 5> cosines;
-};
 
 /// What is known of one BPM.
 struct calib_struct {

@@ -1,0 +1,85 @@
+# The walls of the house, one row each.
+#   wall(ROOM OWNER HEADER)  ROOM must not be able to include HEADER, which OWNER holds
+#   door(ROOM HEADER)        ROOM may include HEADER: what the same compiler says yes to
+#   blind(ROOM HEADER)       no source of ROOM comes to HEADER through any other
+#   sees(ROOM HEADER)        some source of ROOM does: the check of `blind` itself
+# ROOM and OWNER are targets. Every room that has a wall has a door.
+
+# util, storey by storey.
+door(butngain_base bounded.hpp)
+wall(butngain_base butngain_units file_units.hpp)
+wall(butngain_base butngain_terminal terminal.hpp)
+door(butngain_units file_units.hpp)
+wall(butngain_units butngain_terminal terminal.hpp)
+wall(butngain_units butngain_terminal progress.hpp)
+
+# A program that reads raw files with the library, and nothing else.
+door(rawfile_user kbpm_rawfile.hpp)
+foreach(header terminal.hpp line_editor.hpp progress.hpp interrupt.hpp)
+  wall(rawfile_user butngain_terminal ${header})
+endforeach()
+wall(rawfile_user butngain_units file_units.hpp)
+
+# Plots: who draws sees one header; input and output do not draw.
+door(butngain_driver quick_plot.hpp)
+foreach(header plot_page.hpp page_pen.hpp page_file.hpp screen_window.hpp)
+  wall(butngain_driver butngain_plot_interior ${header})
+endforeach()
+door(butngain_input get_fake_data.hpp)
+door(butngain_output rd_files.hpp)
+wall(butngain_input butngain_plot quick_plot.hpp)
+wall(butngain_output butngain_plot quick_plot.hpp)
+
+# Tables: the data set asks for positions and does not see how they come about.
+door(butngain_tbt nonlin_bpm_mod.hpp)
+wall(butngain_tbt butngain_nonlin_bpm_interior table_cells.hpp)
+wall(butngain_tbt butngain_linear_algebra linear_algebra.hpp)
+wall(butngain_input butngain_nonlin_bpm nonlin_bpm_mod.hpp)
+
+# The store keeps orbits and opens no file.
+door(butngain_store orbit_store.hpp)
+wall(butngain_store butngain_units file_units.hpp)
+
+# Rows whose room is not built yet wait for it.
+if(TARGET butngain_rawfile_interior)
+  door(butngain_rawfile kbpm_rawfile.hpp)
+  foreach(room butngain_driver butngain_input butngain_tbt)
+    wall(${room} butngain_rawfile_interior data_line.hpp)
+    wall(${room} butngain_rawfile_interior array_arena.hpp)
+    wall(${room} butngain_rawfile_interior kbpmfio_stream.hpp)
+  endforeach()
+endif()
+
+if(TARGET butngain_solver)
+  # The solver fits anything; it knows of no BPM and no file.
+  door(butngain_solver mrqmin.hpp)
+  wall(butngain_solver butngain_model gain_model.hpp)
+  wall(butngain_solver butngain_fit_context gain_fit_mod.hpp)
+  wall(butngain_solver butngain_four_fits four_fits.hpp)
+  wall(butngain_solver butngain_store orbit_store.hpp)
+  wall(butngain_solver butngain_terminal terminal.hpp)
+  wall(butngain_output butngain_solver mrqmin.hpp)
+  wall(butngain_input butngain_solver mrqmin.hpp)
+  door(butngain_model gain_model.hpp)
+  wall(butngain_model butngain_fit_context gain_fit_mod.hpp)
+  wall(butngain_model butngain_solver mrqmin.hpp)
+  wall(butngain_model butngain_store orbit_store.hpp)
+  door(butngain_four_fits four_fits.hpp)
+  wall(butngain_four_fits butngain_fit_context gain_fit_mod.hpp)
+endif()
+
+if(TARGET butngain_sim_physics)
+  # One physical model, whoever asks it: no files, no command line.
+  door(butngain_sim_physics machine.hpp)
+  wall(butngain_sim_physics butngain_sim series.hpp)
+  blind(butngain_sim_physics CLI/CLI.hpp)
+endif()
+
+# The variables of the fit in progress (gain_fit_mod: orbit_data, norbits, dets, nvar, ...) are the
+# session's. The described faces see them; what works on records must not come to them.
+sees(butngain_fit gain_fit_mod.hpp)
+foreach(room solver model four_fits calibration report)
+  if(TARGET butngain_${room})
+    blind(butngain_${room} gain_fit_mod.hpp)
+  endif()
+endforeach()

@@ -138,7 +138,7 @@ TEST_F(file_units_death, a_line_without_an_end_is_no_text) {
     EXPECT_EQ(line.size(), size);
   }
   EXPECT_FALSE(util::read_line(30, line));
-  if (!fs::exists("/dev/zero")) GTEST_SKIP() << "no /dev/zero here";
+  if (!std::filesystem::exists("/dev/zero")) GTEST_SKIP() << "no /dev/zero here";
   EXPECT_EXIT(read_all("/dev/zero"), testing::ExitedWithCode(1), "/dev/zero:1: no line end within");
 }
 

@@ -5,6 +5,8 @@
 namespace store {
 namespace {
 
+// What reading gives where nothing was written: one reading of zeros for all of them, so that
+// looking at an orbit allocates nothing.
 const bpm_struct untouched{};
 
 void check_orbit(const orbit_store& s, int orbit) {
@@ -22,6 +24,7 @@ bpm_struct* column_of(const orbit_store& s, int bpm) {
 
 bpm_struct* make_column(orbit_store& s, int bpm) {
   const auto i = static_cast<std::size_t>(bpm);
+  // A pointer for each BPM up to the highest in use: 40 kB for the last of 5000.
   if (i >= s.columns.size()) s.columns.resize(i + 1);
   if (!s.columns[i]) {
     // calloc of this size hands out untouched zero pages: a column of 100 orbits costs three of
@@ -61,7 +64,7 @@ double& orbit_store::edit_current(int orbit) {
 
 std::span<const bpm_struct> orbit_store::column(int bpm, int norbits) const {
   check_bpm(bpm);
-  if (norbits != 0) check_orbit(*this, norbits);
+  if (norbits != 0) check_orbit(*this, norbits);  // no orbits is no fault: a fresh store has none
   const bpm_struct* column = column_of(*this, bpm);
   return column == nullptr ? std::span<const bpm_struct>{}
                            : std::span{column, static_cast<std::size_t>(norbits)};
@@ -82,6 +85,7 @@ void orbit_store::take_column(orbit_store& from, int bpm) {
   check_bpm(bpm);
   const auto i = static_cast<std::size_t>(bpm);
   if (i >= columns.size()) columns.resize(i + 1);
+  // Moved, not copied: a column of 3000 orbits is 288 kB, and a session hands over all BPMs.
   columns[i] = i < from.columns.size() ? std::move(from.columns[i]) : column_memory{};
 }
 

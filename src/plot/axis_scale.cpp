@@ -58,12 +58,14 @@ axis_scale general_scale(double low, double high, int least, int most, bool coun
   if (!std::isfinite(low)) low = 0;
   if (!std::isfinite(high)) high = 0;
   if (low > high) std::swap(low, high);
-  if (low == high && !counts) {  // one value: a tenth of it around it
+  if (low == high && !counts) {
+    // One value: a tenth of it around it; around 0 any width would do.
     const double half = low == 0 ? 1 : std::abs(low) / 20;
     low -= half;
     high += half;
   }
   const double range = std::max(high - low, counts ? 1.0 : 0.0);
+  // A power more on either side than the range needs: its bounds need not lie on whole steps.
   const int coarsest = static_cast<int>(std::floor(std::log10(range / least))) + 2;
   const int finest = static_cast<int>(std::floor(std::log10(range / most))) - 1;
   const double middle = (least + most) / 2.0;

@@ -13,8 +13,8 @@
 namespace quick_plot {
 namespace {
 
-constexpr int most_colours = 256;
-using shade = std::uint32_t;  // red, green and blue, a byte each
+constexpr int most_colours = 256;  // an index of a GIF file is one byte
+using shade = std::uint32_t;       // red, green and blue, a byte each
 
 // A picture of at most 256 colours: the index of every pixel, row by row, and the colours.
 struct palette_image {
@@ -29,7 +29,7 @@ struct free_surface {
 };
 using surface_handle = std::unique_ptr<cairo_surface_t, free_surface>;
 
-// The colour without its lowest bits; white stays white.
+// The colour without its lowest bits. White stays white: paper a shade darker is seen at once.
 shade coarser(shade colour, int bits) {
   const auto cleared = static_cast<shade>((0xFF >> bits) << bits);
   shade out = 0;
@@ -45,14 +45,16 @@ bool fill_palette(cairo_surface_t* surface, int bits, palette_image& image) {
   std::unordered_map<shade, GifPixelType> index_of;
   image.width = cairo_image_surface_get_width(surface);
   image.height = cairo_image_surface_get_height(surface);
-  image.pixels.clear();
+  image.pixels.clear();  // an earlier try may have stopped halfway
   image.colours.clear();
   const unsigned char* data = cairo_image_surface_get_data(surface);
+  // Rows are padded: the next one begins a stride, not a width, further on.
   const auto stride = static_cast<std::size_t>(cairo_image_surface_get_stride(surface));
   for (int row = 0; row < image.height; ++row) {
     const auto* line =
         reinterpret_cast<const shade*>(data + (static_cast<std::size_t>(row) * stride));
     for (int column = 0; column < image.width; ++column) {
+      // The top byte is opacity or nothing; a page is opaque.
       const shade colour = coarser(line[column] & 0xFFFFFFU, bits);
       const auto next = static_cast<GifPixelType>(image.colours.size());
       const auto [place, fresh] = index_of.try_emplace(colour, next);
@@ -64,6 +66,8 @@ bool fill_palette(cairo_surface_t* surface, int bits, palette_image& image) {
   return true;
 }
 
+// The GIF library's way out: through a stream of ours, because a file that it opens itself is
+// readable by its owner alone.
 int put_bytes(GifFileType* gif, const GifByteType* bytes, int count) {
   auto* stream = static_cast<std::FILE*>(gif->UserData);
   return static_cast<int>(std::fwrite(bytes, 1, static_cast<std::size_t>(count), stream));
@@ -99,6 +103,7 @@ std::string copy_as_gif(const std::string& drawn, const std::string& path) {
   if (const auto status = cairo_surface_status(surface.get()); status != CAIRO_STATUS_SUCCESS) {
     return std::string{"the drawn page is incomplete: "} + cairo_status_to_string(status);
   }
+  // Ends with 6 bits at the latest: four values and white in each of three channels: 125 colours.
   palette_image image;
   for (int bits = 1; !fill_palette(surface.get(), bits, image);) ++bits;
 

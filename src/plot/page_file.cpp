@@ -14,6 +14,7 @@ namespace quick_plot {
 namespace fs = std::filesystem;
 
 std::string scratch_folder::make() {
+  // A name that nobody can guess, made in one step and open to us alone.
   std::error_code error;
   const fs::path root = fs::temp_directory_path(error);
   std::string name = (error ? fs::path("/tmp") : root) / "butngain-plot-XXXXXX";
@@ -37,6 +38,7 @@ whole_file::~whole_file() {
 
 std::string whole_file::open(const std::string& path) {
   path_ = path;
+  // Beside its place, not in the scratch folder: only within one file system is renaming one step.
   part_ = fs::path(path).parent_path() / fmt::format(".butngain-{}.part", getpid());
   stream_ = std::fopen(part_.c_str(), "wb");
   if (stream_ != nullptr) return {};
@@ -46,6 +48,7 @@ std::string whole_file::open(const std::string& path) {
 }
 
 std::string whole_file::finish() {
+  // A full disk shows at the write, at the flush or at the closing; the first reason is the one.
   errno = 0;
   const bool written = std::ferror(stream_) == 0 && std::fflush(stream_) == 0;
   int reason = errno;
@@ -63,6 +66,8 @@ std::string copy_postscript(const std::string& drawn, const std::string& path,
   if (!page) return util::system_text(errno);
   whole_file copy;
   if (std::string reason = copy.open(path); !reason.empty()) return reason;
+  // The drawing library tells nobody of a failed write: a page is complete when its last line is
+  // there. What looks like a line of the header further down is left alone.
   bool complete = false;
   bool in_header = true;
   for (std::string line; std::getline(page, line);) {

@@ -16,7 +16,7 @@ namespace {
 // Width of line weight 1 [points]: a quarter of a millimetre, at 96 pixels an inch on bit maps.
 constexpr double weight_on_paper = 0.25 / 25.4 * 72;
 constexpr double weight_on_bit_map = 0.25 / 25.4 * 96;
-constexpr double unit_height = 0.027;  // font size of character height 1, in page heights
+constexpr double unit_height = 0.027;  // font size of character height 1, in page heights: measured
 
 struct pen_state {
   page_medium medium = page_medium::postscript;
@@ -62,6 +62,7 @@ bool open_pen(page_medium medium, const std::string& path, double width, double 
   pen = {medium, height};
   cpgsvp(0, 1, 0, 1);
   cpgswin(0, single(width), 0, single(height));
+  // Chosen by eye: the curve pale enough for its symbols to stand out, the grid just visible.
   set_colour(ink::black, 0, 0, 0);
   set_colour(ink::grey, 0.45, 0.45, 0.45);
   set_colour(ink::light_grey, 0.89, 0.89, 0.89);
@@ -87,7 +88,7 @@ void draw_line(double x1, double y1, double x2, double y2) {
 }
 
 void draw_dashed_line(double x1, double y1, double x2, double y2) {
-  constexpr int dashed = 2;
+  constexpr int dashed = 2;  // line styles of the interface
   constexpr int full = 1;
   cpgsls(dashed);
   draw_line(x1, y1, x2, y2);

@@ -14,8 +14,9 @@ constexpr double least_title_size = 6;
 constexpr double grid_width = 0.5;
 constexpr double tick_length = 6;
 constexpr double minor_tick_length = 3.5;
-constexpr double gap = 6;            // between frame and numbers, numbers and labels
-constexpr double cap_height = 0.73;  // of the font, in font sizes
+constexpr double gap = 6;  // between frame and numbers, numbers and labels
+// Of DejaVu Sans, in font sizes: capitals, and what hangs below the line (483 of 2048 units).
+constexpr double cap_height = 0.73;
 constexpr double descent = 0.24;
 
 double widest_number(const axis& a) {
@@ -31,12 +32,14 @@ rectangle fit_graph(const page_state& p, std::string_view title) {
   const double left = gap + widest_number(p.y) + label_room;
   const double bottom = gap + (cap_height * number_size) + gap + label_room;
   const double top = title.empty() ? 0 : title_size + gap;
+  // Half of the last number stands beyond the end of the X axis.
   const double right = text_width(axis_number(p.x.scale, last_tick(p.x)), number_size) / 2;
   return {p.box.left + std::max(p.margin.left, left), p.box.right - std::max(p.margin.right, right),
           p.box.bottom + std::max(p.margin.bottom, bottom),
           p.box.top - std::max(p.margin.top, top)};
 }
 
+// First of all, so that everything else stands on top of it.
 void draw_grid(const page_state& p) {
   set_pen(ink::light_grey, grid_width);
   for (long long k = p.x.scale.first; k <= last_tick(p.x); ++k) {
@@ -49,6 +52,7 @@ void draw_grid(const page_state& p) {
   }
 }
 
+// Four single lines: a polygon would not be moved to the middle of its pixels.
 void draw_frame(const page_state& p) {
   const auto& [left, right, bottom, top] = p.graph;
   set_pen(ink::black, frame_width);
@@ -61,6 +65,7 @@ void draw_frame(const page_state& p) {
 // Ticks inside the frame, on all four sides.
 void draw_ticks(const page_state& p) {
   const auto& [left, right, bottom, top] = p.graph;
+  // Counted in small intervals, places from whole numbers: no sum of steps drifts off its tick.
   for (int i = 0; i <= p.x.scale.divisions * p.x.scale.minor; ++i) {
     const double length = i % p.x.scale.minor == 0 ? tick_length : minor_tick_length;
     const double steps = static_cast<double>(i) / p.x.scale.minor;
@@ -77,6 +82,7 @@ void draw_ticks(const page_state& p) {
   }
 }
 
+// Ours, not the drawing library's: with a step of 25 or 0.25 its numbers are wrong.
 void draw_numbers(const page_state& p) {
   const double digit_height = cap_height * number_size;
   for (long long k = p.x.scale.first; k <= last_tick(p.x); ++k) {

@@ -17,11 +17,12 @@ namespace quick_plot {
 namespace {
 
 // Sizes [points], chosen by eye on screen and paper.
-constexpr double paper_width = 792;  // letter, landscape
+constexpr double paper_width = 792;  // letter, landscape: 11 by 8.5 inches
 constexpr double paper_height = 612;
 constexpr double curve_width = 0.7;  // thinner than a symbol, which must stand out from it
 constexpr double symbol_width = 1.1;
-constexpr double least_symbol_size = 3;
+constexpr double least_symbol_size = 3;  // a smaller plus is a dot
+constexpr double symbol_room = 0.8;      // of the spacing: neighbours stay apart
 constexpr double wedge_size = 7;
 constexpr double note_size = 22;
 
@@ -57,7 +58,7 @@ sides in_points(double x1, double x2, double y1, double y2, std::string_view uni
 double symbol_size_here(const page_state& p) {
   if (!p.x.counts) return p.symbol_size;
   const double spacing = x_of(p, steps_of(p.x, p.x.apart)) - x_of(p, 0);
-  return std::min(p.symbol_size, std::max(least_symbol_size, 0.8 * spacing));
+  return std::min(p.symbol_size, std::max(least_symbol_size, symbol_room * spacing));
 }
 
 // One point of a curve on the page; y may lie beyond the axis.
@@ -85,6 +86,7 @@ bool drawable(const place& at) { return std::isfinite(at.x) && std::isfinite(at.
 
 // Draws the part of a line that is within the axis.
 void draw_clipped(place from, place to, const y_limits& limits) {
+  // Only Y is clipped: an X axis encloses its data. Turned upwards, so that `from` is the lower end.
   if (from.y > to.y) std::swap(from, to);
   if (to.y < limits.lowest || from.y > limits.highest) return;
   const double slope = from.y == to.y ? 0 : (to.x - from.x) / (to.y - from.y);
@@ -100,6 +102,7 @@ void draw_clipped(place from, place to, const y_limits& limits) {
 
 // A plus, or beyond the axis a wedge on the frame that points there.
 void draw_symbol(const page_state& p, const place& at, const y_limits& limits) {
+  // One point inside the frame, whose line stays whole at the tip.
   if (at.y > limits.highest) return draw_wedge(at.x, p.graph.top - 1, wedge_size, true);
   if (at.y < limits.lowest) return draw_wedge(at.x, p.graph.bottom + 1, wedge_size, false);
   draw_plus(at.x, at.y, symbol_size_here(p));
@@ -113,6 +116,7 @@ std::string qp_open_page(std::string_view device_name, const std::string& name, 
   page->name = name;
   page->width = paper_width;
   page->height = paper_height;
+  // The display first, then the scratch folder, then the page: what fails is told as what it is.
   std::string reason;
   if (device_name == "X") {
     if (unit != "POINTS") unknown("unit", unit);
@@ -146,6 +150,7 @@ std::string qp_open_page(std::string_view device_name, const std::string& name, 
 
 void qp_set_page_border(double x1, double x2, double y1, double y2, std::string_view unit) {
   page_state& p = open_page_state();
+  // Boxes divide what the border leaves: the one chosen before is no box of this page any more.
   p.border = in_points(x1, x2, y1, y2, unit);
   qp_set_box(1, 1, 1, 1);
 }

@@ -59,6 +59,7 @@ xcb_pixmap_t upload(cairo_surface_t* picture, int width, int height) {
   cairo_paint(painter);
   const bool painted = cairo_status(painter) == CAIRO_STATUS_SUCCESS;
   cairo_destroy(painter);
+  // The surface must let go of the pixmap while the connection is still there.
   cairo_surface_flush(target.get());
   cairo_surface_finish(target.get());
   return painted ? pixmap : 0;
@@ -67,13 +68,15 @@ xcb_pixmap_t upload(cairo_surface_t* picture, int width, int height) {
 // Title, program name and a fixed size, for the window manager.
 void describe(xcb_window_t window, const std::string& title, int width, int height) {
   xcb_connection_t* x = state.connection.get();
-  constexpr std::uint8_t characters = 8;
+  constexpr std::uint8_t characters = 8;  // bits an item
   xcb_change_property(x, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_NAME, XCB_ATOM_STRING,
                       characters, static_cast<std::uint32_t>(title.size()), title.data());
   constexpr std::array name{'b', 'u', 't', 'n', 'g', 'a', 'i', 'n', '\0',
                             'B', 'u', 't', 'n', 'g', 'a', 'i', 'n', '\0'};
   xcb_change_property(x, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING,
                       characters, name.size(), name.data());
+  // 18 words as the window manager's conventions lay them out: flags, four of old use, least and
+  // most width and height, ... The picture is not drawn anew, so both sizes are that of the picture.
   constexpr std::uint32_t least_and_most_size = 16 + 32;
   std::array<std::uint32_t, 18> hints{least_and_most_size};
   hints[5] = hints[7] = static_cast<std::uint32_t>(width);
@@ -95,6 +98,8 @@ std::string open_screen() {
   auto screens = xcb_setup_roots_iterator(xcb_get_setup(state.connection.get()));
   for (; number > 0 && screens.rem > 1; --number) xcb_screen_next(&screens);
   state.screen = screens.data;
+  // Colours are written as they are, red, green and blue: a palette of the display's would need
+  // allocating them first.
   state.visual = root_visual(state.screen);
   if (state.visual == nullptr || state.visual->_class != XCB_VISUAL_CLASS_TRUE_COLOR) {
     state = {};
@@ -118,6 +123,8 @@ std::string show_on_screen(const std::string& drawn, const std::string& title) {
     return "the display cannot take the picture";
   }
 
+  // The picture is the window's background: the server repaints it whenever it is uncovered, while
+  // this program waits for an answer and serves no window.
   const xcb_window_t window = xcb_generate_id(x);
   xcb_create_window(x, XCB_COPY_FROM_PARENT, window, state.screen->root, 0, 0,
                     static_cast<std::uint16_t>(width), static_cast<std::uint16_t>(height), 0,

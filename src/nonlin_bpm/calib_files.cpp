@@ -19,6 +19,7 @@ int listed_bpm(const word_file& file, bpm_lines& seen) {
     init_fault(file, fmt::format("EXPECTED A BPM NUMBER 1..{}, FOUND {}", max_bpm, file.words[0]));
   }
   if (seen(*bpm) != 0) {
+    // Two lines for one BPM contradict each other or are a slip of the pen.
     init_fault(file, fmt::format("BPM {} WAS GIVEN BEFORE, IN LINE {},", *bpm, seen(*bpm)));
   }
   seen(*bpm) = file.line;
@@ -36,6 +37,7 @@ void expect_words(const word_file& file, std::size_t n, std::string_view what) {
 void read_coefficients(const std::string& name) {
   word_file file;
   open_init_file(file, name, "nonlin_bpm_coeff");
+  // A BPM that the file does not list is calibrated by 1, whatever an earlier file said.
   for (calib_struct& calib : bpm_calib.item) calib.coeff.fill(1);
   bpm_lines seen{};
   while (next_words(file)) {
@@ -44,6 +46,7 @@ void read_coefficients(const std::string& name) {
     for (int k = 1; k <= 4; ++k) {
       const auto place = static_cast<std::size_t>(k);
       const auto coeff = real_at(file, place);
+      // 0 would silence a button without saying so, and there is a file for that.
       if (!coeff || !(*coeff > 0)) {
         init_fault(file,
                    fmt::format("EXPECTED A COEFFICIENT ABOVE 0, FOUND {}", file.words[place]));
@@ -56,6 +59,7 @@ void read_coefficients(const std::string& name) {
 void read_bad_buttons(const std::string& name) {
   word_file file;
   open_init_file(file, name, "nonlin_bpm_bad_buttons");
+  // One at most for each BPM: three signals are what two coordinates and a scale need.
   for (calib_struct& calib : bpm_calib.item) calib.ix_bad_button = 0;
   bpm_lines seen{};
   while (next_words(file)) {

@@ -5,6 +5,7 @@
 
 namespace nonlin_bpm_mod {
 
+// By halves, whatever the spacing; where steps are equal, locate_equal finds the same place sooner.
 int locate(const std::vector<double>& table, double value) {
   std::size_t below = 0;
   std::size_t above = table.size() + 1;
@@ -20,6 +21,7 @@ int locate(const std::vector<double>& table, double value) {
 }
 
 void nonlin_bpm_interpolate(const position& x, derivatives& d) {
+  // Kept for compatibility: a fault of the caller, told and survived.
   if (func_bpm == nullptr) {
     using util::list_line;
     util::print_line(
@@ -43,6 +45,7 @@ void nonlin_bpm_interpolate(const position& x, derivatives& d) {
     // The scale goes to all nine entries, also to those of higher order, which nobody sets.
     for (double& entry : d(k).item) entry *= x(3);
   }
+  // Zero drops the button from every sum that a fit makes of these.
   const int bad = bpm_calib(bpm_index_com).ix_bad_button;
   if (bad != 0) d(bad).fill(0);
 }

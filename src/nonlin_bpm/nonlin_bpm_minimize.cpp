@@ -11,12 +11,16 @@
 namespace nonlin_bpm_mod {
 namespace {
 
+// Three steps are the rule, and no reading inside a table was seen to take more than eleven.
 constexpr int max_steps = 30;
-constexpr int max_halvings = 12;      // the smallest part of a step tried is 2^-12
-constexpr double small_step = 1e-7;   // [m] a full step below this ends the fit
-constexpr double chi2_slack = 1e-12;  // chi2 may rise by rounding, relative and absolute
+constexpr int max_halvings = 12;  // the smallest part of a step tried is 2^-12: micrometres
+// [m] A full step below this ends the fit and is still taken: what then remains is of second order.
+constexpr double small_step = 1e-7;
+// chi2 may rise by rounding: relative, and absolute as the square of 1e-14 of signals of sum 1.
+constexpr double chi2_slack = 1e-12;
 constexpr double chi2_floor = 1e-28;
-constexpr double singular_limit = 1e-13;  // determinant against the product of the diagonal
+// Determinant against the product of the diagonal: a thousand roundings, below it noise.
+constexpr double singular_limit = 1e-13;
 
 using two_words [[gnu::vector_size(16)]] = std::int64_t;  // a comparison of four floats at once
 

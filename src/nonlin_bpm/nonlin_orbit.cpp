@@ -20,7 +20,7 @@ namespace {
 constexpr std::string_view orbit_folder = "$KOVR_ONLINE/machine_data/meas/orbit/";
 
 // Single-precision constants, widened: kept for compatibility.
-constexpr double smallest_signal{1e-10F};
+constexpr double smallest_signal{1e-10F};  // far below one count: no signal at all
 constexpr double metres_per_millimetre{0.001F};
 constexpr double rough_pi{3.14159F};
 
@@ -29,6 +29,7 @@ std::string facility_file(std::string_view name) {
 }
 
 void convert(int bpm_index, const button_signals& but, position& x, double& chisq) {
+  // All four, a button marked as bad too: kept for compatibility.
   for (const double signal : but.item) {
     if (!(signal >= smallest_signal)) {  // also true of a NaN
       x.fill(0);
@@ -38,6 +39,7 @@ void convert(int bpm_index, const button_signals& but, position& x, double& chis
   const button_signals copy = but;
   nonlin_bpm_minimize(bpm_index, copy, x, chisq);
   if (nonlin_bpm_use_rotation) nonlin_bpm_real_coords(bpm_index, x);
+  // Also from the zeros of a failed fit: kept for compatibility; chisq tells which it is.
   if (nonlin_bpm_use_offsets) {
     x(1) -= bpm_calib(bpm_index).offset(1);
     x(2) -= bpm_calib(bpm_index).offset(2);
@@ -57,6 +59,7 @@ void nonlin_orbit(int bpm_index, const button_signals& but, position& x, double&
       nonlin_bpm_use_offsets = false;
       return;
     case -2:
+      // Read again, so that new offsets serve without a new start.
       nonlin_bpm_init_offsets();
       nonlin_bpm_use_offsets = true;
       return;
@@ -78,7 +81,7 @@ void nonlin_bpm_init() {
   read_coefficients(facility_file("nonlin_bpm/button_coeff.dat"));
   read_bad_buttons(facility_file("nonlin_bpm/bad_button.dat"));
   nonlin_bpm_init_offsets();
-  nonlin_bpm_first_call = false;
+  nonlin_bpm_first_call = false;  // last: nothing half loaded ever serves
 }
 
 void nonlin_bpm_init_offsets() {
@@ -89,6 +92,7 @@ void nonlin_bpm_init_offsets() {
   if (const int failed = util::open_old(unit.number(), path); failed != 0) {
     util::run_time_error("cannot open " + path + ": " + util::system_text(failed));
   }
+  // All to zero first: a BPM that the new file no longer lists must not keep an old offset.
   for (calib_struct& calib : bpm_calib.item) calib.offset.fill(0);
   for (util::list_record record; util::read_record(unit.number(), record);) {
     const auto bpm = util::take_int(record);
@@ -105,6 +109,7 @@ void nonlin_bpm_init_offsets() {
     }
     bpm_calib(*bpm).offset = {{*horizontal, *vertical}};
   }
+  // Turned into metres in one place, behind the loop: a BPM listed twice is converted once.
   for (calib_struct& calib : bpm_calib.item) {
     for (double& offset : calib.offset.item) offset *= metres_per_millimetre;
   }
@@ -116,6 +121,7 @@ void nonlin_bpm_set_pointers(int bpm_index) {
   const auto within = [bpm_index](int first, int last) {
     return bpm_index >= first && bpm_index <= last;
   };
+  // The chambers along the ring: round pipes at 48..51, narrow ones at two stretches, else arcs.
   if (within(48, 51)) {
     func_bpm = &bpm_48;
   } else if (within(1, 7) || within(93, 110)) {

@@ -12,7 +12,9 @@
 namespace nonlin_bpm_mod {
 namespace {
 
-constexpr int start_spacing = 4;  // nodes between places from which a fit may start
+// Nodes between places from which a fit may start: some 300 in a table of 81 x 61, near enough that
+// three steps end a fit, and few enough to look at all of them for each reading.
+constexpr int start_spacing = 4;
 
 using matrix4 = std::array<std::array<double, 4>, 4>;
 
@@ -33,7 +35,8 @@ quotient difference(const table_nodes& nodes, int ix, int iy, int dx, int dy, do
   return {((last.*slope)[k] - (first.*slope)[k]) / (neighbours * step), neighbours};
 }
 
-// At a rim the direction with more neighbours alone decides.
+// Weighted so that the leading errors of the two quotients cancel (table_cells.hpp). At a rim the
+// direction with more neighbours alone decides: a one-sided quotient is an order worse.
 double cross_slope(const table_nodes& nodes, int ix, int iy, std::size_t k) {
   const double hx = nodes.x.step();
   const double hy = nodes.y.step();
@@ -44,6 +47,7 @@ double cross_slope(const table_nodes& nodes, int ix, int iy, std::size_t k) {
   return (hy * hy * a.value + hx * hx * b.value) / (hx * hx + hy * hy);
 }
 
+// Written out: for four by four the way into the library and out would cost more than the product.
 matrix4 product(const matrix4& a, const matrix4& b) {
   matrix4 c{};
   for (std::size_t i = 0; i < 4; ++i) {
@@ -75,6 +79,7 @@ matrix4 cell_coefficients(const corner_values& corner, double hx, double hy) {
   return product(product(p, f), p_transposed);
 }
 
+// A cell with any corner outside keeps coefficients of zero, which read as no signals.
 bool usable_cell(const table_nodes& nodes, int ix, int iy) {
   return nodes.usable(ix, iy) && nodes.usable(ix + 1, iy) && nodes.usable(ix, iy + 1) &&
          nodes.usable(ix + 1, iy + 1);
@@ -98,6 +103,7 @@ matrix4 button_cell(const table_nodes& nodes, const std::vector<double>& cross, 
   return cell_coefficients(corner, nodes.x.step(), nodes.y.step());
 }
 
+// Each position from its own index: sums of steps would not end on the last one.
 void fill_axis(const grid_axis& axis, std::vector<double>& positions, double& per_step) {
   for (int i = 1; i <= axis.n; ++i) positions.push_back(axis.at(i));
   per_step = 1 / axis.step();
@@ -105,6 +111,7 @@ void fill_axis(const grid_axis& axis, std::vector<double>& positions, double& pe
 
 // Cells of the nodes as they stand, not yet scaled.
 void fill_cells(const table_nodes& nodes, table_struct& table) {
+  // Cross slopes first, at all nodes: each serves four cells.
   std::vector<double> cross(nodes.node.size());
   for (int k = 1; k <= 4; ++k) {
     const auto uk = static_cast<std::size_t>(k - 1);
@@ -131,6 +138,7 @@ void fill_cells(const table_nodes& nodes, table_struct& table) {
   }
 }
 
+// Everything in a cell is linear in the signals, so scaling it scales what it will give.
 void scale_signals(table_struct& table, double factor) {
   for (grid_struct& node : table.grid.item) {
     for (lanes& c : node.b.c) c.v *= factor;
@@ -151,8 +159,10 @@ void fill_response(grid_struct& node) {
     response[3 + j] = b[2] + b[3] - b[0] - b[1];
     response[6 + j] = b[0] + b[1] + b[2] + b[3];
   }
+  // Singular where the signals do not change with the place: zeros then, as at an unusable node.
   if (!linear_algebra::invert_matrix(response, 3)) response.fill(0);
 
+  // Stable: of two buttons as loud the lower number comes first.
   std::array<int, 4> order{1, 2, 3, 4};
   std::stable_sort(order.begin(), order.end(),
                    [&phi](int k, int l) { return phi[k - 1] > phi[l - 1]; });

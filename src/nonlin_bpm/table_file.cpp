@@ -12,9 +12,11 @@
 namespace nonlin_bpm_mod {
 namespace {
 
-constexpr int n_columns = 12;          // three for each button
-constexpr double node_misfit = 0.25;   // squared, relative: at one node
-constexpr double table_misfit = 0.01;  // and over all
+constexpr int n_columns = 12;  // three for each button
+// Squared misfit of the slopes, relative: by half at one node (a slip of the pen), by a tenth over
+// the table (wrong unit, exchanged columns). The tables of the default chambers stay below both.
+constexpr double node_misfit = 0.25;
+constexpr double table_misfit = 0.01;
 constexpr double metres_per_mm = 0.001;
 
 /// Which keys the header has given, and what it said of units.
@@ -39,6 +41,7 @@ header_seen::key& known_key(const word_file& file, header_seen& seen) {
   const std::string_view word = file.words[0];
   const auto key = std::find_if(seen.keys.begin(), seen.keys.end(),
                                 [word](const header_seen::key& k) { return k.name == word; });
+  // A key that nobody knows is more likely a misspelt one than one to be passed over.
   if (key == seen.keys.end()) init_fault(file, fmt::format("UNKNOWN KEY {}", word));
   if (key->line != 0) {
     init_fault(file, fmt::format("KEY {} WAS GIVEN BEFORE, IN LINE {},", word, key->line));
@@ -64,6 +67,7 @@ grid_axis read_axis(const word_file& file) {
   return {*n, *first, *last};
 }
 
+// Told with the key's own line, because only the whole header has the unit.
 void check_extent(const word_file& file, const header_seen::key& key, const grid_axis& axis) {
   const double extent = axis.last - axis.first;
   if (extent < min_extent || extent > max_extent) {
@@ -77,6 +81,7 @@ void read_statement(const word_file& file, std::string_view expected, header_see
   const std::string_view key = known_key(file, seen).name;
   const std::string_view value = file.words[1];
   if (key == "name") {
+    // A table copied to another's file name would give positions that are plausible and wrong.
     nodes.name = value;
     if (!expected.empty() && value != expected) {
       init_fault(file, fmt::format("EXPECTED TABLE NAME {}, FOUND {}", expected, value));
@@ -108,6 +113,7 @@ double read_header(word_file& file, std::string_view expected, table_nodes& node
   for (const auto& key : seen.keys) {
     if (key.needed && key.line == 0) init_fault(file, fmt::format("KEY {} IS MISSING", key.name));
   }
+  // Not while reading: the keys may come in any order, the unit last.
   for (grid_axis* axis : {&nodes.x, &nodes.y}) {
     axis->first *= seen.unit;
     axis->last *= seen.unit;
@@ -135,7 +141,7 @@ table_node read_node(const word_file& file, double unit) {
   };
   for (std::size_t k = 0; k < 4; ++k) {
     node.phi[k] = next();
-    node.dphi_dx[k] = next() / unit;
+    node.dphi_dx[k] = next() / unit;  // slopes are per length: the unit divides
     node.dphi_dy[k] = next() / unit;
     if (!(node.phi[k] > 0)) {
       init_fault(file, fmt::format("EXPECTED A SIGNAL ABOVE 0 FOR BUTTON {}, FOUND {}", k + 1,
@@ -149,6 +155,7 @@ void read_data(word_file& file, double unit, table_nodes& nodes) {
   for (int iy = 1; iy <= nodes.y.n; ++iy) {
     for (int ix = 1; ix <= nodes.x.n; ++ix) {
       if (!next_words(file)) init_fault(file, fmt::format("FILE ENDS BEFORE NODE {} {}", ix, iy));
+      // Every node says which it is: a line lost or doubled shows where it happens, not at the end.
       if (file.words.size() < 2 || integer_at(file, 0) != ix || integer_at(file, 1) != iy) {
         init_fault(file, fmt::format("EXPECTED NODE {} {}", ix, iy));
       }
@@ -157,6 +164,7 @@ void read_data(word_file& file, double unit, table_nodes& nodes) {
   }
   if (!next_words(file)) init_fault(file, "FILE ENDS WITHOUT THE WORD end");
   if (file.words.size() != 1 || file.words[0] != "end") init_fault(file, "EXPECTED THE WORD end");
+  // Two tables in one file: one of them would go unread.
   if (next_words(file)) init_fault(file, "TEXT AFTER THE WORD end");
 }
 
@@ -194,6 +202,7 @@ void check_slopes(const word_file& file, const table_nodes& nodes) {
       const slope_misfit m = misfit_at(nodes, ix, iy);
       total.misfit += m.misfit;
       total.size += m.size;
+      // A product instead of a quotient: slopes of zero are legal to write and make the worst misfit.
       if (m.misfit > worst * m.size) {
         worst = m.size > 0 ? m.misfit / m.size : HUGE_VAL;
         worst_line = nodes.at(ix, iy).line;

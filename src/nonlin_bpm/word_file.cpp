@@ -11,7 +11,8 @@
 namespace nonlin_bpm_mod {
 namespace {
 
-// Written out by hand: tables are a quarter of a million words.
+// Written out by hand: tables are a quarter of a million words. A # ends the line wherever it
+// stands, also within a word.
 void split_words(std::string_view text, std::vector<std::string_view>& words) {
   const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
   words.clear();
@@ -24,6 +25,7 @@ void split_words(std::string_view text, std::vector<std::string_view>& words) {
   }
 }
 
+// Texts are handed out line by line as files are, so that both end up at the same messages.
 bool next_line(word_file& file) {
   if (file.unit.number() != 0) return util::read_line(file.unit.number(), file.text);
   if (file.rest.empty()) return false;
@@ -38,7 +40,7 @@ bool next_line(word_file& file) {
 int open_words(word_file& file, const std::string& name) {
   file.unit = util::unit_handle{util::lunget()};
   file.name = name;
-  file.line = 0;
+  file.line = 0;  // the record may have served another file before
   return util::open_old(file.unit.number(), name);
 }
 
@@ -59,6 +61,7 @@ bool next_words(word_file& file) {
   return false;
 }
 
+// A place behind the last word holds no number: the caller's message then names what it expected.
 std::optional<int> integer_at(const word_file& file, std::size_t place) {
   return place < file.words.size() ? util::scan_integer(file.words[place]) : std::nullopt;
 }
@@ -72,6 +75,7 @@ std::string wrong_first_statement(word_file& file, std::string_view kind) {
   if (file.words[0] != kind) {
     return fmt::format("EXPECTED {} AS FIRST WORD, FOUND {}", kind, file.words[0]);
   }
+  // Another version has other statements: guessing at them would read numbers into wrong places.
   if (file.words.size() != 2 || integer_at(file, 1) != 1) {
     return fmt::format("EXPECTED FORMAT VERSION 1 AFTER {}", kind);
   }
@@ -89,6 +93,7 @@ void open_init_file(word_file& file, const std::string& name, std::string_view k
 }
 
 void init_fault(const word_file& file, std::string_view fault, int line) {
+  // An empty file has no current line; its fault is told at line 1.
   const int number = std::max(line == 0 ? file.line : line, 1);
   util::print_line(fmt::format(" ERROR IN NONLIN_BPM_INIT. {} IN LINE {} OF FILE: {}", fault,
                                number, file.name));

@@ -14,7 +14,7 @@ namespace util {
 
 /// A short text usable as a template argument: the name of an array or a variable.
 struct label {
-  static constexpr std::size_t capacity = 40;
+  static constexpr std::size_t capacity = 40;  // twice the longest name in use
   std::array<char, capacity> text{};
   // Implicit on purpose, so that a literal can stand as the template argument.
   template <std::size_t n>

@@ -14,13 +14,13 @@ namespace {
 
 // The shortest decimal text of a finite number that is not zero, as 0.d1d2d3... x 10^exponent.
 struct decimal {
-  std::array<char, 24> digit{};  // '0'..'9'
+  std::array<char, 24> digit{};  // '0'..'9'; a double needs 17 at most
   int n = 0;                     // digits held
   int exponent = 0;
 };
 
 decimal shortest(double magnitude) {
-  std::array<char, 40> text{};
+  std::array<char, 40> text{};  // at most 17 digits, point, e, sign and three digits: 23
   const auto end = std::to_chars(text.data(), text.data() + text.size(), magnitude,
                                  std::chars_format::scientific)
                        .ptr;
@@ -32,7 +32,7 @@ decimal shortest(double magnitude) {
   int power = 0;
   const bool negative = p[1] == '-';
   std::from_chars(p + 2, end, power);
-  d.exponent = (negative ? -power : power) + 1;
+  d.exponent = (negative ? -power : power) + 1;  // from d.ddd to 0.ddd
   return d;
 }
 
@@ -73,12 +73,12 @@ void put_right(std::string& out, std::string_view text, int width) {
 
 // --- the quick way ----------------------------------------------------------------------------
 // A number scaled to a whole number of last places needs its exact digits only where it lies
-// close to the middle between two of them. Elsewhere the scaled number, good to some 1e-12 of a
-// place, already tells which one is nearer. Progress lines are made of such numbers by the
-// thousand.
+// close to the middle between two of them. Elsewhere the scaled number, three roundings of 1e-16
+// away from the shortest text, already tells which one is nearer. Progress lines are made of such
+// numbers by the thousand.
 
-constexpr double quick_limit = 1e9;     // last places: far from what a double counts exactly
-constexpr double middle_margin = 1e-5;  // of a place: more than the scaling can be wrong
+constexpr double quick_limit = 1e9;     // last places: they fit 32 bits, and 1e-16 of them is 1e-7
+constexpr double middle_margin = 1e-5;  // of a place: far more than the scaling can be wrong
 
 // The nearest whole number of last places, or nothing when the exact digits must decide.
 std::optional<std::uint32_t> places(double scaled) {
@@ -89,7 +89,8 @@ std::optional<std::uint32_t> places(double scaled) {
   return below + (rest > 0.5 ? 1 : 0);
 }
 
-// 10^p, p = -60..60, each the double next to it.
+// 10^p, p = -60..60, each the double next to it. 60 covers what the exponent form asks for: sizes
+// of 1e-50..1e50, brought to 8 digits.
 constexpr int max_quick_power = 60;
 constexpr auto powers_of_ten = [] {
   std::array<double, 2 * max_quick_power + 1> power{};
@@ -109,7 +110,7 @@ double ten_to(int p) {
 
 // Text that is written from its end to its front, right-justified in a field.
 struct backward_text {
-  std::array<char, 64> text{};
+  std::array<char, 64> text{};  // the quick ways write 20 at most
   std::size_t start = 64;
   void put(char c) { text[--start] = c; }
   void put_digits(std::uint32_t n, int digits) {
@@ -119,7 +120,7 @@ struct backward_text {
 };
 
 bool put_fixed_quickly(std::string& out, double value, int width, int decimals) {
-  if (decimals < 1 || decimals > 9) return false;
+  if (decimals < 1 || decimals > 9) return false;  // more: all above 0.1 is beyond the limit
   const auto n = places(std::abs(value) * ten_to(decimals));
   if (!n) return false;
   backward_text text;
@@ -136,7 +137,7 @@ bool put_fixed_quickly(std::string& out, double value, int width, int decimals) 
 bool put_exponent_quickly(std::string& out, double value, int width, int digits) {
   const double size = std::abs(value);
   if (digits < 1 || digits > 8 || !(size > 1e-50 && size < 1e50)) return false;
-  // From the binary exponent the decimal one is known but for one more or less.
+  // From the binary exponent the decimal one is known but for one more or less: log10(2) = 0.30103.
   int binary = 0;
   std::frexp(size, &binary);
   int power = static_cast<int>(std::floor(binary * 0.30103)) + 1;
@@ -146,7 +147,7 @@ bool put_exponent_quickly(std::string& out, double value, int width, int digits)
   const auto full = static_cast<std::uint32_t>(ten_to(digits));
   if (*n >= full) {
     // 0.99999 rounds up to the next power: 0.1000 of it.
-    if (*n > full) return false;
+    if (*n > full) return false;  // the estimate was one power off: the exact way decides
     n = full / 10;
     ++power;
   }
@@ -170,7 +171,7 @@ bool put_not_finite(std::string& out, double value, int width) {
     return true;
   }
   if (std::isinf(value)) {
-    const bool narrow = width < 9;
+    const bool narrow = width < 9;  // "-Infinity" has nine: both signs change words together
     put_right(out, value < 0 ? (narrow ? "-Inf" : "-Infinity") : (narrow ? "Inf" : "Infinity"),
               width);
     return true;
@@ -190,6 +191,7 @@ void put_fixed(std::string& out, double value, int width, int decimals) {
   }
   std::string text;
   if (value < 0) text += '-';
+  // More places before the point than columns: asterisks, without writing up to 309 digits first.
   if (value != 0 && d.exponent > width) {
     put_right(out, std::string(static_cast<std::size_t>(width) + 1, '*'), width);
     return;
@@ -213,7 +215,7 @@ void put_exponent(std::string& out, double value, int width, int digits) {
   for (int i = 0; i < digits; ++i) text += digit_at(d, i);
   const int power = value != 0 ? d.exponent : 0;
   const std::string size = std::to_string(std::abs(power));
-  if (size.size() < 3) text += 'D';
+  if (size.size() < 3) text += 'D';  // three digits take the letter's column
   text += power < 0 ? '-' : '+';
   if (size.size() < 2) text += '0';
   text += size;

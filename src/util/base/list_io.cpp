@@ -11,6 +11,7 @@ namespace util {
 namespace {
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
+// A CR counts as a blank: a text that was not read line by line may still end in one.
 bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
 bool is_separator(char c) { return is_blank(c) || c == ',' || c == '/'; }
 
@@ -30,8 +31,9 @@ std::string plain_number(std::string_view text) {
     digits += is_digit(text[i]) ? 1 : 0;
     plain += text[i];
   }
-  if (digits == 0) return {};
+  if (digits == 0) return {};  // a sign or a point alone is no number
   if (i == text.size()) return plain;
+  // The exponent: behind E or D its sign may be missing, without a letter the sign is what begins it.
   const char letter = text[i];
   const bool lettered = letter == 'e' || letter == 'E' || letter == 'd' || letter == 'D';
   if (lettered) ++i;
@@ -52,7 +54,8 @@ void skip_blanks(list_record& record) {
   }
 }
 
-// Reads a quoted text; position stands behind the closing quote (or at the end).
+// Reads a quoted text; position stands behind the closing quote. A text that is never closed ends
+// with the line: a forgotten quote must not swallow the next record.
 std::string quoted(list_record& record) {
   const char quote = record.text[record.position++];
   std::string text;
@@ -71,6 +74,7 @@ std::string quoted(list_record& record) {
 bool split_repeats(list_record& record) {
   const std::size_t star = record.item.find('*');
   if (star == std::string::npos || star == 0 || !is_digit(record.item[0])) return false;
+  // "0*2" and "1.5*2" hold no count: they stay words, and as numbers are refused with their full text.
   const auto count = scan_integer(std::string_view{record.item}.substr(0, star));
   if (!count || *count < 1) return false;
   record.repeats = *count;
@@ -94,7 +98,7 @@ void take_word(list_record& record) {
 
 // Moves on to the next item; leaves it in record.item. The separator behind an item belongs to it.
 taken next_item(list_record& record) {
-  if (record.repeats > 0) {
+  if (record.repeats > 0) {  // n*value: the same item once more
     --record.repeats;
     return record.item_is_null ? taken::null : taken::value;
   }
@@ -110,6 +114,8 @@ taken next_item(list_record& record) {
   record.item_is_null = false;
   record.repeats = 1;
   if (text[record.position] == ',') {
+    // A comma where an item should begin: an empty place. The comma behind an item was used up with
+    // that item, so "1," has one item and "1,,2" has three.
     record.item_is_null = true;
   } else if (begins_quoted(record)) {
     record.item = quoted(record);
@@ -119,7 +125,7 @@ taken next_item(list_record& record) {
       if (begins_quoted(record)) {
         record.item = quoted(record);
       } else {
-        record.item_is_null = true;
+        record.item_is_null = true;  // "3*": three empty places
       }
     }
   }
@@ -134,15 +140,16 @@ taken take_scanned(list_record& record, T& value, Scan scan) {
   const taken next = next_item(record);
   if (next != taken::value) return next;
   const auto scanned = scan(record.item);
-  if (!scanned) return taken::bad;
+  if (!scanned) return taken::bad;  // record.item still holds the word, for the message
   value = *scanned;
   return taken::value;
 }
 
-// The digits of a real as 1PG25.17: fixed from 0.1 up to 1e17, else with a three-digit exponent.
+// A real with all its digits: fixed from 0.1 up to 1e17, else with a three-digit exponent. The
+// field's last five columns belong to the exponent and stay blank without one.
 std::string list_real(double v) {
-  constexpr int width = 25;
-  constexpr int digits = 17;
+  constexpr int width = 25;   // blank, sign, digit, point, 16 digits, E+ddd
+  constexpr int digits = 17;  // any two doubles differ within these
   std::string out;
   const double size = std::abs(v);
   if (!std::isfinite(v)) {
@@ -150,14 +157,14 @@ std::string list_real(double v) {
     return out;
   }
   if (size == 0 || (size >= 0.1 && size < 1e17)) {
-    int before = 1;
+    int before = 1;  // digits before the point
     for (double bound = 10; size >= bound && before < digits; bound *= 10) ++before;
     put_fixed(out, v, width - 5, size < 1 && size > 0 ? digits : digits - before);
     return out + "     ";
   }
   // put_exponent writes 0.ddd; shift its point by one place.
   std::string mantissa;
-  put_exponent(mantissa, v, width + 8, digits);
+  put_exponent(mantissa, v, width + 8, digits);  // wide enough for any number: trimmed below
   mantissa = std::string{trim(mantissa)};
   const std::size_t point = mantissa.find('.');
   const std::size_t sign = mantissa.find_first_of("+-", point);
@@ -194,7 +201,7 @@ std::optional<double> scan_real(std::string_view text) {
 
 std::optional<std::int32_t> scan_integer(std::string_view text) {
   if (!text.empty() && text[0] == '+') {
-    text.remove_prefix(1);
+    text.remove_prefix(1);  // from_chars takes no plus; behind ours it would take a minus
     if (text.empty() || !is_digit(text[0])) return {};
   }
   std::int32_t value = 0;
@@ -206,6 +213,7 @@ std::optional<std::int32_t> scan_integer(std::string_view text) {
 std::optional<bool> scan_logical(std::string_view text) {
   if (!text.empty() && text[0] == '.') text.remove_prefix(1);
   if (text.empty()) return {};
+  // The letter decides; what follows it (.TRUE., True, T) does not count.
   if (text[0] == 'T' || text[0] == 't') return true;
   if (text[0] == 'F' || text[0] == 'f') return false;
   return {};

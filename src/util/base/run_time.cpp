@@ -16,11 +16,14 @@
 namespace util {
 namespace {
 
+// No destructors and exit handlers: everything is closed by now, and one that failed would begin a
+// second ending within the first.
 [[noreturn]] void leave(int status) {
   if (end_process != nullptr) end_process(status);
   std::_Exit(status);
 }
 
+// Standard error has no buffer: one call brings the line there in one piece.
 void tell(std::string_view what) {
   if (erase_unfinished_line != nullptr) erase_unfinished_line();
   std::string line{program_name};
@@ -37,6 +40,7 @@ bool flush_output() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 
 }  // namespace
 
 void run_time_error(std::string_view what) {
+  // What was printed before comes first, then the fault, then what closing the files adds to it.
   std::fflush(stdout);
   tell(std::string{"run-time error: "}.append(what));
   close_for_the_end(closing::every);
@@ -45,6 +49,7 @@ void run_time_error(std::string_view what) {
 
 void subscript_error(std::string_view array, long long subscript, long long lower, long long upper,
                      int dimension) {
+  // "subscript 5 of but" with one dimension, "subscript 2 (= 0) of gain_save" with several.
   std::string what = "subscript ";
   const std::string value = std::to_string(subscript);
   if (dimension == 0) {
@@ -69,11 +74,13 @@ void end_of_input_error(std::string_view prompt) {
 
 void err_exit() {
   std::fflush(stdout);
+  // Kept for compatibility: the units that were handed out are closed before the two lines, the
+  // fixed ones at the very end.
   close_for_the_end(closing::handed_out);
   print_line("!-------------------------------------------------");
   print_line("ERR_EXIT: WILL BOMB PROGRAM TO GIVE TRACEBACK...");
   std::fflush(stdout);
-  constexpr int deepest = 64;
+  constexpr int deepest = 64;  // calls shown; nothing here recurses that deep
   std::array<void*, deepest> frames{};
   const int depth = backtrace(frames.data(), deepest);
   backtrace_symbols_fd(frames.data(), depth, STDERR_FILENO);
@@ -82,7 +89,7 @@ void err_exit() {
 }
 
 void stop_program(int status) {
-  errno = 0;
+  errno = 0;  // stays 0 when an earlier write failed: its reason is gone, EIO stands for it
   const bool printed = flush_output();
   const int reason = errno;
   const bool closed = close_for_the_end(closing::every);
@@ -90,6 +97,7 @@ void stop_program(int status) {
     tell(std::string{"run-time error: writing standard output: "}.append(
         system_text(reason != 0 ? reason : EIO)));
   }
+  // A run whose last lines are lost has not ended well, whatever its caller thinks.
   leave(status == 0 && !(printed && closed) ? 1 : status);
 }
 

@@ -16,10 +16,11 @@ namespace {
 }  // namespace
 
 void print_text(std::string_view text) {
-  errno = 0;
+  errno = 0;  // else an old failure's reason would be told for a write that sets none
   if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) output_error(errno);
 }
 
+// Two writes into the stream's buffer: joining them first would copy every line once more.
 void print_line(std::string_view text) {
   print_text(text);
   print_text("\n");

@@ -11,6 +11,7 @@
 namespace util {
 namespace {
 
+// Of a variable's name, as shells have it; written out, because isalnum depends on the locale.
 bool belongs_to_name(char c) {
   return c == '_' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
@@ -61,6 +62,7 @@ void append_escaped(std::string& out, char c) {
   }
 }
 
+// A path that cannot be made is a fault of the installation: nothing that is asked again helps.
 [[noreturn]] void path_error(const std::string& what) {
   std::fflush(stdout);
   std::fprintf(stderr, "%.*s: %s\n", static_cast<int>(program_name.size()), program_name.data(),
@@ -70,6 +72,7 @@ void append_escaped(std::string& out, char c) {
 
 }  // namespace
 
+// Blanks only: that is what padded strings are padded with.
 std::string_view trim_right(std::string_view text) {
   const std::size_t last = text.find_last_not_of(' ');
   return last == std::string_view::npos ? std::string_view{} : text.substr(0, last + 1);
@@ -81,6 +84,7 @@ std::string_view trim(std::string_view text) {
   return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
+// Not toupper: it changes letters beyond ASCII in some locales.
 std::string upcase(std::string_view text) {
   std::string upper{text};
   std::transform(upper.begin(), upper.end(), upper.begin(), [](char c) {
@@ -111,6 +115,7 @@ std::string_view unquote(std::string_view text) {
 }
 
 std::string fullfilename(std::string_view name, std::size_t width) {
+  // A name may come in quotes, as from a command file, or with blanks around it, as typed.
   const std::string_view plain = unquote(trim(name));
   std::string path{plain};
   if (!plain.empty() && plain[0] == '$') {
@@ -124,6 +129,7 @@ std::string fullfilename(std::string_view name, std::size_t width) {
     }
     path = value + std::string{plain.substr(end)};
   }
+  // Checked after the expansion: the variable's value is what makes a path long.
   if (path.size() > width) {
     path_error("the path " + path + " is longer than the " + std::to_string(width) +
                " characters that it may have");

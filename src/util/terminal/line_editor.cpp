@@ -21,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kept_answers = 500;
+constexpr int kept_answers = 500;  // some dozens of sessions; reading them takes no time
 
 struct free_memory {
   void operator()(char* p) const { std::free(p); }  // NOLINT(*-no-malloc,*-owning-memory)
@@ -72,6 +72,7 @@ void open_history() {
 
 void remember(const std::string& answer) {
   if (trim(answer).empty()) return;
+  // The same answer twice in a row is kept once: a repeated question would fill the history.
   const HIST_ENTRY* last = history_get(history_base + history_length - 1);
   if (last != nullptr && answer == last->line) return;
   add_history(answer.c_str());

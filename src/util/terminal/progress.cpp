@@ -14,8 +14,8 @@ namespace util {
 namespace {
 
 using namespace std::chrono_literals;
-constexpr auto patience = 500ms;  // shorter steps draw nothing
-constexpr auto pace = 100ms;      // between two drawings
+constexpr auto patience = 500ms;  // shorter steps draw nothing: nobody has begun to wonder
+constexpr auto pace = 100ms;      // between two drawings: as fast as numbers can be read
 
 bool on_screen = false;  // the cursor's line on the terminal holds a progress line
 
@@ -28,7 +28,7 @@ bool somebody_watches(output_during output) {
 std::size_t screen_width() {
   winsize size{};
   const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-  return known ? size.ws_col : 80;
+  return known ? size.ws_col : 80;  // where the terminal does not tell
 }
 
 }  // namespace

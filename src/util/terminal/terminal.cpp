@@ -10,7 +10,7 @@
 namespace util {
 namespace {
 
-// Prompts are set off by one blank.
+// Prompts are set off by one blank, as every list-directed line is.
 std::string set_off(std::string_view prompt) {
   std::string text{prompt};
   if (text.empty() || text[0] != ' ') text.insert(text.begin(), ' ');
@@ -23,12 +23,14 @@ std::optional<std::string> plain_answer() {
   int c = 0;
   while ((c = std::getchar()) != EOF && c != '\n') answer.push_back(static_cast<char>(c));
   if (c == EOF && answer.empty()) return {};
+  // Files of answers made on another system end their lines in CR LF.
   if (!answer.empty() && answer.back() == '\r') answer.pop_back();
   return answer;
 }
 
 std::optional<std::string> answer_to(const std::string& prompt, answer_kind kind) {
   if (editing_possible()) return edited_line(prompt, kind);
+  // A pipe is not flushed by reading: whoever drives the dialog waits for the prompt.
   print_text(prompt);
   flush_standard_output();
   return plain_answer();
@@ -50,6 +52,7 @@ std::string ask_or_end(std::string_view prompt, answer_kind kind) {
 list_record ask_record(std::string_view prompt) {
   list_record record;
   std::string answer = ask_or_end(prompt);
+  // Kept for compatibility: an empty line is no record, and the question is not asked again for it.
   while (trim(answer).empty()) {
     std::optional<std::string> next = answer_to("", answer_kind::word);
     if (!next) end_of_input_error(prompt);
@@ -75,6 +78,7 @@ void ask_integer(std::string_view prompt, std::int32_t& value) {
 }
 
 char ask_letter(std::string_view prompt) {
+  // Only the first letter counts: "T", "TBT" and "t/" are all answers to a question for a letter.
   list_record record = ask_record(prompt);
   std::string word;
   take(record, word);
@@ -83,13 +87,14 @@ char ask_letter(std::string_view prompt) {
 
 bool strget(std::string_view prompt, std::string& value, answer_kind kind) {
   std::string text{prompt};
+  // The default is shown without its padding, so that the answer stands behind the colon.
   if (!text.empty() && text.back() == '@') {
     text.pop_back();
     text.append("<CR = ").append(trim_right(value)).append(">:");
   }
   const auto answer = ask(text, kind);
   if (!answer) {
-    value = "EXIT";
+    value = "EXIT";  // kept for compatibility: a caller may look at the word instead of the result
     return false;
   }
   if (!trim(*answer).empty()) value = *answer;

@@ -18,8 +18,8 @@
 namespace util {
 namespace {
 
-constexpr int max_unit = 120;
-constexpr std::size_t buffer_size = 65536;
+constexpr int max_unit = 120;               // the highest with a fixed use is 111
+constexpr std::size_t buffer_size = 65536;  // 16 times the library's own: fewer calls of the system
 
 struct open_file {
   std::FILE* stream = nullptr;
@@ -33,7 +33,8 @@ struct open_file {
   std::int64_t line = 0;  // lines read so far
 };
 
-// The table of units, and the names that this run has opened for writing before.
+// The table of units, and the names that this run has opened for writing before, as they were
+// given: one file under two spellings counts as two.
 bounded<open_file, 1, max_unit, "file units"> units;
 std::set<std::string> written_before;
 
@@ -50,6 +51,7 @@ unmade_directory unmade;
 
 // A failed write has been told; closing at the end of the run must not tell it again.
 [[noreturn]] void write_error(open_file& file, int reason) {
+  // Copied: the record that holds the name is emptied before the name is printed.
   const std::string path = file.path;
   static_cast<void>(std::fclose(file.stream));
   file = open_file{};
@@ -65,7 +67,7 @@ bool close_at_the_end(closing which) {
 int attach(int unit, const std::string& path, const char* mode) {
   // From here on there is something to close, whichever way the run ends.
   close_files = close_at_the_end;
-  close_unit(unit);
+  close_unit(unit);  // a unit opened again lets go of its file, and tells what could not be written
   std::FILE* stream = std::fopen(path.c_str(), mode);
   if (stream == nullptr) return errno;
   open_file& file = units(unit);
@@ -105,6 +107,7 @@ bool take_from_block(open_file& file, std::string& line) {
 
 // Closes the stream and forgets the file. Returns 0 or the errno value of what failed.
 int detach(open_file& file) {
+  // A write that failed earlier may have left nothing for fclose to fail at; its reason is gone.
   const bool failed_before = std::ferror(file.stream) != 0;
   errno = 0;
   const int closed = std::fclose(file.stream);
@@ -126,7 +129,7 @@ int lunget() {
 }
 
 int open_old(int unit, const std::string& path) {
-  const int failed = attach(unit, path, "re");
+  const int failed = attach(unit, path, "re");  // e: no program started later inherits the file
   if (failed != 0) return failed;
   // A directory opens for reading and fails only at the first read.
   struct stat info {};
@@ -209,6 +212,7 @@ void close_unit(int unit) {
   const std::string path = file.path;
   const bool for_writing = file.for_writing;
   const int failed = detach(file);
+  // What was read is in hand already: a failing close takes nothing away from it.
   if (failed != 0 && for_writing) write_error(path, failed);
 }
 
@@ -217,7 +221,7 @@ bool close_units(int first, int last, bool ending) {
   for (int unit = first; unit <= last; ++unit) {
     open_file& file = units(unit);
     if (file.stream == nullptr) continue;
-    if (!ending) {
+    if (!ending) {  // the first failure ends the run, which closes the rest
       close_unit(unit);
       continue;
     }
@@ -225,6 +229,7 @@ bool close_units(int first, int last, bool ending) {
     const bool for_writing = file.for_writing;
     const int failed = detach(file);
     if (failed == 0 || !for_writing) continue;
+    // Told here, not through run_time_error: the run is ending already, and the others must close.
     well = false;
     std::fprintf(stderr, "%.*s: run-time error: writing %s: %s\n",
                  static_cast<int>(program_name.size()), program_name.data(), path.c_str(),

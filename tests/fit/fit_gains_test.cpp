@@ -10,7 +10,7 @@
 #include "beam.hpp"
 #include "gain_fit_mod.hpp"
 #include "kept_solver.hpp"
-#include "scratch.hpp"
+#include "scratch_fixture.hpp"
 
 namespace {
 using namespace gain_fit_mod;

@@ -8,7 +8,7 @@
 
 #include "file_units.hpp"
 #include "kept_solver.hpp"
-#include "scratch.hpp"
+#include "scratch_fixture.hpp"
 
 namespace {
 using namespace mrqmin_mod;

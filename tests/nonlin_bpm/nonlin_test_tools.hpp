@@ -11,7 +11,7 @@
 
 #include "nonlin_bpm_mod.hpp"
 #include "run_time.hpp"
-#include "scratch.hpp"
+#include "scratch_fixture.hpp"
 
 namespace nonlin_test {
 

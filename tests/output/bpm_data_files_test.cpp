@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "beam.hpp"
-#include "scratch.hpp"
+#include "scratch_fixture.hpp"
 
 namespace {
 using namespace gain_fit_mod;

@@ -5,7 +5,7 @@
 #include <limits>
 #include <string>
 
-#include "scratch.hpp"
+#include "scratch_fixture.hpp"
 
 namespace {
 using namespace gain_fit_mod;

@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-#include "scratch.hpp"
+#include "scratch_fixture.hpp"
 
 namespace {
 

@@ -1,7 +1,5 @@
 // Places for tests that read and write files: nothing of one test is there for the next.
 #pragma once
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -39,11 +37,6 @@ class workplace : public directory {
 
  private:
   std::filesystem::path before_;
-};
-
-/// For fixtures whose cases each work in a place of their own.
-struct fixture : testing::Test {
-  workplace place;
 };
 
 /// Writes a file, with the directories on the way.

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "run_time.hpp"
-#include "scratch.hpp"
+#include "scratch_fixture.hpp"
 
 namespace {
 

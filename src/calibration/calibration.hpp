@@ -4,18 +4,22 @@
 // (x, y) and an intensity exp(L), the BPM has four gains t and pedestals p, and all of them are
 // fitted at once. In parts of the median button signal, for button k:
 //
-//     b_jk = t_k exp(L_j) [phi_k(x_j, y_j) + s_k 2 (q1 X Y + q2 X^3 Y + q3 X Y^3)] + p_k + noise
-//     X = x/R0,  Y = y/R0,  s = (+, -, -, +),  phi scaled to mean 1 over the buttons at the centre
+//     b_jk = t_k exp(L_j) [phi_k(x_j, y_j) + sum over i of h_i H_ik(X_j, Y_j)] + p_k + noise
+//     X = x/R0,  Y = y/R0,  phi scaled to mean 1 over the buttons at the centre
 //
 // Four readings against three unknowns of the orbit leave one number that speaks of the BPM alone.
 // When the intensity is steady it gives a second one:
 //
-//     L_j = smooth in time, a set of coefficients for each data set
-//         + l1 X + l2 Y + c1 X^2 + c2 Y^2 + c3 X^4 + c4 X^2 Y^2 + c5 Y^4 + jitter
+//     L_j = smooth in time, a set of coefficients for each data set + l1 X + l2 Y + jitter
 //
-// q, c and l are the allowances: what a drawing leaves open of a chamber (button width and angle,
-// disc or strip, ellipse) and a current that follows the position. Each has a prior, and so has each
-// pedestal; the error E contains what they leave undecided.
+// h and l are the allowances. h is what a drawing leaves open of a chamber (button width and angle,
+// disc or strip, ellipse): whatever the wall, phi is a solution of Laplace's equation with the four
+// buttons mirror images of each other, so a chamber that differs adds, with signs (sx, sy) of the
+// button's quadrant,
+//     sx X,  sy Y,  X^2 - Y^2,  sx sy 2 X Y,  sx (X^3 - 3 X Y^2),  sy (3 X^2 Y - Y^3),
+//     X^4 - 6 X^2 Y^2 + Y^4,  sx sy 4 (X^3 Y - X Y^3)
+// and higher orders that do not matter. l is a current that follows the position. Each allowance
+// has a prior, and so has each pedestal; the error E contains what they leave undecided.
 //
 // | in reading order    | what it holds                                                       |
 // |---------------------|---------------------------------------------------------------------|
@@ -41,9 +45,12 @@
 namespace calibration {
 
 using buttons = util::bounded<double, 1, 4, "button">;
+using button_square = util::bounded2<double, 1, 4, 1, 4, "square">;  ///< button by button
 /// Multipliers of the four fits of a session, by fit and button: signals times these are equal for
 /// a centred beam.
 using four_fits = util::bounded2<double, 1, 4, 1, 4, "fit">;
+
+inline constexpr std::size_t n_harmonics = 8;
 
 /// How well the pedestals are known, in parts of the median button signal.
 inline constexpr double pedestals_subtracted = 3e-4;
@@ -102,23 +109,26 @@ enum class fit_kind {
 /// One fit. Pedestals, noise and jitter are in parts of the median button signal.
 struct fit_result {
   fit_kind kind = fit_kind::free_intensity;
-  buttons t{};                                                    ///< button gains, product 1 [-]
-  util::bounded2<double, 1, 4, 1, 4, "covariance"> covariance{};  ///< of ln t [-]
-  double E = 0;        ///< largest standard deviation of ln(t_k/t_1), k = 2..4 [-]
-  double E_noise = 0;  ///< the part of it that the noise makes, without the allowances [-]
+  buttons t{};                 ///< button gains, product 1 [-]
+  button_square covariance{};  ///< of ln t [-]
+  button_square
+      noise_covariance{};  ///< the part of it that the noise makes, without the allowances
+  double E = 0;            ///< largest standard deviation of ln(t_k/t_1), k = 2..4 [-]
+  double E_noise = 0;      ///< the same of noise_covariance [-]
   buttons pedestal{};
-  buttons pedestal_sigma{};
-  double noise = 0;           ///< rms of one reading
-  double jitter = 0;          ///< rms of the intensity about its smooth course; 0 when free
-  double chi_square = 0;      ///< u-residuals over the noise, squared and summed [-]
-  double chi_square_v = 0;    ///< the same of the v-residuals over theirs; 0 when free
-  double persistence = 0;     ///< autocorrelation of the v-residuals from orbit to orbit, -1..1
-  std::array<double, 3> q{};  ///< skew allowances [-]
-  std::array<double, 5> c{};  ///< intensity allowances [-]
-  std::array<double, 2> l{};  ///< current that follows the position [-]
-  int orbits = 0;             ///< that took part
-  int outliers = 0;           ///< that were left out
-  int at_edge = 0;            ///< held back by the edge of the table
+  button_square pedestal_covariance{};
+  double noise = 0;         ///< rms of one reading
+  double noise_v = 0;       ///< rms of the v-residuals; 0 when free
+  double jitter = 0;        ///< rms of the intensity about its smooth course; 0 when free
+  double chi_square = 0;    ///< u-residuals over the noise, squared and summed [-]
+  double chi_square_v = 0;  ///< the same of the v-residuals over theirs; 0 when free
+  double persistence = 0;   ///< autocorrelation of the v-residuals from orbit to orbit, -1..1
+  std::array<double, n_harmonics> h{};  ///< allowances for the chamber, in the order above [-]
+  std::array<double, 2> l{};            ///< current that follows the position [-]
+  int orbits = 0;                       ///< that took part
+  int outliers = 0;                     ///< that were left out
+  int intensity_outliers = 0;           ///< of which only the intensity was left out
+  int at_edge = 0;                      ///< held back by the edge of the table
   int steps = 0;
   bool converged = false;
 };

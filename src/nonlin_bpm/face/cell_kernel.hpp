@@ -71,4 +71,14 @@ inline bool evaluate_cell(const table_struct& table, double x1, double x2, cell_
   return true;
 }
 
+/// Whether (x1, x2) lies in a cell with data: what evaluate_cell then gives is a beam's signals.
+/// given    table  any table; nothing else is read
+inline bool has_data(const table_struct& table, double x1, double x2) {
+  const int ix = locate_equal(table.x.item, table.x_per_step, x1);
+  const int iy = locate_equal(table.y.item, table.y_per_step, x2);
+  if (ix == 0 || iy == 0 || ix == table.grid.nx || iy == table.grid.ny) return false;
+  // The first coefficient is the signal at the cell's corner, 0 in a cell without data.
+  return table.grid.item[table.grid.offset(ix, iy)].b.c[0].v[0] > 0;
+}
+
 }  // namespace nonlin_bpm_mod

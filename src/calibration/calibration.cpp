@@ -1,0 +1,208 @@
+#include "calibration.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "input_check.hpp"
+#include "one_fit.hpp"
+
+namespace calibration {
+namespace {
+
+constexpr std::size_t least_orbits = 10;
+constexpr double too_persistent = 0.3;  // an intensity that is not smooth and not white
+constexpr double pedestal_limit = 20;   // chi-square of four pedestals: 5e-4 by chance
+constexpr double undetermined_from = 1e-2;
+constexpr double determined_to = 1e-3;
+constexpr double largest_log_gain = 0.5;
+constexpr double most_outliers = 0.05;
+constexpr double most_at_edge = 0.02;
+constexpr double halves_sigmas = 5;
+constexpr double halves_least = 5e-4;
+// A button off by a tolerance dx along the wall of a pipe of radius R: 1.1 dx/R of its gain ratio.
+constexpr double mechanical_factor = 1.1;
+
+// p' (C + sigma_p^2)^-1 p of the four pedestals, by elimination.
+double pedestal_chi_square(const fit_result& wide, double sigma_p) {
+  std::array<std::array<double, 5>, 4> a{};
+  for (int k = 1; k <= 4; ++k) {
+    auto& row = a[static_cast<std::size_t>(k - 1)];
+    for (int m = 1; m <= 4; ++m) {
+      row[static_cast<std::size_t>(m - 1)] = wide.pedestal_covariance(k, m);
+    }
+    row[static_cast<std::size_t>(k - 1)] += sigma_p * sigma_p;
+    row[4] = wide.pedestal(k);
+  }
+  double chi_square = 0;
+  for (std::size_t i = 0; i < 4; ++i) {  // positive definite: no pivots
+    chi_square += a[i][4] * a[i][4] / a[i][i];
+    for (std::size_t j = i + 1; j < 4; ++j) {
+      const double part = a[j][i] / a[i][i];
+      for (std::size_t k = i; k < 5; ++k) a[j][k] -= part * a[i][k];
+    }
+  }
+  return chi_square;
+}
+
+double ratio_variance(const button_square& c, int k) { return c(k, k) + c(1, 1) - 2 * c(k, 1); }
+
+// Calibrates the halves of the run alone, from where the chosen fit ended.
+void compare_halves(const fit_state& state, const fit_setting& setting, std::size_t n, record& r) {
+  fit_state early = part_of(state, 0, n / 2);
+  fit_state late = part_of(state, n / 2, n);
+  const fit_result a = run_fit(early, setting);
+  const fit_result b = run_fit(late, setting);
+  if (!a.converged || !b.converged) return;
+  for (int k = 2; k <= 4; ++k) {
+    const double difference = std::abs(std::log(a.t(k) / a.t(1)) - std::log(b.t(k) / b.t(1)));
+    const double variance =
+        ratio_variance(a.noise_covariance, k) + ratio_variance(b.noise_covariance, k);
+    r.halves_differ = std::max(r.halves_differ, difference);
+    if (difference > halves_least) {
+      r.halves_sigma = std::max(r.halves_sigma, difference / std::sqrt(variance));
+    }
+  }
+}
+
+verdict_reason find_reason(const bpm_run& run, const record& r) {
+  const fit_result& fit = chosen_fit(r);
+  if (!fit.converged) return verdict_reason::no_convergence;
+  if (!(fit.E <= undetermined_from)) return verdict_reason::error_too_large;
+  if (r.pedestal_chi >= pedestal_limit) return verdict_reason::pedestals;
+  for (int k = 1; k <= 4; ++k) {
+    if (std::abs(std::log(fit.t(k))) > largest_log_gain) return verdict_reason::unlikely_gains;
+  }
+  const int all = fit.orbits + fit.outliers;
+  if (fit.outliers > most_outliers * all) return verdict_reason::many_outliers;
+  if (fit.at_edge > most_at_edge * all) return verdict_reason::at_the_edge;
+  if (r.halves_sigma > halves_sigmas) return verdict_reason::gains_change;
+  if (!run.own_table) return verdict_reason::stand_in_table;
+  if (run.sigma_p >= pedestals_left_in) return verdict_reason::pedestals_not_known;
+  if (fit.E > determined_to) return verdict_reason::error_large;
+  return verdict_reason::none;
+}
+
+verdict_word word_for(verdict_reason reason) {
+  switch (reason) {
+    case verdict_reason::none:
+      return verdict_word::determined;
+    case verdict_reason::pedestals_not_known:
+    case verdict_reason::stand_in_table:
+    case verdict_reason::error_large:
+      return verdict_word::weak;
+    case verdict_reason::no_table:
+    case verdict_reason::few_orbits:
+    case verdict_reason::no_convergence:
+    case verdict_reason::error_too_large:
+      return verdict_word::not_determined;
+    default:
+      return verdict_word::suspect;
+  }
+}
+
+// The same words for the gains of the four fits: their distance from the calibration is an error.
+void judge_fits(const four_fits& fits, record& r) {
+  for (int f = 1; f <= 4; ++f) {
+    for (int k = 2; k <= 4; ++k) {
+      const double here = std::log(r.t(k) / r.t(1));
+      const double there = std::log(fits(f, 1) / fits(f, k));
+      const double apart = std::abs(there - here);
+      r.fits_differ = std::isfinite(apart) ? std::max(r.fits_differ, apart) : HUGE_VAL;
+    }
+  }
+  judgement j = r.verdict;
+  j.E = std::hypot(j.E, r.fits_differ);
+  const bool carried = j.word == verdict_word::suspect || j.word == verdict_word::not_determined;
+  if (!carried && !(j.E <= undetermined_from)) {
+    j.word = verdict_word::not_determined;
+    j.reason = verdict_reason::error_too_large;
+  } else if (j.word == verdict_word::determined && j.E > determined_to) {
+    j.word = verdict_word::weak;
+    j.reason = verdict_reason::error_large;
+  }
+  r.fits_verdict = j;
+}
+
+void fill_places(const fit_state& state, const usable_orbits& orbits, std::size_t n, record& r) {
+  r.place.resize(n);
+  for (const orbit_block& block : state.block) {
+    for (std::size_t j = 0; j < block.count; ++j) {
+      orbit_place& place = r.place[orbits.number[block.first + j]];
+      place = {block.x[j], block.y[j], std::exp(block.L[j]) * orbits.median_signal, block.ur[j],
+               block.keep_u[j] != 0};
+    }
+  }
+}
+
+}  // namespace
+
+const fit_result& chosen_fit(const record& r) {
+  switch (r.chosen) {
+    case fit_kind::steady_intensity:
+      return r.steady;
+    case fit_kind::wide_pedestals:
+      return r.wide;
+    default:
+      return r.free;
+  }
+}
+
+record calibrate(const bpm_run& run) {
+  record r;
+  const auto stop = [&r](verdict_reason reason) {
+    r.verdict = {word_for(reason), reason, 0, HUGE_VAL};
+    return r;
+  };
+  if (run.table == nullptr) return stop(verdict_reason::no_table);
+  const usable_orbits orbits = take_usable(run);
+  const std::size_t n = orbits.b.size();
+  if (n < least_orbits) return stop(verdict_reason::few_orbits);
+  r.median_signal = orbits.median_signal;
+  const judgement readings = check_readings(run);
+  if (readings.reason != verdict_reason::none) {
+    r.verdict = readings;
+    r.verdict.E = HUGE_VAL;
+  }
+  if (readings.reason == verdict_reason::dead_button ||
+      readings.reason == verdict_reason::stuck_button)
+    return r;
+
+  // Every orbit's intensity free, then steady: the places and gains of one are nearly the other's.
+  fit_setting setting{fit_kind::free_intensity, run.table,
+                      run.half_height > 0 ? run.half_height : half_height_of(*run.table),
+                      run.sigma_p};
+  if (run.tolerance > 0) r.E_mech = mechanical_factor * run.tolerance / setting.R0;
+  fit_state free = first_state(orbits, *run.table);
+  r.free = run_fit(free, setting);
+  fit_state wide = free;
+  setting.kind = fit_kind::wide_pedestals;
+  r.wide = run_fit(wide, setting);
+  fit_state steady = wide;
+  setting.kind = fit_kind::steady_intensity;
+  r.steady = run_fit(steady, setting);
+
+  const fit_state* chosen = &free;
+  if (r.wide.converged && r.wide.persistence < too_persistent) {
+    r.pedestal_chi = pedestal_chi_square(r.wide, run.sigma_p);
+    if (r.pedestal_chi >= pedestal_limit) {
+      r.chosen = fit_kind::wide_pedestals;
+      chosen = &wide;
+    } else if (r.steady.converged && !(r.free.converged && r.free.E < r.steady.E)) {
+      r.chosen = fit_kind::steady_intensity;
+      chosen = &steady;
+    }
+  }
+  const fit_result& fit = chosen_fit(r);
+  r.t = fit.t;
+  fill_places(*chosen, orbits, run.signal[0].size(), r);
+  setting.kind = r.chosen;
+  if (fit.converged && n >= 2 * least_orbits) compare_halves(*chosen, setting, n, r);
+  if (readings.reason == verdict_reason::none) {
+    const verdict_reason reason = find_reason(run, r);
+    r.verdict = {word_for(reason), reason, 0, fit.E};
+  }
+  if (run.fits) judge_fits(*run.fits, r);
+  return r;
+}
+
+}  // namespace calibration

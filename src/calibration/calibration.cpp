@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t least_orbits = 10;
 constexpr double too_persistent = 0.3;  // an intensity that is not smooth and not white
-constexpr double pedestal_limit = 20;   // chi-square of four pedestals: 5e-4 by chance
+constexpr double pedestal_limit = 13;   // chi-square of four pedestals: 1e-2 by chance
 constexpr double undetermined_from = 1e-2;
 constexpr double determined_to = 1e-3;
 constexpr double largest_log_gain = 0.5;
@@ -177,6 +177,12 @@ record calibrate(const bpm_run& run) {
   fit_state wide = free;
   setting.kind = fit_kind::wide_pedestals;
   r.wide = run_fit(wide, setting);
+  if (!r.wide.converged || r.wide.persistence >= too_persistent) {
+    // Not smooth: perhaps a random walk, whose steps are as good.
+    setting.differences = true;
+    wide = free;
+    r.wide = run_fit(wide, setting);
+  }
   fit_state steady = wide;
   setting.kind = fit_kind::steady_intensity;
   r.steady = run_fit(steady, setting);

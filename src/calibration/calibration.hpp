@@ -109,6 +109,7 @@ enum class fit_kind {
 /// One fit. Pedestals, noise and jitter are in parts of the median button signal.
 struct fit_result {
   fit_kind kind = fit_kind::free_intensity;
+  bool differences = false;    ///< the current was taken for a random walk
   buttons t{};                 ///< button gains, product 1 [-]
   button_square covariance{};  ///< of ln t [-]
   button_square

@@ -74,14 +74,16 @@ judgement check_readings(const bpm_run& run) {
   }
   for (std::size_t k = 0; k < 4; ++k) {
     if (is_constant(run.signal[k])) return suspect(verdict_reason::stuck_button, k);
-    // Distinct readings decide about repeats as well: coarse ones repeat by chance.
+  }
+  for (std::size_t k = 0; k < 4; ++k) {
+    if (is_saturated(run.signal[k])) return suspect(verdict_reason::saturated_button, k);
+  }
+  // Coarse readings repeat by chance: distinct ones decide.
+  for (std::size_t k = 0; k < 4; ++k) {
     if (repeats_alone(run, k) && static_cast<double>(count_distinct(run.signal[k])) >
                                      distinct_part * static_cast<double>(run.signal[k].size())) {
       return suspect(verdict_reason::stuck_button, k);
     }
-  }
-  for (std::size_t k = 0; k < 4; ++k) {
-    if (is_saturated(run.signal[k])) return suspect(verdict_reason::saturated_button, k);
   }
   return {verdict_word::determined, verdict_reason::none, 0, 0};
 }

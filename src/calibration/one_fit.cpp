@@ -138,14 +138,16 @@ totals sum_up(fit_state& state, const model_setting& model, equations& e) {
   block_rows rows{};  // a short course leaves its last rows as they are
   e.u = {};
   e.v.assign(model.steady ? state.at.trend.size() : 0, v_sums{});
+  orbit_before before;
   for (orbit_block& block : state.block) {
     fill_rows(block, model, state.at, rows);
+    if (model.differences) take_differences(block, rows, before);
     add_products(rows, e.u);
     if (model.steady) add_products(rows, e.v[block.set]);
     for (std::size_t j = 0; j < block_size; ++j) {
       sum.n_u += block.keep_u[j];
-      sum.n_v += block.keep_v[j];
-      sum.n3_squared += block.keep_v[j] * block.n3[j] * block.n3[j];
+      sum.n_v += block.pair_v[j];
+      sum.n3_squared += block.pair_v[j] * block.n3[j] * block.n3[j];
     }
   }
   sum.squares_u = e.u.of[n_u_rows - 1][n_u_rows - 1];
@@ -211,7 +213,7 @@ double persistence_of(const std::vector<orbit_block>& blocks) {
     if (block.set != set) before = 0;
     set = block.set;
     for (std::size_t j = 0; j < block.count; ++j) {
-      const double now = block.keep_v[j] * block.vr[j];
+      const double now = block.pair_v[j] * block.vr[j];
       squares += now * now;
       products += now * before;
       before = now;
@@ -265,6 +267,20 @@ central_slopes slopes_of(const table_struct& table) {
   nonlin_bpm_mod::cell_values at{};
   nonlin_bpm_mod::evaluate_cell<false>(table, 0, 0, at);
   return {at.dx[1] + at.dx[3] - at.dx[0] - at.dx[2], at.dy[2] + at.dy[3] - at.dy[0] - at.dy[1]};
+}
+
+// A constant intensity in each data set, the mean of its orbits.
+void start_course(fit_state& state) {
+  std::vector<double> n(state.at.trend.size());
+  for (auto& trend : state.at.trend) trend = {};
+  for (const orbit_block& block : state.block) {
+    for (std::size_t j = 0; j < block.count; ++j) {
+      n[block.set] += block.keep_u[j];
+      state.at.trend[block.set][0] += block.keep_u[j] * block.L[j];
+    }
+  }
+  for (std::size_t i = 0; i < n.size(); ++i) state.at.trend[i][0] /= std::max(n[i], 1.0);
+  state.has_course = true;
 }
 
 double rms_left(double squares, double n, double spent) {
@@ -364,16 +380,18 @@ fit_state part_of(const fit_state& state, std::size_t first, std::size_t last) {
 
 fit_result run_fit(fit_state& state, const fit_setting& setting) {
   const bool steady = setting.kind != fit_kind::free_intensity;
-  model_setting model{setting.table, setting.R0, steady, 0};
+  model_setting model{setting.table, setting.R0, steady, steady && setting.differences, 0};
   std::size_t n_orbits = 0;
   for (const orbit_block& block : state.block) n_orbits += block.count;
   if (steady) model.n_trend = n_orbits / state.at.trend.size() >= many_orbits ? n_trend : 2;
+  if (steady && !state.has_course) start_course(state);
   equations e;
   e.prior = priors(setting);
   e.n_trend = model.n_trend;
 
   fit_result result;
   result.kind = setting.kind;
+  result.differences = model.differences;
   totals sum;
   solution s;
   const int min_steps = state.settled ? min_steps_settled : min_steps_afresh;

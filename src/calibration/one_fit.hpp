@@ -26,7 +26,8 @@ usable_orbits take_usable(const bpm_run& run);
 struct fit_state {
   common_unknowns at;
   std::vector<orbit_block> block;
-  bool settled = false;  ///< places, gains and outliers come from another fit
+  bool has_course = false;  ///< the intensity's course has been fitted
+  bool settled = false;     ///< places, gains and outliers come from another fit
 };
 
 /// Half the height of a chamber, from the slopes of its table at the centre [m].
@@ -41,8 +42,9 @@ fit_state part_of(const fit_state& state, std::size_t first, std::size_t last);
 struct fit_setting {
   fit_kind kind = fit_kind::free_intensity;
   const table_struct* table = nullptr;
-  double R0 = 0;       ///< [m]
-  double sigma_p = 0;  ///< [median signal]
+  double R0 = 0;             ///< [m]
+  double sigma_p = 0;        ///< [median signal]
+  bool differences = false;  ///< the current walks: look at neighbouring orbits
 };
 
 /// Fits. The state goes on to where the fit ends, whether it converged or not.

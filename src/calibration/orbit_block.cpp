@@ -27,6 +27,7 @@ constexpr std::array<std::array<double, 4>, n_z> gain_direction{
 // The table gives signals that add up to 1 at the centre; the model's have mean 1.
 constexpr double phi_scale = 4;
 constexpr double largest_log_step = 0.3;
+constexpr double largest_course_step = 2;
 constexpr int max_halvings = 4;
 
 std::array<double, 4> gains_of(const common_unknowns& unknowns) {
@@ -142,21 +143,29 @@ inline void local_rows(const std::array<double, 4>& along, const std::array<doub
   }
 }
 
-// Rows of v, once local_rows has filled its part: n3 times what the position and time do to L.
+// Rows of v. The intensity in them is that of the smooth course, not the measured one: a row that
+// grew with its own residual would pull gains and pedestals whenever the current jitters.
 inline void steady_rows(const orbit_block& block, const common_unknowns& unknowns,
-                        std::size_t n_trend_used, const directions& d, double v_r, block_rows& rows,
-                        double& right_side, std::size_t j) {
-  const double weight = block.keep_v[j] * d.n3;
+                        std::size_t n_trend_used, const directions& d,
+                        const std::array<double, 4>& m, const std::array<double, 4>& scale,
+                        const polynomials& f, double& v_r, block_rows& rows, std::size_t j) {
+  const auto& trend = unknowns.trend[block.set];
+  double model = unknowns.value[first_l] * block.X[j] + unknowns.value[first_l + 1] * block.Y[j];
+  for (std::size_t i = 0; i < n_trend_used; ++i) model += trend[i] * block.time[i][j];
+  const double smooth =
+      std::exp(std::clamp(model - block.L[j], -largest_course_step, largest_course_step));
+
+  const double keep = block.keep_v[j];
+  local_rows(d.v, m, scale, f, keep * smooth, rows.v.data(), j);
+  for (std::size_t k = 0; k < n_p; ++k) rows.v[first_p + k][j] = keep * d.v[k];
+  const double weight = keep * d.n3 * smooth;
   rows.v[first_l][j] = weight * block.X[j];
   rows.v[first_l + 1][j] = weight * block.Y[j];
-  double model = unknowns.value[first_l] * block.X[j] + unknowns.value[first_l + 1] * block.Y[j];
-  const auto& trend = unknowns.trend[block.set];
   for (std::size_t i = 0; i < n_trend_used; ++i) {
     rows.v[n_common + i][j] = weight * block.time[i][j];
-    model += trend[i] * block.time[i][j];
   }
-  right_side = v_r + d.n3 * (block.L[j] - model);
-  rows.v[n_v_rows - 1][j] = block.keep_v[j] * right_side;
+  v_r += d.n3 * (1 - smooth);
+  rows.v[n_v_rows - 1][j] = keep * v_r;
 }
 
 }  // namespace
@@ -212,11 +221,36 @@ void fill_rows(orbit_block& block, const model_setting& setting, const common_un
     block.Y[j] = Y;
     block.ur[j] = dot(d.u, r);
     block.vr[j] = dot(d.v, r);
+    block.pair_v[j] = block.keep_v[j];
     local_rows(d.u, m, scale, f, block.keep_u[j], rows.u.data(), j);
     rows.u[n_u_rows - 1][j] = block.keep_u[j] * block.ur[j];
     if (!setting.steady) continue;
-    local_rows(d.v, m, scale, f, block.keep_v[j], rows.v.data(), j);
-    steady_rows(block, unknowns, setting.n_trend, d, block.vr[j], rows, block.vr[j], j);
+    steady_rows(block, unknowns, setting.n_trend, d, m, scale, f, block.vr[j], rows, j);
+  }
+}
+
+void take_differences(orbit_block& block, block_rows& rows, orbit_before& before) {
+  const double half = std::sqrt(0.5);
+  if (before.set != block.set) before = {};
+  before.set = block.set;
+  for (std::size_t j = 0; j < block.count; ++j) {
+    const double keep = block.keep_v[j];
+    const double both = keep * before.keep * half;
+    for (std::size_t i = 0; i < n_v_rows; ++i) {
+      const double now = rows.v[i][j];
+      rows.v[i][j] = both * (now - before.row[i]);
+      before.row[i] = now;
+    }
+    const double now = block.vr[j];
+    block.vr[j] = before.any ? half * (now - before.vr) : 0;
+    before.vr = now;
+    before.keep = keep;
+    before.any = true;
+    block.pair_v[j] = both > 0 ? 1 : 0;
+  }
+  for (std::size_t j = block.count; j < block_size; ++j) {
+    block.pair_v[j] = 0;
+    for (column& row : rows.v) row[j] = 0;
   }
 }
 
@@ -237,7 +271,7 @@ void follow(orbit_block& block, const model_setting& setting, const common_unkno
       along_v += block.v[k][j] * left;
     }
     double dL = along_v / block.n3[j];
-    if (setting.steady) {
+    if (setting.steady && !setting.differences) {
       // Mean of the measured intensity and of the smooth course, each as far as it is known.
       double model = (unknowns.value[first_l] + d[first_l]) * block.X[j] +
                      (unknowns.value[first_l + 1] + d[first_l + 1]) * block.Y[j];

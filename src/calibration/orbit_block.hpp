@@ -71,14 +71,16 @@ struct orbit_block {
   button_columns m{};  ///< model without pedestals
   column intensity{};  ///< exp(L)
   column X{}, Y{};     ///< place over R0
-  column ur{}, vr{};   ///< u.r, and v.r + n3 (L - L_model)
+  column ur{}, vr{};   ///< u.r, and v.r + n3 (L - L_model), or a difference of two
+  column pair_v{};     ///< weight of the v-row: keep_v, of both orbits of a difference
 };
 
 /// How the model is made.
 struct model_setting {
   const table_struct* table = nullptr;
-  double R0 = 0;        ///< [m]
-  bool steady = false;  ///< v-rows are wanted
+  double R0 = 0;             ///< [m]
+  bool steady = false;       ///< v-rows are wanted
+  bool differences = false;  ///< of neighbouring orbits: the current walks
   std::size_t n_trend = 0;
 };
 
@@ -90,6 +92,18 @@ struct block_rows {
   std::array<column, n_u_rows> u;
   std::array<column, n_v_rows> v;
 };
+
+/// The orbit before the next block.
+struct orbit_before {
+  std::array<double, n_v_rows> row{};
+  double vr = 0, keep = 0;
+  bool any = false;
+  std::size_t set = 0;
+};
+
+/// Turns the v-rows and v-residuals of a filled block into differences from orbit to orbit, over
+/// sqrt(2). What a current has gathered on a random walk cancels in them. Blocks come in order.
+void take_differences(orbit_block& block, block_rows& rows, orbit_before& before);
 
 /// Moves the orbits of a block by the step of the common unknowns and their own; `unknowns` are the
 /// values before the step.

@@ -1,16 +1,19 @@
 #include "output_directory.hpp"
 
+#include <fmt/core.h>
 #include <sys/stat.h>
 
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <ctime>
 #include <string>
 
 #include "fields.hpp"
 #include "file_units.hpp"
-#include "terminal.hpp"
+#include "run_time.hpp"
+#include "standard_output.hpp"
 
 namespace driver {
 namespace {
@@ -55,7 +58,15 @@ void create_output_directory(util::fixed_text<16>& directory) {
   if (mkdir(name.c_str(), everybody) != 0) {
     // Nothing is said here. The first file that cannot be opened for want of the directory ends the
     // run, and "no such file" would send the reader looking for the wrong cause.
-    if (errno != EEXIST) util::note_unmade_directory(name, errno);
+    if (errno != EEXIST) {
+      util::note_unmade_directory(name, errno);
+      return;
+    }
+    // Two runs of one second: the transcript keeps its silence, the user should know all the same.
+    std::fflush(stdout);
+    fmt::print(stderr,
+               "{}: the directory {} existed already: files of the run before are replaced\n",
+               util::program_name, name);
     return;
   }
   std::string made;

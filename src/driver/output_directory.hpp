@@ -7,9 +7,9 @@ namespace driver {
 /// Makes the run's output directory below the working directory.
 ///
 /// returns  directory: its name CCYYMMDD_hhmmss, blank-padded
-/// errors   none here: when the directory cannot be made (it exists, no permission) nothing is
-///          said, and the first output file that cannot be opened ends the run
-/// note     two runs of the same second share a directory
+/// errors   none here: when the directory cannot be made, the first output file that cannot be
+///          opened ends the run and names the reason
+/// note     two runs of the same second share a directory: the second tells so on standard error
 void create_output_directory(util::fixed_text<16>& directory);
 
 }  // namespace driver

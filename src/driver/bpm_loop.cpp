@@ -4,14 +4,14 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <span>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "bpm_data_files.hpp"
-#include "combine_fits.hpp"
+#include "bpm_result.hpp"
 #include "fields.hpp"
-#include "fit_quality.hpp"
+#include "fit_gains.hpp"
 #include "gain_fit_mod.hpp"
 #include "interrupt.hpp"
 #include "list_io.hpp"
@@ -82,110 +82,85 @@ void set_start_gains() {
   for (int i = 1; i <= 4; ++i) fit::gain(i) = true_gain(i) != 0 ? 1 / true_gain(i) : 1.0;
 }
 
-void write_orbit_record(const session_state& s, double sum_x, double sum_y) {
+void write_orbit_record(const session_state& s, const fit::bpm_result& result) {
   std::string line;
-  util::put_integer(line, fit::bpm, 10);
-  util::put_fixed(line, sum_x / fit::norbits);
-  util::put_fixed(line, sum_y / fit::norbits);
+  util::put_integer(line, result.data.bpm, 10);
+  util::put_fixed(line, result.motion.mean_x);
+  util::put_fixed(line, result.motion.mean_y);
   util::write_line(s.orbit_table.number(), line);
 }
 
-// Positions of all kept orbits, the raw-data file and the orbit table's record.
-// Returns the extreme positions; current is that of the last orbit afterwards.
-output::position_extremes write_positions(const session_state& s, const std::string& name,
-                                          double& current) {
+// What the files say about the run as a whole.
+output::run_record run_of(const session_state& s) {
+  return {.directory = s.directory,
+          .label = std::string{fit::in_file_0.trimmed()},
+          .rd_files = s.rd_files,
+          .files_so_far = s.files_so_far,
+          .gain_correct = fit::gain_correct,
+          .type = s.type};
+}
+
+// The BPM in work: its kept orbits where they lie in the store, and what stands beside them.
+fit::bpm_data data_of_bpm(const output::run_record& run, const std::string& name) {
+  const auto header_orbit = fit::orbit_data(run.files_so_far + 1);
+  return {.bpm = fit::bpm,
+          .name = name,
+          .orbits = fit::orbit_data.column(fit::bpm, fit::norbits),
+          .current = std::span{fit::orbit_data.current_of.item}.first(
+              static_cast<std::size_t>(fit::norbits)),
+          .true_gain = {fit::orbit_data(1).detector(fit::bpm).true_gain.item},
+          .header_gain = {header_orbit.detector(fit::bpm).true_gain.item},
+          .const_before = fit::const_};
+}
+
+// Positions of all kept orbits, into the store and the raw-data file.
+void write_positions(const output::run_record& run, const fit::bpm_data& data) {
   util::write_line(diagnostic_unit,
                    " BPM = " + util::list_line().integer(fit::bpm).str().substr(1));
-  output::position_extremes extremes{99, -99, 99, -99};
-  double sum_x = 0;
-  double sum_y = 0;
   std::string line;
   for (int orbit = 1; orbit <= fit::norbits; ++orbit) {
     store::bpm_struct& reading = fit::orbit_data.edit(orbit, fit::bpm);
     const whole_signals det = whole_signals_of(reading.button, fit::bpm, orbit);
     xy_position(fit::bpm, det, reading.x, reading.y);
-    extremes.h_max = std::max(extremes.h_max, reading.x);
-    extremes.h_min = std::min(extremes.h_min, reading.x);
-    extremes.v_max = std::max(extremes.v_max, reading.y);
-    extremes.v_min = std::min(extremes.v_min, reading.y);
-    sum_x += reading.x;
-    sum_y += reading.y;
 
     line.clear();
     for (const double signal : reading.button.item) util::put_exponent(line, signal);
     util::write_line(diagnostic_unit, line);
 
-    current = fit::orbit_data(orbit).current();
-    output::write_bpm_raw_data(s.directory, fit::bpm, name, orbit,
-                               fit::signals{reading.button.item}, s.rd_files, s.files_so_far,
-                               current);
+    output::write_bpm_raw_data(run, data, orbit);
   }
-  write_orbit_record(s, sum_x, sum_y);
-  return extremes;
 }
 
 // A common factor of the gains cannot be seen: times S1/S2 the sum of the four equals the sum of
 // their squares, so that equal gains stand at 1 and all BPMs fit one scale.
-void add_to_plot(session_state& s) {
+void add_to_plot(session_state& s, const fit::bpm_result& result) {
   ++s.plotted;
-  s.bpm_max = std::max(s.bpm_max, static_cast<double>(fit::bpm));
-  s.bpm_min = std::min(s.bpm_min, static_cast<double>(fit::bpm));
+  s.bpm_max = std::max(s.bpm_max, static_cast<double>(result.data.bpm));
+  s.bpm_min = std::min(s.bpm_min, static_cast<double>(result.data.bpm));
   double s1 = 0;
   double s2 = 0;
   for (int k = 1; k <= 4; ++k) {
-    const double inverse = 1 / fit::gain(k);
+    const double inverse = 1 / result.combined.summary_gain(k);
     s.bpm_gain(k, s.plotted) = inverse;
     s1 += inverse;
     s2 += inverse * inverse;
   }
   for (int k = 1; k <= 4; ++k) {
     s.bpm_gain(k, s.plotted) *= s1 / s2;
-    s.bpm_mat(k, s.plotted) = fit::bpm;
+    s.bpm_mat(k, s.plotted) = result.data.bpm;
   }
 }
 
 // Gains that the data do not determine look as confident in the tables as any others: say so.
-void warn_of_poor_gains(const std::string& name, const fit::gain_quality& quality) {
-  if (quality.verdict == fit::gain_verdict::determined) return;
+void warn_of_poor_gains(const fit::bpm_result& result) {
+  if (result.quality.verdict == fit::gain_verdict::determined) return;
   std::fflush(stdout);
   util::erase_progress();
-  fmt::print(stderr, "butngain: BPM {} ({}): {}\n", fit::bpm, name, quality.reason);
+  fmt::print(stderr, "butngain: BPM {} ({}): {}\n", result.data.bpm, result.data.name,
+             result.quality.reason);
 }
 
-void fit_bpm(session_state& s, const std::string& name, const output::position_extremes& extremes,
-             double current) {
-  static fit::chis_saved chis_save;
-  static fit::gains_saved gain_save;
-  static fit::coeffs_saved coeff_save;
-  static fit::covar_saved covar_save;
-  const std::vector<fit::signals> readings = fit::current_readings();
-  const fit::four_fits fits = fit::fit_readings(readings);
-  fit::tell(fits.events);
-  fit::save(fits, chis_save, gain_save, coeff_save, covar_save);
-  fit::leave_in_context(fits);
-  const fit::gain_quality quality = fit::judge_gains(readings, fits);
-  warn_of_poor_gains(name, quality);
-  s.fitted.push_back({fit::bpm, name, quality.verdict});
-
-  const combined_fit combined =
-      average_good_fits(chis_save, gain_save, coeff_save, fit::gain, fit::coefficients);
-  double bpppp = 0;
-  double bpppp2 = 0;
-  output::write_bpm_fitted_data(s.directory, fit::bpm, name, chis_save, gain_save, coeff_save,
-                                covar_save, combined.chis, quality.reason, extremes, s.rd_files,
-                                s.files_so_far, current, bpppp, bpppp2);
-
-  const double chis = summary_gains(chis_save, gain_save, combined.good, fit::gain);
-  util::bounded<double, 1, 5, "average_gain"> average_gain;
-  util::bounded<double, 1, 5, "rms_gain"> rms_gain;
-  gain_ratio_statistics(gain_save, average_gain, rms_gain);
-  output::write_rd_out(s.directory, extremes, chis, bpppp, bpppp2, fit::coefficients,
-                       s.files_so_far, s.rd_files, s.type);
-  output::write_rd_err(s.directory, gain_save, chis_save, average_gain, rms_gain, s.files_so_far,
-                       s.rd_files);
-}
-
-void treat_bpm(session_state& s) {
+void treat_bpm(session_state& s, const output::run_record& run) {
   compact(s.norbits_save.get());
   if (fit::expert && s.just_one) ask_swap();
   const std::string name{fit::bpm_names(fit::bpm).trimmed()};
@@ -194,16 +169,26 @@ void treat_bpm(session_state& s) {
   util::print_line(line + " " + name);
   util::write_line(s.file_list.number(), s.file.all());
   set_start_gains();
-  double current = 0;
-  const output::position_extremes extremes = write_positions(s, name, current);
-  fit_bpm(s, name, extremes, current);
-  add_to_plot(s);
+
+  const fit::bpm_data data = data_of_bpm(run, name);
+  write_positions(run, data);
+  const fit::bpm_result result = fit::result_of(data);
+  write_orbit_record(s, result);
+  fit::tell(result.fits.events);
+  fit::leave_in_context(result.fits);
+  warn_of_poor_gains(result);
+  output::write_bpm_fitted_data(run, result);
+  output::write_rd_out(run, result);
+  output::write_rd_err(run, result);
+  s.fitted.push_back({data.bpm, data.name, result.quality.verdict});
+  add_to_plot(s, result);
 }
 
 }  // namespace
 
 void treat_bpms(session_state& s) {
   const int last = s.bpm_count.get();
+  const output::run_record run = run_of(s);
   util::progress progress("fitting BPMs", last);
   util::watch_interrupts();
   for (int index = 0; index <= last; ++index) {
@@ -214,7 +199,7 @@ void treat_bpms(session_state& s) {
       util::print_line(util::list_line().text(" no data for bpm ").integer(fit::bpm).str());
       continue;
     }
-    treat_bpm(s);
+    treat_bpm(s, run);
     if (s.just_one) break;
   }
   if (util::interrupted()) util::leave_interrupted();

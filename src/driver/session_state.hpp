@@ -6,7 +6,6 @@
 
 #include "bounded.hpp"
 #include "file_units.hpp"
-#include "fit_gains.hpp"
 #include "fit_quality.hpp"
 #include "given.hpp"
 #include "orbit_store.hpp"

@@ -111,6 +111,7 @@ std::vector<std::string> summary_lines(const session_state& s,
   for (std::size_t i = 0; i < not_fitted.size(); ++i) {
     if (told[i]) continue;
     std::vector<std::string> bpms;
+    bpms.reserve(not_fitted.size() - i);
     for (std::size_t j = i; j < not_fitted.size(); ++j) {
       if (not_fitted[j].reason != not_fitted[i].reason) continue;
       told[j] = true;

@@ -47,63 +47,63 @@ gain_fit_mod::gains button_gains(const gain_fit_mod::gains& multiplier) {
   return relative;
 }
 
-gain_fit_mod::gains relative_truth(const store::bpm_struct& reading) {
+gain_fit_mod::gains relative_truth(const gain_fit_mod::gains& true_gain) {
   gain_fit_mod::gains relative;
-  const double first = reading.true_gain(1);
-  for (int k = 1; k <= 4; ++k) relative(k) = first == 0 ? 0 : reading.true_gain(k) / first;
+  const double first = true_gain(1);
+  for (int k = 1; k <= 4; ++k) relative(k) = first == 0 ? 0 : true_gain(k) / first;
   return relative;
 }
 
 // --- parts of the file --------------------------------------------------------------------------
 
-void write_settings(int unit, int m, double chis, const position_extremes& extremes) {
-  using gain_fit_mod::gain;
-  const auto& reading = gain_fit_mod::orbit_data(1).detector(m);
+void write_settings(int unit, const gain_fit_mod::bpm_result& result) {
+  const gain_fit_mod::combined_fits& mean = result.combined;
+  const gain_fit_mod::gains& true_gain = result.data.true_gain;
   util::write_line(unit, "#&button_sums");
   std::string line = "# BPM = ";
-  util::put_integer(line, m, 5);
+  util::put_integer(line, result.data.bpm, 5);
   util::write_line(unit, line);
-  util::write_line(unit, four_fixed(" gain = ", gain));
-  util::write_line(unit, four_fixed(" true_gain = ", {reading.true_gain.item}));
-  util::write_line(unit, four_fixed(" coef = ", {gain_fit_mod::coefficients.item}));
-  util::write_line(unit, one_exponent(" const = ", gain_fit_mod::const_));
+  util::write_line(unit, four_fixed(" gain = ", mean.gain));
+  util::write_line(unit, four_fixed(" true_gain = ", true_gain));
+  util::write_line(unit, four_fixed(" coef = ", {mean.coefficients.item}));
+  // The amplitude is that of the last fit, not the mean above it: kept for compatibility.
+  util::write_line(unit, one_exponent(" const = ", result.fits.fit.back().coefficients(1)));
   for (const char* offset : {" delta_h = ", " delta_v = "}) {
     std::string offset_line{"#"};
     util::put_text(offset_line, offset, 11);
     util::put_fixed(offset_line, 0);
     util::write_line(unit, offset_line);
   }
-  util::write_line(unit, one_exponent(" chis_deg = ", chis / (gain_fit_mod::norbits -
-                                                              gain_fit_mod::free_parameters)));
-  util::write_line(unit, four_fixed("array gains[4] = ", button_gains(gain)));
-  util::write_line(unit, four_fixed("array true_gains[4] = ", relative_truth(reading)));
+  const auto orbits = static_cast<int>(result.data.orbits.size());
+  util::write_line(
+      unit, one_exponent(" chis_deg = ", mean.chisq / (orbits - gain_fit_mod::free_parameters)));
+  util::write_line(unit, four_fixed("array gains[4] = ", button_gains(mean.gain)));
+  util::write_line(unit, four_fixed("array true_gains[4] = ", relative_truth(true_gain)));
+  const auto& [h_min, h_max, v_min, v_max] = result.motion.extremes;
   util::write_line(unit,
-                   four_fixed(" h_min, h_max, v_min, v_max = ",
-                              {{extremes.h_min, extremes.h_max, extremes.v_min, extremes.v_max}}));
+                   four_fixed(" h_min, h_max, v_min, v_max = ", {{h_min, h_max, v_min, v_max}}));
   util::write_line(unit, "#exit");
 }
 
-void write_fits(int unit, const gain_fit_mod::chis_saved& chis_save,
-                const gain_fit_mod::gains_saved& gain_save,
-                const gain_fit_mod::coeffs_saved& coeff_save,
-                const gain_fit_mod::covar_saved& covar_save) {
-  for (int fit = 1; fit <= 4; ++fit) {
+void write_fits(int unit, const gain_fit_mod::four_fits& fits) {
+  int ind = 0;
+  for (const gain_fit_mod::one_fit& fit : fits.fit) {
     std::string line = "#";
     util::put_text(line, "ind= ", 7);
-    util::put_integer(line, fit, 5);
+    util::put_integer(line, ++ind, 5);
     line += " chisq=";
-    util::put_exponent(line, chis_save(fit));
+    util::put_exponent(line, chisq_shown(fits));
     line += " gain = ";
-    for (int k = 1; k <= 4; ++k) util::put_fixed(line, gain_save(fit, k));
+    for (const double g : fit.gain.item) util::put_fixed(line, g);
     line += " coef = ";
-    for (int k = 1; k <= 4; ++k) util::put_fixed(line, coeff_save(fit, k));
+    for (const double c : fit.coefficients.item) util::put_fixed(line, c);
     util::write_line(unit, line);
 
     util::write_line(unit, "# covariance matrix of gains 1..4, Am, k, h2, h3");
     for (int i = 1; i <= gain_fit_mod::max_parameters; ++i) {
       std::string row{"#"};
       for (int j = 1; j <= gain_fit_mod::max_parameters; ++j)
-        util::put_exponent(row, covar_save(fit, i, j));
+        util::put_exponent(row, fit.covariance(i, j));
       util::write_line(unit, row);
     }
   }
@@ -116,20 +116,17 @@ struct fitted_orbit {
   double residual = 0;  // curve minus Q
 };
 
-fitted_orbit fitted(const gain_fit_mod::signals& but) {
-  gain_fit_mod::parameters param;
-  gain_fit_mod::gain_to_a(gain_fit_mod::gain, param);
-  for (int k = 1; k <= 4; ++k) param(4 + k) = gain_fit_mod::coefficients(k);
-  fitted_orbit orbit{.at = combine(but, gain_fit_mod::gain),
-                     .residual = gain_fit_mod::chi1(param, but)};
-  orbit.curve = orbit.residual + orbit.at.Q;
-  return orbit;
-}
-
-std::vector<fitted_orbit> fitted_orbits(std::span<const store::bpm_struct> column) {
+std::vector<fitted_orbit> fitted_orbits(const gain_fit_mod::bpm_result& result) {
+  const gain_fit_mod::gains& gain = result.combined.gain;
+  const auto param = gain_fit_mod::parameters_of(gain, result.combined.coefficients);
   std::vector<fitted_orbit> orbits;
-  orbits.reserve(column.size());
-  for (const store::bpm_struct& reading : column) orbits.push_back(fitted({reading.button.item}));
+  orbits.reserve(result.data.orbits.size());
+  for (const store::bpm_struct& reading : result.data.orbits) {
+    const gain_fit_mod::signals but{reading.button.item};
+    fitted_orbit orbit{.at = combine(but, gain), .residual = gain_fit_mod::chi1(param, but)};
+    orbit.curve = orbit.residual + orbit.at.Q;
+    orbits.push_back(orbit);
+  }
   return orbits;
 }
 
@@ -174,40 +171,20 @@ void write_table(int unit, std::span<const store::bpm_struct> column,
   }
 }
 
-void sum_totals(std::span<const store::bpm_struct> column, double& bpppp, double& bpppp2) {
-  bpppp = 0;
-  bpppp2 = 0;
-  for (const store::bpm_struct& reading : column) {
-    const auto& [b1, b2, b3, b4] = reading.button.item;
-    const double total = b1 + b2 + b3 + b4;
-    bpppp += total;
-    bpppp2 += total * total;
-  }
-}
-
 }  // namespace
 
-void write_bpm_fitted_data(const directory_name& directory, int m, std::string_view name,
-                           const gain_fit_mod::chis_saved& chis_save,
-                           const gain_fit_mod::gains_saved& gain_save,
-                           const gain_fit_mod::coeffs_saved& coeff_save,
-                           const gain_fit_mod::covar_saved& covar_save, double chis,
-                           const std::string& verdict, const position_extremes& extremes,
-                           const rd_files_list& rd_files, int files_so_far, double current,
-                           double& bpppp, double& bpppp2) {
+void write_bpm_fitted_data(const run_record& run, const gain_fit_mod::bpm_result& result) {
+  const gain_fit_mod::bpm_data& bpm = result.data;
   const util::unit_handle file{util::lunget()};
   const int unit = file.number();
-  util::open_output(unit, path_of(directory, name, ".dat_fit"));
-  for (const std::string& line : file_list_lines(rd_files, files_so_far))
+  util::open_output(unit, path_of(run.directory, bpm.name, ".dat_fit"));
+  for (const std::string& line : file_list_lines(run))
     util::write_line(unit, std::string{"#"}.append(line));
-  write_settings(unit, m, chis, extremes);
-  write_fits(unit, chis_save, gain_save, coeff_save, covar_save);
-
-  const auto column = gain_fit_mod::orbit_data.column(m, gain_fit_mod::norbits);
-  const auto orbits = fitted_orbits(column);
-  write_reading_aids(unit, name, verdict, orbits);
-  write_table(unit, column, orbits, current);
-  sum_totals(column, bpppp, bpppp2);
+  write_settings(unit, result);
+  write_fits(unit, result.fits);
+  const auto orbits = fitted_orbits(result);
+  write_reading_aids(unit, bpm.name, result.quality.reason, orbits);
+  write_table(unit, bpm.orbits, orbits, bpm.current.empty() ? 0 : bpm.current.back());
 }
 
 }  // namespace output

@@ -24,27 +24,25 @@ void put_caption(std::string& line, std::initializer_list<std::string_view> capt
   for (const std::string_view caption : captions) util::put_text(line, caption, util::real_width);
 }
 
-void write_header(int m, const rd_files_list& rd_files, int files_so_far) {
+void write_header(const run_record& run, const gain_fit_mod::bpm_data& bpm) {
   const int unit = raw.lun24;
-  for (const std::string& line : file_list_lines(rd_files, files_so_far))
-    util::write_line(unit, line);
+  for (const std::string& line : file_list_lines(run)) util::write_line(unit, line);
   util::write_line(unit, "&button_sums");
 
   std::string line = " BPM = ";
-  util::put_integer(line, m, 5);
+  util::put_integer(line, bpm.bpm, 5);
   util::write_line(unit, line);
 
   // The field cuts its text to " true_ga", and the orbit is the one whose number comes after the
   // last file's: both kept for compatibility.
   line.clear();
   util::put_text(line, " true_gain = ", 8);
-  const auto& reading = gain_fit_mod::orbit_data(files_so_far + 1).detector(m);
-  for (const double g : reading.true_gain.item) util::put_exponent(line, g);
+  for (const double g : bpm.header_gain.item) util::put_exponent(line, g);
   util::write_line(unit, line);
 
   line.clear();
   util::put_text(line, " const = ", 11);
-  util::put_exponent(line, gain_fit_mod::const_);
+  util::put_exponent(line, bpm.const_before);
   util::write_line(unit, line);
   for (const char* offset : {" delta_h =  0.  ", " delta_v =  0.  "}) {
     line.clear();
@@ -64,23 +62,27 @@ void write_header(int m, const rd_files_list& rd_files, int files_so_far) {
 
 }  // namespace
 
-void write_bpm_raw_data(const directory_name& directory, int m, std::string_view name,
-                        int orbit_num, const gain_fit_mod::signals& but,
-                        const rd_files_list& rd_files, int files_so_far, double current) {
-  if (m != raw.m_last) {
+void write_bpm_raw_data(const run_record& run, const gain_fit_mod::bpm_data& bpm, int orbit_num) {
+  if (bpm.bpm != raw.m_last) {
     close_bpm_raw_data();
     raw.lun24 = util::lunget();
-    util::open_output(raw.lun24, path_of(directory, name, ".dat"));
-    write_header(m, rd_files, files_so_far);
-    raw.m_last = m;
+    util::open_output(raw.lun24, path_of(run.directory, bpm.name, ".dat"));
+    write_header(run, bpm);
+    raw.m_last = bpm.bpm;
   }
-  const auto& reading = gain_fit_mod::orbit_data(orbit_num).detector(m);
-  const combinations at = combine(but, gain_loc);
+  const auto orbits = static_cast<int>(bpm.orbits.size());
+  if (orbit_num < 1 || orbit_num > orbits) {
+    util::subscript_error("orbit_data", orbit_num, 1, orbits);
+  }
+  const auto at_orbit = static_cast<std::size_t>(orbit_num) - 1;
+  const store::bpm_struct& reading = bpm.orbits[at_orbit];
+  const double current = bpm.current[at_orbit];
+  const combinations at = combine({reading.button.item}, gain_loc);
   std::string line;
   for (const double value :
        {reading.x, reading.y, at.Q, at.X, at.Y, at.X * at.Y / current, current})
     util::put_exponent(line, value);
-  for (const double signal : but.item) util::put_exponent(line, signal);
+  for (const double signal : reading.button.item) util::put_exponent(line, signal);
   util::write_line(raw.lun24, line);
 }
 

@@ -1,6 +1,6 @@
 // The three sign-weighted combinations of one reading, as the data files list them.
 #pragma once
-#include "gain_fit_mod.hpp"
+#include "gain_model.hpp"
 
 namespace output {
 

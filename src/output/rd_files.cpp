@@ -9,19 +9,19 @@ std::string path_of(const directory_name& directory, std::string_view name,
   return std::string{directory.trimmed()}.append("/").append(util::trim_right(name)).append(suffix);
 }
 
-std::vector<std::string> file_list_lines(const rd_files_list& rd_files, int files_so_far) {
+std::vector<std::string> file_list_lines(const run_record& run) {
   std::vector<std::string> lines;
   std::string& first = lines.emplace_back();
   util::put_text(first, "mfiles=", 7);
-  util::put_integer(first, files_so_far, 2);
+  util::put_integer(first, run.files_so_far, 2);
   first += ";";
   util::put_text(first, "array file[", 12);
-  util::put_integer(first, files_so_far, 2);
+  util::put_integer(first, run.files_so_far, 2);
   first += "]";
-  for (int i = 1; i <= files_so_far; ++i) {
+  for (int i = 1; i <= run.files_so_far; ++i) {
     std::string& line = lines.emplace_back("file[");
     util::put_integer(line, i, 2);
-    line.append("]= \"").append(rd_files(i).trimmed()).append("\"");
+    line.append("]= \"").append(run.rd_files(i).trimmed()).append("\"");
   }
   return lines;
 }

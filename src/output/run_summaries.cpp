@@ -8,6 +8,7 @@
 
 #include "fields.hpp"
 #include "file_units.hpp"
+#include "gain_fit_mod.hpp"
 
 namespace output {
 namespace {
@@ -18,12 +19,10 @@ int lun27 = 0;  // "_err"
 
 constexpr int name_width = 12;  // of the 16 characters of a BPM's name
 
-int begin_table(const directory_name& directory, std::string_view suffix, int files_so_far,
-                const rd_files_list& rd_files) {
+int begin_table(const run_record& run, std::string_view suffix) {
   const int unit = util::lunget();
-  util::open_output(unit, path_of(directory, gain_fit_mod::in_file_0.trimmed(), suffix));
-  for (const std::string& line : file_list_lines(rd_files, files_so_far))
-    util::write_line(unit, line);
+  util::open_output(unit, path_of(run.directory, run.label, suffix));
+  for (const std::string& line : file_list_lines(run)) util::write_line(unit, line);
   return unit;
 }
 
@@ -35,13 +34,9 @@ void put_captions(std::string& line, std::initializer_list<std::string_view> tex
   for (const std::string_view text : texts) util::put_text(line, text, util::real_width);
 }
 
-void put_name_and_blanks(std::string& line) {
+void put_name_and_blanks(std::string& line, std::string_view name) {
   util::put_blanks(line, 4);
-  util::put_padded(line, gain_fit_mod::bpm_names(gain_fit_mod::bpm).all(), name_width);
-}
-
-gain_fit_mod::signals true_gain_of_bpm() {
-  return {gain_fit_mod::orbit_data(1).detector(gain_fit_mod::bpm).true_gain.item};
+  util::put_padded(line, name, name_width);
 }
 
 // Four coefficient columns stand under one caption, and what follows is not aligned with its data:
@@ -79,62 +74,60 @@ std::string err_caption() {
   return line;
 }
 
-void begin_out(const directory_name& directory, int files_so_far, const rd_files_list& rd_files,
-               std::string_view type) {
-  lun26 = begin_table(directory, "_out", files_so_far, rd_files);
+void begin_out(const run_record& run) {
+  lun26 = begin_table(run, "_out");
   std::string line = " gain_correct = ";
   util::put_blanks(line, 1);
-  util::put_integer(line, gain_fit_mod::gain_correct, 2);
-  line.append(", ").append(util::trim_right(type)).append(" to tbt data");
+  util::put_integer(line, run.gain_correct, 2);
+  line.append(", ").append(util::trim_right(run.type)).append(" to tbt data");
   util::write_line(lun26, line);
   util::write_line(lun26, out_caption());
 }
 
 }  // namespace
 
-void write_rd_out(const directory_name& directory, const position_extremes& extremes, double chis,
-                  double bpppp, double bpppp2, const gain_fit_mod::coefficient_set& coeff,
-                  int files_so_far, const rd_files_list& rd_files, std::string_view type) {
-  if (lun26 == 0) begin_out(directory, files_so_far, rd_files, type);
+void write_rd_out(const run_record& run, const gain_fit_mod::bpm_result& result) {
+  if (lun26 == 0) begin_out(run);
 
   std::string line;
-  util::put_integer(line, gain_fit_mod::bpm, 7);
-  const auto& [h_min, h_max, v_min, v_max] = extremes;
+  util::put_integer(line, result.data.bpm, 7);
+  const auto& [h_min, h_max, v_min, v_max] = result.motion.extremes;
   put_all_fixed(line, std::array{h_min, h_max, h_max - h_min, v_min, v_max, v_max - v_min});
-  for (const double g : gain_fit_mod::gain.item) util::put_fixed(line, 1 / g);
-  put_all_fixed(line, coeff.item);
-  util::put_fixed(line, chis);
-  put_name_and_blanks(line);
+  for (const double g : result.combined.summary_gain.item) util::put_fixed(line, 1 / g);
+  put_all_fixed(line, result.combined.coefficients.item);
+  util::put_fixed(line, result.combined.summary_chisq);
+  put_name_and_blanks(line, result.data.name);
   util::put_blanks(line, 4);
-  const double n = gain_fit_mod::norbits;
-  util::put_fixed(line, bpppp / n);
-  util::put_fixed(line, std::sqrt((bpppp2 - bpppp * bpppp / n) / n));
-  put_all_fixed(line, true_gain_of_bpm().item);
+  const auto n = static_cast<double>(result.data.orbits.size());
+  const auto& [sum, squares] = result.totals;
+  util::put_fixed(line, sum / n);
+  util::put_fixed(line, std::sqrt((squares - sum * sum / n) / n));
+  put_all_fixed(line, result.data.true_gain.item);
   util::write_line(lun26, line);
 }
 
-void write_rd_err(const directory_name& directory, const gain_fit_mod::gains_saved& gain_save,
-                  const gain_fit_mod::chis_saved& chis_save, const average_gains& average_gain,
-                  const rms_gains& rms_gain, int files_so_far, const rd_files_list& rd_files) {
+void write_rd_err(const run_record& run, const gain_fit_mod::bpm_result& result) {
   using gain_fit_mod::ind;
   if (lun27 == 0) {
-    lun27 = begin_table(directory, "_err", files_so_far, rd_files);
+    lun27 = begin_table(run, "_err");
     util::write_line(lun27, err_caption());
   }
 
   std::string line;
   util::put_blanks(line, 3);
-  util::put_integer(line, gain_fit_mod::bpm, 4);
+  util::put_integer(line, result.data.bpm, 4);
+  // Kept for compatibility: the context's counter stands at 5 afterwards.
   for (ind = 1; ind <= 4; ++ind) {
+    const gain_fit_mod::gains& gain = result.fits.fit.at(static_cast<std::size_t>(ind) - 1).gain;
     util::put_blanks(line, 3);
-    for (int k = 1; k <= 4; ++k) util::put_fixed(line, gain_save(ind, 1) / gain_save(ind, k));
-    util::put_fixed(line, chis_save(ind));
+    for (int k = 1; k <= 4; ++k) util::put_fixed(line, gain(1) / gain(k));
+    util::put_fixed(line, chisq_shown(result.fits));
   }
   util::put_blanks(line, 4);
-  for (int k = 1; k <= 4; ++k) util::put_fixed(line, average_gain(k));
-  for (int k = 1; k <= 4; ++k) util::put_fixed(line, rms_gain(k));
-  put_name_and_blanks(line);
-  put_all_fixed(line, true_gain_of_bpm().item);
+  put_all_fixed(line, result.combined.ratio.item);
+  put_all_fixed(line, result.combined.ratio_scatter.item);
+  put_name_and_blanks(line, result.data.name);
+  put_all_fixed(line, result.data.true_gain.item);
   util::write_line(lun27, line);
 }
 

@@ -13,16 +13,23 @@
 namespace {
 using namespace gain_fit_mod;
 
-const output::directory_name here{"."};
-
 struct data_files : scratch::fixture {
   void SetUp() override {
     gain_fit_mod::reset();
-    rd_files(1) = "RD-000001.dat";
-    rd_files(2) = "RD-000002.dat";
+    run.directory = ".";
+    run.rd_files(1) = "RD-000001.dat";
+    run.rd_files(2) = "RD-000002.dat";
+    run.files_so_far = 1;
   }
   void TearDown() override { output::close_bpm_raw_data(); }
-  output::rd_files_list rd_files{};
+  // A BPM whose orbits are these readings, at this current.
+  bpm_data bpm_of(int index, const std::string& name, double beam_current) {
+    currents.assign(readings.size(), beam_current);
+    return {.bpm = index, .name = name, .orbits = readings, .current = currents};
+  }
+  output::run_record run{};
+  std::vector<store::bpm_struct> readings;
+  std::vector<double> currents;
 };
 using data_files_death = data_files;
 
@@ -32,12 +39,13 @@ constexpr signals signals_of_10{{5, 2, 1, 2}};
 std::string blanks(std::size_t n) { return std::string(n, ' '); }
 
 TEST_F(data_files, raw_file_of_two_data_sets_to_the_character) {
-  auto& reading = orbit_data.edit(7, 42);
-  reading.x = 1e-3;
-  reading.y = -2.5e-3;
-  orbit_data.edit(3, 42).true_gain = {{1.04, 0.97, 1, 0.93}};  // orbit 3 follows file 2
-  const_ = 0.19467656;
-  output::write_bpm_raw_data(here, 42, "B42W  ", 7, signals_of_10, rd_files, 2, 2);
+  readings.resize(7);
+  readings[6] = {.button = {signals_of_10.item}, .x = 1e-3, .y = -2.5e-3};
+  bpm_data bpm = bpm_of(42, "B42W  ", 2);
+  bpm.header_gain = {{1.04, 0.97, 1, 0.93}};
+  bpm.const_before = 0.19467656;
+  run.files_so_far = 2;
+  output::write_bpm_raw_data(run, bpm, 7);
   output::close_bpm_raw_data();
   const std::vector<std::string> expected{
       "mfiles= 2; array file[ 2]",
@@ -60,77 +68,66 @@ TEST_F(data_files, raw_file_of_two_data_sets_to_the_character) {
   EXPECT_EQ(scratch::lines_of("B42W.dat"), expected);
 }
 
-TEST_F(data_files, coming_back_to_a_bpm_appends_and_no_files_means_orbit_1) {
-  orbit_data.edit(1, 1).true_gain = {{1, 2, 3, 4}};
+TEST_F(data_files, coming_back_to_a_bpm_appends) {
+  readings.push_back({.button = {signals_of_10.item}});
+  run.files_so_far = 0;
   for (const int m : {1, 1, 2, 1})
-    output::write_bpm_raw_data(here, m, m == 1 ? "A" : "B", 1, signals_of_10, rd_files, 0, 1);
+    output::write_bpm_raw_data(run, bpm_of(m, m == 1 ? "A" : "B", 1), 1);
   output::close_bpm_raw_data();
   const auto lines = scratch::lines_of("A.dat");
   EXPECT_EQ(lines.size(), 12U + 2 + 12 + 1);  // header, two orbits, header, one orbit
   EXPECT_EQ(lines[0], "mfiles= 0; array file[ 0]");
-  EXPECT_EQ(lines[3], " true_ga  0.1000D+01  0.2000D+01  0.3000D+01  0.4000D+01");
   EXPECT_EQ(scratch::lines_of("B.dat").size(), 13U);
 }
 
 TEST_F(data_files, signals_that_cancel_are_shown_as_no_numbers) {
-  output::write_bpm_raw_data(here, 1, "A", 1, {{0, 0, 0, 0}}, rd_files, 1, 1);
+  readings.resize(1);
+  output::write_bpm_raw_data(run, bpm_of(1, "A", 1), 1);
   output::close_bpm_raw_data();
   EXPECT_EQ(scratch::lines_of("A.dat").back().substr(24, 48),
             "         NaN         NaN         NaN         NaN");
 }
 
-TEST_F(data_files_death, orbits_bpms_files_and_directories_that_are_not_there) {
+TEST_F(data_files_death, orbits_files_and_directories_that_are_not_there) {
   struct {
     const char* what;
     const char* into;
-    int m, orbit, files;
+    int orbit, files;
     const char* message;
-  } const cases[] = {
-      {"orbit", ".", 1, 3001, 1, "subscript 3001 of orbit_data is outside 1\\.\\.3000"},
-      {"BPM", ".", 5001, 1, 1, "subscript 5001 of detector is outside 0\\.\\.5000"},
-      {"file", ".", 1, 1, 21, "subscript 21 of rd_files is outside 1\\.\\.20"},
-      {"directory", "nowhere", 1, 1, 1, "cannot open nowhere/A.dat for writing"}};
-  for (const auto& [what, into, m, orbit, files, message] : cases) {
+  } const cases[] = {{"orbit", ".", 4, 1, "subscript 4 of orbit_data is outside 1\\.\\.3"},
+                     {"file", ".", 1, 21, "subscript 21 of rd_files is outside 1\\.\\.20"},
+                     {"directory", "nowhere", 1, 1, "cannot open nowhere/A.dat for writing"}};
+  readings.resize(3);
+  for (const auto& [what, into, orbit, files, message] : cases) {
     SCOPED_TRACE(what);
-    EXPECT_EXIT(output::write_bpm_raw_data(into, m, "A", orbit, signals_of_10, rd_files, files, 1),
+    run.directory = into;
+    run.files_so_far = files;
+    EXPECT_EXIT(output::write_bpm_raw_data(run, bpm_of(1, "A", 1), orbit),
                 testing::ExitedWithCode(1), message);
   }
 }
 
-struct fitted {
-  chis_saved chis{};
-  gains_saved gains{};
-  coeffs_saved coeffs{};
-  covar_saved covar{};
-  double bpppp = 0;
-  double bpppp2 = 0;
-  void write(const output::rd_files_list& rd_files, double mean_chis, double current) {
-    output::write_bpm_fitted_data(here, bpm, "EXP_0", chis, gains, coeffs, covar, mean_chis,
-                                  "verdict", {-0.5, 0.25, -1, 2}, rd_files, 1, current, bpppp,
-                                  bpppp2);
-  }
-};
-
 // Unit gains and the curve 2 sin(u / 2): at u = 0.08 it is 0.0799787, which leaves -0.3200213.
 TEST_F(data_files, fitted_file_by_hand) {
-  bpm = 3;
-  norbits = 9;
-  for (int orbit = 1; orbit <= 9; ++orbit) orbit_data.edit(orbit, 3).button = {signals_of_10.item};
-  auto& reading = orbit_data.edit(1, 3);
-  reading.x = 1e-3;
-  reading.true_gain = {{2, 1, 0.5, 1}};
-  reading.button = {{10, 4, 2, 4}};  // the same shares at twice the total
-  gain = {{0.5, 0.5, 0.5, 0.5}};
-  coefficients = {{2, 0.5, 0, 0}};
-  const_ = 2;
-  fitted f;
-  f.gains.fill(0.5);
-  f.chis.fill(0.25);
-  f.coeffs.fill(3);
-  f.covar(2, 1, 3) = 1.25e-6;
-  f.write(rd_files, 0.5, 4);
-  EXPECT_EQ(f.bpppp, 20 + 8 * 10);
-  EXPECT_EQ(f.bpppp2, 400 + 8 * 100);
+  readings.assign(9, {.button = {signals_of_10.item}});
+  readings[0].x = 1e-3;
+  readings[0].button = {{10, 4, 2, 4}};  // the same shares at twice the total
+  bpm_result result{.data = bpm_of(3, "EXP_0", 1)};
+  currents.back() = 4;  // the last orbit's stands for all
+  result.data.true_gain = {{2, 1, 0.5, 1}};
+  result.motion.extremes = {-0.5, 0.25, -1, 2};
+  for (one_fit& fit : result.fits.fit) {
+    fit.gain.fill(0.5);
+    fit.coefficients.fill(3);
+  }
+  result.fits.fit[3].chisq = 0.25;
+  result.fits.fit[3].coefficients(1) = 2;
+  result.fits.fit[1].covariance(1, 3) = 1.25e-6;
+  result.combined.gain.fill(0.5);
+  result.combined.coefficients = {{2, 0.5, 0, 0}};
+  result.combined.chisq = 0.5;
+  result.quality.reason = "verdict";
+  output::write_bpm_fitted_data(run, result);
 
   const auto lines = scratch::lines_of("EXP_0.dat_fit");
   const std::vector<std::string> settings{
@@ -164,6 +161,7 @@ TEST_F(data_files, fitted_file_by_hand) {
             "  0.1000D-02  0.0000D+00  0.4000D+00  0.2000D+00  0.4000D+00  0.2000D-01  0.4000D+01"
             "  0.8000D-01  0.7998D-01 -0.3200D+00");
   for (std::size_t i = 0; i < lines.size(); ++i) EXPECT_EQ(lines[i].starts_with("#"), i < 61) << i;
+  EXPECT_EQ(lines[55], "# verdict");
 }
 
 // --- the guide's one-liners, run on a written file ----------------------------------------------
@@ -183,12 +181,15 @@ struct guide : data_files {
   void SetUp() override {
     data_files::SetUp();
     beam::fill_store({.orbits = 50, .true_gain = {{1.04, 0.97, 1.01, 0.93}}});
-    fitted f;
-    testing::internal::CaptureStdout();
-    fit_gains(f.chis, f.gains, f.coeffs, f.covar);
-    testing::internal::GetCapturedStdout();
-    f.write(rd_files, f.chis(4), 1);
-    expected_chisq = f.chis(4);
+    const auto column = orbit_data.column(bpm, 50);
+    readings.assign(column.begin(), column.end());
+    const bpm_result result = result_of(bpm_of(1, "EXP_0", 1));
+    output::write_bpm_fitted_data(run, result);
+    const auto at = parameters_of(result.combined.gain, result.combined.coefficients);
+    for (const store::bpm_struct& reading : readings) {
+      const double residual = chi1(at, {reading.button.item});
+      expected_chisq += residual * residual;
+    }
   }
   double expected_chisq = 0;
 };

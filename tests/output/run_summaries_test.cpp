@@ -5,6 +5,7 @@
 #include <limits>
 #include <string>
 
+#include "gain_fit_mod.hpp"
 #include "scratch_fixture.hpp"
 
 namespace {
@@ -18,25 +19,32 @@ bool ends_at(const std::string& line, const std::string& text, std::size_t colum
 struct summaries : scratch::fixture {
   void SetUp() override {
     gain_fit_mod::reset();
-    bpm = 12;
-    bpm_names(12) = "A_NAME_OF_16_CHR";
-    in_file_0 = "RD-004567.dat";
-    orbit_data.edit(1, 12).true_gain = {{1.04, 0.97, 1, 0}};
-    rd_files(1) = "RD-004566.dat";
-    rd_files(2) = "RD-004567.dat";
+    run.directory = ".";
+    run.label = "RD-004567.dat";
+    run.rd_files(1) = "RD-004566.dat";
+    run.rd_files(2) = "RD-004567.dat";
+    run.files_so_far = 2;
+    result.data.bpm = 12;
+    result.data.name = "A_NAME_OF_16_CHR";
+    result.data.true_gain = {{1.04, 0.97, 1, 0}};
   }
   void TearDown() override { output::close_run_summaries(); }
-  output::rd_files_list rd_files{};
+  output::run_record run{};
+  bpm_result result{};
 };
 
 // Totals 10, 12, 14, 16: sum 52, squares 696, so mean 13 and rms sqrt(20 / 4) = 2.2361.
 TEST_F(summaries, out_table_to_the_character) {
-  gain = {{2, 4, 0.5, 0.8}};
-  norbits = 4;
-  gain_correct = 3;
-  for (int line = 1; line <= 2; ++line)
-    output::write_rd_out(".", {-0.5, 0.25, -1, 2}, 0.125, 52, 696, {{0.2, 10.5, -0.06, 1e9}}, 2,
-                         rd_files, "gain_and_pedestal_correction   ");
+  const std::vector<store::bpm_struct> four_orbits(4);
+  result.data.orbits = four_orbits;
+  result.motion.extremes = {-0.5, 0.25, -1, 2};
+  result.totals = {52, 696};
+  result.combined.summary_gain = {{2, 4, 0.5, 0.8}};
+  result.combined.summary_chisq = 0.125;
+  result.combined.coefficients = {{0.2, 10.5, -0.06, 1e9}};
+  run.gain_correct = 3;
+  run.type = "gain_and_pedestal_correction   ";
+  for (int line = 1; line <= 2; ++line) output::write_rd_out(run, result);
   output::close_run_summaries();
   const auto lines = scratch::lines_of("RD-004567.dat_out");
   ASSERT_EQ(lines.size(), 7U);
@@ -64,13 +72,17 @@ TEST_F(summaries, out_table_to_the_character) {
 }
 
 TEST_F(summaries, err_table_to_the_character) {
-  gains_saved gains{};
-  for (int fit = 1; fit <= 4; ++fit)
-    for (int k = 1; k <= 4; ++k) gains(fit, k) = k == fit ? 1 : 2;
-  gains(4, 2) = 0;
-  chis_saved chis{{0.5, 0.25, 1, 2, 99}};
-  output::write_rd_err(".", gains, chis, {{1, 2, 3, 4, 99}}, {{0.5, 0.25, 0, 1.5, 99}}, 1,
-                       rd_files);
+  for (std::size_t f = 0; f < 4; ++f) {
+    result.fits.fit[f].chisq = 0.5 * static_cast<double>(f + 1);
+    for (int k = 1; k <= 4; ++k) {
+      result.fits.fit[f].gain(k) = k == static_cast<int>(f) + 1 ? 1 : 2;
+    }
+  }
+  result.fits.fit[3].gain(2) = 0;
+  result.combined.ratio = {{1, 2, 3, 4}};
+  result.combined.ratio_scatter = {{0.5, 0.25, 0, 1.5}};
+  run.files_so_far = 1;
+  output::write_rd_err(run, result);
   EXPECT_EQ(ind, 5);
   output::close_run_summaries();
   const auto lines = scratch::lines_of("RD-004567.dat_err");
@@ -87,9 +99,9 @@ TEST_F(summaries, err_table_to_the_character) {
   EXPECT_TRUE(ends_at(caption, " true_gain", 372));
   EXPECT_EQ(lines[3],
             "     12"
-            "         1.0000      0.5000      0.5000      0.5000      0.5000"
-            "         1.0000      2.0000      1.0000      1.0000      0.2500"
-            "         1.0000      1.0000      2.0000      1.0000      1.0000"
+            "         1.0000      0.5000      0.5000      0.5000      2.0000"
+            "         1.0000      2.0000      1.0000      1.0000      2.0000"
+            "         1.0000      1.0000      2.0000      1.0000      2.0000"
             "         1.0000    Infinity      1.0000      2.0000      2.0000"
             "          1.0000      2.0000      3.0000      4.0000"
             "      0.5000      0.2500      0.0000      1.5000"
@@ -98,8 +110,7 @@ TEST_F(summaries, err_table_to_the_character) {
 }
 
 TEST_F(summaries, no_orbits_give_button_statistics_that_are_no_numbers) {
-  gain.fill(1);
-  output::write_rd_out(".", {}, 0, 0, 0, {}, 1, rd_files, "fake");
+  output::write_rd_out(run, result);
   output::close_run_summaries();
   EXPECT_EQ(scratch::lines_of("RD-004567.dat_out").back().substr(207, 24),
             "         NaN         NaN");
@@ -108,8 +119,9 @@ TEST_F(summaries, no_orbits_give_button_statistics_that_are_no_numbers) {
 using summaries_death = summaries;
 
 TEST_F(summaries_death, a_directory_that_is_not_there_ends_the_run) {
-  EXPECT_EXIT(output::write_rd_out("nowhere", {}, 0, 0, 0, {}, 1, rd_files, "fake"),
-              testing::ExitedWithCode(1), "cannot open nowhere/RD-004567.dat_out for writing");
+  run.directory = "nowhere";
+  EXPECT_EXIT(output::write_rd_out(run, result), testing::ExitedWithCode(1),
+              "cannot open nowhere/RD-004567.dat_out for writing");
 }
 
 }  // namespace

@@ -34,6 +34,10 @@ with tempfile.TemporaryDirectory() as scratch:
     depends = run("dpkg-deb", "-f", package, "Depends")
     for library in ("libgiza0", "libcpgplot0", "libcairo2", "libgif7", "libreadline8", "libfmt9"):
         assert library in depends, depends
+    if shutil.which("lintian"):
+        run("lintian", "--allow-root", "--fail-on", "error,warning", "--suppress-tags",
+            "no-manual-page", package)
+    assert run("dpkg-deb", "-f", package, "Version").startswith(VERSION + "-")
 
     root = scratch + "/root"
     os.makedirs(root + "/var/lib/dpkg/updates")
@@ -43,9 +47,10 @@ with tempfile.TemporaryDirectory() as scratch:
     dpkg = ["dpkg", "--root=" + root, "--force-depends", "--force-not-root", "--log=/dev/null"]
     run(*dpkg, "-i", package)
     wanted = {"usr/bin/butngain", "usr/bin/bpmsim", "usr/bin/kbpm_dump",
-              "usr/share/man/man1/butngain.1", "usr/share/man/man1/kbpm_dump.1",
+              "usr/share/man/man1/butngain.1.gz", "usr/share/man/man1/kbpm_dump.1.gz",
               "usr/share/bash-completion/completions/butngain",
-              "usr/share/doc/butngain/copyright", "usr/share/doc/butngain/README.md"}
+              "usr/share/doc/butngain/copyright", "usr/share/doc/butngain/changelog.Debian.gz",
+              "usr/share/doc/butngain/README.md", "usr/share/doc/butngain/docs/user_guide.md"}
     installed = files_below(root)
     assert wanted <= installed, wanted - installed
     assert run(root + "/usr/bin/butngain", "--version") == f"butngain {VERSION}\n"

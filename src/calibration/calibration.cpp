@@ -12,6 +12,12 @@ namespace {
 constexpr std::size_t least_orbits = 10;
 constexpr double too_persistent = 0.3;  // an intensity that is not smooth and not white
 constexpr double pedestal_limit = 13;   // chi-square of four pedestals: 1e-2 by chance
+// By how much a steady intensity must better the error to be worth its assumption: a jitter far
+// above the noise adds little, and may hide a current that goes with the place.
+constexpr double worth_it = 0.85;
+// Gains with open pedestals must be this good for the data to contradict wrong knowledge of them.
+constexpr double checked_to = 3.5e-3;
+constexpr double noise_sigmas = 2.5;
 constexpr double undetermined_from = 1e-2;
 constexpr double determined_to = 1e-3;
 constexpr double largest_log_gain = 0.5;
@@ -64,10 +70,35 @@ void compare_halves(const fit_state& state, const fit_setting& setting, std::siz
   }
 }
 
-verdict_reason find_reason(const bpm_run& run, const record& r) {
+// Whether W's pedestals and gains mean anything: not when the current is neither smooth nor a walk.
+bool has_pedestals(const record& r) {
+  return r.wide.converged && r.wide.persistence < too_persistent;
+}
+
+bool can_check_pedestals(const record& r) { return has_pedestals(r) && r.wide.E <= checked_to; }
+
+// Largest difference of ln(t_k/t_1) between two fits.
+double distance(const fit_result& a, const fit_result& b) {
+  double most = 0;
+  for (int k = 2; k <= 4; ++k) {
+    most = std::max(most, std::abs(std::log(a.t(k) / a.t(1)) - std::log(b.t(k) / b.t(1))));
+  }
+  return most;
+}
+
+// The error, larger when open pedestals would lead to other gains, by more than the noise explains.
+double error_of(const record& r) {
+  const fit_result& fit = chosen_fit(r);
+  if (!has_pedestals(r)) return fit.E;
+  const double apart = distance(r.wide, fit);
+  const double by_noise = noise_sigmas * r.wide.E_noise;
+  return std::sqrt(fit.E * fit.E + std::max(0.0, apart * apart - by_noise * by_noise));
+}
+
+verdict_reason find_reason(const bpm_run& run, const record& r, double E) {
   const fit_result& fit = chosen_fit(r);
   if (!fit.converged) return verdict_reason::no_convergence;
-  if (!(fit.E <= undetermined_from)) return verdict_reason::error_too_large;
+  if (!(E <= undetermined_from)) return verdict_reason::error_too_large;
   if (r.pedestal_chi >= pedestal_limit) return verdict_reason::pedestals;
   for (int k = 1; k <= 4; ++k) {
     if (std::abs(std::log(fit.t(k))) > largest_log_gain) return verdict_reason::unlikely_gains;
@@ -77,8 +108,13 @@ verdict_reason find_reason(const bpm_run& run, const record& r) {
   if (fit.at_edge > most_at_edge * all) return verdict_reason::at_the_edge;
   if (r.halves_sigma > halves_sigmas) return verdict_reason::gains_change;
   if (!run.own_table) return verdict_reason::stand_in_table;
-  if (run.sigma_p >= pedestals_left_in) return verdict_reason::pedestals_not_known;
-  if (fit.E > determined_to) return verdict_reason::error_large;
+  // Open pedestals do no harm where T1 finds them, as from two currents: it trusts in no slope.
+  const bool finds_pedestals = r.free.converged && r.free.E <= determined_to;
+  if (run.sigma_p >= pedestals_left_in && !finds_pedestals) {
+    return verdict_reason::pedestals_not_known;
+  }
+  if (E > determined_to) return verdict_reason::error_large;
+  if (!can_check_pedestals(r)) return verdict_reason::pedestals_not_checked;
   return verdict_reason::none;
 }
 
@@ -89,6 +125,7 @@ verdict_word word_for(verdict_reason reason) {
     case verdict_reason::pedestals_not_known:
     case verdict_reason::stand_in_table:
     case verdict_reason::error_large:
+    case verdict_reason::pedestals_not_checked:
       return verdict_word::weak;
     case verdict_reason::no_table:
     case verdict_reason::few_orbits:
@@ -188,12 +225,12 @@ record calibrate(const bpm_run& run) {
   r.steady = run_fit(steady, setting);
 
   const fit_state* chosen = &free;
-  if (r.wide.converged && r.wide.persistence < too_persistent) {
+  if (has_pedestals(r)) {
     r.pedestal_chi = pedestal_chi_square(r.wide, run.sigma_p);
     if (r.pedestal_chi >= pedestal_limit) {
       r.chosen = fit_kind::wide_pedestals;
       chosen = &wide;
-    } else if (r.steady.converged && !(r.free.converged && r.free.E < r.steady.E)) {
+    } else if (r.steady.converged && !(r.free.converged && worth_it * r.free.E < r.steady.E)) {
       r.chosen = fit_kind::steady_intensity;
       chosen = &steady;
     }
@@ -204,8 +241,9 @@ record calibrate(const bpm_run& run) {
   setting.kind = r.chosen;
   if (fit.converged && n >= 2 * least_orbits) compare_halves(*chosen, setting, n, r);
   if (readings.reason == verdict_reason::none) {
-    const verdict_reason reason = find_reason(run, r);
-    r.verdict = {word_for(reason), reason, 0, fit.E};
+    const double E = error_of(r);
+    const verdict_reason reason = find_reason(run, r, E);
+    r.verdict = {word_for(reason), reason, 0, E};
   }
   if (run.fits) judge_fits(*run.fits, r);
   return r;

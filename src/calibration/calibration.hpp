@@ -94,9 +94,10 @@ enum class verdict_reason {
   at_the_edge,       ///< more than 2 % of the places at the edge of the table
   gains_change,      ///< the halves of the run have different gains
   misfit,            ///< the residuals follow the place: another chamber, cross-talk, compression
-  pedestals_not_known,  ///< sigma_p of 1e-2 or more
-  stand_in_table,       ///< the table is not this chamber's
-  error_large           ///< E above 1e-3
+  pedestals_not_known,   ///< sigma_p of 1e-2 or more
+  stand_in_table,        ///< the table is not this chamber's
+  error_large,           ///< E above 1e-3
+  pedestals_not_checked  ///< the data could not contradict wrong knowledge of the pedestals
 };
 
 /// Which of the fits the gains are from.

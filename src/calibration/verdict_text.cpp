@@ -41,6 +41,8 @@ std::string_view text_of(verdict_reason reason) {
       return "the table is not this chamber's own";
     case verdict_reason::error_large:
       return "large error";
+    case verdict_reason::pedestals_not_checked:
+      return "the data cannot confirm the pedestals";
   }
   return "";
 }

@@ -127,7 +127,14 @@ outcome butngain(const fs::path& directory, const std::vector<std::string>& answ
                  const settings& how) {
   std::string input;
   for (const std::string& answer : answers) input += answer + "\n";
-  return run({BUTNGAIN_BINARY}, directory, input, how);
+  outcome result = run({BUTNGAIN_BINARY}, directory, input, how);
+  // Sessions of one test fall into one second and share its directory; a test of its own looks at
+  // the line that says so, all others would see it or not as the clock goes.
+  if (const std::size_t end = result.err.find('\n');
+      result.err.substr(0, end).find(" existed already: ") != std::string::npos) {
+    result.err.erase(0, end + 1);
+  }
+  return result;
 }
 
 outcome bpmsim(const fs::path& directory, const std::vector<std::string>& arguments,

@@ -28,7 +28,7 @@ constexpr std::size_t many_orbits = 200;  // a cubic course needs as many, else 
 // Prior rms of every unknown.
 constexpr double rms_z = 0.5;
 constexpr std::array<double, n_h> rms_h{0.04, 0.04, 0.1, 0.01, 0.1, 0.1, 0.05, 0.2};
-constexpr double rms_l = 5e-4;
+constexpr double rms_slope = 9e-3;  // relative current per metre: 4.5e-5 over 5 mm
 
 std::array<double, n_common> priors(const fit_setting& setting) {
   std::array<double, n_common> rms{};
@@ -36,7 +36,7 @@ std::array<double, n_common> priors(const fit_setting& setting) {
   std::fill_n(rms.begin() + first_p, n_p,
               setting.kind == fit_kind::wide_pedestals ? pedestals_left_in : setting.sigma_p);
   std::copy(rms_h.begin(), rms_h.end(), rms.begin() + first_h);
-  std::fill_n(rms.begin() + first_l, n_l, rms_l);
+  std::fill_n(rms.begin() + first_l, n_l, rms_slope * setting.R0);
   std::array<double, n_common> weight{};
   // Pedestals known exactly would be an infinite weight.
   for (std::size_t i = 0; i < n_common; ++i) weight[i] = 1 / std::max(rms[i] * rms[i], 1e-20);

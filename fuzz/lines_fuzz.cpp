@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "data_line.hpp"
-#include "kbpmfio.hpp"
+#include "kbpmfio_stream.hpp"
 #include "run_ended.hpp"
 
 namespace {

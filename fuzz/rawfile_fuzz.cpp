@@ -8,10 +8,11 @@
 #include <cstdlib>
 #include <string>
 
+#include "held_file.hpp"
 #include "kbpm_file_input.hpp"
 #include "kbpm_rawfile.hpp"
-#include "kbpm_read_rawfile.hpp"
 #include "kbpmfio_stream.hpp"
+#include "raw_load.hpp"
 #include "run_ended.hpp"
 
 namespace {
@@ -65,6 +66,19 @@ int memory_file() {
   return fd;
 }
 
+// As a record whatever is wrong is a value: here nothing may end the run.
+void load_for_oneself(const std::string& path, std::size_t block) {
+  rawfile::kbpmfio_stream stream;
+  if (rawfile::open_for_reading(stream, path, block)) std::abort();
+  rawfile::raw_file file;
+  const rawfile::load_result result = rawfile::load(stream, file);
+  if (result.fault.has_value() != (result.end != rawfile::load_end::complete)) std::abort();
+  static_cast<void>(rawfile::pattern_fault(file));
+  for (const std::int32_t bunch : rawfile::bunches_enabled(file.file_header)) {
+    static_cast<void>(rawfile::rf_bucket_of(file.file_header, bunch));
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -76,10 +90,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   rawfile::unquestioned_arrays = std::uint64_t{1} << 20;
   // With blocks as short as a line everything that happens at their ends happens often.
   for (const std::size_t block : {rawfile::usual_block, rawfile::max_line}) {
+    load_for_oneself(path, block);
     fuzz::until_the_run_ends([&] {
       rawfile::kbpmfio_stream stream;
-      if (rawfile::open_for_reading(stream, path, block) != 0) std::abort();
-      rawfile::kbpm_read_rawfile_stream(stream);
+      if (rawfile::open_for_reading(stream, path, block)) std::abort();
+      static_cast<void>(rawfile::kbpm_read_rawfile_stream(stream));
       ask_for_everything();
     });
   }

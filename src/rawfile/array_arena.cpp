@@ -7,6 +7,7 @@
 namespace rawfile {
 namespace {
 
+// Of x86-64. Where they have another size, or there are none, the alignment does no harm.
 constexpr std::size_t huge_page = std::size_t{2} * 1024 * 1024;
 
 std::size_t whole_pages(std::size_t bytes) {
@@ -20,6 +21,7 @@ array_arena::~array_arena() { release(*this); }
 bool reserve(array_arena& arena, std::size_t bytes) {
   const std::size_t wanted = whole_pages(bytes);
   if (arena.capacity < wanted) {
+    // First, so that the old and the new memory are never held together.
     release(arena);
     // One page more than wanted, to begin and end on a boundary of huge pages.
     const std::size_t mapped = wanted + huge_page;
@@ -33,7 +35,8 @@ bool reserve(array_arena& arena, std::size_t bytes) {
     if (skipped < huge_page) munmap(start + skipped + wanted, huge_page - skipped);
     arena.base = start + skipped;
     arena.capacity = wanted;
-    // Only a wish: without huge pages everything works, more slowly.
+    // Only a wish: without huge pages everything works, more slowly. With them 24 MB take 12 page
+    // faults instead of 6000.
     madvise(arena.base, wanted, MADV_HUGEPAGE);
   } else if (arena.capacity > wanted + wanted / 4) {
     // Kept small against the arrays at hand: memory is at most 1.3 times theirs.
@@ -44,6 +47,7 @@ bool reserve(array_arena& arena, std::size_t bytes) {
   return true;
 }
 
+// To the system, not to the heap: a program that has read one large file does not keep its memory.
 void release(array_arena& arena) {
   if (arena.capacity > 0) munmap(arena.base, arena.capacity);
   arena.base = nullptr;

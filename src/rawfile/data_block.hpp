@@ -9,31 +9,19 @@
 // the last three in single precision and in this order, and the phase word unpacked: bits 19..27
 // horizontal, 10..18 vertical, 0..7 the rest.
 #pragma once
-#include <array>
 #include <cstdint>
 
 #include "data_line.hpp"
 #include "fault.hpp"
 #include "kbpmfio_stream.hpp"
-#include "rdv3.hpp"
+#include "raw_file.hpp"
 
 namespace rawfile {
-
-/// Linear position from the four corrected readings.
-/// given    plane   0 horizontal, any other vertical
-///          coeffs  horizontal and vertical coefficient
-/// errors   none: a zero sum gives inf or nan
-inline float kbpmfio_compute_pos(float ti, float bi, float bo, float to, std::int32_t plane,
-                                 const std::array<float, 2>& coeffs) {
-  const float s = ((ti + bi) + bo) + to;
-  if (plane == 0) return (((to + bo) - bi) - ti) / s * coeffs[0];
-  return (((to - bo) - bi) + ti) / s * coeffs[1];
-}
 
 /// Reads one line by the rules for lines without a key.
 /// returns  1 when the next line has a key (it is left in place) or the file ends; 0 when a line
 ///          was taken, whatever it held
-std::int32_t read_data_line(kbpmfio_stream& stream, data_columns& columns);
+[[nodiscard]] std::int32_t read_data_line(kbpmfio_stream& stream, data_columns& columns);
 
 /// Fills an instrument's arrays from its B x T data lines.
 /// given    last  the columns as the marker line left them; a block that is too short, or that a

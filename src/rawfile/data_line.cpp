@@ -4,7 +4,7 @@
 #include <bit>
 #include <cstring>
 
-#include "kbpmfio.hpp"
+#include "kbpmfio.hpp"  // is_space
 
 namespace rawfile {
 namespace {
@@ -14,7 +14,7 @@ namespace {
 constexpr std::uint32_t no_digit = 99;
 
 std::uint32_t digit_value(char c) {
-  const char lower = static_cast<char>(c | 0x20);
+  const char lower = static_cast<char>(c | 0x20);  // the bit in which the two cases differ
   if (c >= '0' && c <= '9') return static_cast<std::uint32_t>(c - '0');
   if (lower >= 'a' && lower <= 'f') return static_cast<std::uint32_t>(lower - 'a' + 10);
   return no_digit;
@@ -24,6 +24,7 @@ std::uint32_t digit_value(char c) {
 // keeps the lower half.
 std::uint64_t next_value(std::uint64_t value, std::uint32_t base, std::uint32_t digit,
                          std::uint64_t limit) {
+  // Before the product, which could wrap round to something small.
   const bool beyond = value > (limit - digit) / base;
   return beyond ? limit : (value * base) + digit;
 }
@@ -46,6 +47,7 @@ bool scan_number(std::string_view& line, std::int32_t& number) {
     ++at;
     if (at != end && (*at == 'x' || *at == 'X')) ++at;
   }
+  // Where the library's 64-bit numbers end, which is one further below zero than above.
   const std::uint64_t limit = std::uint64_t{INT64_MAX} + (negative ? 1 : 0);
   std::uint64_t value = 0;
   for (; at != end; ++at) {
@@ -76,9 +78,11 @@ std::uint64_t eight_at(const char* p) {
 
 // High bits where a byte, an exclusive-or with '0', is no decimal digit. Right up to the first of
 // them: its carry may spoil those behind.
+// 0x76 carries 10 and more into the high bit; what has it already is none either.
 std::uint64_t no_digits(std::uint64_t digits) { return digits | (digits + each(0x76)); }
 
-// Eight digits 0..9.
+// Eight digits 0..9: neighbours become pairs, and one product with two shifted powers of ten adds
+// up two pairs at once.
 std::int32_t decimal_value(std::uint64_t digits) {
   std::uint64_t v = (digits * 10) + (digits >> 8);  // pairs in every second byte
   constexpr std::uint64_t pair = 0x000000FF000000FFU;
@@ -156,6 +160,7 @@ bool printed_columns(const char* p, std::uint64_t head, std::array<std::int32_t,
 // nothing. Every line is known to have plain_window characters behind its start, so the reader
 // looks at whole words and where the text ends need not be asked.
 
+// A line of the usual columns has 52 characters; twice that and more is left to the full scan.
 constexpr std::ptrdiff_t longest_plain_line = 128;
 
 constexpr bool is_gap(char c) { return c == ' ' || c == '\t' || c == '\r'; }
@@ -230,11 +235,14 @@ int scan_data_line(std::string_view line, data_columns& columns) {
 
 std::size_t take_printed_lines(std::string_view text, std::int32_t block, std::size_t most,
                                const column_places& to) {
+  // The words above have their first character lowest. Elsewhere every line gets the full scan.
   if constexpr (std::endian::native != std::endian::little) return 0;
   const std::size_t lines = std::min(most, text.size() / printed_line);
   const std::uint64_t head = (each(' ') & ~std::uint64_t{0xFF}) |
                              static_cast<std::uint64_t>('0' + static_cast<char>(block));
   const char* p = text.data();
+  // The block's digit and seven blanks. A line of another block fails like any odd line: whoever
+  // reads on then sees the new block.
   std::size_t n = 0;
   for (; n < lines; ++n, p += printed_line) {
     std::array<std::int32_t, 5> v;  // NOLINT(*-member-init): set before it is read

@@ -1,3 +1,6 @@
+// The accessors again, for fixed-length texts. Trailing blanks go before a name is looked up; leading
+// ones stay, because the accessors take them off themselves, and count them in a name that is too
+// short.
 #include "kbpm_file_input.hpp"
 
 #include <algorithm>
@@ -10,6 +13,8 @@
 namespace kbpm_file_input {
 namespace {
 
+// A text through a work buffer of 100 characters, the zero included: longer ones are cut to 99, kept
+// for compatibility. (Paths may have 149.)
 std::int32_t padded(std::span<char> string, std::int32_t (*routine)(std::span<char>)) {
   std::array<char, 100> work{};
   const std::int32_t status = routine(work);
@@ -24,6 +29,7 @@ template <class T>
 std::span<T> view(T* address, const T* bad, std::int32_t outer, std::int32_t inner) {
   if (address == nullptr) return {};
   if (address == bad) return {address, 1};
+  // Files with negative counts load; their arrays are empty.
   const auto elements = [](std::int32_t n) { return static_cast<std::size_t>(std::max(n, 0)); };
   return {address, elements(outer) * elements(inner)};
 }
@@ -36,6 +42,7 @@ std::span<float> reals(float* address, std::int32_t outer, std::int32_t inner) {
   return view(address, &rawfile::Float_Constant, outer, inner);
 }
 
+// As the file header has them, not the instrument's own: all arrays are made by these.
 std::int32_t turns() { return rawfile::kbpm_rawfile_num_turns(); }
 std::int32_t bunches() { return rawfile::kbpm_rawfile_num_bunches(); }
 

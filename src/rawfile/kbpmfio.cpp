@@ -1,22 +1,29 @@
 // Sections and texts; single lines are in kbpmfio_lines.cpp.
-#include "kbpmfio.hpp"
-
 #include <fmt/core.h>
 
 #include <algorithm>
 #include <cstring>
 #include <string>
 
+#include "field_tables.hpp"
 #include "run_time.hpp"
 
 namespace rawfile {
 namespace {
 
+// Either header, and the blank line behind it.
 std::int32_t write_header_to_global(std::int32_t (*rw)(kbpmfio_stream&, std::int32_t)) {
   if (kbpmfio_file_pointer == nullptr) util::not_given_error("kbpmfio_file_pointer");
   rw(*kbpmfio_file_pointer, KBPMFIO_WRITE);
   put(*kbpmfio_file_pointer, "\n");
   return 0;
+}
+
+void rw_whole_section(kbpmfio_stream& stream, std::int32_t mode,
+                      std::span<KBPMFIO_FIELD_SPEC> table) {
+  // No row of the headers' tables has ten targets, so their sections never end early.
+  static_cast<void>(
+      kbpmfio_rw_file_section(stream, mode, static_cast<std::int32_t>(table.size()), table));
 }
 
 }  // namespace
@@ -28,30 +35,36 @@ std::int32_t kbpmfio_rw_file_section(kbpmfio_stream& stream, std::int32_t mode,
     const auto set = static_cast<std::size_t>(
         std::count_if(row.addresses.begin(), row.addresses.end(),
                       [](const kbpmfio_target& t) { return t.of != kbpmfio_target::kind::unset; }));
+    // A routine is called with one to ten targets; a row without any has nothing to read or write.
     if (set == 0) continue;
     const kbpmfio_routine routine = mode == KBPMFIO_READ ? row.input_func : row.output_func;
     const std::int32_t status = routine(stream, row.format, std::span{row.addresses}.first(set));
-    // Shorter rows are not asked: a data row of six never ends a section early.
+    // Shorter rows are not asked: a data row of six never ends a section early. Kept for
+    // compatibility: a block of data lines that is too short is filled up, not cut off.
     if (set == max_addresses && status == 1) return 1;
   }
   return 0;
 }
 
+void read_section(kbpmfio_stream& stream, std::span<KBPMFIO_FIELD_SPEC> table) {
+  rw_whole_section(stream, KBPMFIO_READ, table);
+}
+
 std::int32_t kbpmfio_rw_file_header(kbpmfio_stream& stream, std::int32_t mode) {
-  kbpmfio_rw_file_section(stream, mode, num_RDV3_header_specs, RDV3_header_specs);
+  rw_whole_section(stream, mode, RDV3_header_specs);
   // The first ends the Trigger line, the second is the blank line behind the header.
   if (mode != KBPMFIO_READ) put(stream, "\n\n");
   return 0;
 }
 
 std::int32_t kbpmfio_rw_kovr_header(kbpmfio_stream& stream, std::int32_t mode) {
-  kbpmfio_rw_file_section(stream, mode, num_RDV3_kovr_specs, RDV3_kovr_specs);
+  rw_whole_section(stream, mode, RDV3_kovr_specs);
   if (mode != KBPMFIO_READ) put(stream, "\n");
   return 0;
 }
 
 std::int32_t kbpmfio_rw_instrument_header(kbpmfio_stream& stream, std::int32_t mode) {
-  kbpmfio_rw_file_section(stream, mode, num_RDV3_inst_header_specs, RDV3_inst_header_specs);
+  rw_whole_section(stream, mode, RDV3_inst_header_specs);
   return 0;
 }
 
@@ -80,7 +93,7 @@ std::int32_t kbpmfio_strip(std::span<char> text) {
     return 1;
   }
   const std::string_view kept = stripped(all.substr(0, length));
-  const std::size_t kept_length = kept.size();
+  const std::size_t kept_length = kept.size();  // `kept` looks into the text that moves now
   std::memmove(text.data(), kept.data(), kept_length);
   text[kept_length] = '\0';
   return static_cast<std::int32_t>(length);
@@ -88,9 +101,11 @@ std::int32_t kbpmfio_strip(std::span<char> text) {
 
 std::string_view kbpmfio_replace_str(std::string_view text, std::string_view search,
                                      std::string_view replacement) {
-  static std::string result;
+  // Per thread, so that two of them do not share what the next call overwrites.
+  static thread_local std::string result;
   const std::size_t found = text.find(search);
   if (found == std::string_view::npos) return text;
+  // Not in place: the text may be the last call's result.
   std::string replaced{text};
   replaced.replace(found, search.size(), replacement);
   result.swap(replaced);

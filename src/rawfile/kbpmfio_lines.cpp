@@ -8,13 +8,14 @@
 #include <cstring>
 #include <string>
 
-#include "kbpmfio.hpp"
+#include "kbpmfio_stream.hpp"
 
 namespace rawfile {
 namespace {
 
 using kind = kbpmfio_target::kind;
 
+// With its line end: a marker with CR or blanks is a line without a colon, which does the same.
 constexpr std::string_view data_marker = "--BEGIN DATA--\n";
 
 // The files have decimal points. A host program may have set a locale with decimal commas, in which
@@ -45,6 +46,7 @@ conversion conversion_at(std::string_view format, std::size_t percent) {
   return {format.substr(percent + 1, letter - percent - 1), format[letter], letter + 1};
 }
 
+// A conversion must not write where its type does not belong, whatever a table says.
 bool fits(char letter, const kbpmfio_target& target) {
   switch (letter) {
     case 'd':
@@ -113,12 +115,15 @@ void scan(std::string_view line, std::string_view format, std::span<const kbpmfi
                                 to[5], to[6], to[7], to[8], to[9]));
 }
 
+// Blank lines and comments.
 bool is_passed_over(std::string_view line) {
   const std::string_view content = stripped(line);
   return content.empty() || content.front() == '#';
 }
 
 // Whether what stands before the colon agrees with as many characters of the format.
+// Not the whole key, and nothing behind the colon: "Location:12W" reads, and so does a cut key, which
+// then converts nothing. Kept for compatibility.
 bool key_matches(std::string_view line, std::size_t colon, std::string_view format) {
   return line.substr(0, colon) == format.substr(0, colon);
 }
@@ -154,6 +159,7 @@ std::int32_t kbpmfio_scan_line_input(kbpmfio_stream& stream, std::string_view fo
     if (is_passed_over(line)) continue;
     if (line.substr(0, data_marker.size()) == data_marker) return 0;
     const std::size_t colon = line.find(':');
+    // Used up whatever it holds: only data lines have no colon, and their readers count lines.
     if (colon == std::string_view::npos) {
       scan(line, format, targets, false);
       return 0;
@@ -211,6 +217,7 @@ std::int32_t kbpmfio_bunch_patt_input(kbpmfio_stream& stream, std::string_view f
       rest.remove_prefix(first);
       const std::string token{rest.substr(0, rest.find_first_of(": "))};
       rest.remove_prefix(token.size());
+      // What is no number is 0, and a number beyond 32 bits keeps its lower half.
       words[word - 1] = static_cast<std::int32_t>(std::strtol(token.c_str(), nullptr, 16));
     }
     return 0;

@@ -9,11 +9,13 @@
 #include <cstring>
 
 #include "run_time.hpp"
+#include "text.hpp"
 
 namespace rawfile {
 namespace {
 
-// Moves what is left to the front of the block and reads on behind it.
+// Moves what is left to the front of the block and reads on behind it. What is left is less than a
+// line, so little is moved; in return every line lies in one piece and needs no copy.
 void refill(kbpmfio_stream& stream) {
   const std::size_t left = stream.filled - stream.next;
   std::memmove(stream.block.data(), stream.block.data() + stream.next, left);
@@ -24,6 +26,7 @@ void refill(kbpmfio_stream& stream) {
   do {
     got = read(stream.fd, stream.block.data() + left, stream.block.size() - left);
   } while (got < 0 && errno == EINTR);
+  // A read that fails is the end of the file: a directory opens, and reads as an empty one.
   if (got > 0) {
     stream.filled += static_cast<std::size_t>(got);
   } else {
@@ -42,12 +45,18 @@ kbpmfio_stream::~kbpmfio_stream() {
   if (out != nullptr) static_cast<void>(std::fclose(out));
 }
 
-int open_for_reading(kbpmfio_stream& stream, const std::string& path, std::size_t block_size) {
+void closes_stream::operator()(kbpmfio_stream* stream) const { delete stream; }
+
+kbpmfio_output::kbpmfio_output() : stream(new kbpmfio_stream) {}
+
+util::status open_for_reading(kbpmfio_stream& stream, const std::string& path,
+                              std::size_t block_size) {
   stream.fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (stream.fd < 0) return errno;
+  if (stream.fd < 0) return util::fault{util::system_text(errno), util::shown(path), {}};
   stream.path = path;
+  // A block of one line and more: next_line finds a whole line in it or none at all.
   stream.block.resize(std::max(block_size, max_line));
-  return 0;
+  return std::nullopt;
 }
 
 void open_text(kbpmfio_stream& stream, std::string_view text) {
@@ -56,16 +65,17 @@ void open_text(kbpmfio_stream& stream, std::string_view text) {
   stream.at_end = true;
 }
 
-int open_for_writing(kbpmfio_stream& stream, const std::string& path) {
+util::status open_for_writing(kbpmfio_stream& stream, const std::string& path) {
   stream.out = std::fopen(path.c_str(), "we");
-  if (stream.out == nullptr) return errno;
+  if (stream.out == nullptr) return util::fault{util::system_text(errno), util::shown(path), {}};
   stream.path = path;
-  return 0;
+  return std::nullopt;
 }
 
 std::optional<std::int64_t> size_of(const kbpmfio_stream& stream) {
   struct stat status {};
   if (stream.fd < 0) return static_cast<std::int64_t>(stream.filled);
+  // Of anything but a regular file the size says nothing about what can be read.
   if (fstat(stream.fd, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
   return status.st_size;
 }
@@ -76,6 +86,7 @@ std::string_view look_ahead(kbpmfio_stream& stream, std::size_t least) {
 }
 
 std::optional<std::string_view> next_line(kbpmfio_stream& stream) {
+  // First in what is at hand, without the calls that more text takes.
   std::string_view ahead{stream.block.data() + stream.next, stream.filled - stream.next};
   std::size_t line_end = ahead.substr(0, max_line).find('\n');
   if (line_end == std::string_view::npos && ahead.size() < max_line) {
@@ -86,6 +97,7 @@ std::optional<std::string_view> next_line(kbpmfio_stream& stream) {
   const std::size_t length =
       line_end == std::string_view::npos ? std::min(ahead.size(), max_line) : line_end + 1;
   stream.next += length;
+  // A line that goes on is several lines here; one that goes on for ever is the end of the file.
   stream.unended = line_end == std::string_view::npos ? stream.unended + length : 0;
   if (stream.unended > longest_unended) {
     stream.endless = stream.at_end = true;
@@ -95,6 +107,7 @@ std::optional<std::string_view> next_line(kbpmfio_stream& stream) {
   return ahead.substr(0, length);
 }
 
+// The line still lies in the block: nothing was read since it was given.
 void put_back(kbpmfio_stream& stream, std::string_view line) {
   stream.next -= line.size();
   stream.unended -= std::min(stream.unended, line.size());
@@ -109,6 +122,7 @@ std::int64_t line_number(const kbpmfio_stream& stream) {
   };
   const std::int64_t in_file = std::min(stream.block_start, std::max<std::int64_t>(end, 0));
   std::vector<char> text(usual_block);
+  // What has left the block is read again, at places of its own: the reader's is not moved.
   for (std::int64_t at = 0; at < in_file;) {
     const auto wanted = std::min(text.size(), static_cast<std::size_t>(in_file - at));
     const ssize_t got = pread(stream.fd, text.data(), wanted, at);
@@ -121,6 +135,7 @@ std::int64_t line_number(const kbpmfio_stream& stream) {
 }
 
 void put(kbpmfio_stream& stream, std::string_view text) {
+  // Headers end with a line end in either mode; on a file that is read it goes nowhere.
   if (stream.out == nullptr) return;
   if (std::fwrite(text.data(), 1, text.size(), stream.out) < text.size()) {
     writing_error(stream.path, errno);
@@ -131,6 +146,7 @@ void close(kbpmfio_stream& stream) {
   if (stream.fd >= 0) ::close(stream.fd);
   stream.fd = -1;
   if (stream.out == nullptr) return;
+  // Closed from here on, also for the ending that a failure leads to.
   std::FILE* const out = stream.out;
   stream.out = nullptr;
   // What an earlier flush could not write is lost, and closing alone does not tell.

@@ -14,13 +14,19 @@
 #include <string_view>
 #include <vector>
 
+#include "kbpmfio.hpp"
+
 namespace rawfile {
 
-inline constexpr std::size_t max_line = 2047;  ///< characters of one line, at most
+/// Characters of one line, at most: what fgets takes with a buffer of 2048. A longer line is read
+/// as several, and a key can begin in the middle of it; kept for compatibility.
+inline constexpr std::size_t max_line = 2047;
 /// Characters without a line end that are still read as lines. No raw data file has a thousandth of
 /// them; a device or a pipe that never ends a line would otherwise be read for ever.
 inline constexpr std::size_t longest_unended = std::size_t{16} * 1024 * 1024;
-inline constexpr std::size_t usual_block = std::size_t{256} * 1024;  ///< characters read ahead
+/// Characters read ahead: few enough to be in the second-level cache still when they are scanned,
+/// many enough for the call of the system not to count.
+inline constexpr std::size_t usual_block = std::size_t{256} * 1024;
 
 /// An open file; closes itself. Not copied: the file position belongs to one reader.
 struct kbpmfio_stream {
@@ -44,15 +50,12 @@ struct kbpmfio_stream {
 
 /// Opens a file for reading.
 /// given    block_size  characters to read ahead; small ones are for tests
-/// returns  0, or the errno value of the failure
-int open_for_reading(kbpmfio_stream& stream, const std::string& path,
-                     std::size_t block_size = usual_block);
+/// errors   the system's reason is what of the fault
+[[nodiscard]] util::status open_for_reading(kbpmfio_stream& stream, const std::string& path,
+                                            std::size_t block_size = usual_block);
 
 /// Reads from a text in memory, which is copied.
 void open_text(kbpmfio_stream& stream, std::string_view text);
-
-/// Opens a file for writing, replacing it. Returns 0, or the errno value of the failure.
-int open_for_writing(kbpmfio_stream& stream, const std::string& path);
 
 /// Size of the file that is read [bytes]; nothing where it cannot tell (a pipe, a device).
 std::optional<std::int64_t> size_of(const kbpmfio_stream& stream);
@@ -72,13 +75,5 @@ void put_back(kbpmfio_stream& stream, std::string_view line);
 /// returns  0 where the file cannot be read again (a pipe whose start has left the block)
 /// note     reads the file from its start: for messages
 std::int64_t line_number(const kbpmfio_stream& stream);
-
-/// Appends to a file that is written.
-void put(kbpmfio_stream& stream, std::string_view text);
-
-/// Closes; does nothing when closed already.
-/// errors   what was written did not reach the disk: the run ends with the file's name and the
-///          reason
-void close(kbpmfio_stream& stream);
 
 }  // namespace rawfile

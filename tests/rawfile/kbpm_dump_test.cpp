@@ -85,7 +85,7 @@ TEST(kbpm_dump, tells_what_it_cannot_do) {
     std::string arguments;
     int status;
     const char* text;
-  } const cases[] = {{"/no/such/file", 1, "/no/such/file: no such file\n"},
+  } const cases[] = {{"/no/such/file", 1, "/no/such/file: No such file or directory\n"},
                      {"/dev/zero", 1, "/dev/zero: 16777216 characters without a line end"},
                      {path + " --inst 9W", 1, "no instrument \"9W\" in the file\n"},
                      {path + " --inst 2W --bunch 3", 1, "bunch 3 is outside 1..2\n"},

@@ -16,7 +16,7 @@
 #include <random>
 #include <thread>
 
-#include "data_block.hpp"
+#include "held_file.hpp"
 #include "kbpm_rawfile.hpp"
 #include "kbpmfio.hpp"
 #include "literal_rawfile.hpp"
@@ -54,6 +54,9 @@ std::string printed_by(action act) {
   return testing::internal::GetCapturedStdout();
 }
 
+// Where the status is not the point.
+void load_at(const std::string& path) { static_cast<void>(kbpm_read_rawfile_at(path)); }
+
 template <class T>
 bool same_bits(std::span<const T> a, std::span<const T> b) {
   return a.size() == b.size() &&
@@ -87,15 +90,14 @@ void expect_same_as_plain_reader(const std::string& path, std::size_t block) {
   const literal::file plain = literal::read(path);
   const int end = status_of_end([&] {
     kbpmfio_stream stream;
-    ASSERT_EQ(open_for_reading(stream, path, block), 0);
+    ASSERT_FALSE(open_for_reading(stream, path, block));
     testing::internal::CaptureStdout();
-    kbpm_read_rawfile_stream(stream);
+    static_cast<void>(kbpm_read_rawfile_stream(stream));
   });
   testing::internal::GetCapturedStdout();
   ASSERT_EQ(end, plain.bad_block ? 1 : -1);
   if (plain.bad_block) return;
-  RDV3_FILE_HEADER header = plain.header;
-  EXPECT_EQ(std::memcmp(p_v3_file_header, &header, sizeof header), 0) << "file header";
+  EXPECT_TRUE(literal::same(*p_v3_file_header, plain.header)) << "file header";
   EXPECT_EQ(std::memcmp(p_v3_kovr_header, &plain.kovr, sizeof plain.kovr), 0) << "facility header";
   for (std::size_t i = 0; i < plain.instruments.size(); ++i) {
     expect_same(p_v3_inst_array[i], plain.instruments[i]);
@@ -260,7 +262,7 @@ TEST(damaged_files, give_what_the_plain_reader_makes_of_them) {
 TEST(damaged_files, show_the_loss_that_the_line_rules_say) {
   const sample::shape shape{2, 1, 3};
   const auto loaded = [](const std::string& text) {
-    kbpm_read_rawfile_at(sample::written("lost.dat", text));
+    load_at(sample::written("lost.dat", text));
     return p_v3_inst_array;
   };
   auto lines = sample::lines_of(sample::text(shape));
@@ -299,7 +301,7 @@ TEST(a_timing_block, other_than_0_and_1_ends_the_run) {
   text[text.find("--BEGIN DATA--") + 15] = '7';
   const std::string path = sample::written("block.dat", text);
   EXPECT_EXIT(
-      kbpm_read_rawfile_at(path), testing::ExitedWithCode(1),
+      load_at(path), testing::ExitedWithCode(1),
       "^butngain: " + path +
           ":54: instrument 1W, data line 1: timing block 7, expected 0 or 1\n"
           "butngain: run-time error: subscript 1 \\(= 7\\) of pedestals is outside 0..1\n$");
@@ -310,10 +312,10 @@ TEST(a_timing_block, far_down_a_file_is_found_by_its_line) {
   ASSERT_EQ(lines.back().front(), '0');
   lines.back().front() = '2';
   const std::string path = sample::written("block.dat", sample::joined(lines));
-  EXPECT_EXIT(kbpm_read_rawfile_at(path), testing::ExitedWithCode(1),
+  EXPECT_EXIT(load_at(path), testing::ExitedWithCode(1),
               fmt::format("block.dat:{}: instrument 2W, data line 6000: ", lines.size()));
   // A pipe that has forgotten its first lines still tells instrument and data line.
-  EXPECT_EXIT(kbpm_read_rawfile_at(piped{sample::joined(lines)}.path), testing::ExitedWithCode(1),
+  EXPECT_EXIT(load_at(piped{sample::joined(lines)}.path), testing::ExitedWithCode(1),
               "/dev/fd/[0-9]+: instrument 2W, data line 6000: ");
 }
 
@@ -328,7 +330,7 @@ TEST(a_pipe, loses_no_instrument_behind_a_short_block) {
   lines.erase(second - 1, lines.end());
   const piped in{sample::joined(lines) + sample::joined(comments)};
   kbpmfio_stream stream;
-  ASSERT_EQ(open_for_reading(stream, in.path, max_line), 0);
+  ASSERT_FALSE(open_for_reading(stream, in.path, max_line));
   EXPECT_EQ(kbpm_read_rawfile_stream(stream), 0);
   EXPECT_EQ(text_of(p_v3_inst_array[1].location), "2W");
   EXPECT_EQ(text_of(p_v3_inst_array[2].location), "3W");
@@ -346,7 +348,8 @@ TEST(a_pipe, cannot_tell_the_size_that_counts_call_for) {
 }
 
 TEST(text_without_a_line_end, is_refused) {
-  const piped data{header_with("Number_of_Turns", "9000") + std::string(longest_unended + 5000, 'x')};
+  const piped data{header_with("Number_of_Turns", "9000") +
+                   std::string(longest_unended + 5000, 'x')};
   for (const std::string& path : {std::string{"/dev/zero"}, data.path}) {
     ASSERT_EQ(kbpm_read_rawfile_at(sample::written("a.dat", sample::text({}))), 0);
     testing::internal::CaptureStderr();
@@ -406,9 +409,8 @@ TEST(counts, of_bunches_without_turns_are_refused_too) {
 
 TEST(counts, that_are_refused_leave_nothing_loaded) {
   ASSERT_EQ(kbpm_read_rawfile_at(sample::written("a.dat", sample::text({}))), 0);
-  printed_by([] {
-    kbpm_read_rawfile_at(sample::written("b.dat", header_with("Number_of_Turns", "2000000000")));
-  });
+  printed_by(
+      [] { load_at(sample::written("b.dat", header_with("Number_of_Turns", "2000000000"))); });
   EXPECT_EQ(kbpm_rawfile_num_turns(), 0);
   EXPECT_EQ(kbpm_rawfile_pedestal("1W", 1, 0), -999.0F);
 }

@@ -1,12 +1,11 @@
 // One line at a time: field tables, their reader and writer, texts.
-#include "kbpmfio.hpp"
-
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <sstream>
 
 #include "kbpm_read_rawfile.hpp"
+#include "kbpmfio_stream.hpp"
 #include "run_time.hpp"
 #include "sample_text.hpp"
 
@@ -25,7 +24,7 @@ template <class writer>
 std::string written_by(writer write) {
   const std::string path = sample::scratch_directory() + "written.txt";
   kbpmfio_stream stream;
-  EXPECT_EQ(open_for_writing(stream, path), 0);
+  EXPECT_FALSE(open_for_writing(stream, path));
   write(stream);
   close(stream);
   return content_of(path);
@@ -98,8 +97,9 @@ TEST(scan_line_input, reads_texts_to_the_line_end_and_cuts_them_to_their_field) 
     set_text(text, "old");
     kbpmfio_stream stream;
     open_text(stream, c.line);
-    kbpmfio_scan_line_input(stream, "Trigger           : %s\n",
-                            std::array{target(std::span<char>{text})});
+    EXPECT_EQ(kbpmfio_scan_line_input(stream, "Trigger           : %s\n",
+                                      std::array{target(std::span<char>{text})}),
+              0);
     EXPECT_EQ(text_of(text), c.text) << c.what;
   }
 }
@@ -235,8 +235,8 @@ TEST(headers, are_written_as_they_were_read) {
   EXPECT_EQ(section(kbpmfio_rw_kovr_header), sample::kovr_header());
   EXPECT_EQ(section(kbpmfio_rw_instrument_header), sample::instrument_header(shape, 1));
   EXPECT_EQ(section([](kbpmfio_stream& s, std::int32_t mode) {
-              kbpmfio_rw_file_section(s, mode, num_RDV3_raw_data_label_specs,
-                                      RDV3_raw_data_label_specs);
+              return kbpmfio_rw_file_section(s, mode, num_RDV3_raw_data_label_specs,
+                                             RDV3_raw_data_label_specs);
             }),
             sample::labels());
   // To the global stream each header gets one more line end.
@@ -262,7 +262,7 @@ TEST(tables, hold_a_bounds_check_and_count_their_rows) {
 TEST(a_full_disk, is_told_with_the_file) {
   const auto write = [] {
     kbpmfio_stream stream;
-    open_for_writing(stream, "/dev/full");
+    ASSERT_FALSE(open_for_writing(stream, "/dev/full"));
     put(stream, "text");
     close(stream);
   };

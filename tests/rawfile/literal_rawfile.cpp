@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <tuple>
 
 #include "kbpmfio.hpp"
 
@@ -160,6 +161,16 @@ void derive(RDV3_INST_DATA& d, std::size_t n, std::int32_t block, std::int32_t p
 }
 
 }  // namespace
+
+bool same(const rawfile::RDV3_FILE_HEADER& a, const rawfile::RDV3_FILE_HEADER& b) {
+  const auto fields = [](const rawfile::RDV3_FILE_HEADER& h) {
+    return std::tie(h.full_filename, h.instrument_type, h.command_ID, h.file_type, h.file_id,
+                    h.file_version, h.timestamp, h.core_commstruct_rev, h.platform_commstruct_rev,
+                    h.bunch_patt_name, h.bunch_pattern.item, h.species_name, h.num_instruments,
+                    h.num_bunches, h.num_turns, h.turn_spacing, h.timing_setup);
+  };
+  return fields(a) == fields(b);
+}
 
 int scan_data_line(const char* line, std::int32_t* six_columns) {
   return std::sscanf(line, "%d       %07x  %7d  %7d  %7d  %7d\n", &six_columns[0],

@@ -23,6 +23,9 @@ struct file {
 /// Reads the whole file. A file that cannot be opened gives one without instruments.
 file read(const std::string& path);
 
+/// Whether all fields agree; what lies between them does not count.
+bool same(const rawfile::RDV3_FILE_HEADER& a, const rawfile::RDV3_FILE_HEADER& b);
+
 /// What sscanf makes of a data line.
 int scan_data_line(const char* line, std::int32_t* six_columns);
 

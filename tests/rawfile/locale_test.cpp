@@ -7,7 +7,7 @@
 #include <sstream>
 
 #include "kbpm_read_rawfile.hpp"
-#include "kbpmfio.hpp"
+#include "kbpmfio_stream.hpp"
 #include "sample_text.hpp"
 
 namespace {
@@ -42,7 +42,7 @@ TEST(decimal_commas_of_the_host, change_nothing_in_a_file) {
 
   const std::string path = sample::scratch_directory() + "written_points.dat";
   kbpmfio_stream stream;
-  ASSERT_EQ(open_for_writing(stream, path), 0);
+  ASSERT_FALSE(open_for_writing(stream, path));
   kbpmfio_map_instrument_header(p_v3_inst_array[0]);
   kbpmfio_rw_instrument_header(stream, KBPMFIO_WRITE);
   close(stream);

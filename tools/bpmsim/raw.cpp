@@ -77,7 +77,8 @@ void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, 
                              (double{header.gain_coeffs(block, card)} * signal);
       columns[static_cast<std::size_t>(card) + 2] = in_column(reading, name, turn);
     }
-    rawfile::kbpmfio_rw_file_section(file, rawfile::KBPMFIO_WRITE, 1, rawfile::RDV3_raw_data_spec);
+    static_cast<void>(rawfile::kbpmfio_rw_file_section(file, rawfile::KBPMFIO_WRITE, 1,
+                                                       rawfile::RDV3_raw_data_spec));
   }
 }
 
@@ -88,9 +89,9 @@ bpm_truth write_instrument(rawfile::kbpmfio_stream& file, const raw_setup& s, in
   rawfile::RDV3_INST_DATA header = instrument_header(s, first, name);
   rawfile::kbpmfio_map_instrument_header(header);
   rawfile::kbpmfio_rw_instrument_header(file, rawfile::KBPMFIO_WRITE);
-  rawfile::kbpmfio_rw_file_section(file, rawfile::KBPMFIO_WRITE,
-                                   rawfile::num_RDV3_raw_data_label_specs,
-                                   rawfile::RDV3_raw_data_label_specs);
+  static_cast<void>(rawfile::kbpmfio_rw_file_section(file, rawfile::KBPMFIO_WRITE,
+                                                     rawfile::num_RDV3_raw_data_label_specs,
+                                                     rawfile::RDV3_raw_data_label_specs));
   for (int bunch = 0; bunch < s.bunches; ++bunch) {
     const int stream = (ix_run * rawfile::max_bunches) + bunch;
     write_bunch(file, s, make_monitor(s.machine, bpm, stream), bunch, header, name);
@@ -111,10 +112,9 @@ void make_directories_of(const std::string& path) {
 void write_run(const raw_setup& s, int ix_run, std::time_t when, const std::string& path) {
   const std::vector<std::string> names = instrument_names(s);
   make_directories_of(path);
-  rawfile::kbpmfio_stream file;
-  if (const int reason = rawfile::open_for_writing(file, path); reason != 0) {
-    util::run_time_error(
-        fmt::format("cannot open {} for writing: {}", path, util::system_text(reason)));
+  rawfile::kbpmfio_output file;
+  if (const auto fault = rawfile::open_for_writing(file, path)) {
+    util::run_time_error(fmt::format("cannot open {} for writing: {}", path, fault->what));
   }
   rawfile::RDV3_FILE_HEADER header =
       file_header(s, s.run + ix_run, when, static_cast<int>(names.size()));
@@ -156,10 +156,9 @@ void enter_in_index(int run, std::time_t when) {
   make_directories_of(path);
   const std::string part = path + ".part";
   {
-    rawfile::kbpmfio_stream file;
-    if (const int reason = rawfile::open_for_writing(file, part); reason != 0) {
-      util::run_time_error(
-          fmt::format("cannot open {} for writing: {}", part, util::system_text(reason)));
+    rawfile::kbpmfio_output file;
+    if (const auto fault = rawfile::open_for_writing(file, part)) {
+      util::run_time_error(fmt::format("cannot open {} for writing: {}", part, fault->what));
     }
     for (const std::string& line : lines) rawfile::put(file, line + "\n");
     rawfile::close(file);

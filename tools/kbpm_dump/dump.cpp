@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <numeric>
+#include <optional>
 #include <span>
+#include <vector>
 
-#include "kbpm_rawfile.hpp"
-#include "kbpm_read_rawfile.hpp"
 #include "kbpmfio.hpp"
 #include "text.hpp"
 
@@ -28,6 +28,7 @@ std::string text_of(const rawfile::text_field<n>& field) {
   return util::shown(plain(field));
 }
 
+// The file's button cards in their own order.
 struct card {
   const char* name;
   std::span<std::int32_t> RDV3_INST_DATA::*raw;
@@ -37,17 +38,12 @@ constexpr std::array<card, 4> cards{{{"b3(TI)", &RDV3_INST_DATA::TIraw},
                                      {"b2(BO)", &RDV3_INST_DATA::BOraw},
                                      {"b4(TO)", &RDV3_INST_DATA::TOraw}}};
 
-std::span<const RDV3_INST_DATA> instruments() {
-  return {rawfile::p_v3_inst_array,
-          static_cast<std::size_t>(rawfile::kbpm_rawfile_num_instruments())};
-}
-
 std::size_t count(std::int32_t n) { return static_cast<std::size_t>(std::max(n, 0)); }
 
-void print_headers() {
-  const rawfile::RDV3_FILE_HEADER& h = *rawfile::p_v3_file_header;
-  const rawfile::RDV3_KOVR_HEADER& k = *rawfile::p_v3_kovr_header;
-  fmt::print("file          {}\n", text_of(h.full_filename));
+void print_headers(const rawfile::raw_file& file) {
+  const rawfile::RDV3_FILE_HEADER& h = file.file_header;
+  const rawfile::RDV3_KOVR_HEADER& k = file.kovr_header;
+  fmt::print("file          {}\n", util::shown(file.path));
   fmt::print("run           {}, version {}, {}\n", h.file_id, h.file_version, text_of(h.timestamp));
   fmt::print("written as    {}, {}, {}\n", text_of(h.instrument_type), text_of(h.command_ID),
              text_of(h.file_type));
@@ -57,19 +53,26 @@ void print_headers() {
              h.num_instruments, h.num_bunches, h.num_turns, h.turn_spacing);
 }
 
-void print_bunches() {
-  const std::int32_t* enabled = rawfile::kbpm_rawfile_bunches_enabled_ptr();
+// Number of the k-th bunch (from 0) by the pattern; "-" where the pattern names fewer.
+std::string number_of(const std::vector<std::int32_t>& enabled, std::size_t k) {
+  return k < enabled.size() ? fmt::format("{}", enabled[k]) : "-";
+}
+
+void print_bunches(const rawfile::raw_file& file) {
+  const std::vector<std::int32_t> enabled = rawfile::bunches_enabled(file.file_header);
   fmt::print("\nbunch  number  RF bucket  timing block\n");
-  for (std::int32_t b = 0; b < rawfile::kbpm_rawfile_num_bunches(); ++b) {
-    fmt::print("{:5}  {:6}  {:9}  {:12}\n", b + 1, enabled[b],
-               rawfile::kbpm_rawfile_rf_bucket(enabled[b]),
-               rawfile::p_v3_inst_array[0].timing_blocks[count(b)]);
+  for (std::size_t k = 0; k < count(file.file_header.num_bunches); ++k) {
+    const auto bucket = k < enabled.size() ? rawfile::rf_bucket_of(file.file_header, enabled[k])
+                                           : std::optional<std::int32_t>{};
+    fmt::print("{:5}  {:>6}  {:>9}  {:12}\n", k + 1, number_of(enabled, k),
+               bucket ? fmt::format("{}", *bucket) : "-", file.instruments[0].timing_blocks[k]);
   }
 }
 
 // Readings at or above the limit of the block that their bunch was read in; 0 is no limit.
 std::int64_t saturated(const RDV3_INST_DATA& d, std::span<const std::int32_t> raw) {
-  const std::size_t turns = count(rawfile::kbpm_rawfile_num_turns());
+  // The instrument's own turn count is a header line like any other; its arrays go by the file's.
+  const std::size_t turns = raw.size() / std::max<std::size_t>(d.timing_blocks.size(), 1);
   std::int64_t n = 0;
   for (std::size_t b = 0; b < d.timing_blocks.size(); ++b) {
     const std::int32_t limit = d.adc_saturation(d.timing_blocks[b], 0);
@@ -101,31 +104,40 @@ void print_instrument(const RDV3_INST_DATA& d) {
 
 }  // namespace
 
-void print_file() {
-  print_headers();
-  print_bunches();
+util::status print_file(const rawfile::raw_file& file) {
+  print_headers(file);
+  print_bunches(file);
   fmt::print("\n{:<9}  {}  {:>8}  {:>8}  {:>10}  {:>10}  {:>10}  {:>9}  {:>9}  {:>9}\n", "BPM",
              "button", "least", "most", "mean", "pedestal 0", "pedestal 1", "gain 0", "gain 1",
              "saturated");
-  for (const RDV3_INST_DATA& d : instruments()) print_instrument(d);
+  for (const RDV3_INST_DATA& d : file.instruments) print_instrument(d);
+  // Told last: what there is has been shown all the same.
+  return rawfile::pattern_fault(file);
 }
 
-std::string print_turns(const std::string& instrument, std::int32_t bunch) {
-  const auto all = instruments();
+util::status print_turns(const rawfile::raw_file& file, std::string_view instrument,
+                         std::int32_t bunch) {
+  // People leave out blanks and CR on either side, which the library's own search does not.
+  const auto& all = file.instruments;
   const auto found = std::find_if(all.begin(), all.end(), [&](const RDV3_INST_DATA& d) {
     return plain(d.location) == rawfile::stripped(instrument);
   });
   const std::string shown_name = util::shown(rawfile::stripped(instrument));
-  if (found == all.end()) return fmt::format("no instrument \"{}\" in the file", shown_name);
-  const std::int32_t bunches = rawfile::kbpm_rawfile_num_bunches();
-  if (bunch < 1 || bunch > bunches) return fmt::format("bunch {} is outside 1..{}", bunch, bunches);
+  const std::string path = util::shown(file.path);
+  if (found == all.end()) {
+    return util::fault{fmt::format("no instrument \"{}\" in the file", shown_name), path, {}};
+  }
+  const std::int32_t bunches = file.file_header.num_bunches;
+  if (bunch < 1 || bunch > bunches) {
+    return util::fault{fmt::format("bunch {} is outside 1..{}", bunch, bunches), path, {}};
+  }
 
   const RDV3_INST_DATA& d = *found;
-  const std::size_t turns = count(rawfile::kbpm_rawfile_num_turns());
+  const std::size_t turns = count(file.file_header.num_turns);
   fmt::print(
       "# {}, bunch {} (number {}), timing block {}: turn, readings TI BI BO TO, corrected TI "
       "BI BO TO, x, y, phases h v rest\n",
-      shown_name, bunch, rawfile::kbpm_rawfile_bunches_enabled_ptr()[bunch - 1],
+      shown_name, bunch, number_of(rawfile::bunches_enabled(file.file_header), count(bunch - 1)),
       d.timing_blocks[count(bunch - 1)]);
   for (std::size_t t = 0; t < turns; ++t) {
     const std::size_t n = count(bunch - 1) * turns + t;
@@ -134,7 +146,7 @@ std::string print_turns(const std::string& instrument, std::int32_t bunch) {
                d.TOcorrected[n], d.Xpos[n], d.Ypos[n], d.X_phase_words[n], d.Y_phase_words[n],
                d.Other_phase_words[n]);
   }
-  return {};
+  return rawfile::pattern_fault(file);
 }
 
 }  // namespace dump

@@ -2,16 +2,12 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
-#include <filesystem>
 #include <string>
-#include <system_error>
 
 #include "dump.hpp"
-#include "kbpm_rawfile.hpp"
-#include "kbpm_read_rawfile.hpp"
+#include "raw_file.hpp"
 #include "run_time.hpp"
 #include "site.hpp"
-#include "text.hpp"
 
 namespace {
 
@@ -21,6 +17,7 @@ struct options {
   std::int32_t bunch = 1;
 };
 
+// What was printed so far comes first, also where both go to one place.
 int told(const std::string& what, int status) {
   std::fflush(stdout);
   std::fprintf(stderr, "kbpm_dump: %s\n", what.c_str());
@@ -28,17 +25,11 @@ int told(const std::string& what, int status) {
 }
 
 int dump_file(const options& o) {
-  std::error_code unreadable;
-  const std::string name = util::shown(o.file);
-  if (!std::filesystem::exists(o.file, unreadable)) return told(name + ": no such file", 1);
-  // What is wrong has been told; a file that cannot be opened answers 0.
-  if (rawfile::kbpm_read_rawfile_at(o.file) != 0 || !rawfile::kbpm_rawfile_is_current()) return 1;
-  if (o.instrument.empty()) {
-    dump::print_file();
-    return 0;
-  }
-  const std::string fault = dump::print_turns(o.instrument, o.bunch);
-  return fault.empty() ? 0 : told(name + ": " + fault, 1);
+  const auto file = rawfile::read_raw_file(o.file);
+  if (!file) return told(util::line_of(file.why), 1);
+  const util::status fault = o.instrument.empty() ? dump::print_file(*file)
+                                                  : dump::print_turns(*file, o.instrument, o.bunch);
+  return fault ? told(util::line_of(*fault), 1) : 0;
 }
 
 // The status to end with.

@@ -1,11 +1,10 @@
-// Loading a raw data file: where it lies, and how it comes into memory.
+// Loading a raw data file for the whole process: where it lies, and what the accessors then answer
+// from. (For a file of one's own, without messages, see raw_file.hpp.)
 //
 // One file is held at a time, from its load until the next one; nothing is released at the end of
 // the program. Messages are on standard output, statuses are 0 (loaded) and 1 (failed). A file that
 // exists but cannot be opened is reported and answers 0: the previous load stays in place, and its
-// reader goes on with that.
-//
-// (kbpm_rawfile_is_current tells a caller who wants to know.)
+// reader goes on with that (kbpm_rawfile_is_current tells a caller who wants to know).
 //
 // The loader believes what stands in the file. Missing and malformed lines leave zeros or the last
 // values read; only counts that cannot be are refused: more data lines than 32 bits count, or
@@ -17,29 +16,23 @@
 #include <string>
 #include <string_view>
 
-#include "kbpmfio_stream.hpp"
 #include "rdv3.hpp"
 
 namespace rawfile {
 
-// The file at hand. Written by the loader only; everyone else asks the accessors.
+// The file at hand, null without one. Set by each load; everyone else asks the accessors.
 inline RDV3_FILE_HEADER* p_v3_file_header = nullptr;
 inline RDV3_KOVR_HEADER* p_v3_kovr_header = nullptr;
 inline RDV3_INST_DATA* p_v3_inst_array = nullptr;  ///< num_instruments records
 inline std::int32_t kbpmfio_memory_allocated = 0;  ///< 1 while a load is held
 inline std::int32_t inst_count_g = 0;              ///< cursor of the name iterator; each load: 0
-inline bool held_is_current = false;               ///< what is held is what was asked for last
-
-/// Arrays up to this size [bytes] are made for any file; beyond it the file must be large enough to
-/// call for them. Set lower by fuzz targets, which have no time to fill a gigabyte.
-inline std::uint64_t unquestioned_arrays = std::uint64_t{1} << 30;
 
 /// Loads a run's file from the online directory, or from the offline archive.
 /// errors   in neither: "Unable to stat <path>" for each, 1; previous load kept
-std::int32_t kbpm_read_rawfile(std::int32_t run);
+[[nodiscard]] std::int32_t kbpm_read_rawfile(std::int32_t run);
 
 /// Loads the file of a path; see below.
-std::int32_t kbpm_read_rawfile_from_fullfilename(std::string_view path);
+[[nodiscard]] std::int32_t kbpm_read_rawfile_from_fullfilename(std::string_view path);
 
 /// Loads the file of a path or, when the path is empty, of a run.
 /// note     the path is laid over the run's online path, character by character from its start: one
@@ -50,18 +43,15 @@ std::int32_t kbpm_read_rawfile_from_fullfilename(std::string_view path);
 /// errors   KOVR_ONLINE needed and not set, or a path too long: the common fatal exit; a timing
 ///          block other than 0 and 1 in a data line: bounds error, behind one line on standard error
 ///          that names file, line, instrument and data line
-std::int32_t kbpm_read_rawfile_extended(std::int32_t run, std::string_view path);
+[[nodiscard]] std::int32_t kbpm_read_rawfile_extended(std::int32_t run, std::string_view path);
 
 /// Loads the file of exactly this path; no other directory plays a part.
 /// errors   as above: no such file is "Unable to stat" and 1, one that cannot be opened answers 0
-std::int32_t kbpm_read_rawfile_at(const std::string& path);
-
-/// Loads from an open stream: replaces what is held. Statuses and errors as above.
-std::int32_t kbpm_read_rawfile_stream(kbpmfio_stream& stream);
+[[nodiscard]] std::int32_t kbpm_read_rawfile_at(const std::string& path);
 
 /// Gives instrument i (from 0) its 17 arrays, of B or B x T elements as the file header says.
 /// note     they are not zeroed where memory is used again; the lists filled on demand are
-/// errors   an index outside the instruments, or no memory: ends the run
+/// errors   an index outside the instruments ends the run
 void kbpmfio_v3_inst_alloc(std::int32_t i);
 
 /// Takes an instrument's arrays away. The memory itself serves the next load.

@@ -7,7 +7,8 @@
 
 namespace rawfile {
 
-inline constexpr std::size_t path_width = 150;  ///< characters of a raw file's path, at most
+/// Characters of a raw file's path, at most; the file header keeps all but the last of so many.
+inline constexpr std::size_t path_width = 150;
 
 /// The run's path under the online directory.
 /// errors   KOVR_ONLINE needed and not set, or the path too long: the common fatal exit

@@ -11,18 +11,50 @@
 //
 // Numbers have decimal points, whatever locale the process has.
 //
-// errors   none, unless stated; the tables are global, so one file at a time is read or written
+// errors   none, unless stated; the tables are global, so one file at a time is read or written by
+//          them (read_raw_file has tables of its own)
 #pragma once
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
+#include <string>
 #include <string_view>
 
-#include "kbpmfio_stream.hpp"
+#include "fault.hpp"
 #include "rdv3.hpp"
 
 namespace rawfile {
+
+// --- files ------------------------------------------------------------------------------------
+
+/// An open file, read or written; what is in it is the library's own.
+struct kbpmfio_stream;
+
+struct closes_stream {
+  void operator()(kbpmfio_stream* stream) const;
+};
+
+/// A file that is written; closes itself, without the check that close() makes.
+struct kbpmfio_output {
+  std::unique_ptr<kbpmfio_stream, closes_stream> stream;
+  kbpmfio_output();
+  operator kbpmfio_stream&() const { return *stream; }  // NOLINT(*-explicit-*): it stands for one
+};
+
+/// Opens a file for writing, replacing it. Errors: the system's reason is what of the fault.
+[[nodiscard]] util::status open_for_writing(kbpmfio_stream& stream, const std::string& path);
+
+/// Appends to a file that is written.
+/// errors   it cannot be written: the run ends with the file's name and the reason
+void put(kbpmfio_stream& stream, std::string_view text);
+
+/// Closes; does nothing when closed already.
+/// errors   what was written did not reach the disk: as above
+void close(kbpmfio_stream& stream);
+
+// --- tables -----------------------------------------------------------------------------------
 
 // NOLINTNEXTLINE(readability-identifier-naming): a name of the format's own
 enum KBPMFIO_MODES : std::int32_t { KBPMFIO_READ = 0, KBPMFIO_WRITE = 1, KBPMFIO_READWRITE = 2 };
@@ -92,8 +124,12 @@ void kbpmfio_map_data_line(std::span<std::int32_t, 6> columns);
 /// Reads (mode 0) or writes (otherwise) the rows of a table in order.
 /// returns  1 when a row with ten targets meets another section's line (the rest is then left);
 ///          else 0: shorter rows are not asked
-std::int32_t kbpmfio_rw_file_section(kbpmfio_stream& stream, std::int32_t mode,
-                                     std::int32_t row_count, std::span<KBPMFIO_FIELD_SPEC> table);
+[[nodiscard]] std::int32_t kbpmfio_rw_file_section(kbpmfio_stream& stream, std::int32_t mode,
+                                                   std::int32_t row_count,
+                                                   std::span<KBPMFIO_FIELD_SPEC> table);
+
+/// One header; written, with the blank line behind it (the instrument's has none). Always 0: what a
+/// header lacks leaves its targets as they were.
 std::int32_t kbpmfio_rw_file_header(kbpmfio_stream& stream, std::int32_t mode);
 std::int32_t kbpmfio_rw_kovr_header(kbpmfio_stream& stream, std::int32_t mode);
 std::int32_t kbpmfio_rw_instrument_header(kbpmfio_stream& stream, std::int32_t mode);
@@ -107,8 +143,8 @@ std::int32_t kbpmfio_write_instrument_header();
 /// Reads one field line.
 /// returns  1 when the format has no key and the next line has one: that line is left in place (the
 ///          comments before it are not); else 0
-std::int32_t kbpmfio_scan_line_input(kbpmfio_stream& stream, std::string_view format,
-                                     std::span<const kbpmfio_target> targets);
+[[nodiscard]] std::int32_t kbpmfio_scan_line_input(kbpmfio_stream& stream, std::string_view format,
+                                                   std::span<const kbpmfio_target> targets);
 
 /// Writes one field line: the text before the first conversion, then each conversion that has a
 /// target, with what follows it.
@@ -143,7 +179,7 @@ std::string_view stripped(std::string_view text);
 std::int32_t kbpmfio_strip(std::span<char> text);
 
 /// The text with the first occurrence of `search` replaced; the text itself when it does not occur.
-/// note     lives in one static buffer: the next call overwrites it, so copy it at once
+/// note     lives in one buffer of the thread: the next call overwrites it, so copy it at once
 std::string_view kbpmfio_replace_str(std::string_view text, std::string_view search,
                                      std::string_view replacement);
 

@@ -23,7 +23,9 @@ namespace {
 namespace kfi = kbpm_file_input;
 using readings = std::span<std::int32_t>;
 
-constexpr double phase_unit = 0.0122718463030851;  // the phase fields' 512th of a cycle [rad]
+// 2 pi / 512, the phase fields' 512th of a cycle [rad]. Its 15 digits are kept for compatibility: the
+// full double is another number.
+constexpr double phase_unit = 0.0122718463030851;
 
 /// What of one file the whole load needs.
 struct load {
@@ -43,7 +45,8 @@ void set_bpm_names(tbt_all_data_struct& tbt) {
   say("Note: Hard wired bpm names for south arc bpms. ");
 }
 
-// Index of a BPM name; nothing for a name that no BPM has, the blank one included.
+// Index of a BPM name; nothing for a name that no BPM has, the blank one included. The comparison is
+// exact: a name with a CR behind it, or in small letters, is unknown.
 std::optional<int> find_bpm(const tbt_all_data_struct& tbt, std::string_view name) {
   if (name.empty()) return {};
   for (int i = 0; i <= max_bpm; ++i) {
@@ -63,10 +66,12 @@ void take_headers(tbt_all_data_struct& tbt, std::int32_t tbt_file_num) {
 
 void set_up_bunches(tbt_all_data_struct& tbt, const load& file, bool init_needed) {
   const auto count = static_cast<std::size_t>(file.nbunches);
+  // With the same count the BPMs that the new file lacks keep what the file before gave them.
   if (tbt.bunch.size() != count) {
     tbt.bunch = {};  // the old memory goes before the new comes
     tbt.bunch.resize(count);
   }
+  // The pattern may name fewer bunches than the file has: the others get number 0, and no bucket.
   readings enabled;
   kfi::kbpm_rawfile_bunches_enabled_ptr_f(enabled);
   for (std::size_t k = 0; k < count; ++k) {
@@ -85,6 +90,7 @@ void take_shaker(tbt_all_data_struct& tbt, const load& file, const std::string& 
   kfi::kbpm_rawfile_phase_ptr_f(plane[1], name, 1);
   const std::int32_t kept = std::max(file.use_last_turn ? file.nturns : file.nturns - 1, 0);
   const auto nkept = static_cast<std::size_t>(kept);
+  // One shaker drives the whole ring: every instrument records the same phases, those of bunch 1.
   if (tbt.resonance.empty()) {
     tbt.shaker.resize(nkept);
     tbt.resonance.resize(nkept);
@@ -95,6 +101,8 @@ void take_shaker(tbt_all_data_struct& tbt, const load& file, const std::string& 
     return;
   }
   for (std::size_t turn = 0; turn < std::min(nkept, tbt.shaker.size()); ++turn) {
+    // Back to whole counts: stored phases are reals, and rounding must not pass for a mismatch. Told
+    // once a BPM, not once a turn: a shaker that is off is off for all of them.
     const auto& stored = tbt.shaker[turn].phase;
     if (std::lround(stored(1) / phase_unit) != plane[0][turn] ||
         std::lround(stored(2) / phase_unit) != plane[1][turn]) {
@@ -105,6 +113,7 @@ void take_shaker(tbt_all_data_struct& tbt, const load& file, const std::string& 
 }
 
 void take_calibration(tbt_bpm_struct& bpm, const std::string& name, int k, const load& file) {
+  // By the bunch's place k in the file, not by its number: timing blocks are kept by place.
   for (int i = 1; i <= 4; ++i) {
     bpm.gain(i) = static_cast<double>(kfi::kbpm_rawfile_gain_factor_f(name, k, ix_button(i)));
     bpm.pedestal(i) = static_cast<double>(kfi::kbpm_rawfile_pedestal_f(name, k, ix_button(i)));
@@ -114,6 +123,7 @@ void take_calibration(tbt_bpm_struct& bpm, const std::string& name, int k, const
 
 // The readings of one button, corrected, into all turns.
 void take_button(tbt_bpm_struct& bpm, int i, readings raw, std::int32_t but_correct) {
+  // Subtracting 0 and dividing by 1 change no bit, so one loop serves all three corrections.
   const double pedestal = but_correct == 1 ? 0 : bpm.pedestal(i);
   const double gain = but_correct == 3 ? bpm.gain(i) : 1;
   for (std::size_t turn = 0; turn < raw.size(); ++turn) {
@@ -124,6 +134,7 @@ void take_button(tbt_bpm_struct& bpm, int i, readings raw, std::int32_t but_corr
 void find_positions(tbt_bpm_struct& bpm, int index) {
   for (tbt_turn_position_struct& turn : bpm.turn) {
     nonlin_bpm_mod::button_signals but{};
+    // Pulses of either sign: a position takes their sizes.
     for (int i = 1; i <= 4; ++i) but(i) = std::abs(turn.button(i));
     nonlin_bpm_mod::position x{};
     double chisq = 0;  // not kept: a reading without position is at the offsets' place
@@ -135,6 +146,7 @@ void find_positions(tbt_bpm_struct& bpm, int index) {
 
 void move_down_one_turn(std::vector<tbt_turn_position_struct>& turn) {
   if (turn.empty()) return;
+  // The last passage was never recorded by these instruments: zeros, which no reader takes for beam.
   std::move(turn.begin() + 1, turn.end(), turn.begin());
   turn.back() = {};
 }
@@ -194,8 +206,10 @@ const tbt_bunch_struct& bunch_at(const tbt_all_data_struct& tbt, int position) {
 
 element_range turns_taken(int k, std::int32_t nturns, std::optional<std::int32_t> tbt_nturn_avg,
                           bool use_last_turn, bool late_bpm) {
+  // In 64 bits: one turn more than the file has passes the end of 32.
   std::int64_t first = (std::int64_t{k} - 1) * nturns + 1;
   std::int64_t last = std::int64_t{k} * nturns;
+  // The product, not an offset from first: later bunches get fewer turns. Kept for compatibility.
   if (tbt_nturn_avg && *tbt_nturn_avg < nturns) last = std::int64_t{*tbt_nturn_avg} * k;
   if (!use_last_turn) {
     if (late_bpm) {
@@ -229,6 +243,7 @@ void tbt_read_data_file(std::int32_t tbt_file_num, std::int32_t but_correct, boo
         util::list_line().text("Error opening TBT file: ").integer(tbt_file_num).str());
     return;
   }
+  // Looked at before the readings are touched: nobody sees a set half corrected.
   if (but_correct < 1 || but_correct > 3) {
     say("BAD BUT_CORRECT SWITCH!");
     util::err_exit();

@@ -97,8 +97,8 @@ double error_of(const record& r) {
 
 verdict_reason find_reason(const bpm_run& run, const record& r, double E) {
   const fit_result& fit = chosen_fit(r);
-  if (!fit.converged) return verdict_reason::no_convergence;
   if (!(E <= undetermined_from)) return verdict_reason::error_too_large;
+  if (!fit.converged) return verdict_reason::no_convergence;
   if (r.pedestal_chi >= pedestal_limit) return verdict_reason::pedestals;
   for (int k = 1; k <= 4; ++k) {
     if (std::abs(std::log(fit.t(k))) > largest_log_gain) return verdict_reason::unlikely_gains;
@@ -208,6 +208,7 @@ record calibrate(const bpm_run& run) {
   fit_setting setting{fit_kind::free_intensity, run.table,
                       run.half_height > 0 ? run.half_height : half_height_of(*run.table),
                       run.sigma_p};
+  setting.exact_table = run.exact_table;
   if (run.tolerance > 0) r.E_mech = mechanical_factor * run.tolerance / setting.R0;
   fit_state free = first_state(orbits, *run.table);
   r.free = run_fit(free, setting);

@@ -64,6 +64,7 @@ struct bpm_run {
   /// First orbit (from 0) of every data set, ascending; empty: all orbits are one set
   std::span<const int> set_start;
   const nonlin_bpm_mod::table_struct* table = nullptr;
+  bool exact_table = false;            ///< no allowances: as in simulations that use the table
   bool own_table = true;               ///< false: a stand-in, not the table of this chamber
   double sigma_p = pedestals_left_in;  ///< rms of what the pedestals may still be [median signal]
   double half_height = 0;              ///< R0 [m]; 0: worked out from the table's central slopes

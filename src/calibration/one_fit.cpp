@@ -37,8 +37,9 @@ std::array<double, n_common> priors(const fit_setting& setting) {
               setting.kind == fit_kind::wide_pedestals ? pedestals_left_in : setting.sigma_p);
   std::copy(rms_h.begin(), rms_h.end(), rms.begin() + first_h);
   std::fill_n(rms.begin() + first_l, n_l, rms_slope * setting.R0);
+  if (setting.exact_table) std::fill(rms.begin() + first_h, rms.end(), 0.0);
   std::array<double, n_common> weight{};
-  // Pedestals known exactly would be an infinite weight.
+  // What is known exactly would have an infinite weight.
   for (std::size_t i = 0; i < n_common; ++i) weight[i] = 1 / std::max(rms[i] * rms[i], 1e-20);
   return weight;
 }

@@ -44,6 +44,7 @@ struct fit_setting {
   const table_struct* table = nullptr;
   double R0 = 0;             ///< [m]
   double sigma_p = 0;        ///< [median signal]
+  bool exact_table = false;  ///< no allowances
   bool differences = false;  ///< the current walks: look at neighbouring orbits
 };
 

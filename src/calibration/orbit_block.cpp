@@ -100,12 +100,12 @@ inline polynomials harmonics(double X, double Y) {
           4 * XY * (XX - YY)};
 }
 
-inline polynomials harmonics_by_X(double X, double Y) {
+inline polynomials harmonics_by_x(double X, double Y) {
   const double XX = X * X, YY = Y * Y, XY = X * Y;
   return {1, 0, 2 * X, 2 * Y, 3 * (XX - YY), 6 * XY, 4 * X * (XX - 3 * YY), 4 * Y * (3 * XX - YY)};
 }
 
-inline polynomials harmonics_by_Y(double X, double Y) {
+inline polynomials harmonics_by_y(double X, double Y) {
   const double XX = X * X, YY = Y * Y, XY = X * Y;
   return {
       0, 1, -2 * Y, 2 * X, -6 * XY, 3 * (XX - YY), -4 * Y * (3 * XX - YY), 4 * X * (XX - 3 * YY)};
@@ -191,8 +191,8 @@ void fill_rows(orbit_block& block, const model_setting& setting, const common_un
     const double Y = block.y[j] / setting.R0;
     const polynomials f = harmonics(X, Y);
     const auto added = allowance(h, f);
-    const auto added_dx = allowance(h, harmonics_by_X(X, Y));
-    const auto added_dy = allowance(h, harmonics_by_Y(X, Y));
+    const auto added_dx = allowance(h, harmonics_by_x(X, Y));
+    const auto added_dy = allowance(h, harmonics_by_y(X, Y));
     directions d;
     std::array<double, 4> r, m, scale;
     for (std::size_t k = 0; k < 4; ++k) {

@@ -90,7 +90,7 @@ TEST(calibration, every_trouble_gets_its_word) {
     verdict_reason reason;
   };
   const double known = calibration::pedestals_subtracted, open = calibration::pedestals_left_in;
-  const trouble troubles[] = {
+  const std::vector<trouble> troubles{
       {"nothing wrong", {}, known, verdict_word::determined, verdict_reason::none},
       {"pedestals left in",
        {.pedestal = 3e-3},
@@ -241,7 +241,8 @@ TEST(calibration, threads_do_not_see_one_another) {
 
 TEST(cell_kernel, has_data_is_where_a_cell_gives_signals) {
   nonlin_bpm_mod::table_struct table = round_pipe::make_table();
-  for (auto& c : table.grid(40, 20).b.c) c = nonlin_bpm_mod::lanes{};  // as a cell with a corner outside
+  for (auto& c : table.grid(40, 20).b.c)
+    c = nonlin_bpm_mod::lanes{};  // as a cell with a corner outside
   for (const double x : {-0.0241, -0.024, 0.0, table.x(40), table.x(40) + 1e-4, 0.0239, 0.024}) {
     for (const double y : {0.0, table.y(20) + 1e-4, 0.025}) {
       nonlin_bpm_mod::cell_values at{};

@@ -22,6 +22,7 @@
 #include "table_cells.hpp"
 #include "table_file.hpp"
 #include "table_maker.hpp"
+#include "table_writer.hpp"
 
 namespace {
 
@@ -229,8 +230,7 @@ class ratio_reporter : public benchmark::ConsoleReporter {
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  auto work = chamber_solver::begin_table(
-      chamber_solver::parse_chamber(chamber_solver::default_chambers[1].text, "bpm_arc"));
+  auto work = chamber_solver::begin_table(chamber_solver::default_chamber_at(1));
   for (int iy = 1; iy <= work.nodes.y.n; ++iy) chamber_solver::fill_row(work, iy);
   if (!build_table(work.nodes, bpm_arc).empty()) return 1;
   nonlin_bpm_first_call = false;
@@ -238,7 +238,7 @@ int main(int argc, char** argv) {
     plain_nodes.push_back({{node.b(1), node.b(2), node.b(3), node.b(4)}});
   }
   const std::string file = (std::filesystem::temp_directory_path() / "nonlin_bench.table").string();
-  chamber_solver::write_table(work.nodes, file);
+  sim::write_table(work.nodes, file);
   make_readings();
   check_agreement();
 

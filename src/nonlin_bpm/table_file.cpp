@@ -187,12 +187,26 @@ slope_misfit misfit_at(const table_nodes& nodes, int ix, int iy) {
   return m;
 }
 
+table_nodes read_nodes(word_file& file, const std::string& name, std::string_view expected) {
+  open_init_file(file, name, "nonlin_bpm_table");
+  table_nodes nodes;
+  const double unit = read_header(file, expected, nodes);
+  read_data(file, unit, nodes);
+  int line = 0;
+  if (const std::string wrong = wrong_slopes(nodes, line); !wrong.empty()) {
+    init_fault(file, wrong, line);
+  }
+  return nodes;
+}
+
+}  // namespace
+
 // Wrong units of slopes, swapped columns and single wrong numbers show in the differences. The node
 // with the largest misfit is named.
-void check_slopes(const word_file& file, const table_nodes& nodes) {
+std::string wrong_slopes(const table_nodes& nodes, int& line) {
   slope_misfit total;
   double worst = 0;
-  int worst_line = 0;
+  line = 0;
   for (int iy = 2; iy < nodes.y.n; ++iy) {
     for (int ix = 2; ix < nodes.x.n; ++ix) {
       if (!nodes.usable(ix, iy) || !nodes.usable(ix - 1, iy) || !nodes.usable(ix + 1, iy) ||
@@ -205,25 +219,13 @@ void check_slopes(const word_file& file, const table_nodes& nodes) {
       // A product instead of a quotient: slopes of zero are legal to write and make the worst misfit.
       if (m.misfit > worst * m.size) {
         worst = m.size > 0 ? m.misfit / m.size : HUGE_VAL;
-        worst_line = nodes.at(ix, iy).line;
+        line = nodes.at(ix, iy).line;
       }
     }
   }
-  if (worst > node_misfit || total.misfit > table_misfit * total.size) {
-    init_fault(file, "SLOPES DO NOT GO WITH THE VALUES", worst_line);
-  }
+  const bool wrong = worst > node_misfit || total.misfit > table_misfit * total.size;
+  return wrong ? "SLOPES DO NOT GO WITH THE VALUES" : "";
 }
-
-table_nodes read_nodes(word_file& file, const std::string& name, std::string_view expected) {
-  open_init_file(file, name, "nonlin_bpm_table");
-  table_nodes nodes;
-  const double unit = read_header(file, expected, nodes);
-  read_data(file, unit, nodes);
-  check_slopes(file, nodes);
-  return nodes;
-}
-
-}  // namespace
 
 table_nodes read_table_nodes(const std::string& name, std::string_view expected) {
   word_file file;

@@ -3,6 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
 
 #include "list_io.hpp"
 #include "run_time.hpp"
@@ -83,9 +86,13 @@ std::string wrong_first_statement(word_file& file, std::string_view kind) {
 }
 
 void open_init_file(word_file& file, const std::string& name, std::string_view kind) {
-  if (open_words(file, name) != 0) {
+  if (const int reason = open_words(file, name); reason != 0) {
     util::print_line(
         util::list_line().text("ERROR IN NONLIN_BPM_INIT. CANNOT OPEN FILE: ").text(name).str());
+    if (reason == ENOENT) {
+      fmt::print(stderr, "{}: \"bpmsim tables {}\" makes this file for default chambers\n",
+                 util::program_name, std::filesystem::path{name}.parent_path().string());
+    }
     util::err_exit();
   }
   const std::string fault = wrong_first_statement(file, kind);

@@ -59,6 +59,7 @@ TEST(bpmsim_series, files_hold_what_the_model_says_and_read_back_as_lists) {
   s.machine.beam.x.shape = sim::distribution::gaussian;
   sim::make_series(s);
 
+  const auto chamber = sim::solve(s.machine.chamber);
   const auto truth = sim::read_truth(here.path());
   ASSERT_EQ(truth.size(), 3U);
   EXPECT_EQ(truth[0].name, "EXP_9");
@@ -69,7 +70,7 @@ TEST(bpmsim_series, files_hold_what_the_model_says_and_read_back_as_lists) {
     ASSERT_EQ(lines.size(), 20U);
     for (const series_line& l : lines) {
       EXPECT_EQ(l.gain.item, truth[i].true_gain.item);
-      const sim::buttons phi = sim::phi(s.machine.chamber, l.x, l.y);
+      const sim::buttons phi = sim::phi(*chamber, l.x, l.y);
       for (int k = 1; k <= 4; ++k) {
         // 24 of 360 degrees is what a centred beam gives; half a count of rounding, and the
         // position stands with ten digits.

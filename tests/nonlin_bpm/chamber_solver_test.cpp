@@ -6,6 +6,7 @@
 #include <complex>
 #include <numbers>
 
+#include "wall_field.hpp"
 #include "wall_solver.hpp"
 
 namespace {
@@ -22,7 +23,9 @@ chamber make_chamber(const std::string& contour, double bx, double by, double wi
     text += fmt::format("button {} {} {} {} {}\n", k + 1, sx[k] * bx, sy[k] * by, width, shape);
   }
   text += "x_grid 5 -10 10\ny_grid 5 -10 10\nmargin 1\nsolver " + solver + "\nend\n";
-  return parse_chamber(text, "test chamber");
+  auto made = parse_chamber(text, "test chamber");
+  EXPECT_TRUE(made) << util::line_of(made.why);
+  return *made;
 }
 
 // Places from the centre out to 0.9 of the way to the wall, and one much nearer.
@@ -130,6 +133,35 @@ TEST(chamber_solver, long_racetrack_equals_parallel_plates) {
   const solved_wall w = solve_wall(c, cut_wall(c));
   for (const point z : {point{0, 0}, point{0.02, 0.01}, point{-0.01, -0.02}}) {
     EXPECT_NEAR(signals_at(w, z).phi[3], plates_strip(0.025, z, 0.005, 0.02), 1e-11);
+  }
+}
+
+// What beams take their signals from, against the integral that the tables are made of.
+TEST(chamber_solver, field_of_expansions_equals_the_integral_over_the_wall) {
+  struct chamber_case {
+    const char* contour;
+    double bx, by;
+  };
+  const chamber_case cases[] = {{"box 45 25 25", 12.5, 25}, {"ellipse 46.35 43.65", 32, 31.5}};
+  for (const auto& [contour, bx, by] : cases) {
+    const chamber c = make_chamber(contour, bx, by, 15, "disc");
+    const wall_field f = make_wall_field(c, 0.95);
+    int expanded = 0, all = 0;
+    for (double x = -0.042; x <= 0.042; x += 0.0037) {
+      for (double y = -0.022; y <= 0.022; y += 0.0031) {
+        const point z{x, y};
+        if (find_nearest(c.contour, z).distance < 0.001) continue;
+        const lanes fast = signals_from(f, z);
+        const four exact = signals_at(f.wall, z).phi;
+        for (int k = 0; k < 4; ++k) EXPECT_NEAR(fast.v[k], exact[k], 1e-10) << contour << z;
+        point from_node;
+        const wall_expansion* const e = expansion_at(f, z, from_node);
+        ASSERT_NE(e, nullptr);
+        expanded += e->converges ? 1 : 0;
+        ++all;
+      }
+    }
+    EXPECT_GT(expanded, all / 2) << contour;  // else nothing is gained
   }
 }
 

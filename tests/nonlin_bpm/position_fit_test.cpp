@@ -28,8 +28,7 @@ chamber_case& chamber(std::size_t ix) {
       {{"bpm_48", 48, &bpm_48}, {"bpm_arc", 20, &bpm_arc}, {"bpm_tirsku", 1, &bpm_tirsku}}};
   chamber_case& c = all[ix];
   if (c.work.nodes.node.empty()) {
-    const auto& known = chamber_solver::default_chambers[ix];
-    c.work = chamber_solver::begin_table(chamber_solver::parse_chamber(known.text, c.name));
+    c.work = chamber_solver::begin_table(chamber_solver::default_chamber_at(ix));
     for (int iy = 1; iy <= c.work.nodes.y.n; ++iy) chamber_solver::fill_row(c.work, iy);
   }
   if (c.table->grid.item.empty()) build_table(c.work.nodes, *c.table);

@@ -8,7 +8,7 @@
 #include "nonlin_test_tools.hpp"
 #include "table_cells.hpp"
 #include "table_file.hpp"
-#include "table_maker.hpp"
+#include "table_writer.hpp"
 
 namespace {
 
@@ -60,7 +60,7 @@ TEST_F(table_file_test, unit_scale_line_ends_and_comments_change_nothing) {
 
 TEST_F(table_file_test, what_the_maker_writes_reads_back_to_twelve_digits) {
   const table_nodes first = read_table_nodes(write("a", table_text("t")), "t");
-  chamber_solver::write_table(first, path("b"));
+  sim::write_table(first, path("b"));
   const table_nodes second = read_table_nodes(path("b"), "t");
   ASSERT_EQ(first.node.size(), second.node.size());
   EXPECT_EQ(first.x.last, second.x.last);
@@ -125,6 +125,8 @@ TEST_F(table_file_test, every_fault_is_one_line_with_file_and_line) {
       run([&] {
         read_table_file(path("none"), "t", table);
       }).text.starts_with(" ERROR IN NONLIN_BPM_INIT. CANNOT OPEN FILE: " + path("none") + "\n"));
+  EXPECT_EXIT(read_table_file(path("none.table"), "t", table), testing::ExitedWithCode(2),
+              "\"bpmsim tables [^\"]*/orbit\" makes this file");
 }
 
 TEST_F(table_file_test, mirrored_buttons_and_wrong_slope_units_are_noticed) {

@@ -12,21 +12,21 @@
 
 namespace {
 
-// 48W and 49E (indices 48, 50) stand in the round chamber that is the simulator's too; 29E (70)
-// counts its turns one later and stands in another chamber: only its zeros are known.
+// Every BPM stands in the chamber of its table: 48W and 49E in the round one, 20W in the arcs', X5C in
+// the narrow one. 29E (index 70) counts its turns one later: only its last, a zero, is known.
 TEST(tbt_positions, of_corrected_turns_are_the_beams) {
   const scratch::workplace root;
-  sim::make_tables("machine_data/meas/orbit/nonlin_bpm");
+  ASSERT_TRUE(sim::make_tables({"machine_data/meas/orbit/nonlin_bpm", false, {}}));
   scratch::write("machine_data/meas/orbit/offset.bpm", "48  -0.5  2.0\n");  // vertical, horizontal
 
   sim::raw_setup s = sim::usual_raw_setup();
   s.tree = root.path();
-  s.names = "48W,49E,29E";
+  s.names = "48W,49E,29E,20W,X5C";
   s.turns = 30;
   s.bunches = 2;
   s.machine.electronics.gain_spread = 0;  // coefficients and pedestals stand in the file
-  s.machine.chamber.shape = sim::button_shape::disc;
-  s.machine.chamber.half_width = std::asin(9.0 / 45.0);  // the table's discs of 18 mm
+  s.machine.source = sim::chamber_source::own;
+  sim::prepare(s.machine);
   sim::make_raw_files(s);
 
   tbt_mod::tbt_all_data_struct tbt;
@@ -40,10 +40,10 @@ TEST(tbt_positions, of_corrected_turns_are_the_beams) {
     int bpm;  // of the simulator
     double offset_x;
     double offset_y;
-  } bpms[] = {{48, 1, 0.002, -0.0005}, {50, 2, 0, 0}};
+  } bpms[] = {{48, 1, 0.002, -0.0005}, {50, 2, 0, 0}, {20, 4, 0, 0}, {1, 5, 0, 0}};
   for (const auto& [index, bpm, offset_x, offset_y] : bpms) {
     for (int bunch = 1; bunch <= 2; ++bunch) {
-      sim::monitor at = sim::make_monitor(s.machine, bpm, bunch - 1);
+      sim::monitor at = sim::make_monitor(s.machine, {bpm, bunch - 1, s.turns, index});
       const auto& turns = tbt_mod::bunch_at(tbt, bunch).bpm(index).turn;
       ASSERT_EQ(turns.size(), 30U);
       for (const auto& turn : turns) {

@@ -1,6 +1,7 @@
 # The walls of the house, one row each.
 #   wall(ROOM OWNER HEADER)  ROOM must not be able to include HEADER, which OWNER holds
 #   door(ROOM HEADER)        ROOM may include HEADER: what the same compiler says yes to
+#   shut(ROOM HEADER)        ROOM finds HEADER on the system's path, but it does not compile there
 #   blind(ROOM HEADER)       no source of ROOM comes to HEADER through any other
 #   sees(ROOM HEADER)        some source of ROOM does: the check of `blind` itself
 # ROOM and OWNER are targets. Every room that has a wall has a door.
@@ -72,7 +73,9 @@ if(TARGET butngain_sim_physics)
   # One physical model, whoever asks it: no files, no command line.
   door(butngain_sim_physics machine.hpp)
   wall(butngain_sim_physics butngain_sim series.hpp)
-  blind(butngain_sim_physics CLI/CLI.hpp)
+  wall(butngain_sim_physics bpmsim machine_options.hpp)
+  wall(butngain_sim bpmsim machine_options.hpp)
+  shut(butngain_sim_physics CLI/CLI.hpp)
 endif()
 
 # The variables of the fit in progress (gain_fit_mod: orbit_data, norbits, dets, nvar, ...) are the

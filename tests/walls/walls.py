@@ -52,6 +52,9 @@ def fault(row):
         said = including(room, header)
         missing = (f"{header}: No such file", f"'{header}' file not found")
         return "" if any(m in said for m in missing) else f"{room} can include {header}"
+    if kind == "shut":
+        # The first line of it that is compiled names what was poisoned.
+        return "" if "poison" in including(room, header) else f"{room} can include {header}"
     reached = any(path.endswith("/" + header) for path in headers(room))
     if kind == "sees":
         return "" if reached else f"no source of {room} comes to {header}: the check is blind"

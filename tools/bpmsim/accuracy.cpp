@@ -1,7 +1,6 @@
 #include "accuracy.hpp"
 
 #include <fcntl.h>
-#include <fmt/core.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,14 +11,11 @@
 
 #include "fit_gains.hpp"
 #include "gain_fit_mod.hpp"
-#include "machine_options.hpp"
 #include "run_time.hpp"
 #include "terminal.hpp"
 
 namespace sim {
 namespace {
-
-accuracy_setup setup;  // filled by the command line, read by the work
 
 // Holds standard output back as long as it lives: the fit tells every step there.
 class quiet_output {
@@ -88,41 +84,15 @@ fitted_ratios fit(const accuracy_setup& s, monitor& at) {
   return fitted;
 }
 
-const char* shape_name(const plane& p) {
-  return p.shape == distribution::uniform ? "uniform" : "gaussian";
-}
-
-std::string setup_fault() {
-  if (setup.bpms < 1 || setup.bpms > store::max_bpm) {
-    return fmt::format("number of BPMs must lie between 1 and {}, not {}", store::max_bpm,
-                       setup.bpms);
-  }
-  if (setup.orbits < 1 || setup.orbits > store::max_orbits) {
-    return fmt::format("number of orbits must lie between 1 and {}, not {}", store::max_orbits,
-                       setup.orbits);
-  }
-  return machine_fault(setup.machine, setup.bpms);
-}
-
-int run_accuracy() {
-  const accuracy_result result = measure_accuracy(setup);
-  const plane& x = setup.machine.beam.x;
-  const plane& y = setup.machine.beam.y;
-  util::print_line(fmt::format(
-      "orbit ({:g}, {:g}) mm, {} {:g} and {} {:g} mm, noise {:g}: worst {:.1e} rms {:.1e} "
-      "between fits {:.1e}",
-      x.orbit / mm, y.orbit / mm, shape_name(x), x.spread / mm, shape_name(y), y.spread / mm,
-      setup.machine.electronics.noise, result.worst, result.rms, result.spread));
-  return 0;
-}
-
 }  // namespace
 
-accuracy_result measure_accuracy(const accuracy_setup& s) {
+accuracy_result measure_accuracy(const accuracy_setup& unprepared) {
+  accuracy_setup s = unprepared;
+  prepare(s.machine);
   accuracy_result result;
   double squares = 0;
   for (int bpm = 1; bpm <= s.bpms; ++bpm) {
-    monitor at = make_monitor(s.machine, bpm);
+    monitor at = make_monitor(s.machine, {.bpm = bpm, .orbits = s.orbits});
     const fitted_ratios fitted = fit(s, at);
     const buttons& gain = at.electronics.true_gain;
     for (int k = 2; k <= 4; ++k) {
@@ -135,14 +105,6 @@ accuracy_result measure_accuracy(const accuracy_setup& s) {
   }
   result.rms = std::sqrt(squares / (3.0 * s.bpms));
   return result;
-}
-
-cli::command accuracy_command() {
-  std::vector<cli::option> options{{"--bpms", &setup.bpms, "number of BPMs to simulate and fit"},
-                                   {"--orbits", &setup.orbits, "orbits for each of them"}};
-  for (cli::option& o : machine_options(setup.machine)) options.push_back(std::move(o));
-  return {"accuracy", "simulate, fit and tell how far the gains are off", std::move(options),
-          setup_fault, run_accuracy};
 }
 
 }  // namespace sim

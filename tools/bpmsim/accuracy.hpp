@@ -4,7 +4,6 @@
 // fit and compares the ratios of 1/gain to that of button 1 (the mean of the four repetitions, all
 // digits) with the true ones. The answer comes before anybody spends beam time on the data.
 #pragma once
-#include "command_line.hpp"
 #include "machine.hpp"
 
 namespace sim {
@@ -25,8 +24,5 @@ struct accuracy_result {
 /// Makes, fits and compares all BPMs. Overwrites the state of the fit.
 /// note     the fit's own report on standard output is kept back
 accuracy_result measure_accuracy(const accuracy_setup& s);
-
-/// The subcommand: one line with the beam and the three numbers.
-cli::command accuracy_command();
 
 }  // namespace sim

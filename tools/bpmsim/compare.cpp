@@ -26,14 +26,6 @@ constexpr std::size_t average_column = number_width + (4 * (3 + (5 * field_width
 constexpr std::size_t name_column = average_column + (8 * field_width) + 4;
 constexpr std::size_t line_width = name_column + (5 * field_width);
 
-struct compare_setup {
-  std::string truth;
-  std::string result;
-  double within = 0;  // 0: no bound
-};
-// What the options set; filled by the command line, read by the work.
-compare_setup setup;
-
 double field_value(std::string_view field) {
   return util::scan_real(util::trim(field)).value_or(std::numeric_limits<double>::quiet_NaN());
 }
@@ -60,38 +52,6 @@ std::string three(const buttons& values, const char* form) {
   std::string text;
   for (int k = 2; k <= 4; ++k) text += fmt::format(fmt::runtime(form), values(k));
   return text;
-}
-
-void print_comparison(const std::vector<bpm_comparison>& all) {
-  util::print_line(fmt::format("{:>4} {:<12} {:>27} {:>28} {:>31}", "", "",
-                               "true gain of 2, 3, 4 over 1", "fitted", "difference"));
-  for (const bpm_comparison& c : all) {
-    util::print_line(fmt::format("{:4} {:<12} {} {} {}", c.fitted.bpm, c.fitted.name,
-                                 three(c.true_ratio, " {:8.5f}"), three(c.fitted.ratio, " {:8.4f}"),
-                                 three(c.difference, " {:+9.5f}")));
-  }
-}
-
-std::string setup_fault() { return setup.within < 0 ? "the bound must not be negative" : ""; }
-
-int run_compare() {
-  const std::vector<bpm_truth> truth = read_truth(setup.truth);
-  const std::string table = find_err_table(setup.result);
-  const std::vector<bpm_comparison> all = compare(truth, read_err_table(table));
-  print_comparison(all);
-  const auto [worst, rms] = summarise(all);
-  util::print_line(fmt::format("{} of {} BPMs; worst difference {:.1e}, rms {:.1e}", all.size(),
-                               truth.size(), worst, rms));
-  util::print_line(
-      fmt::format("from {}, which prints 4 decimals: differences below {:.0e} are rounding", table,
-                  printed_rounding));
-  if (setup.within == 0) return 0;
-  const auto beyond = std::count_if(all.begin(), all.end(), [](const bpm_comparison& c) {
-    return c.worst > setup.within + printed_rounding;
-  });
-  util::print_line(
-      fmt::format("{} of {} BPMs beyond {:g} (and rounding)", beyond, all.size(), setup.within));
-  return beyond == 0 ? 0 : 1;
 }
 
 }  // namespace
@@ -166,15 +126,14 @@ spread_of_differences summarise(const std::vector<bpm_comparison>& all) {
   return s;
 }
 
-cli::command compare_command() {
-  return {"compare",
-          "print fitted against true gains",
-          {{"truth", &setup.truth, "truth file, or directory of the series or above it"},
-           {"result", &setup.result, "output directory of the session, or its _err table"},
-           {"--within", cli::real_value{&setup.within},
-            "status 1 when a gain ratio is further off than this; 0: no bound"}},
-          setup_fault,
-          run_compare};
+void print_comparison(const std::vector<bpm_comparison>& all) {
+  util::print_line(fmt::format("{:>4} {:<12} {:>27} {:>28} {:>31}", "", "",
+                               "true gain of 2, 3, 4 over 1", "fitted", "difference"));
+  for (const bpm_comparison& c : all) {
+    util::print_line(fmt::format("{:4} {:<12} {} {} {}", c.fitted.bpm, c.fitted.name,
+                                 three(c.true_ratio, " {:8.5f}"), three(c.fitted.ratio, " {:8.4f}"),
+                                 three(c.difference, " {:+9.5f}")));
+  }
 }
 
 }  // namespace sim

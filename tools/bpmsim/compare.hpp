@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "chamber.hpp"
-#include "command_line.hpp"
 #include "truth.hpp"
 
 namespace sim {
@@ -49,7 +48,7 @@ struct spread_of_differences {
 };
 spread_of_differences summarise(const std::vector<bpm_comparison>& all);
 
-/// The subcommand: prints the table. Status 1 when a difference is larger than --within.
-cli::command compare_command();
+/// One line a BPM, for people.
+void print_comparison(const std::vector<bpm_comparison>& all);
 
 }  // namespace sim

@@ -1,72 +1,147 @@
 #include "machine_options.hpp"
 
-namespace sim {
+#include <fmt/core.h>
+
+#include "text.hpp"
+
+namespace options {
 namespace {
 
-std::vector<cli::option> chamber_options(chamber& c) {
-  const char* const group = "Chamber (round pipe, buttons on its diagonals)";
-  return {{"--radius", cli::real_value{&c.radius, mm, "mm"}, "inner radius of the pipe", group},
-          {"--button", cli::words({"strip", "disc"}, c.shape), "shape of the buttons", group},
-          {"--button-angle", cli::real_value{&c.angle, degree, "deg"},
-           "of button TO from the x axis; the others mirror it", group},
-          {"--half-width", cli::real_value{&c.half_width, degree, "deg"},
-           "half the angle that a button covers", group}};
+void add_chamber(CLI::App& app, chamber_choice& c, sim::machine& m) {
+  const place drawn{&app, "Chamber (round pipe, buttons on its diagonals)"};
+  add_real(drawn, "--radius", c.round.radius, "inner radius of the pipe", millimetres);
+  add_word(drawn, "--button", {"strip", "disc"}, c.round.shape, "shape of the buttons");
+  add_real(drawn, "--button-angle", c.round.angle,
+           "of button TO from the x axis; the others mirror it", degrees);
+  add_real(drawn, "--half-width", c.round.half_width, "half the angle that a button covers",
+           degrees);
+  add_text(
+      drawn, "--chamber", c.chamber,
+      "instead of the pipe: a chamber file; bpm_48, bpm_arc or bpm_tirsku; or own, which gives "
+      "each BPM the chamber of its position table");
+
+  const place real{&app, "Chamber as it is (tables and scale factors keep to the drawing)"};
+  add_real(real, "--real-width", m.change.width, "width of the buttons, in parts of the drawn one");
+  add_real(real, "--real-angle", m.change.angle, "all buttons so much further from the x axis",
+           degrees);
+  add_chamber_buttons(real, "--real-azimuth", m.change.azimuth,
+                      "single buttons so much further along the wall, counter-clockwise",
+                      millimetres);
+  add_words(
+      real, "--real-button", {"strip", "disc"},
+      [&m](int ix) { m.change.shape = static_cast<sim::button_shape>(ix); }, {}, "",
+      "shape of the buttons");
+  add_real(real, "--real-ellipse", m.change.ellipse,
+           "half width larger, half height smaller by this part");
+  add_real(real, "--real-radius", m.change.radius, "both larger by this part");
 }
 
-std::vector<cli::option> beam_options(beam& b) {
-  const char* const group = "Beam (one value for both planes, or two: x y)";
-  return {
-      {"--shape", cli::words({"uniform", "gaussian"}, b.x.shape, &b.y.shape),
-       "distribution of the random part of the position", group},
-      {"--spread", cli::real_pair{&b.x.spread, &b.y.spread, mm, "mm"},
-       "half width (uniform) or rms (gaussian) of the random part", group},
-      {"--orbit", cli::real_pair{&b.x.orbit, &b.y.orbit, mm, "mm"}, "closed orbit", group},
-      {"--tune", cli::real_pair{&b.x.tune, &b.y.tune}, "betatron oscillations per orbit", group},
-      {"--amplitude", cli::real_pair{&b.x.amplitude, &b.y.amplitude, mm, "mm"},
-       "of the betatron oscillation", group},
-      {"--phase", cli::real_pair{&b.x.phase, &b.y.phase, degree, "deg"},
-       "of the oscillation at the first BPM and orbit", group},
-      {"--advance", cli::real_pair{&b.x.advance, &b.y.advance, degree, "deg"},
-       "of the oscillation's phase from BPM to BPM", group},
-      {"--coupling", cli::real_value{&b.coupling},
-       "part of one plane's motion that shows in the other", group}};
+void add_beam(CLI::App& app, sim::beam& b) {
+  const place at{&app, "Beam (one value for both planes, or two: x y)"};
+  add_word_planes(at, "--shape", {"uniform", "gaussian"}, b.x.shape, b.y.shape,
+                  "distribution of the random part of the position");
+  add_planes(at, "--spread", b.x.spread, b.y.spread,
+             "half width (uniform) or rms (gaussian) of the random part", millimetres);
+  add_planes(at, "--orbit", b.x.orbit, b.y.orbit, "closed orbit", millimetres);
+  add_planes(at, "--tune", b.x.tune, b.y.tune, "betatron oscillations per orbit");
+  add_planes(at, "--amplitude", b.x.amplitude, b.y.amplitude, "of the betatron oscillation",
+             millimetres);
+  add_planes(at, "--phase", b.x.phase, b.y.phase, "of the oscillation at the first BPM and orbit",
+             degrees);
+  add_planes(at, "--advance", b.x.advance, b.y.advance,
+             "of the oscillation's phase from BPM to BPM", degrees);
+  add_real(at, "--coupling", b.coupling, "part of one plane's motion that shows in the other");
+
+  constexpr unit per_mm{1 / sim::mm, "per_mm"};
+  const place current{&app, "Current of the beam, and orbits of other kinds"};
+  add_real(current, "--current-drift", b.current.drift,
+           "relative change from the first orbit to the last");
+  add_real(current, "--current-decay", b.current.decay,
+           "exponential loss: ln of first over last orbit's current");
+  add_real(current, "--current-walk", b.current.walk, "random walk: relative rms step an orbit");
+  add_planes(current, "--current-slope", b.current.slope_x, b.current.slope_y,
+             "relative change with the position, for x and y", per_mm);
+  add_real(current, "--second", b.second.part,
+           "part of the orbits that are of a second population");
+  add_planes(current, "--second-orbit", b.second.x, b.second.y,
+             "its closed orbit, from the first one's", millimetres);
+  add_real(current, "--second-current", b.second.current,
+           "its current, in parts of the first one's");
+  add_real(current, "--duplicated", b.duplicated,
+           "probability that an orbit is the one before once more");
 }
 
-std::vector<cli::option> electronics_options(electronics_setup& e) {
-  const char* const group = "Electronics";
-  return {
-      {"--signal", cli::real_value{&e.signal, 1, "counts"},
-       "reading of a button of gain 1, beam centred", group},
-      {"--gain-spread", cli::real_value{&e.gain_spread}, "rms of the true gains about 1", group},
-      {"--gain", cli::button_list{&e.gains, true}, "true gain of one button, any number of these",
-       group},
-      {"--noise", cli::real_value{&e.noise},
-       "rms noise of each button for itself, in parts of --signal", group},
-      {"--common-noise", cli::real_value{&e.common_noise},
-       "rms noise that the four buttons share, in parts of --signal", group},
-      {"--intensity-spread", cli::real_value{&e.intensity_spread},
-       "relative rms of the beam's intensity from orbit to orbit", group},
-      {"--pedestal", cli::real_value{&e.pedestal, 1, "counts"}, "mean pedestal", group},
-      {"--pedestal-spread", cli::real_value{&e.pedestal_spread, 1, "counts"},
-       "rms of the pedestals from button to button", group},
-      {"--dead", cli::button_list{&e.dead}, "button that reads its pedestal only", group},
-      {"--full-scale", cli::real_value{&e.full_scale, 1, "counts"},
-       "readings stop here; 0: no limit", group},
-      {"--saturated", cli::button_list{&e.saturated},
-       "button that stops at VALUE times its own centred signal (1 when not given)", group},
-      {"--wild", cli::real_value{&e.wild},
-       "probability that one button of a reading holds any value", group}};
+void add_electronics(CLI::App& app, sim::electronics_setup& e) {
+  const place at{&app, "Electronics"};
+  add_real(at, "--signal", e.signal, "reading of a button of gain 1, beam centred", counts);
+  add_real(at, "--gain-spread", e.gain_spread, "rms of the true gains about 1");
+  add_buttons(at, "--gain", e.gains, "true gain of one button, any number of these", true);
+  add_real(at, "--noise", e.noise, "rms noise of each button for itself, in parts of --signal");
+  add_real(at, "--common-noise", e.common_noise,
+           "rms noise that the four buttons share, in parts of --signal");
+  add_real(at, "--intensity-spread", e.intensity_spread,
+           "relative rms of the beam's intensity from orbit to orbit");
+  add_real(at, "--pedestal", e.pedestal, "mean pedestal", counts);
+  add_real(at, "--pedestal-spread", e.pedestal_spread, "rms of the pedestals from button to button",
+           counts);
+  add_buttons(at, "--dead", e.dead, "button that reads its pedestal only", false);
+  add_real(at, "--full-scale", e.full_scale, "readings stop here; 0: no limit", counts);
+  add_buttons(at, "--saturated", e.saturated,
+              "button that stops at VALUE times its own centred signal (1 when not given)", false);
+  add_real(at, "--wild", e.wild, "probability that one button of a reading holds any value");
+
+  const place wrong{&app, "Troubles of the electronics"};
+  add_buttons(wrong, "--gain-step", e.gain_steps, "gain that changes by the part VALUE in the run",
+              true);
+  add_real(wrong, "--gain-step-at", e.gain_step_at, "part of the run after which it does");
+  add_buttons(wrong, "--gain-drift", e.gain_drifts,
+              "gain that changes by the part VALUE from the first orbit to the last", true);
+  add_real(wrong, "--pedestal-left", e.pedestal_left,
+           "rms of pedestals that corrections do not know, in parts of --signal");
+  add_real(wrong, "--cross-talk", e.cross_talk, "part of a channel that its two neighbours see");
+  add_real(wrong, "--compression", e.compression,
+           "loss of a large reading: this part of its excess over the centred signal");
+  add_buttons(wrong, "--compressed", e.compressed, "the same for single buttons", true);
+  add_buttons(wrong, "--stuck", e.stuck, "button that reads VALUE times its own centred signal",
+              false);
+  add_buttons(wrong, "--swapped", e.swapped, "button whose cable is exchanged with button VALUE's",
+              true);
+  add_whole(wrong, "--adc-bits", e.adc_bits,
+            "steps of --full-scale (or twice --signal) over 2^N; 0: none");
+  add_whole(wrong, "--outliers", e.outliers, "readings of a run with one button off");
+  add_real(wrong, "--outlier-size", e.outlier_size, "by this part of --signal, up or down");
 }
 
 }  // namespace
 
-std::vector<cli::option> machine_options(machine& m) {
-  std::vector<cli::option> all = chamber_options(m.chamber);
-  for (const auto& more : {beam_options(m.beam), electronics_options(m.electronics)}) {
-    all.insert(all.end(), more.begin(), more.end());
-  }
-  all.push_back({"--seed", &m.seed, "of all random numbers: the same seed, the same files"});
-  return all;
+std::shared_ptr<chamber_choice> add_machine(CLI::App& app, sim::machine& m) {
+  auto choice = std::make_shared<chamber_choice>();
+  add_chamber(app, *choice, m);
+  add_beam(app, m.beam);
+  add_electronics(app, m.electronics);
+  add_seed({&app}, "--seed", m.seed, "of all random numbers: the same seed, the same files");
+  return choice;
 }
 
-}  // namespace sim
+void settle(sim::machine& m, const chamber_choice& choice) {
+  if (choice.chamber.empty()) {
+    refuse_if(sim::drawing_fault(choice.round));
+    m.chamber = sim::round_chamber(choice.round);
+    return;
+  }
+  if (choice.chamber == "own") {
+    m.source = sim::chamber_source::own;
+    return;
+  }
+  m.source = sim::chamber_source::file;
+  for (const auto& known : chamber_solver::default_chambers) {
+    if (known.name != choice.chamber) continue;
+    m.chamber = *chamber_solver::parse_chamber(known.text, std::string{known.name});
+    return;
+  }
+  auto read = chamber_solver::read_chamber(util::fullfilename(choice.chamber));
+  if (!read) give_up(util::line_of(read.why));
+  m.chamber = std::move(*read);
+}
+
+}  // namespace options

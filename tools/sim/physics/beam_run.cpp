@@ -12,8 +12,13 @@ namespace {
 // thousand misses mean that it cannot.
 constexpr int most_draws = 1000;
 
+std::shared_ptr<const solved_chamber> usual_chamber() {
+  static const auto usual = solve(round_chamber());
+  return usual;
+}
+
 std::shared_ptr<const solved_chamber> chamber_of(const beam_run& run) {
-  return run.chamber ? run.chamber : solve(chamber{});
+  return run.chamber ? run.chamber : usual_chamber();
 }
 
 // 0 at the first orbit of the run, 1 at the last.
@@ -43,7 +48,7 @@ util::status run_fault(const beam_run& run) {
     return util::fault{fmt::format("{} orbits", run.orbits), "run", "at least 1"};
   }
   std::string what = beam_fault(run.beam);
-  if (what.empty()) what = reach_fault(*chamber_of(run), run.beam);
+  if (what.empty()) what = reach_fault(chamber_of(run)->of, run.beam);
   if (what.empty()) return {};
   return util::fault{what, fmt::format("BPM {}", run.bpm), ""};
 }

@@ -68,6 +68,7 @@ struct monitor {
   int bpm = 0;     // from 1
   int orbit = 0;   // passages taken so far
   int orbits = 0;  // of the whole run; 0: unknown
+  int ring = 0;    // the BPM's number in the ring, which says what chamber it has
   bpm_electronics electronics{};
   std::shared_ptr<const solved_chamber> chamber;
   random_stream motion{};

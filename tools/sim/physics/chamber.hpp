@@ -1,8 +1,10 @@
 // chamber: a vacuum chamber with four buttons, and the signal that a beam induces on each.
 //
 // Buttons 1..4 are BI, BO, TI, TO at (-x,-y), (+x,-y), (-x,+y), (+x,+y); x points outward, y up.
-// A unit beam at (x, y) induces on button k the charge phi_k(x, y), a fraction of 1. In a round
-// pipe of radius b, with q = r/b and u the angle from the beam to the wall point,
+// A unit beam at (x, y) induces on button k the charge phi_k(x, y), a fraction of 1. There is one
+// kind of chamber for beams and tables, chamber_solver::chamber: any cross-section that a chamber
+// file can describe. In a round pipe of radius b, with q = r/b and u the angle from the beam to the
+// wall point, the signals have a closed form:
 //     density(u) = (1 - q^2) / (1 - 2 q cos u + q^2) / 2 pi        [1/rad]
 //     strip from t1 to t2: phi = G(t2 - theta) - G(t1 - theta),
 //                          G(u) = u / 2 pi + atan2(q sin u, 1 - q cos u) / pi
@@ -11,10 +13,14 @@
 // length s from it, as the square root says.
 #pragma once
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "beam.hpp"
 #include "bounded.hpp"
+#include "chamber_file.hpp"
+#include "fault.hpp"
+#include "wall_field.hpp"
 
 namespace sim {
 
@@ -30,46 +36,68 @@ struct button_value {
 inline constexpr double mm = 1e-3;                      // [m]
 inline constexpr double degree = 0.017453292519943295;  // [rad]
 
-enum class wall_kind { round };
-enum class button_shape { strip, disc };
+using chamber_solver::button_shape;
+using chamber_solver::chamber;
 
-struct chamber {
-  wall_kind wall = wall_kind::round;
+/// What a drawing says of a round pipe with buttons on its diagonals.
+struct round_drawing {
   double radius = 45 * mm;  // of the pipe [m]
   button_shape shape = button_shape::strip;
   double angle = 45 * degree;       // of button TO, from the x axis; the others mirror it [rad]
   double half_width = 12 * degree;  // half the angle a button covers, seen from the axis [rad]
 };
 
-/// Beams stay within this part of the radius: nearer to the wall no real beam passes.
-inline constexpr double usable_part = 0.95;
+/// Why there can be no such pipe; empty when there can.
+std::string drawing_fault(const round_drawing& d);
 
-/// Why this chamber cannot be; empty when it can.
-std::string chamber_fault(const chamber& c);
+/// The chamber of such a drawing; its table spans 0.71 of the radius on either side.
+chamber round_chamber(const round_drawing& d = {});
+
+/// Radius of a round pipe, half the height of others [m].
+double half_height(const chamber& c);
+
+/// How the chamber that the beam sees differs from the drawing that tables are made of.
+struct chamber_change {
+  double width = 1;                   // of the buttons, in parts of the drawn one [-]
+  double angle = 0;                   // the buttons lie further from the x axis, all four [rad]
+  buttons azimuth{};                  // single buttons lie further on, counter-clockwise [m]
+  std::optional<button_shape> shape;  // of the buttons
+  double ellipse = 0;                 // half width larger, half height smaller by this part [-]
+  double radius = 0;                  // both larger by this part [-]
+};
+
+/// The chamber with the change made; c itself, to the last bit, when nothing changes.
+/// errors   buttons that overlap or have no width, a chamber turned inside out: the fault
+util::outcome<chamber> changed(const chamber& c, const chamber_change& change);
+
+/// What changes, for people; empty when nothing does.
+std::string change_text(const chamber_change& change);
 
 /// A chamber ready to give signals. Made once, then shared and never changed.
 struct solved_chamber {
   chamber of;
-  double centred = 0;  ///< phi of a centred beam: what signals are counted in [-]
+  std::optional<chamber_solver::wall_field> field;  // none: a round pipe, which has a closed form
+  double centred = 0;  // phi of a centred beam, which signals are relative to
 };
 
-/// Works out what a chamber needs to give signals.
+/// Works out what a chamber needs to give signals: nothing for a round pipe, 0.2 s for others.
+/// errors   a singular system ends the run (chamber_solver::solve_wall); no chamber made here has one
 std::shared_ptr<const solved_chamber> solve(const chamber& c);
 
+/// Beams stay within this part of the way to the wall: nearer to it no real beam passes.
+inline constexpr double usable_part = 0.95;
+
 /// Whether a beam may be there.
-bool is_inside(const solved_chamber& c, double x, double y);
+bool is_inside(const chamber& c, double x, double y);
+bool is_inside(const solved_chamber& c, double x, double y);  ///< the same, faster
 
 /// Why this beam's orbit and oscillation do not fit into the chamber; empty when they do.
-std::string reach_fault(const solved_chamber& c, const beam& b);
+std::string reach_fault(const chamber& c, const beam& b);
 
 /// The signals of a unit beam at (x, y) [m], inside the chamber.
 /// returns  fractions of the beam's charge, 0..1
 /// errors   none
-/// source   image charge of a line charge in a grounded round pipe
+/// source   round pipes: image charge of a line charge, as above; others: chamber_solver
 buttons phi(const solved_chamber& c, double x, double y);
-buttons phi(const chamber& c, double x, double y);
-
-/// One line about the chamber, for people.
-std::string chamber_text(const chamber& c);
 
 }  // namespace sim

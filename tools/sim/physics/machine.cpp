@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "run_time.hpp"
 
@@ -14,25 +15,107 @@ const char* shape_name(distribution d) {
   return d == distribution::uniform ? "uniform" : "gaussian";
 }
 
+// What is not wrong is not said: without troubles a truth file is as short as ever.
+void add_trouble_lines(const machine& m, std::vector<std::string>& lines) {
+  const current_law& law = m.beam.current;
+  const second_population& second = m.beam.second;
+  const electronics_setup& e = m.electronics;
+  const auto add = [&lines](bool is_set, std::string line) {
+    if (is_set) lines.push_back(std::move(line));
+  };
+  add(law.drift != 0, fmt::format("current_drift = {} over the run", law.drift));
+  add(law.decay != 0, fmt::format("current_decay = {} over the run", law.decay));
+  add(law.walk != 0, fmt::format("current_walk = {} a step", law.walk));
+  add(law.slope_x != 0 || law.slope_y != 0,
+      fmt::format("current_slope = {} {} per mm", law.slope_x * mm, law.slope_y * mm));
+  add(second.part != 0,
+      fmt::format("second_population = {} of the orbits, {} {} mm away, {} of the current",
+                  second.part, second.x / mm, second.y / mm, second.current));
+  add(m.beam.duplicated != 0, fmt::format("duplicated = {}", m.beam.duplicated));
+  add(e.pedestal_left != 0, fmt::format("pedestal_left = {} of signal", e.pedestal_left));
+  add(e.outliers != 0, fmt::format("outliers = {} by {} of signal", e.outliers, e.outlier_size));
+  add(e.cross_talk != 0, fmt::format("cross_talk = {}", e.cross_talk));
+  add(e.compression != 0, fmt::format("compression = {}", e.compression));
+  add(e.adc_bits != 0, fmt::format("adc_bits = {}", e.adc_bits));
+  for (const auto& [name, list] :
+       {std::pair{"compressed", &e.compressed}, std::pair{"stuck", &e.stuck},
+        std::pair{"swapped", &e.swapped}, std::pair{"gain_step", &e.gain_steps},
+        std::pair{"gain_drift", &e.gain_drifts}}) {
+    for (const button_value& v : *list) {
+      lines.push_back(fmt::format("{} = BPM {} button {} by {}", name, v.bpm, v.button, v.value));
+    }
+  }
+  add(!e.gain_steps.empty(), fmt::format("gain_step_at = {} of the run", e.gain_step_at));
+}
+
+// The drawn chambers: one for all, or the default ones for each to have its own.
+std::vector<chamber> drawn_chambers(const machine& m) {
+  if (m.source != chamber_source::own) return {m.chamber};
+  std::vector<chamber> all;
+  for (std::size_t i = 0; i < chamber_solver::default_chambers.size(); ++i) {
+    all.push_back(chamber_solver::default_chamber_at(i));
+  }
+  return all;
+}
+
+solved_pair solve_pair(const chamber& drawn, const chamber_change& change) {
+  const auto real = changed(drawn, change);
+  if (!real) util::run_time_error(util::line_of(real.why));
+  solved_pair pair;
+  pair.drawn = solve(drawn);
+  pair.real = change_text(change).empty() ? pair.drawn : solve(*real);
+  return pair;
+}
+
+std::string chamber_line(const machine& m) {
+  return m.source == chamber_source::own ? "each BPM's own: bpm_48, bpm_arc or bpm_tirsku"
+                                         : m.chamber.about;
+}
+
+std::size_t chamber_index(const machine& m, int ring) {
+  return m.source == chamber_source::own ? chamber_solver::default_chamber_of(ring) : 0;
+}
+
 }  // namespace
 
 std::string machine_fault(const machine& m, int nbpms) {
-  if (auto fault = chamber_fault(m.chamber); !fault.empty()) return fault;
   if (auto fault = beam_fault(m.beam); !fault.empty()) return fault;
   if (auto fault = electronics_fault(m.electronics, nbpms); !fault.empty()) return fault;
-  return reach_fault(*solve(m.chamber), m.beam);
+  for (const chamber& drawn : drawn_chambers(m)) {
+    const auto real = changed(drawn, m.change);
+    if (!real) return util::line_of(real.why);
+    if (auto fault = reach_fault(*real, m.beam); !fault.empty()) return fault;
+  }
+  return {};
 }
 
-monitor make_monitor(const machine& m, int bpm, int bunch, int orbits) {
+void prepare(machine& m) {
+  m.solved.clear();
+  for (const chamber& drawn : drawn_chambers(m)) m.solved.push_back(solve_pair(drawn, m.change));
+}
+
+solved_pair chambers_of(const machine& m, int ring) {
+  const std::size_t ix = chamber_index(m, ring);
+  return m.solved.empty() ? solve_pair(drawn_chambers(m)[ix], m.change) : m.solved[ix];
+}
+
+monitor make_monitor(const machine& m, const seat& s) {
+  const int ring = s.ring == 0 ? s.bpm : s.ring;
   beam_run run;
-  run.chamber = solve(m.chamber);
+  run.chamber = chambers_of(m, ring).real;
   run.beam = m.beam;
-  run.electronics = make_electronics(m.electronics, m.seed, bpm);
-  run.orbits = orbits;
+  run.electronics = make_electronics(m.electronics, m.seed, s.bpm);
+  run.orbits = s.orbits;
   run.seed = m.seed;
-  run.bpm = bpm;
-  run.bunch = bunch;
-  return start_run(run);
+  run.bpm = s.bpm;
+  run.bunch = s.bunch;
+  monitor at = start_run(run);
+  at.ring = ring;
+  return at;
+}
+
+monitor make_monitor(const machine& m, int bpm, int bunch) {
+  return make_monitor(m, seat{bpm, bunch, 0, 0});
 }
 
 passage next_passage(const machine& m, monitor& at) {
@@ -56,7 +139,10 @@ util::bounded<std::int32_t, 1, 4, "count"> counts(const passage& p, const monito
 
 std::vector<std::string> machine_lines(const machine& m) {
   const electronics_setup& e = m.electronics;
-  std::vector<std::string> lines{fmt::format("chamber = {}", chamber_text(m.chamber))};
+  std::vector<std::string> lines{fmt::format("chamber = {}", chamber_line(m))};
+  if (const std::string change = change_text(m.change); !change.empty()) {
+    lines.push_back("beam_chamber = that, but " + change);
+  }
   for (const auto& [name, p] : {std::pair{'x', &m.beam.x}, std::pair{'y', &m.beam.y}}) {
     lines.push_back(fmt::format(
         "beam_{} = {} {} mm, orbit {} mm, oscillation {} mm, tune {}, phase {} deg, advance {} deg",
@@ -76,6 +162,7 @@ std::vector<std::string> machine_lines(const machine& m) {
       lines.push_back(fmt::format("{} = BPM {} button {} at {}", name, v.bpm, v.button, v.value));
     }
   }
+  add_trouble_lines(m, lines);
   lines.push_back(fmt::format("seed = {}", m.seed));
   return lines;
 }

@@ -1,0 +1,141 @@
+#include "orbits.hpp"
+
+#include <fmt/core.h>
+
+#include <filesystem>
+#include <numbers>
+#include <vector>
+
+#include "file_units.hpp"
+#include "random.hpp"
+#include "run_time.hpp"
+#include "site.hpp"
+#include "truth.hpp"
+
+namespace sim {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int values_per_line = 10;
+
+// The button files' directory per thousand orbits, as the session looks for it.
+fs::path directory_of(const orbits_setup& s, int number) {
+  return fs::path{s.archive} / fmt::format("{:02d}", number / 1000);
+}
+
+// One orbit's own amplitude and phase.
+void draw_oscillation(plane& p, random_stream& stream) {
+  p.amplitude *= (2 * uniform(stream)) - 1;
+  p.phase += 2 * std::numbers::pi * uniform(stream);
+}
+
+void write_button_file(const orbits_setup& s, int number, const machine& m,
+                       std::vector<monitor>& monitors) {
+  const fs::path directory = directory_of(s, number);
+  std::error_code fault;
+  fs::create_directories(directory, fault);
+  if (fault) {
+    util::run_time_error(
+        fmt::format("cannot make directory {}: {}", directory.string(), fault.message()));
+  }
+  const util::unit_handle file{util::lunget()};
+  util::open_output(file.number(), directory / fmt::format("butns.{}", number));
+  util::write_line(file.number(), fmt::format("c Closed orbit {}, simulated", number));
+  if (!s.no_currents) {
+    util::write_line(file.number(), fmt::format("E T1      {:.6g}", s.electrons));
+    util::write_line(file.number(), fmt::format("P T1      {:.6g}", s.positrons));
+  }
+  for (monitor& at : monitors) {
+    const auto count = counts(next_passage(m, at), at);
+    util::write_line(file.number(), fmt::format(" {:4} {:11} {:11} {:11} {:11}", at.bpm, count(1),
+                                                count(2), count(3), count(4)));
+  }
+}
+
+// "name = first, first + 1, ..." over several lines.
+std::string numbers(const char* name, int first, int n) {
+  std::string text = fmt::format(" {} =", name);
+  for (int i = 0; i < n; ++i) {
+    if (i > 0) text += i % values_per_line == 0 ? ",\n        " : ",";
+    text += fmt::format(" {}", first + i);
+  }
+  return text;
+}
+
+void write_command_file(const orbits_setup& s) {
+  const util::unit_handle file{util::lunget()};
+  util::open_output(file.number(), s.command);
+  const auto write = [&](const std::string& line) { util::write_line(file.number(), line); };
+  write("&bpm_gain_anal_params");
+  write(numbers("fit_bpm_idx", 1, s.bpms));
+  write(fmt::format(" read_current_from_butns_file = .{}.", !s.no_currents));
+  write(" sigma_cutoff = 0\n chisq_cutoff = 0");
+  write(numbers("orbit", s.first, s.orbits));
+  write("/");
+}
+
+// Neighbouring orbits as pairs; the results of a measurement that was perfect.
+void write_list_file(const orbits_setup& s) {
+  const util::unit_handle file{util::lunget()};
+  util::open_output(file.number(), s.list);
+  const auto write = [&](const std::string& line) { util::write_line(file.number(), line); };
+  write("# simulated: orbit1 orbit2 ratio error");
+  write("cu1 = 0\ncu2 = 100\ndcu = 100\nfit_cal = 1.0\ncorstr_cal = 1.0");
+  for (int i = 0; i + 1 < s.orbits; i += 2) {
+    write(fmt::format(" {} {} 1.0000 0.0000", s.first + i, s.first + i + 1));
+  }
+}
+
+}  // namespace
+
+orbits_setup default_orbits() {
+  orbits_setup s;
+  s.archive = site::orbit_dir;
+  plane& x = s.machine.beam.x;
+  plane& y = s.machine.beam.y;
+  x.spread = y.spread = 0;
+  x.amplitude = 6 * mm;
+  y.amplitude = 4 * mm;
+  x.advance = 37.8 * degree;  // about ten oscillations over a hundred BPMs
+  y.advance = 34.5 * degree;
+  return s;
+}
+
+std::string orbits_fault(const orbits_setup& s) {
+  if (s.orbits < 1 || s.orbits > most_orbits_listed) {
+    return fmt::format("a command file lists 1 to {} orbits, not {}", most_orbits_listed, s.orbits);
+  }
+  if (s.first < 1 || s.first > 1000000000) {
+    return fmt::format("the first orbit's number must lie in 1..1000000000, but is {}", s.first);
+  }
+  if (s.bpms < 1 || s.bpms > most_button_bpms) {
+    return fmt::format("a button file holds 1 to {} BPMs, not {}", most_button_bpms, s.bpms);
+  }
+  if (s.electrons < 0 || s.positrons < 0) return "currents must not be negative";
+  return machine_fault(s.machine, s.bpms);
+}
+
+void make_orbits(const orbits_setup& s) {
+  machine m = s.machine;
+  prepare(m);
+  std::vector<monitor> monitors;
+  std::vector<bpm_truth> truth;
+  for (int bpm = 1; bpm <= s.bpms; ++bpm) {
+    monitors.push_back(make_monitor(m, {.bpm = bpm, .orbits = s.orbits}));
+    truth.push_back(truth_of(std::to_string(bpm), monitors.back().electronics));
+  }
+  // BPMs count from 1: stream 0 is the whole beam's.
+  random_stream stream = make_stream(s.machine.seed, purpose::motion, 0);
+  for (int i = 0; i < s.orbits; ++i) {
+    machine of_orbit = m;
+    draw_oscillation(of_orbit.beam.x, stream);
+    draw_oscillation(of_orbit.beam.y, stream);
+    write_button_file(s, s.first + i, of_orbit, monitors);
+  }
+  write_command_file(s);
+  if (!s.list.empty()) write_list_file(s);
+  write_truth(fs::path{s.archive} / truth_file_name, "closed orbits", s.machine, truth);
+}
+
+}  // namespace sim

@@ -1,0 +1,263 @@
+#include "raw.hpp"
+
+#include <fmt/chrono.h>
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+
+#include "file_units.hpp"
+#include "kbpmfio.hpp"
+#include "list_io.hpp"
+#include "raw_records.hpp"
+#include "rawfile_location.hpp"
+#include "run_time.hpp"
+#include "site.hpp"
+#include "text.hpp"
+#include "truth.hpp"
+
+namespace sim {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int most_instruments = 120;
+constexpr std::size_t longest_name = 9;    // the file's field for it
+constexpr std::size_t longest_setup = 19;  // in the instrument header
+constexpr int last_run = 999999;
+
+// The number of a BPM in the ring, by its name; 0 for a name that the ring does not know.
+int ring_number(const std::string& name) {
+  const std::vector<std::string> ring = ring_names();
+  const auto found = std::find(ring.begin(), ring.end(), name);
+  return found == ring.end() ? 0 : static_cast<int>(found - ring.begin()) + 1;
+}
+
+// --- files ------------------------------------------------------------------------------------
+
+std::int32_t in_column(double reading, const std::string& name, int turn) {
+  const double rounded = std::round(reading);
+  if (rounded < -999999 || rounded > 9999999) {
+    util::run_time_error(fmt::format("{}, turn {}: reading {:g} does not fit seven columns", name,
+                                     turn + 1, rounded));
+  }
+  return static_cast<std::int32_t>(rounded);
+}
+
+// The data lines of one bunch. Its motion is its own; the electronics are the BPM's.
+void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, int bunch,
+                 const rawfile::RDV3_INST_DATA& header, const std::string& name) {
+  const int block = block_of(s, bunch);
+  const bool has_beam = bunch < s.bunches - s.empty;
+  std::array<std::int32_t, 6> columns{block};
+  rawfile::kbpmfio_map_data_line(columns);
+  for (int turn = 0; turn < s.turns; ++turn) {
+    const passage p = next_passage(s.machine, at);
+    columns[1] = phase_word(s, turn);
+    for (int card = 0; card < rawfile::num_cards; ++card) {
+      const int k = button_of_card[card];
+      const double signal = has_beam ? p.reading(k) - at.electronics.pedestal(k) : 0;
+      const double reading = double{header.pedestals(block, card)} +
+                             (double{header.gain_coeffs(block, card)} * signal);
+      columns[static_cast<std::size_t>(card) + 2] = in_column(reading, name, turn);
+    }
+    static_cast<void>(rawfile::kbpmfio_rw_file_section(file, rawfile::KBPMFIO_WRITE, 1,
+                                                       rawfile::RDV3_raw_data_spec));
+  }
+}
+
+// One instrument; returns what is true about it.
+bpm_truth write_instrument(rawfile::kbpmfio_stream& file, const raw_setup& s, int bpm, int ix_run,
+                           const std::string& name) {
+  const seat first_seat{bpm, 0, s.turns, ring_number(name)};
+  const monitor first = make_monitor(s.machine, first_seat);
+  rawfile::RDV3_INST_DATA header = instrument_header(s, first, name);
+  rawfile::kbpmfio_map_instrument_header(header);
+  rawfile::kbpmfio_rw_instrument_header(file, rawfile::KBPMFIO_WRITE);
+  static_cast<void>(rawfile::kbpmfio_rw_file_section(file, rawfile::KBPMFIO_WRITE,
+                                                     rawfile::num_RDV3_raw_data_label_specs,
+                                                     rawfile::RDV3_raw_data_label_specs));
+  for (int bunch = 0; bunch < s.bunches; ++bunch) {
+    const int stream = (ix_run * rawfile::max_bunches) + bunch;
+    seat of_bunch = first_seat;
+    of_bunch.bunch = stream;
+    write_bunch(file, s, make_monitor(s.machine, of_bunch), bunch, header, name);
+  }
+  return truth_of(name, first.electronics);
+}
+
+void make_directories_of(const std::string& path) {
+  const fs::path directory = fs::path{path}.parent_path();
+  std::error_code fault;
+  if (!directory.empty()) fs::create_directories(directory, fault);
+  if (fault) {
+    util::run_time_error(
+        fmt::format("cannot make directory {}: {}", directory.string(), fault.message()));
+  }
+}
+
+void write_run(const raw_setup& s, int ix_run, std::time_t when, const std::string& path) {
+  const std::vector<std::string> names = instrument_names(s);
+  make_directories_of(path);
+  rawfile::kbpmfio_output file;
+  if (const auto fault = rawfile::open_for_writing(file, path)) {
+    util::run_time_error(fmt::format("cannot open {} for writing: {}", path, fault->what));
+  }
+  rawfile::RDV3_FILE_HEADER header =
+      file_header(s, s.run + ix_run, when, static_cast<int>(names.size()));
+  rawfile::RDV3_KOVR_HEADER kovr = kovr_header(s);
+  rawfile::kbpmfio_map_file_header(header);
+  rawfile::kbpmfio_rw_file_header(file, rawfile::KBPMFIO_WRITE);
+  rawfile::kbpmfio_map_kovr_header(kovr);
+  rawfile::kbpmfio_rw_kovr_header(file, rawfile::KBPMFIO_WRITE);
+  std::vector<bpm_truth> truth;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    truth.push_back(write_instrument(file, s, static_cast<int>(i) + 1, ix_run, names[i]));
+  }
+  rawfile::close(file);
+  write_truth(
+      raw_truth_path(path),
+      fmt::format("raw data file {}: {} bunches of {} turns, the last {} in timing block 1; "
+                  "pedestals of block 0",
+                  fs::path{path}.filename().string(), s.bunches, s.turns, s.block_1),
+      s.machine, truth);
+}
+
+// The tree's run index with this run in it, once.
+void enter_in_index(int run, std::time_t when) {
+  const std::string path = util::fullfilename(site::run_index);
+  std::vector<std::string> lines;
+  {
+    const util::unit_handle old{util::lunget()};
+    std::string line;
+    if (util::open_old(old.number(), path) == 0) {
+      while (util::read_line(old.number(), line)) {
+        util::list_record record;
+        util::start_record(record, line);
+        if (util::take_int(record) != run) lines.push_back(line);
+      }
+    }
+  }
+  if (lines.empty()) lines.emplace_back("# run, date, time");
+  lines.push_back(fmt::format("{} {:%Y-%m-%d %H:%M:%S}", run, fmt::gmtime(when)));
+  make_directories_of(path);
+  const std::string part = path + ".part";
+  {
+    rawfile::kbpmfio_output file;
+    if (const auto fault = rawfile::open_for_writing(file, part)) {
+      util::run_time_error(fmt::format("cannot open {} for writing: {}", part, fault->what));
+    }
+    for (const std::string& line : lines) rawfile::put(file, line + "\n");
+    rawfile::close(file);
+  }
+  std::error_code fault;
+  fs::rename(part, path, fault);
+  if (fault) util::run_time_error(fmt::format("cannot make {}: {}", path, fault.message()));
+}
+
+}  // namespace
+
+std::vector<std::string> instrument_names(const raw_setup& s) {
+  std::vector<std::string> names;
+  if (s.names.empty()) {
+    names = ring_names();
+    names.resize(std::min(names.size(), static_cast<std::size_t>(s.bpms)));
+    return names;
+  }
+  for (std::size_t at = 0; at <= s.names.size();) {
+    const std::size_t comma = std::min(s.names.find(',', at), s.names.size());
+    names.push_back(s.names.substr(at, comma - at));
+    at = comma + 1;
+  }
+  return names;
+}
+
+raw_setup usual_raw_setup() {
+  raw_setup s;
+  s.machine.electronics.signal = 20000;
+  s.machine.electronics.pedestal = 100;
+  s.machine.electronics.pedestal_spread = 10;
+  return s;
+}
+
+std::vector<std::string> ring_names() {
+  std::vector<std::string> names{"X5C", "X5D", "X6A", "X6B", "X6C",
+                                 "X6D", "9W",  "9AW", "10W", "10AW"};
+  for (int i = 11; i <= 49; ++i) names.push_back(fmt::format("{:02d}W", i));
+  for (int i = 49; i >= 11; --i) names.push_back(fmt::format("{:02d}E", i));
+  for (const char* name : {"10AE", "10E", "9AE", "9E"}) names.emplace_back(name);
+  for (int i = 1; i <= 4; ++i) {
+    for (const char letter : {'A', 'B', 'C', 'D'}) names.push_back(fmt::format("X{}{}", i, letter));
+  }
+  for (const char* name : {"X5A", "X5B", "12W2", "12W3", "47W_XBSM"}) names.emplace_back(name);
+  return names;
+}
+
+std::string raw_truth_path(const std::string& raw_path) {
+  return fs::path{raw_path}.replace_extension(".truth").string();
+}
+
+std::string raw_fault(const raw_setup& s) {
+  const auto outside = [](const char* what, int value, int least, int most) {
+    return fmt::format("{} must be {} to {}, not {}", what, least, most, value);
+  };
+  if (s.bpms < 1 || s.bpms > static_cast<int>(ring_names().size())) {
+    return outside("--bpms", s.bpms, 1, static_cast<int>(ring_names().size()));
+  }
+  const auto names = instrument_names(s);
+  if (names.size() > most_instruments) {
+    return fmt::format("a file has at most {} instruments, not {}", most_instruments, names.size());
+  }
+  for (const std::string& name : names) {
+    if (name.empty() || name.size() > longest_name || name.find(' ') != std::string::npos) {
+      return fmt::format("--names: a name has 1 to {} characters and no blank, not \"{}\"",
+                         longest_name, name);
+    }
+  }
+  if (s.runs < 1) return fmt::format("at least 1 run is needed, not {}", s.runs);
+  if (s.run < 0 || s.run > last_run - s.runs + 1) return outside("--run", s.run, 0, last_run);
+  if (s.turns < 1) return fmt::format("at least 1 turn is needed, not {}", s.turns);
+  if (s.bunch_step < 1) return fmt::format("--bunch-step must be 1 or more, not {}", s.bunch_step);
+  const int most_bunches = (rawfile::max_bunches - 1) / s.bunch_step + 1;
+  if (s.bunches < 1 || s.bunches > most_bunches) {
+    return outside("--bunches (with this step)", s.bunches, 1, most_bunches);
+  }
+  if (s.block_1 < 0 || s.block_1 > s.bunches) {
+    return outside("--block-1", s.block_1, 0, s.bunches);
+  }
+  if (s.empty < 0 || s.empty > s.bunches) return outside("--empty", s.empty, 0, s.bunches);
+  if (s.timing_setup.empty() || s.timing_setup.size() > longest_setup) {
+    return fmt::format("--timing-setup has 1 to {} characters", longest_setup);
+  }
+  if (s.coefficient_spread < 0) return "--coefficient-spread must not be negative";
+  std::time_t when = 0;
+  if (!time_of(s, when)) {
+    return fmt::format("--when: expected YYYY-MM-DD hh:mm:ss, found \"{}\"", s.when);
+  }
+  if (!s.out.empty() && s.runs > 1) return "--out names one file; several runs need --tree";
+  if (s.out.empty() && s.tree.empty() && std::getenv("KOVR_ONLINE") == nullptr) {
+    return "--out or --tree is needed, or KOVR_ONLINE set";
+  }
+  return machine_fault(s.machine, static_cast<int>(names.size()));
+}
+
+std::vector<std::string> make_raw_files(const raw_setup& unprepared) {
+  raw_setup s = unprepared;
+  prepare(s.machine);
+  // In a tree the files lie where the session looks for them.
+  if (!s.tree.empty()) setenv("KOVR_ONLINE", util::fullfilename(s.tree).c_str(), 1);
+  std::time_t when = 0;
+  time_of(s, when);
+  std::vector<std::string> paths;
+  for (int ix_run = 0; ix_run < s.runs; ++ix_run, when += 60) {
+    paths.push_back(s.out.empty() ? rawfile::online_path(s.run + ix_run) : s.out);
+    write_run(s, ix_run, when, paths.back());
+    if (s.out.empty()) enter_in_index(s.run + ix_run, when);
+  }
+  return paths;
+}
+
+}  // namespace sim

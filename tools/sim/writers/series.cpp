@@ -1,0 +1,101 @@
+#include "series.hpp"
+
+#include <fmt/core.h>
+
+#include <filesystem>
+#include <vector>
+
+#include "file_units.hpp"
+#include "list_io.hpp"
+#include "run_time.hpp"
+#include "truth.hpp"
+
+namespace sim {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* header =
+    "#           x [m]            y [m]      b1(BI)      b2(BO)      b3(TI)      b4(TO)"
+    "   true gains g1 g2 g3 g4";
+
+std::string data_line(const passage& p, const monitor& at, const std::string& gains) {
+  const auto count = counts(p, at);
+  return fmt::format(" {:16.9e} {:16.9e} {:11} {:11} {:11} {:11}{}", p.at.x, p.at.y, count(1),
+                     count(2), count(3), count(4), gains);
+}
+
+std::string gain_columns(const buttons& gain) {
+  std::string text;
+  for (int k = 1; k <= 4; ++k) text += fmt::format(" {:19}", gain(k));
+  return text;
+}
+
+bpm_truth write_series_file(const series_setup& s, const machine& m, const std::string& directory,
+                            int bpm) {
+  const int number = s.first + bpm - 1;
+  const std::string path = fmt::format("{}/{}", directory, series_file_name(number));
+  const std::string part = path + ".part";
+  monitor at = make_monitor(m, {.bpm = bpm, .orbits = s.orbits});
+  const std::string gains = gain_columns(at.electronics.true_gain);
+  {
+    const util::unit_handle file{util::lunget()};
+    util::open_output(file.number(), part);
+    util::write_line(file.number(), header);
+    for (int orbit = 1; orbit <= s.orbits; ++orbit) {
+      const passage p = next_passage(m, at);
+      util::write_line(file.number(), data_line(p, at, gains));
+    }
+  }
+  std::error_code fault;
+  fs::rename(part, path, fault);
+  if (fault) util::run_time_error(fmt::format("cannot make {}: {}", path, fault.message()));
+  return truth_of(series_bpm_name(number), at.electronics);
+}
+
+}  // namespace
+
+std::string series_directory(const std::string& base) {
+  return fmt::format("{}/inputs_1000random_xy_and_timing_offset", base);
+}
+
+std::string series_file_name(int number) { return fmt::format("exp_{}.txt", number); }
+
+std::string series_bpm_name(int number) { return fmt::format("EXP_{}", number); }
+
+std::optional<int> series_number(const std::string& file_name) {
+  if (file_name.rfind("exp_", 0) != 0) return std::nullopt;
+  const std::size_t end = file_name.find('.');
+  if (end == std::string::npos) return std::nullopt;
+  const auto number = util::scan_integer(std::string_view{file_name}.substr(4, end - 4));
+  if (!number || series_file_name(*number) != file_name) return std::nullopt;
+  return *number;
+}
+
+std::string series_fault(const series_setup& s) {
+  if (s.bpms < 1) return fmt::format("at least 1 BPM is needed, not {}", s.bpms);
+  if (s.orbits < 1) return fmt::format("at least 1 orbit is needed, not {}", s.orbits);
+  if (s.first < 0) return fmt::format("the first number must not be negative, but is {}", s.first);
+  if (s.first > last_series_number || s.bpms - 1 > last_series_number - s.first) {
+    return fmt::format("file numbers end at {}, too low for {} BPMs from number {} on",
+                       last_series_number, s.bpms, s.first);
+  }
+  return machine_fault(s.machine, s.bpms);
+}
+
+void make_series(const series_setup& s) {
+  const std::string directory = series_directory(s.base);
+  std::error_code fault;
+  fs::create_directories(directory, fault);
+  if (fault) {
+    util::run_time_error(fmt::format("cannot make directory {}: {}", directory, fault.message()));
+  }
+  machine m = s.machine;
+  prepare(m);
+  std::vector<bpm_truth> bpms;
+  for (int bpm = 1; bpm <= s.bpms; ++bpm) bpms.push_back(write_series_file(s, m, directory, bpm));
+  write_truth(fmt::format("{}/{}", directory, truth_file_name), "a synthetic series", s.machine,
+              bpms);
+}
+
+}  // namespace sim

@@ -1,0 +1,52 @@
+#include "table_writer.hpp"
+
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <iterator>
+#include <string_view>
+
+#include "file_units.hpp"
+
+namespace sim {
+namespace {
+
+using nonlin_bpm_mod::grid_axis;
+using nonlin_bpm_mod::table_node;
+using nonlin_bpm_mod::table_nodes;
+
+std::string axis_line(std::string_view key, const grid_axis& axis) {
+  return fmt::format("{}   {} {:.15g} {:.15g}", key, axis.n, axis.first, axis.last);
+}
+
+}  // namespace
+
+void write_table(const table_nodes& nodes, const std::string& path) {
+  const util::unit_handle unit{util::lunget()};
+  const int file = unit.number();
+  util::open_output(file, path);
+  util::write_line(file, "nonlin_bpm_table 1");
+  util::write_line(file, "name     " + nodes.name);
+  util::write_line(file, "origin   computed");
+  util::write_line(file, "units    m");
+  util::write_line(file, axis_line("x_grid", nodes.x));
+  util::write_line(file, axis_line("y_grid", nodes.y));
+  util::write_line(file, "columns  phi dphi_dx dphi_dy");
+  util::write_line(file, "data");
+  std::string line;
+  for (int iy = 1; iy <= nodes.y.n; ++iy) {
+    for (int ix = 1; ix <= nodes.x.n; ++ix) {
+      const table_node& node = nodes.at(ix, iy);
+      line = fmt::format("{} {}", ix, iy);
+      if (node.out) line += " out";
+      for (std::size_t k = 0; k < 4 && !node.out; ++k) {
+        fmt::format_to(std::back_inserter(line), " {:.12e} {:.12e} {:.12e}", node.phi[k],
+                       node.dphi_dx[k], node.dphi_dy[k]);
+      }
+      util::write_line(file, line);
+    }
+  }
+  util::write_line(file, "end");
+}
+
+}  // namespace sim

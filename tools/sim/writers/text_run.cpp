@@ -1,0 +1,132 @@
+#include "text_run.hpp"
+
+#include <fmt/core.h>
+
+#include <cmath>
+#include <filesystem>
+#include <vector>
+
+#include "file_units.hpp"
+#include "run_time.hpp"
+#include "truth.hpp"
+
+namespace sim {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr double counts_per_unit = 1000;  // of the signals in a text run
+
+std::string four(const buttons& values) {
+  std::string text;
+  for (int k = 1; k <= 4; ++k) text += fmt::format(" {:11.4f}", values(k) / counts_per_unit);
+  return text;
+}
+
+buttons without_pedestal(const passage& p, const monitor& at) {
+  buttons signal = p.reading;
+  for (int k = 1; k <= 4; ++k) signal(k) -= at.electronics.pedestal(k);
+  return signal;
+}
+
+std::string turn_line(const text_run_setup& s, const passage& p, const monitor& at) {
+  const std::string signals = fmt::format("{} {:4} {:4}", four(without_pedestal(p, at)),
+                                          shaker_phase(s.machine.beam.x, at.orbit),
+                                          shaker_phase(s.machine.beam.y, at.orbit));
+  const std::string position = fmt::format(" {:13.6e} {:13.6e}", p.at.x, p.at.y);
+  return s.form == text_form::swapped ? position + signals : signals + position;
+}
+
+void write_title(const text_run_setup& s, int unit) {
+  if (s.form == text_form::older) {
+    util::write_line(unit, fmt::format("KOVR BPM Raw data, run {}", s.run));
+    util::write_line(unit, fmt::format("NUM ACTIVE : {}", s.bpms));
+    return;
+  }
+  util::write_line(unit, fmt::format("# turn-by-turn run {}", s.run));
+  util::write_line(unit, "File_Version : 2");
+}
+
+void write_bpm_header(const text_run_setup& s, int unit, const monitor& at) {
+  if (s.form == text_form::older) {
+    util::write_line(unit, "KOVR BPM : " + text_location(at.bpm));
+    return;
+  }
+  util::write_line(unit, "");
+  util::write_line(unit, "Location : " + text_location(at.bpm));
+  util::write_line(unit, "Pedestals, thousands of counts");
+  util::write_line(unit, "# already taken away");
+  util::write_line(unit, "#      b1(BI)      b2(BO)      b3(TI)      b4(TO)");
+  util::write_line(unit, four(at.electronics.pedestal));
+  util::write_line(unit, "# --- Bunch 1 ---");
+}
+
+bpm_truth write_bpm(const text_run_setup& s, const machine& m, int unit, int bpm) {
+  monitor at = make_monitor(m, {.bpm = bpm, .orbits = s.turns});
+  write_bpm_header(s, unit, at);
+  for (int turn = 1; turn <= s.turns; ++turn) {
+    const passage p = next_passage(m, at);
+    util::write_line(unit, turn_line(s, p, at));
+  }
+  return truth_of(text_location(bpm), at.electronics);
+}
+
+}  // namespace
+
+int shaker_phase(const plane& p, int turn) {
+  constexpr double steps = 512;
+  constexpr double two_pi = 6.283185307179586;
+  const double cycles = betatron_phase(p, 1, turn) / two_pi;
+  return static_cast<int>(std::floor((cycles - std::floor(cycles)) * steps)) % 512;
+}
+
+std::string text_location(int bpm) {
+  constexpr int last_west = 49;
+  constexpr int mirror = 99;
+  return bpm <= last_west ? fmt::format("{}W", bpm) : fmt::format("{}E", mirror - bpm);
+}
+
+std::string text_run_name(text_form form, int run) {
+  switch (form) {
+    case text_form::older:
+      return fmt::format("kbpm-{:05d}.dat", run);
+    case text_form::swapped:
+      return fmt::format("RDe-{:06d}.dat", run);
+    case text_form::plain:
+      break;
+  }
+  return fmt::format("RD-{:06d}.dat", run);
+}
+
+std::string text_run_fault(const text_run_setup& s) {
+  if (s.run < 1 || s.run > last_text_run) {
+    return fmt::format("run numbers of text runs go from 1 to {}, not {}", last_text_run, s.run);
+  }
+  if (s.bpms < 1 || s.bpms > last_text_bpm) {
+    return fmt::format("text runs hold 1 to {} BPMs, not {}", last_text_bpm, s.bpms);
+  }
+  if (s.turns < 1) return fmt::format("at least 1 turn is needed, not {}", s.turns);
+  return machine_fault(s.machine, s.bpms);
+}
+
+std::string make_text_run(const text_run_setup& s) {
+  std::error_code fault;
+  fs::create_directories(s.directory, fault);
+  if (fault) {
+    util::run_time_error(fmt::format("cannot make directory {}: {}", s.directory, fault.message()));
+  }
+  std::string path = fmt::format("{}/{}", s.directory, text_run_name(s.form, s.run));
+  machine m = s.machine;
+  prepare(m);
+  std::vector<bpm_truth> bpms;
+  {
+    const util::unit_handle file{util::lunget()};
+    util::open_output(file.number(), path);
+    write_title(s, file.number());
+    for (int bpm = 1; bpm <= s.bpms; ++bpm) bpms.push_back(write_bpm(s, m, file.number(), bpm));
+  }
+  write_truth(path + ".truth", "a text run", s.machine, bpms);
+  return path;
+}
+
+}  // namespace sim

@@ -1,0 +1,135 @@
+#include "truth.hpp"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+
+#include "file_units.hpp"
+#include "list_io.hpp"
+#include "run_time.hpp"
+#include "series.hpp"
+#include "site.hpp"
+#include "text.hpp"
+
+namespace sim {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string four(const buttons& values) {
+  std::string text;
+  for (int k = 1; k <= 4; ++k) text += fmt::format(" {:>19}", fmt::format("{}", values(k)));
+  return text;
+}
+
+util::unit_handle open_to_read(const std::string& path) {
+  util::unit_handle file{util::lunget()};
+  if (const int fault = util::open_old(file.number(), path); fault != 0) {
+    util::run_time_error(fmt::format("cannot open {}: {}", path, util::system_text(fault)));
+  }
+  return file;
+}
+
+bool take_four(util::list_record& record, buttons& values) {
+  for (int k = 1; k <= 4; ++k) {
+    const std::optional<double> v = util::take_real(record);
+    if (!v) return false;
+    values(k) = *v;
+  }
+  return true;
+}
+
+std::vector<bpm_truth> read_truth_file(const std::string& path) {
+  const util::unit_handle file = open_to_read(path);
+  std::vector<bpm_truth> bpms;
+  for (util::list_record record; util::read_record(file.number(), record);) {
+    if (util::trim(record.text).front() == '#') continue;
+    bpm_truth bpm;
+    if (util::take(record, bpm.name) != util::taken::value || !take_four(record, bpm.true_gain) ||
+        !take_four(record, bpm.pedestal)) {
+      util::run_time_error(
+          fmt::format("{}:{}: expected a BPM name, four gains and four pedestals, found \"{}\"",
+                      path, record.line, util::trim(record.text)));
+    }
+    bpms.push_back(bpm);
+  }
+  return bpms;
+}
+
+// The gains that stand in the first line of one series file; nothing when it holds none.
+std::optional<buttons> gains_of_series_file(const std::string& path) {
+  const util::unit_handle file = open_to_read(path);
+  for (util::list_record record; util::read_record(file.number(), record);) {
+    if (record.text.find('x') != std::string::npos) continue;
+    for (int i = 1; i <= 6; ++i) {
+      if (!util::take_real(record)) return std::nullopt;
+    }
+    buttons gain{};
+    if (!take_four(record, gain)) return std::nullopt;
+    return gain;
+  }
+  return std::nullopt;
+}
+
+std::vector<bpm_truth> read_series_gains(const std::string& directory) {
+  std::vector<std::pair<int, std::string>> files;
+  std::error_code fault;
+  for (const auto& entry : fs::directory_iterator(directory, fault)) {
+    if (const auto number = series_number(entry.path().filename().string())) {
+      files.emplace_back(*number, entry.path().string());
+    }
+  }
+  std::sort(files.begin(), files.end());
+  std::vector<bpm_truth> bpms;
+  for (const auto& [number, path] : files) {
+    const auto gain = gains_of_series_file(path);
+    if (!gain) util::run_time_error(fmt::format("{}: no line of ten values", path));
+    bpms.push_back({series_bpm_name(number), *gain, {}, {}});
+  }
+  return bpms;
+}
+
+}  // namespace
+
+bpm_truth truth_of(const std::string& name, const bpm_electronics& e) {
+  return {name, e.true_gain, e.pedestal, e.pedestal_left};
+}
+
+void write_truth(const std::string& path, const std::string& what, const machine& m,
+                 const std::vector<bpm_truth>& bpms) {
+  const util::unit_handle file{util::lunget()};
+  util::open_output(file.number(), path);
+  util::write_line(file.number(),
+                   fmt::format("# truth of {}, made by bpmsim {}", what, site::version));
+  for (const std::string& line : machine_lines(m))
+    util::write_line(file.number(), fmt::format("# {}", line));
+  util::write_line(file.number(),
+                   "# BPM, true gains of BI BO TI TO, pedestals of BI BO TI TO [ADC counts]");
+  for (const bpm_truth& bpm : bpms) {
+    util::write_line(file.number(),
+                     fmt::format("{:<12}{}{}", bpm.name, four(bpm.true_gain), four(bpm.pedestal)));
+    if (bpm.left.item == buttons{}.item) continue;
+    util::write_line(file.number(),
+                     fmt::format("# pedestals left in: {}{}", bpm.name, four(bpm.left)));
+  }
+}
+
+std::vector<bpm_truth> read_truth(const std::string& path) {
+  const fs::path at{path};
+  std::vector<bpm_truth> bpms;
+  if (!fs::is_directory(at)) {
+    bpms = read_truth_file(path);
+  } else if (fs::exists(at / truth_file_name)) {
+    bpms = read_truth_file((at / truth_file_name).string());
+  } else if (fs::is_directory(series_directory(path))) {
+    return read_truth(series_directory(path));
+  } else {
+    bpms = read_series_gains(path);
+  }
+  if (bpms.empty()) util::run_time_error(fmt::format("{}: no BPM with known gains", path));
+  return bpms;
+}
+
+}  // namespace sim

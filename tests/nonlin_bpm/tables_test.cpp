@@ -70,7 +70,8 @@ TEST_F(tables_test, files_that_stand_there_stay_unless_they_are_to_be_replaced) 
   s.replace = true;
   ASSERT_TRUE(sim::make_tables(s));
   EXPECT_EQ(scratch::content(path("nonlin_bpm/bpm_arc.table")).substr(0, 18), "nonlin_bpm_table 1");
-  EXPECT_EQ(scratch::content(path("nonlin_bpm/button_coeff.dat")).find("12 1.02"), std::string::npos);
+  EXPECT_EQ(scratch::content(path("nonlin_bpm/button_coeff.dat")).find("12 1.02"),
+            std::string::npos);
 }
 
 // Tables that the conversion would refuse, or from which it would not find its way back.

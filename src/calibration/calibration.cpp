@@ -20,6 +20,10 @@ constexpr double checked_to = 3.5e-3;
 constexpr double noise_sigmas = 2.5;
 constexpr double undetermined_from = 1e-2;
 constexpr double determined_to = 1e-3;
+// The table of any symmetric chamber is good for any other this near to its axis, and what is left
+// of the difference there [m; -].
+constexpr double stand_in_to = 2e-3;
+constexpr double stand_in_error = 4e-4;
 constexpr double largest_log_gain = 0.5;
 constexpr double most_outliers = 0.05;
 constexpr double most_at_edge = 0.02;
@@ -95,6 +99,18 @@ double error_of(const record& r) {
   return std::sqrt(fit.E * fit.E + std::max(0.0, apart * apart - by_noise * by_noise));
 }
 
+// How far the mean of the places lies from the axis [m].
+double off_axis(const record& r) {
+  double x = 0, y = 0, n = 0;
+  for (const orbit_place& place : r.place) {
+    if (!place.used) continue;
+    x += place.x;
+    y += place.y;
+    ++n;
+  }
+  return n > 0 ? std::hypot(x, y) / n : HUGE_VAL;
+}
+
 verdict_reason find_reason(const bpm_run& run, const record& r, double E) {
   const fit_result& fit = chosen_fit(r);
   if (!(E <= undetermined_from)) return verdict_reason::error_too_large;
@@ -107,7 +123,7 @@ verdict_reason find_reason(const bpm_run& run, const record& r, double E) {
   if (fit.outliers > most_outliers * all) return verdict_reason::many_outliers;
   if (fit.at_edge > most_at_edge * all) return verdict_reason::at_the_edge;
   if (r.halves_sigma > halves_sigmas) return verdict_reason::gains_change;
-  if (!run.own_table) return verdict_reason::stand_in_table;
+  if (!run.own_table && off_axis(r) > stand_in_to) return verdict_reason::stand_in_table;
   // Open pedestals do no harm where T1 finds them, as from two currents: it trusts in no slope.
   const bool finds_pedestals = r.free.converged && r.free.E <= determined_to;
   if (run.sigma_p >= pedestals_left_in && !finds_pedestals) {
@@ -242,7 +258,7 @@ record calibrate(const bpm_run& run) {
   setting.kind = r.chosen;
   if (fit.converged && n >= 2 * least_orbits) compare_halves(*chosen, setting, n, r);
   if (readings.reason == verdict_reason::none) {
-    const double E = error_of(r);
+    const double E = run.own_table ? error_of(r) : std::hypot(error_of(r), stand_in_error);
     const verdict_reason reason = find_reason(run, r, E);
     r.verdict = {word_for(reason), reason, 0, E};
   }

@@ -7,14 +7,18 @@
 #include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "bpm_data_files.hpp"
 #include "bpm_result.hpp"
+#include "bpm_verdict.hpp"
+#include "chamber_table.hpp"
 #include "fields.hpp"
 #include "fit_gains.hpp"
 #include "gain_fit_mod.hpp"
 #include "interrupt.hpp"
 #include "list_io.hpp"
+#include "nonlin_bpm_mod.hpp"
 #include "progress.hpp"
 #include "run_summaries.hpp"
 #include "terminal.hpp"
@@ -32,12 +36,33 @@ bool all_zero(const store::bpm_struct& reading) {
   return b(1) == 0 && b(2) == 0 && b(3) == 0 && b(4) == 0;
 }
 
+// What the data sets gave one BPM.
+struct kept_sets {
+  std::vector<int> start;       // its first kept orbit in each set that has one, from 0
+  bool pedestals_known = true;  // in all of these sets
+};
+
+void note_set(const std::vector<data_set>& sets, std::size_t orbit, std::size_t kept,
+              std::size_t& behind, kept_sets& noted) {
+  bool begins = false;
+  while (behind < sets.size() && orbit >= static_cast<std::size_t>(sets[behind].first)) {
+    ++behind;
+    begins = true;
+  }
+  if (!begins) return;
+  noted.start.push_back(static_cast<int>(kept));
+  noted.pedestals_known = noted.pedestals_known && sets[behind - 1].pedestals_known;
+}
+
 // Moves the orbits in which the BPM has a signal together at the front; norbits counts them.
-void compact(int norbits_save) {
+kept_sets compact(int norbits_save, const std::vector<data_set>& sets) {
+  kept_sets noted;
+  std::size_t sets_begun = 0;
   const auto column = fit::orbit_data.edit_column(fit::bpm, norbits_save);
   std::size_t kept = 0;
   for (std::size_t i = 0; i < column.size(); ++i) {
     if (!all_zero(column[i])) {
+      note_set(sets, i, kept, sets_begun, noted);
       if (kept != i) column[kept] = column[i];
       ++kept;
       continue;
@@ -54,6 +79,7 @@ void compact(int norbits_save) {
   line += "  orbits for BPM  ";
   util::put_integer(line, fit::bpm, 10);
   util::print_line(line);
+  return noted;
 }
 
 // Expert only: exchanges two buttons that were cabled the wrong way round.
@@ -152,16 +178,38 @@ void add_to_plot(session_state& s, const fit::bpm_result& result) {
 }
 
 // Gains that the data do not determine look as confident in the tables as any others: say so.
-void warn_of_poor_gains(const fit::bpm_result& result) {
-  if (result.quality.verdict == fit::gain_verdict::determined) return;
+void warn_of_poor_gains(const fit::bpm_result& result, const bpm_verdict& verdict) {
+  if (verdict.word == calibration::verdict_word::determined) return;
   std::fflush(stdout);
   util::erase_progress();
   fmt::print(stderr, "butngain: BPM {} ({}): {}\n", result.data.bpm, result.data.name,
-             result.quality.reason);
+             verdict.line);
+}
+
+// The calibration of one BPM against its table, and the verdict that all places show.
+bpm_verdict judge(session_state& s, fit::bpm_result& result, const kept_sets& kept) {
+  const bool told = s.stand_in.has_value();
+  const bool site_tables = !nonlin_bpm_mod::nonlin_bpm_first_call;
+  const calibration_setting setting{.table = table_of_bpm(result.data.bpm, site_tables, s.stand_in),
+                                    .set_start = kept.start,
+                                    .sigma_p = kept.pedestals_known
+                                                   ? calibration::pedestals_subtracted
+                                                   : calibration::pedestals_left_in};
+  if (!told && s.stand_in) {
+    std::fflush(stdout);
+    util::erase_progress();
+    fmt::print(stderr,
+               "butngain: no table of these chambers: calibrated as in {}; name yours with "
+               "--chamber FILE\n",
+               s.stand_in->name);
+  }
+  bpm_verdict verdict = verdict_of(result, setting);
+  result.quality.reason = verdict.line;
+  return verdict;
 }
 
 void treat_bpm(session_state& s, const output::run_record& run) {
-  compact(s.norbits_save.get());
+  const kept_sets kept = compact(s.norbits_save.get(), s.sets);
   if (fit::expert && s.just_one) ask_swap();
   const std::string name{fit::bpm_names(fit::bpm).trimmed()};
   std::string line;
@@ -172,15 +220,16 @@ void treat_bpm(session_state& s, const output::run_record& run) {
 
   const fit::bpm_data data = data_of_bpm(run, name);
   write_positions(run, data);
-  const fit::bpm_result result = fit::result_of(data);
+  fit::bpm_result result = fit::result_of(data);
   write_orbit_record(s, result);
   fit::tell(result.fits.events);
   fit::leave_in_context(result.fits);
-  warn_of_poor_gains(result);
+  const bpm_verdict verdict = judge(s, result, kept);
+  warn_of_poor_gains(result, verdict);
   output::write_bpm_fitted_data(run, result);
   output::write_rd_out(run, result);
   output::write_rd_err(run, result);
-  s.fitted.push_back({data.bpm, data.name, result.quality.verdict});
+  s.fitted.push_back({data.bpm, data.name, verdict.word});
   add_to_plot(s, result);
 }
 

@@ -3,7 +3,6 @@
 #include "session.hpp"
 
 int main(int count, char** arguments) {
-  driver::read_command_line(count, arguments);
-  driver::run_session();
+  driver::run_session(driver::read_command_line(count, arguments));
   util::stop_program(0);
 }

@@ -25,11 +25,15 @@ constexpr int usage_error = 2;
 
 }  // namespace
 
-void read_command_line(int count, const char* const* arguments) {
+session_options read_command_line(int count, const char* const* arguments) {
   CLI::App app(about, "butngain");
   app.set_version_flag("--version", fmt::format("butngain {}", site::version));
   app.get_version_ptr()->description("Print the version and exit");
   app.set_help_flag("--help", "Print this help and exit");
+  session_options options;
+  app.add_option("--chamber", options.chamber,
+                 "Chamber, or table of one, of BPMs without a table of their own")
+      ->type_name("FILE");
   try {
     app.parse(count, arguments);
   } catch (const CLI::Success& asked) {  // the library's way to tell of --help and --version
@@ -39,6 +43,7 @@ void read_command_line(int count, const char* const* arguments) {
     fmt::print(stderr, "butngain: {}; try butngain --help\n", fault.what());
     util::stop_program(usage_error);
   }
+  return options;
 }
 
 }  // namespace driver

@@ -1,10 +1,16 @@
-// The command line: butngain asks for everything, so all that it takes is --help and --version.
+// The command line: butngain asks for everything but what no dialog can know of.
 #pragma once
+#include <string>
 
 namespace driver {
 
+/// What was given on the command line.
+struct session_options {
+  std::string chamber;  ///< file of a chamber or a table; empty: none
+};
+
 /// Returns when the session is to begin; otherwise the process ends: --help and --version print
 /// and end with status 0, anything else is told on standard error and ends with status 2.
-void read_command_line(int count, const char* const* arguments);
+session_options read_command_line(int count, const char* const* arguments);
 
 }  // namespace driver

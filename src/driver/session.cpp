@@ -1,5 +1,7 @@
 #include "session.hpp"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <string>
@@ -7,6 +9,8 @@
 
 #include "bpm_data_files.hpp"
 #include "bpm_loop.hpp"
+#include "chamber_table.hpp"
+#include "fault.hpp"
 #include "fields.hpp"
 #include "file_units.hpp"
 #include "gain_fit_mod.hpp"
@@ -108,10 +112,22 @@ void open_file_list(session_state& s) {
   util::open_output(s.file_list.number(), std::string{s.directory.trimmed()} + "/file_list.dat");
 }
 
+// A file that cannot be used is told before anything is asked.
+void take_chamber(session_state& s, const std::string& path) {
+  if (path.empty()) return;
+  auto chamber = read_chamber_or_table(path);
+  if (!chamber) {
+    fmt::print(stderr, "butngain: --chamber: {}\n", util::line_of(chamber.why));
+    util::stop_program(2);
+  }
+  s.stand_in = std::move(*chamber);
+}
+
 }  // namespace
 
-void run_session() {
+void run_session(const session_options& options) {
   static session_state s;  // too large for the stack; there is one session in a process
+  take_chamber(s, options.chamber);
   create_output_directory(s.directory);
   fit::expert = false;
 

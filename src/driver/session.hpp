@@ -7,12 +7,14 @@
 // Results go into the run's own directory; diagnostic lines (fort.N) and plot copies into the
 // working directory.
 #pragma once
+#include "command_line.hpp"
 
 namespace driver {
 
 /// Runs one session to its end.
+/// given    options  a chamber file that cannot be used is told before the first question, status 2
 /// errors   bad answers are told and asked again; what cannot go on ends the run (run_time.hpp)
 ///          with everything written so far on disk
-void run_session();
+void run_session(const session_options& options);
 
 }  // namespace driver

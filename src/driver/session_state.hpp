@@ -1,12 +1,14 @@
 // What the session's steps share: one record, filled from top to bottom as the session goes on.
 #pragma once
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "bounded.hpp"
+#include "calibration.hpp"
+#include "chamber_table.hpp"
 #include "file_units.hpp"
-#include "fit_quality.hpp"
 #include "given.hpp"
 #include "orbit_store.hpp"
 #include "plot_gains.hpp"
@@ -20,7 +22,13 @@ namespace driver {
 struct fitted_bpm {
   int bpm = 0;
   std::string name;
-  gain_fit_mod::gain_verdict verdict = gain_fit_mod::gain_verdict::not_determined;
+  calibration::verdict_word verdict = calibration::verdict_word::not_determined;
+};
+
+/// Where a data set lies in the store, and what is known of it.
+struct data_set {
+  int first = 0;                 ///< its first orbit, from 0
+  bool pedestals_known = false;  ///< they were subtracted
 };
 
 struct session_state {
@@ -32,6 +40,8 @@ struct session_state {
   int files_so_far = 0;                                             // how many of them, 1..20
   std::vector<std::string> data_sets;             // what they are called: "run 4566", "my_run.txt"
   std::int32_t max_nonlin_positions = 0;          // turns to take of each raw data bunch; 0: none
+  std::vector<data_set> sets;                     // empty: one set, whose pedestals are known
+  std::optional<stand_in_table> stand_in;         // for BPMs without a table of their own
   std::string type;                               // which corrections the data carry
   util::given<int, "bpm_count"> bpm_count;        // highest BPM index to visit
   util::given<int, "norbits_save"> norbits_save;  // orbits loaded

@@ -45,25 +45,24 @@ bool was_fitted(const session_state& s, int bpm) {
                      [bpm](const fitted_bpm& f) { return f.bpm == bpm; });
 }
 
-// ", 2 doubtful (12W, 13W)"; the names only of those that somebody must look at.
-std::string count_of(const session_state& s, fit::gain_verdict verdict, std::string_view word,
-                     bool by_name) {
+// ", 2 weak (12W, 13W)"; the names only of those that somebody must look at.
+std::string count_of(const session_state& s, calibration::verdict_word verdict, bool by_name) {
   std::vector<std::string> names;
   for (const fitted_bpm& f : s.fitted) {
     if (f.verdict == verdict) names.push_back(f.name);
   }
-  std::string text = fmt::format("{} {}", names.size(), word);
+  std::string text = fmt::format("{} {}", names.size(), calibration::text_of(verdict));
   if (by_name && !names.empty()) text += fmt::format(" ({})", fmt::join(names, ", "));
   return text;
 }
 
 std::string line_of_fitted(const session_state& s) {
   if (s.fitted.empty()) return "no BPM fitted";
-  return fmt::format("{} BPM{} fitted: {}, {}, {}", s.fitted.size(),
-                     s.fitted.size() == 1 ? "" : "s",
-                     count_of(s, fit::gain_verdict::determined, "determined", false),
-                     count_of(s, fit::gain_verdict::doubtful, "doubtful", true),
-                     count_of(s, fit::gain_verdict::not_determined, "not determined", true));
+  using word = calibration::verdict_word;
+  return fmt::format("{} BPM{} fitted: {}, {}, {}, {}", s.fitted.size(),
+                     s.fitted.size() == 1 ? "" : "s", count_of(s, word::determined, false),
+                     count_of(s, word::weak, true), count_of(s, word::suspect, true),
+                     count_of(s, word::not_determined, true));
 }
 
 // The first answer decides how many turns of raw data are read; its default of 0 reads none.

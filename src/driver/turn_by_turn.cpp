@@ -83,6 +83,7 @@ bool add_data_set(session_state& s) {
   util::print_line(
       util::list_line().text(" Number of orbits so far ").integer(n_so_far + fit::norbits).str());
   if (n_so_far + fit::norbits > most_orbits_counted) return false;
+  s.sets.push_back({.first = n_so_far, .pedestals_known = fit::pedestals_subtracted});
   append_data_set(fit::norbits);
   s.norbits_save = n_so_far;
   return true;

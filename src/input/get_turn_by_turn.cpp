@@ -262,6 +262,7 @@ void read_raw_runs(std::int32_t run, const util::fixed_text<16>& directory,
   load_run(run, true, max_nonlin_positions);
   load_run(run - 1, false, max_nonlin_positions);
   const bunch_choice choice = ask_bunches(tbt);
+  fit::pedestals_subtracted = fit::gain_correct > 1 || choice.empty_bunch != 0;
   read_turn_by_turn_3(tbt, choice.nbunch, choice.empty_bunch);
   write_rdfile_list(run, directory);
   write_rdfile_list(run - 1, directory);
@@ -309,6 +310,7 @@ bool load_data_set(const util::fixed_text<16>& directory, std::int32_t max_nonli
 void get_turn_by_turn(const util::fixed_text<16>& directory, std::int32_t max_nonlin_positions) {
   fit::orbit_data.clear();
   fit::norbits = 0;
+  fit::pedestals_subtracted = false;  // text runs carry theirs
   const auto name_before = fit::in_file_0;
   // A name that led nowhere is no default for the next question.
   while (!load_data_set(directory, max_nonlin_positions)) fit::in_file_0 = name_before;

@@ -127,7 +127,9 @@ outcome butngain(const fs::path& directory, const std::vector<std::string>& answ
                  const settings& how) {
   std::string input;
   for (const std::string& answer : answers) input += answer + "\n";
-  outcome result = run({BUTNGAIN_BINARY}, directory, input, how);
+  std::vector<std::string> command{BUTNGAIN_BINARY};
+  command.insert(command.end(), how.arguments.begin(), how.arguments.end());
+  outcome result = run(command, directory, input, how);
   // Sessions of one test fall into one second and share its directory; a test of its own looks at
   // the line that says so, all others would see it or not as the clock goes.
   if (const std::size_t end = result.err.find('\n');

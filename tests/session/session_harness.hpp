@@ -27,8 +27,9 @@ struct scratch : ::scratch::directory {
 /// How to run a program. DISPLAY is unset unless the environment here sets it.
 struct settings {
   std::map<std::string, std::string> environment{};
-  int seconds = 120;              ///< then it is killed and timed_out is set
-  std::string standard_output{};  ///< a file to write to instead of catching the output
+  std::vector<std::string> arguments{};  ///< of butngain's command line
+  int seconds = 120;                     ///< then it is killed and timed_out is set
+  std::string standard_output{};         ///< a file to write to instead of catching the output
 };
 
 /// Runs a program in a directory, feeding `input` to its standard input and then closing it.

@@ -52,10 +52,10 @@ TEST(session_summary, dead_bpms_and_buttons_are_named_with_their_reason) {
   const summary_case cases[] = {
       {"all BPMs",
        {"T", "1000", "4566", "3", "1", "2", "", "n", "-1", "no"},
-       {"10 BPMs fitted: 10 determined, 0 doubtful, 0 not determined", dead_19W, dead_43E}},
+       {"10 BPMs fitted: 10 determined, 0 weak, 0 suspect, 0 not determined", dead_19W, dead_43E}},
       {"one BPM, and a copy told with its full name",
        {"T", "1000", "4566", "3", "1", "2", "", "n", "28", "g"},
-       {"1 BPM fitted: 1 determined, 0 doubtful, 0 not determined", copy.c_str()}},
+       {"1 BPM fitted: 1 determined, 0 weak, 0 suspect, 0 not determined", copy.c_str()}},
       {"one dead BPM",
        {"T", "1000", "4566", "3", "1", "2", "", "n", "56", "no"},
        {"no BPM fitted", dead_43E}},
@@ -65,7 +65,7 @@ TEST(session_summary, dead_bpms_and_buttons_are_named_with_their_reason) {
         "for N orbits\"; type a number above the turns of the run, such as 100000"}},
       {"a second data set with other BPMs",
        {"T", "1000", "4566", "3", "1", "2", "", "y", "1000", "other_bpms.txt", "n", "-1", "no"},
-       {"10 BPMs fitted: 10 determined, 0 doubtful, 0 not determined",
+       {"10 BPMs fitted: 10 determined, 0 weak, 0 suspect, 0 not determined",
         "not fitted: BPM 19 (19W): silent in orbit 1; its first signal is in orbit 40; all four "
         "buttons are below 100 in all of 40 turns",
         "not fitted: BPM 30 (30W): silent in orbit 1; its first signal is in orbit 41",
@@ -98,15 +98,17 @@ TEST(session_summary, bpms_that_are_not_determined_or_silent_stand_together) {
   const auto run = session::butngain(here.path(), {"F", "exp_0.txt", "exp_4.txt", "no"});
   ASSERT_EQ(run.status, 0) << run.err;
   const auto lines = lines_of(run.err);
-  ASSERT_EQ(lines.size(), 5U) << run.err;
-  EXPECT_TRUE(contains(lines[0], "butngain: BPM 2 (EXP_1): WARNING: gains NOT determined"));
-  EXPECT_TRUE(contains(lines[1], "butngain: BPM 4 (EXP_3): WARNING: gains NOT determined"));
-  EXPECT_EQ(lines[2],
-            "butngain: 2 BPMs fitted: 0 determined, 0 doubtful, 2 not determined (EXP_1, EXP_3)");
-  EXPECT_EQ(lines[3],
+  ASSERT_EQ(lines.size(), 6U) << run.err;
+  EXPECT_TRUE(contains(lines[0], "butngain: no table of these chambers"));
+  EXPECT_TRUE(contains(lines[1], "butngain: BPM 2 (EXP_1): not determined: "));
+  EXPECT_TRUE(contains(lines[2], "butngain: BPM 4 (EXP_3): not determined: "));
+  EXPECT_EQ(
+      lines[3],
+      "butngain: 2 BPMs fitted: 0 determined, 0 weak, 0 suspect, 2 not determined (EXP_1, EXP_3)");
+  EXPECT_EQ(lines[4],
             "butngain: not fitted: BPMs 1 (EXP_0), 5 (EXP_4): silent in orbit 1; its first signal "
             "is in orbit 2");
-  EXPECT_EQ(lines[4], "butngain: not fitted: BPM 3 (EXP_2): no signal in any of 6 orbits");
+  EXPECT_EQ(lines[5], "butngain: not fitted: BPM 3 (EXP_2): no signal in any of 6 orbits");
 }
 
 }  // namespace

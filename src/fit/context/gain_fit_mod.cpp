@@ -15,6 +15,7 @@ void reset() {
   weight = 0;
   arb_gain.fill(0);
   gain_correct = 0;
+  pedestals_subtracted = false;
   rd_number = 0;
   in_file = {};
   in_file_0 = {};

@@ -57,6 +57,10 @@ inline util::bounded2<double, 1, 4, 0, 5000, "arb_gain"> arb_gain{};
 // Set by the turn-by-turn dialog. Read by session and summaries.
 inline int gain_correct = 0;
 
+// Whether the pedestals of the data set just read were subtracted, by its correction or with an empty
+// bunch. Set by the readers and the turn-by-turn dialog. Read by the session, for the calibration.
+inline bool pedestals_subtracted = false;
+
 // Run of the last data set. Set by the turn-by-turn dialog.
 inline int rd_number = 0;
 

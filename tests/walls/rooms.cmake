@@ -76,7 +76,6 @@ if(TARGET butngain_sim_physics)
   wall(butngain_sim_physics bpmsim machine_options.hpp)
   door(butngain_sim series.hpp)
   wall(butngain_sim bpmsim machine_options.hpp)
-  door(butngain_sim series.hpp)
   shut(butngain_sim_physics CLI/CLI.hpp)
 endif()
 

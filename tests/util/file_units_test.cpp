@@ -6,6 +6,7 @@
 #include <fstream>
 #include <string>
 
+#include "line_cutter.hpp"
 #include "run_time.hpp"
 #include "scratch_fixture.hpp"
 

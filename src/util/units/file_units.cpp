@@ -4,13 +4,13 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
 #include <vector>
 
 #include "bounded.hpp"
+#include "line_cutter.hpp"
 #include "run_time.hpp"
 #include "standard_output.hpp"
 #include "text.hpp"
@@ -25,12 +25,8 @@ struct open_file {
   std::FILE* stream = nullptr;
   std::string path;
   bool for_writing = false;
-  // The stream's own for writing. For reading the block in hand, lines being cut from it here:
-  // the library's line reader knows no limit and would fill the memory with an endless line.
-  std::vector<char> buffer;
-  std::size_t next = 0;   // where in the block the next line begins
-  std::size_t held = 0;   // characters in the block
-  std::int64_t line = 0;  // lines read so far
+  std::vector<char> buffer;  // the stream's own when writing; lives as long as the stream
+  line_cutter cutter;        // the lines of a file that is read
 };
 
 // The table of units, and the names that this run has opened for writing before, as they were
@@ -74,35 +70,10 @@ int attach(int unit, const std::string& path, const char* mode) {
   file.stream = stream;
   file.path = path;
   file.for_writing = mode[0] != 'r';
+  if (!file.for_writing) return 0;
   file.buffer.resize(buffer_size);
-  if (file.for_writing) std::setvbuf(stream, file.buffer.data(), _IOFBF, buffer_size);
+  std::setvbuf(stream, file.buffer.data(), _IOFBF, buffer_size);
   return 0;
-}
-
-// The next block of a file; false at its end.
-bool refill(open_file& file) {
-  errno = 0;
-  file.next = 0;
-  file.held = std::fread(file.buffer.data(), 1, file.buffer.size(), file.stream);
-  if (std::ferror(file.stream) != 0) {
-    run_time_error("reading " + shown(file.path) + ": " + system_text(errno));
-  }
-  return file.held > 0;
-}
-
-// Moves the rest of the current line, as far as the block holds it, to the line. Returns whether
-// that was all of it.
-bool take_from_block(open_file& file, std::string& line) {
-  const std::string_view block{file.buffer.data() + file.next, file.held - file.next};
-  const std::size_t end = block.find('\n');
-  const std::string_view part = block.substr(0, end);
-  if (line.size() + part.size() > longest_line) {
-    run_time_error(shown(file.path) + ":" + std::to_string(file.line) + ": no line end within " +
-                   std::to_string(longest_line) + " characters, expected a text file");
-  }
-  line += part;
-  file.next += part.size() + (end == std::string_view::npos ? 0 : 1);
-  return end != std::string_view::npos;
 }
 
 // Closes the stream and forgets the file. Returns 0 or the errno value of what failed.
@@ -162,14 +133,19 @@ bool read_line(int unit, std::string& line) {
   if (file.stream == nullptr) {
     run_time_error("reading from unit " + std::to_string(unit) + ", which is not open");
   }
-  line.clear();
-  if (file.next == file.held && !refill(file)) return false;
-  ++file.line;
-  // A last line without a line end counts.
-  while (!take_from_block(file, line) && refill(file)) {
+  switch (cut_line(file.cutter, file.stream, line)) {
+    case line_cut::failed:
+      run_time_error("reading " + shown(file.path) + ": " + system_text(errno));
+    case line_cut::endless:
+      run_time_error(shown(file.path) + ":" + std::to_string(file.cutter.number) +
+                     ": no line end within " + std::to_string(longest_line) +
+                     " characters, expected a text file");
+    case line_cut::end:
+      return false;
+    case line_cut::line:
+      return true;
   }
-  if (!line.empty() && line.back() == '\r') line.pop_back();
-  return true;
+  return false;
 }
 
 bool read_record(int unit, list_record& record) {
@@ -187,9 +163,7 @@ void rewind_unit(int unit) {
   open_file& file = units(unit);
   if (file.stream == nullptr) return;
   std::rewind(file.stream);
-  file.next = 0;
-  file.held = 0;
-  file.line = 0;
+  file.cutter = {};
 }
 
 void write_line(int unit, std::string_view text) {

@@ -5,7 +5,6 @@
 // lines need no opening. Every write and every close is checked: a full disk ends the run with the
 // file's name and the reason, never a short file with status 0.
 #pragma once
-#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,13 +37,10 @@ void open_output(int unit, const std::string& path);
 /// directory is not there names this reason, which the open itself cannot know.
 void note_unmade_directory(const std::string& directory, int reason);
 
-/// Characters that a line may have; what goes on longer is no text file.
-inline constexpr std::size_t longest_line = std::size_t{1} << 20;
-
 /// Reads one line; the line end (LF or CR LF) is taken off.
 /// returns  nothing at end of file
 /// errors   a failing read ends the run with file and reason; so does a line of more than
-///          longest_line characters, with file and line
+///          longest_line (line_cutter.hpp) characters, with file and line
 bool read_line(int unit, std::string& line);
 
 /// Reads the next line with at least one item into the record (empty lines are skipped), counting

@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <span>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "bpm_data_files.hpp"
@@ -21,6 +20,7 @@
 #include "nonlin_bpm_mod.hpp"
 #include "progress.hpp"
 #include "run_summaries.hpp"
+#include "swap_buttons.hpp"
 #include "terminal.hpp"
 #include "xy_position.hpp"
 
@@ -80,25 +80,6 @@ kept_sets compact(int norbits_save, const std::vector<data_set>& sets) {
   util::put_integer(line, fit::bpm, 10);
   util::print_line(line);
   return noted;
-}
-
-// Expert only: exchanges two buttons that were cabled the wrong way round.
-void ask_swap() {
-  std::string answer = util::upcase(util::trim(util::ask_or_end(" Swap ? ")));
-  if (answer != "Y") return;
-  for (;;) {
-    util::list_record pair = util::ask_record(" Pair to swap (i.e. 2,3) ");
-    const auto i1 = util::take_int(pair);
-    const auto i2 = util::take_int(pair);
-    if (!i1 || !i2) {
-      util::tell_bad_answer(pair.text, "a pair of button numbers; type two, such as 2,3");
-      continue;
-    }
-    for (auto& reading : fit::orbit_data.edit_column(fit::bpm, fit::norbits)) {
-      std::swap(reading.button(*i1), reading.button(*i2));
-    }
-    return;
-  }
 }
 
 // The multipliers of the true gains, 1 where the truth is not known. Kept for compatibility: the
@@ -210,7 +191,9 @@ bpm_verdict judge(session_state& s, fit::bpm_result& result, const kept_sets& ke
 
 void treat_bpm(session_state& s, const output::run_record& run) {
   const kept_sets kept = compact(s.norbits_save.get(), s.sets);
-  if (fit::expert && s.just_one) ask_swap();
+  if (fit::expert && s.just_one) {
+    expert::ask_swap(fit::orbit_data.edit_column(fit::bpm, fit::norbits));
+  }
   const std::string name{fit::bpm_names(fit::bpm).trimmed()};
   std::string line;
   util::put_integer(line, fit::bpm, 12);

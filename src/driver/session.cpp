@@ -142,7 +142,7 @@ void run_session(const session_options& options) {
   // A check line of BPM 50, whatever BPMs there are: kept for compatibility.
   util::print_line(four_numbers(" butngain,1,50 ", fit::orbit_data(1).detector(50).button));
   fit::weight = 0;
-  if (fit::expert) ask_fitted_gains(s.fit_gain_file, s.old_comments_list, s.fit_gain);
+  if (fit::expert) expert::ask_fitted_gains(s.fit_gain_file, s.old_comments_list, s.fit_gain);
   s.just_one = fit::bpm > 0;
   open_file_list(s);
 

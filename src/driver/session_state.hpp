@@ -49,7 +49,7 @@ struct session_state {
   // Template gains, for experts.
   gain_template::file_name fit_gain_file;
   gain_template::comment_list old_comments_list;
-  template_gains fit_gain;
+  expert::template_gains fit_gain;
 
   // BPM loop.
   bool just_one = false;          // one BPM was chosen

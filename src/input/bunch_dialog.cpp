@@ -11,7 +11,8 @@
 namespace input {
 namespace {
 
-// A number typed as a word; a blank answer keeps the value.
+// A number typed as a word; a blank answer keeps the value. As a word, so that what is no number can
+// be told as it was typed; what stands behind it is not looked at.
 void ask_number(std::string_view prompt, std::int32_t& value) {
   for (;;) {
     util::list_record answer;
@@ -28,7 +29,7 @@ void ask_number(std::string_view prompt, std::int32_t& value) {
 
 // Position of the last bunch with the number; 0 when there is none.
 int position_of(const tbt_mod::tbt_all_data_struct& tbt, std::int32_t number) {
-  int position = 0;
+  int position = 0;  // the last one wins: kept for compatibility
   // A file may call a bunch 0, and the answer 0 means "none": numbers below 1 match nothing.
   if (number < 1) return position;
   for (std::size_t k = 0; k < tbt.bunch.size(); ++k) {
@@ -47,12 +48,14 @@ void tell_bunches(const tbt_mod::tbt_all_data_struct& tbt) {
 
 }  // namespace
 
+// In 64 bits: a file may hold any 32-bit number, the largest one too. The division goes toward zero.
 std::int32_t operators_number(const tbt_mod::tbt_bunch_struct& bunch) {
   return static_cast<std::int32_t>((std::int64_t{bunch.ix_bunch} + 1) / 2);
 }
 
 bunch_choice ask_bunches(const tbt_mod::tbt_all_data_struct& tbt) {
   for (;;) {
+    // Both begin afresh in every round: an answer that led nowhere is no default for the next one.
     std::int32_t bunch = 1;
     ask_number(" Bunch number? ", bunch);
     util::print_line(util::list_line().text("bunch = ").integer(bunch).str());
@@ -61,6 +64,7 @@ bunch_choice ask_bunches(const tbt_mod::tbt_all_data_struct& tbt) {
     util::print_line(util::list_line().text("pedestal bunch = ").integer(pedestal).str());
 
     const bunch_choice choice{position_of(tbt, bunch), position_of(tbt, pedestal)};
+    // A pedestal bunch that is not there is no reason to ask again: many runs have none.
     if (choice.nbunch == 0) {
       tell_bunches(tbt);
       continue;

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <ctime>
 #include <optional>
@@ -17,6 +16,7 @@
 #include "list_io.hpp"
 #include "note.hpp"
 #include "run_time.hpp"
+#include "series_file.hpp"
 #include "site.hpp"
 #include "terminal.hpp"
 #include "text.hpp"
@@ -28,36 +28,15 @@ namespace fit = gain_fit_mod;
 
 constexpr std::string_view sub_dir = "/inputs_1000random_xy_and_timing_offset";
 constexpr int echo_unit = 67;      // never opened: the echo lands in fort.67
-constexpr int line_width = 300;    // characters of a line that are looked at
 constexpr int most_orbits = 1000;  // norbits never says more, however many the store holds
 constexpr int first_digit = 4;     // "exp_" stands before the number and is not verified
 
 // Number and text of the file in hand; the text keeps what it held when a number has no width.
 std::string txt_name;
 
-// One line's values. They live from line to line and from file to file: a value that cannot be read
-// leaves the one of the line before.
-struct line_values {
-  double x = 0;
-  double y = 0;
-  util::bounded<std::int32_t, 1, 4, "but"> button{};
-};
-line_values kept;
-
-// What became of a line of ten values.
-struct line_read {
-  bool complete = true;     // no value is missing
-  std::string bad;          // a value that could not be read; empty when there is none
-  std::string_view wanted;  // what it should have been
-};
-
-// What of a file could not be used: told in one line when the file has been read.
-struct unusable {
-  std::string first;     // the first fault, without the file's name
-  int faults = 0;        // lines with a fault
-  int last_line = 0;     // the line that ended the reading; 0: none did
-  int lines_unread = 0;  // lines with something in them behind that one
-};
+// The line read last. It lives from file to file: a value that cannot be read leaves the one of the
+// line before.
+series_values kept;
 
 // The first series number, from the characters between "exp_" and the first "."; nothing when there
 // is none.
@@ -74,7 +53,7 @@ std::optional<int> first_number(const std::string& name) {
 }
 
 // Decimal digits without blanks. From 10000 on there is no width for the number, and the text stays
-// that of the file before.
+// that of the file before: kept for compatibility.
 void name_number(int number) {
   if (number < 10000) txt_name = std::to_string(number);
 }
@@ -91,108 +70,23 @@ void wait_for(const std::string& path, const std::string& last_name, std::string
     note(fmt::format("waiting for {}; the last file asked for is {}", path, last_name));
     waited_for = path;
   }
-  constexpr long pause = 100'000'000;  // [ns]
+  constexpr long pause = 100'000'000;  // [ns]: soon enough for a person, and no load
   const timespec duration{0, pause};
   nanosleep(&duration, nullptr);
 }
 
-// Takes the ten values, as far as they are good; the first bad one ends the taking, not the orbit.
-line_read take_line(std::string_view line) {
-  util::list_record record;
-  util::start_record(record, line);
-  auto last = util::taken::value;
-  std::string_view wanted;
-  const auto take = [&](auto& value, std::string_view kind) {
-    if (last != util::taken::value && last != util::taken::null) return;
-    wanted = kind;
-    last = util::take(record, value);
-  };
-  take(kept.x, "a number");
-  take(kept.y, "a number");
-  for (int i = 1; i <= 4; ++i) take(kept.button(i), "a whole number such as 1000000");
-  for (int i = 1; i <= 4; ++i) take(fit::gain(i), "a number");
-  line_read read;
-  read.complete = last != util::taken::end;
-  if (last == util::taken::bad) read = {true, record.item, wanted};
-  return read;
-}
-
-void add_fault(unusable& found, int line, std::string_view what, std::string_view expected) {
-  ++found.faults;
-  if (!found.first.empty()) return;
-  // Byte-order marks do not show, and other programs do not count them: they are named.
-  constexpr std::string_view mark = "\xEF\xBB\xBF";
-  const bool marked = what.substr(0, mark.size()) == mark;
-  if (marked) what.remove_prefix(mark.size());
-  found.first = fmt::format("{}: found {}\"{}\", expected {}", line,
-                            marked ? "a byte-order mark before " : "", util::trim(what), expected);
-}
-
-void tell_unusable(const std::string& path, const unusable& found, int orbits) {
-  std::string line;
-  if (found.faults > 0) line = ":" + found.first;
-  if (found.faults > 1) line += fmt::format("; lines with faults: {}", found.faults);
-  if (found.last_line > 0) {
-    line += fmt::format("{}line {} ends the file, lines not read behind it: {}",
-                        line.empty() ? ": " : "; ", found.last_line, found.lines_unread);
+// Reads one file into BPM k of the session's store; returns the number of orbits it held.
+int read_series(const std::string& path, int k) {
+  kept.gain = fit::gain;  // the true gains are read into the session's own
+  const series_file read = read_series_file(path, k, kept, fit::orbit_data);
+  fit::gain = kept.gain;
+  for (std::size_t at = 0; at < read.echo.size(); at += series_width) {
+    util::write_line(echo_unit, std::string_view{read.echo}.substr(at, series_width));
   }
-  if (orbits == 0) line += line.empty() ? ": no orbit" : "; no orbit";
-  if (!line.empty()) note(path + line);
-}
-
-void store_orbit(int orbit, int bpm) {
-  store::bpm_struct& reading = fit::orbit_data.edit(orbit, bpm);
-  reading.x = kept.x;
-  reading.y = kept.y;
-  for (int i = 1; i <= 4; ++i) {
-    reading.button(i) = kept.button(i);
-    reading.true_gain(i) = fit::gain(i);
-  }
-  fit::orbit_data.edit_current(orbit) = 1.0;
-}
-
-// A line of fewer than ten values ends the file; what is behind it is counted. Blank lines at the
-// end of a file are no fault.
-void end_reading(int unit, const std::string& last, int number, unusable& found) {
-  for (std::string line; util::read_line(unit, line);) {
-    if (!util::trim(line).empty()) ++found.lines_unread;
-  }
-  const bool blank = util::trim(last).empty();
-  if (!blank) add_fault(found, number, last, "ten values");
-  if (!blank || found.lines_unread > 0) found.last_line = number;
-}
-
-// Reads one file into BPM k; returns the number of orbits it held.
-int read_series_file(const std::string& path, int k) {
-  const int unit = util::lunget();
-  const int failed = util::open_old(unit, path);
-  if (failed != 0) util::run_time_error("cannot open " + path + ": " + util::system_text(failed));
-  const util::unit_handle file{unit};
-  int in = 1;
-  int number = 0;
-  unusable found;
-  std::string echo;
-  for (std::string line; util::read_line(unit, line);) {
-    ++number;
-    if (line.find('\r') != std::string::npos) {
-      add_fault(found, number, line.substr(0, line.find('\r')), "LF or CR LF behind it, not CR");
-    }
-    if (line.size() > line_width) line.resize(line_width);
-    if (line.find('x') != std::string::npos) continue;
-    const line_read read = take_line(line);
-    if (!read.complete) {
-      end_reading(unit, line, number, found);
-      break;
-    }
-    if (!read.bad.empty()) add_fault(found, number, read.bad, read.wanted);
-    echo.clear();
-    util::put_padded(echo, line, line_width);
-    util::write_line(echo_unit, echo);
-    store_orbit(in, k);
-    ++in;
-  }
-  tell_unusable(path, found, in - 1);
-  return in - 1;
+  if (read.fault) end_run(*read.fault);
+  const std::string unused = unusable_line(path, read);
+  if (!unused.empty()) note(unused);
+  return read.orbits;
 }
 
 // A name of at most 100 characters; an empty answer keeps the one given.
@@ -248,7 +142,7 @@ void get_fake_data() {
     fit::bpm = k;
     fit::dets(k) = k;
     fit::bpm_names(k) = "EXP_" + txt_name;
-    fit::norbits = std::min(read_series_file(path, k), most_orbits);
+    fit::norbits = std::min(read_series(path, k), most_orbits);
   }
 }
 

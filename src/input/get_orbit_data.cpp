@@ -2,107 +2,71 @@
 
 #include <fmt/core.h>
 
-#include <algorithm>
-#include <array>
 #include <filesystem>
-#include <optional>
 #include <string_view>
 
-#include "fault.hpp"
+#include "button_file.hpp"
 #include "fields.hpp"
 #include "file_answer.hpp"
 #include "file_units.hpp"
 #include "gain_fit_mod.hpp"
-#include "list_io.hpp"
-#include "namelist.hpp"
+#include "note.hpp"
 #include "run_time.hpp"
 #include "site.hpp"
 #include "terminal.hpp"
 #include "text.hpp"
+#include "text_file.hpp"
 
 namespace input {
 namespace {
 
-constexpr int command_unit = 1;
-constexpr int out_unit = 26;
-constexpr int integer_width = 12;  // of numbers shown in the dialog
+constexpr int out_unit = 26;       // its fixed unit
+constexpr int integer_width = 12;  // of numbers shown in the dialog, as list-directed ones have it
 constexpr int name_length = 100;   // of in_file and of out_file
 constexpr std::string_view out_ending = "_out";
-constexpr std::string_view group = "bpm_gain_anal_params";
-constexpr std::size_t current_column = 11;  // where the currents of a button file begin
 
-// What a command file says. A list file fills the orbits only.
-struct command {
-  bpm_list fit_bpm_idx{};
-  bool read_current_from_butns_file = false;
-  std::int32_t sigma_cutoff = 0;  // the cut levels are read and not used
-  std::int32_t chisq_cutoff = 0;
-  orbit_list orbit{};
-};
-
-bool contains(std::string_view text, std::string_view word) {
-  return text.find(word) != std::string_view::npos;
-}
-
-// Asks until a file opens on the command unit; returns its name.
-std::string open_command_file() {
+// Asks until a file opens; returns its name. It is closed again: each reader opens it for itself.
+std::string ask_command_file() {
   for (;;) {
     util::print_line(" Input command file ? ");
     util::print_line(" This can be a bpm gain anal input file, e.g. \"bpm_gain_anal_1.input\" ");
     util::print_line("   or, ORM data, e.g. \"steering_2009-DEC-18.cal\" ");
-    std::string name{
-        util::trim(util::ask_or_end(" Input command file : ", util::answer_kind::file))};
-    if (name.empty()) name = "bpm_gain_anal_1.input";
-    const auto path = path_of_answer(name, std::string::npos);
-    if (!path) {
-      util::print_line(" " + util::shown(line_of(path.why)));
-      continue;
+    const std::string answer = util::ask_or_end(" Input command file : ", util::answer_kind::file);
+    const bool named = !util::trim(answer).empty();
+    const auto name = path_of_answer(named ? answer : "bpm_gain_anal_1.input", std::string::npos);
+    if (!name) {
+      util::print_line(" " + util::shown(util::line_of(name.why)));
+    } else if (name->size() + out_ending.size() > name_length) {
+      // It would lose the ending of the result file, and the result would replace its input.
+      util::tell_bad_answer(*name, fmt::format("a file name of at most {} characters",
+                                               name_length - out_ending.size()));
+    } else if (util::open_text_file(*name)) {
+      return *name;
+    } else {
+      util::print_line(" ERROR: CANNOT OPEN FILE: " + *name);
     }
-    name = *path;
-    // A longer name would lose the ending of the result file, and the result would replace its
-    // input.
-    if (name.size() + out_ending.size() > name_length) {
-      util::tell_bad_answer(name, fmt::format("a file name of at most {} characters",
-                                              name_length - out_ending.size()));
-      continue;
-    }
-    if (util::open_old(command_unit, name) == 0) return name;
-    util::print_line(" ERROR: CANNOT OPEN FILE: " + name);
   }
 }
 
-std::optional<std::string> read_namelist(command& wanted) {
+// What to read, by whichever of the two kinds of file it is.
+void read_command(const std::string& name, command& wanted) {
+  const auto kind = kind_of_command(name);
+  if (!kind) end_run(kind.why);
+  if (*kind == command_kind::group) {
+    if (!read_command_group(name, wanted)) return;
+    util::print_line(" ERROR READING " + name);
+    // Once more: kept for compatibility. The second fault is told.
+    if (const auto fault = read_command_group(name, wanted)) end_run(*fault);
+    return;
+  }
+  read_the_list(name, wanted.orbit);
+  // A list names no BPMs: all that a button file can hold are offered.
   wanted.fit_bpm_idx.fill(-1);
-  util::rewind_unit(command_unit);
-  const std::array members{
-      namelist::array("fit_bpm_idx", wanted.fit_bpm_idx),
-      namelist::variable("read_current_from_butns_file", wanted.read_current_from_butns_file),
-      namelist::variable("sigma_cutoff", wanted.sigma_cutoff),
-      namelist::variable("chisq_cutoff", wanted.chisq_cutoff),
-      namelist::array("orbit", wanted.orbit)};
-  return namelist::read_group(command_unit, group, members);
+  for (int i = 1; i <= last_button_bpm; ++i) wanted.fit_bpm_idx(i) = i;
 }
 
-void read_command_file(const std::string& name, command& wanted) {
-  // Only the first line tells: a file with a title above the group is taken for a list.
-  std::string line;
-  util::read_line(command_unit, line);
-  if (contains(util::upcase(line), "&" + util::upcase(group))) {
-    if (read_namelist(wanted)) {
-      util::print_line(" ERROR READING " + name);
-      // Once more, from where the file stands: kept for compatibility. The second fault is told.
-      if (const auto fault = read_namelist(wanted)) util::run_time_error(*fault);
-    }
-  } else {
-    util::rewind_unit(command_unit);
-    read_the_list(command_unit, wanted.orbit);
-    // A list names no BPMs: all that a button file can hold are offered.
-    wanted.fit_bpm_idx.fill(-1);
-    for (int i = 1; i <= last_button_bpm; ++i) wanted.fit_bpm_idx(i) = i;
-  }
-  util::close_unit(command_unit);
-}
-
+// Shows what can be chosen by index, then the BPM behind the index. One without a BPM is accepted and
+// gives -1, which later stands for all; one outside the table is a bounds error.
 int choose_bpm(const bpm_list& fit_bpm_idx) {
   util::print_line(" Detectors with data ");
   std::string line;
@@ -125,7 +89,8 @@ int choose_bpm(const bpm_list& fit_bpm_idx) {
   return chosen;
 }
 
-// One line of the result file.
+// One line of the result file. Widths leave a blank between the largest values, so that programs
+// can read it by words.
 std::string listing(int slot, int number, const orbit_found& found) {
   std::string line;
   util::put_integer(line, slot, 6);
@@ -135,60 +100,6 @@ std::string listing(int slot, int number, const orbit_found& found) {
   return line + "  " + found.path;
 }
 
-[[noreturn]] void bad_line(const std::string& path, const util::list_record& record,
-                           std::string_view expected) {
-  util::run_time_error(fmt::format("{}:{}: expected {}, found \"{}\"", util::shown(path),
-                                   record.line, expected, util::shown(util::trim(record.text))));
-}
-
-// Whether a word in front of the currents' column would be lost or cut: a current that begins there,
-// or anything that reaches into the column. The label itself may stand anywhere before.
-bool begins_too_early(std::string_view line) {
-  constexpr std::string_view separators = " \t,";
-  const std::size_t column = current_column - 1;
-  const std::size_t label = std::min(line.find("E T1"), line.find("P T1"));
-  std::size_t at = label + std::string_view{"E T1"}.size();
-  if (at > column) return true;
-  while ((at = line.find_first_not_of(separators, at)) < column) {
-    const std::size_t end = std::min(line.find_first_of(separators, at), line.size());
-    if (end > column || util::scan_real(line.substr(at, end - at))) return true;
-    at = end;
-  }
-  return false;
-}
-
-double read_current_line(const std::string& path, const util::list_record& record) {
-  util::list_record value;
-  util::start_record(value, record.text.substr(std::min(current_column - 1, record.text.size())));
-  const auto current = util::take_real(value);
-  if (!current || begins_too_early(record.text))
-    bad_line(path, record, "a beam current in mA from column 11 on");
-  return *current;
-}
-
-// Stores a line "index b1 b2 b3 b4"; returns the index.
-int store_signals(const std::string& path, util::list_record& record, int slot) {
-  const auto bpm = util::take_int(record);
-  util::bounded<double, 1, 4, "button"> signal{};
-  bool complete = bpm.has_value();
-  for (int i = 1; complete && i <= 4; ++i) {
-    const auto value = util::take_real(record);
-    complete = value.has_value();
-    signal(i) = value.value_or(0);
-  }
-  if (!complete) bad_line(path, record, "a BPM index and four signals");
-  store::bpm_struct& reading = gain_fit_mod::orbit_data.edit(slot, *bpm);
-  for (int i = 1; i <= 4; ++i) reading.button(i) = signal(i);
-  return *bpm;
-}
-
-// Whether a line of a list file is "key = value": cu1, cu2, dcu, fit_cal, corstr_cal and others,
-// which describe how the list was measured.
-bool is_key(std::string_view line) {
-  const std::size_t equals = line.find('=');
-  return equals != std::string_view::npos && !util::trim(line.substr(0, equals)).empty();
-}
-
 }  // namespace
 
 std::string orbit_path(int number) {
@@ -196,68 +107,50 @@ std::string orbit_path(int number) {
   return archive / fmt::format("{:02d}", number / 1000) / fmt::format("butns.{}", number);
 }
 
-void read_the_list(int unit, orbit_list& orbit) {
-  int count = 0;
-  for (util::list_record record; util::read_record(unit, record);) {
-    const std::string_view line = util::trim(record.text);
-    if (line[0] == '!' || line[0] == '#' || is_key(line)) continue;
-    const auto orbit1 = util::take_int(record);
-    const auto orbit2 = util::take_int(record);
-    const auto ratio = util::take_real(record);
-    const auto error = util::take_real(record);
-    if (!orbit1 || !orbit2 || !ratio || !error) {
-      util::print_line(
-          fmt::format(" Error {}:{}: expected \"orbit1 orbit2 ratio error\", key = value or a "
-                      "comment, found \"{}\"",
-                      util::shown(util::unit_path(unit)), record.line, util::shown(line)));
-      continue;
-    }
-    orbit(++count) = *orbit1;
-    orbit(++count) = *orbit2;
+void read_the_list(const std::string& path, orbit_list& orbit) {
+  const orbit_pairs list = read_orbit_pairs(path);
+  for (const util::fault& line : list.left_out) {
+    util::print_line(util::shown(
+        fmt::format(" Error {}: expected {}, {}", line.where, line.expected, line.what)));
   }
+  if (list.fault) end_run(*list.fault);
+  int count = 0;
+  for (const std::int32_t number : list.orbits) orbit(++count) = number;
   if (count == 0) {
-    util::print_line(
-        fmt::format(" Error {}: expected pairs of orbits, found none", util::unit_path(unit)));
+    util::print_line(fmt::format(" Error {}: expected pairs of orbits, found none", path));
   }
 }
 
 orbit_found read_orbit(int number, int slot, bool read_current) {
   orbit_found found;
   found.path = orbit_path(number);
-  const util::unit_handle file{util::lunget()};
-  if (const int failed = util::open_old(file.number(), found.path); failed != 0) {
-    util::run_time_error(fmt::format("cannot open {}, the button file of orbit {} in the list: {}",
-                                     found.path, slot, util::system_text(failed)));
+  const button_file read = read_button_file(found.path, slot, gain_fit_mod::orbit_data);
+  if (!read.opened) {
+    // Which orbit of the list it is, for the number in the path may be a slip in the command file.
+    util::run_time_error(
+        util::shown(fmt::format("cannot open {}, the button file of orbit {} in the list: {}",
+                                found.path, slot, read.fault->what)));
   }
-  double current = 0;
-  bool any_current = false;
-  for (util::list_record record; util::read_record(file.number(), record);) {
-    if (util::trim(record.text)[0] == 'c') continue;
-    if (contains(record.text, "E T1") || contains(record.text, "P T1")) {
-      current += read_current_line(found.path, record);
-      any_current = true;
-      continue;
-    }
-    ++found.bpms;
-    // What follows the last BPM is not looked at.
-    if (store_signals(found.path, record, slot) == last_button_bpm) break;
-  }
+  if (read.fault) end_run(*read.fault);
+  found.bpms = read.bpms;
   if (read_current) {
-    found.current = current;
-    if (!any_current) util::print_line(" No beam current in " + found.path);
+    found.current = read.current.value_or(0);
+    if (!read.current) util::print_line(" No beam current in " + found.path);
   }
   gain_fit_mod::orbit_data.edit_current(slot) = found.current;
   return found;
 }
 
 void get_orbit_data() {
-  const std::string name = open_command_file();
+  const std::string name = ask_command_file();
   const std::string out_file = name + std::string{out_ending};
   gain_fit_mod::in_file.assign(name);
   command wanted;
-  read_command_file(name, wanted);
+  read_command(name, wanted);
   gain_fit_mod::bpm = choose_bpm(wanted.fit_bpm_idx);
 
+  // Slots are places in the list while norbits counts what was read: with gaps in the list it points
+  // into the middle of the orbits. Kept for compatibility.
   gain_fit_mod::norbits = 0;
   std::string lines;
   for (int i = 1; i <= max_listed; ++i) {
@@ -267,6 +160,7 @@ void get_orbit_data() {
     ++gain_fit_mod::norbits;
   }
 
+  // Written when all orbits have been read: a run that ends before leaves no half list behind.
   util::open_output(out_unit, out_file);
   const std::string message = " Data written to file " + out_file;
   util::print_line(message);

@@ -1,27 +1,17 @@
 // get_orbit_data: closed orbits from button files.
 //
-// A button file ("butns." and the orbit's number) holds the four signals of every BPM for one
-// closed orbit. The operator names a command file, which is one of two things, told apart by its
-// first line:
-//   - a namelist file, group &bpm_gain_anal_params: orbit numbers and the BPMs offered for fitting;
-//   - a list file, as response measurements leave them: pairs of orbit numbers with their results.
-// Each listed orbit becomes one orbit of the store, in the slot of its place in the list. Both
-// files and the button file are laid out in docs/orbit_data.md.
+// The operator names a command file, which lists orbits; the button file of each of them ("butns."
+// and its number) becomes one orbit of the store, in the slot of its place in the list. What reads
+// the files is in readers/ (command_file, button_file); both are laid out in docs/orbit_data.md.
 #pragma once
 #include <cstdint>
 #include <string>
 
-#include "bounded.hpp"
+#include "command_file.hpp"
 
 namespace input {
 
-inline constexpr int max_listed = 1000;      ///< places of the orbit list
-inline constexpr int last_button_bpm = 100;  ///< a button file is read up to this BPM
-
-using orbit_list = util::bounded<std::int32_t, 1, max_listed, "orbit">;  ///< numbers; 0 is no orbit
-using bpm_list = util::bounded<std::int32_t, 0, 100, "fit_bpm_idx">;     ///< BPMs; -1 is no BPM
-
-/// What one button file gave.
+/// What became of one listed orbit.
 struct orbit_found {
   std::string path;
   double current = 1;  ///< as stored [mA]; 1.0 when not taken from the file
@@ -44,11 +34,11 @@ void get_orbit_data();
 
 /// Orbit numbers from a list file.
 ///
-/// given    unit  the list file, at its start
+/// given    path  the list file
 /// returns  orbit both numbers of every pair, in order; the other places as they were
 /// errors   a line that is no pair, key or comment writes " Error" with file and line, and is left
 ///          out; so does a file without any pair. More than 500 pairs: subscript_error
-void read_the_list(int unit, orbit_list& orbit);
+void read_the_list(const std::string& path, orbit_list& orbit);
 
 /// Path of an orbit's button file: the archive, a directory per thousand orbits, the file.
 std::string orbit_path(int number);

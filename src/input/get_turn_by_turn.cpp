@@ -14,7 +14,6 @@
 #include "bunch_dialog.hpp"
 #include "fault.hpp"
 #include "file_answer.hpp"
-#include "file_units.hpp"
 #include "gain_fit_mod.hpp"
 #include "list_io.hpp"
 #include "multipliers.hpp"
@@ -27,6 +26,7 @@
 #include "tbt_mod.hpp"
 #include "terminal.hpp"
 #include "text.hpp"
+#include "text_file.hpp"
 
 namespace input {
 namespace {
@@ -60,15 +60,10 @@ bool can_be_expanded(std::string_view path) {
 // first the newest run, where an index tells it.
 std::string default_answer() {
   if (!typed_file.empty()) return typed_file;
-  if (number > 0 || can_be_expanded(site::run_index)) {
-    std::int32_t run = 0;
-    bool err = false;
-    std::string fault;
-    number_to_true_number("TBT", number, run, err, fault);
-    // At least four digits: shorter answers are no run numbers.
-    if (!err) return fmt::format("{:04}", run);
-  }
-  return {};
+  if (number <= 0 && !can_be_expanded(site::run_index)) return {};
+  const auto run = number_to_true_number("TBT", number);
+  // At least four digits: shorter answers are no run numbers.
+  return run ? fmt::format("{:04}", *run) : std::string{};
 }
 
 std::string ask_file() {
@@ -119,15 +114,19 @@ std::string shown_name(const std::string& answer, std::int32_t run) {
   return std::string{path.substr(path.rfind('/') + 1)};
 }
 
+// An answer that led nowhere, and what to type instead.
+void tell_unusable(const util::fault& why, std::string_view instead) {
+  util::print_line(fmt::format(" {}; type {}", util::shown(util::line_of(why)), instead));
+}
+
 // The run of a typed number, told when there is none.
 bool find_run(std::int32_t typed, std::int32_t& run) {
-  bool err = false;
-  std::string fault;
-  number_to_true_number("TBT", typed, run, err, fault);
-  if (err) {
-    util::print_line(" " + util::shown(fault) + "; type a run number of 4 to 6 digits");
+  const auto found = number_to_true_number("TBT", typed);
+  if (!found) {
+    tell_unusable(found.why, "a run number of 4 to 6 digits");
     return false;
   }
+  run = *found;
   // Counting back begins at the run before the newest: kept for compatibility.
   if (typed <= 0) --run;
   return true;
@@ -169,12 +168,12 @@ std::string in_archive(std::string_view archive, const std::string& subdir) {
   return fmt::format("{}{}/{}", archive, subdir, fit::in_file.trimmed());
 }
 
-bool says_version_3(int unit) {
+bool says_version_3(util::text_file& file) {
   constexpr int lines_looked_at = 10;
-  std::string line;
-  for (int i = 0; i < lines_looked_at && util::read_line(unit, line); ++i) {
-    if (line.size() > name_width) line.resize(name_width);
-    if (line.find("File_Version") != std::string::npos && line.find('3') != std::string::npos) {
+  for (int i = 0; i < lines_looked_at && util::next_line(file); ++i) {
+    const std::string_view line = std::string_view{file.line}.substr(0, name_width);
+    if (line.find("File_Version") != std::string_view::npos &&
+        line.find('3') != std::string_view::npos) {
       return true;
     }
   }
@@ -183,9 +182,8 @@ bool says_version_3(int unit) {
 
 // A run is raw data unless the text archive holds it in another version.
 file_type run_type(const std::string& path) {
-  const util::unit_handle unit{util::lunget()};
-  return util::open_old(unit.number(), path) == 0 && !says_version_3(unit.number()) ? text_file
-                                                                                    : raw_file;
+  auto file = util::open_text_file(path);
+  return file && !says_version_3(*file) ? text_file : raw_file;
 }
 
 // Whether a file named by its path can be read as text, which is told when not. One that does not
@@ -194,8 +192,8 @@ bool is_text(const std::string& path) {
   // What comes out of a pipe can be read once only.
   std::error_code unknown;
   if (!std::filesystem::is_regular_file(path, unknown)) return true;
-  const util::unit_handle unit{util::lunget()};
-  if (util::open_old(unit.number(), path) != 0 || !says_version_3(unit.number())) return true;
+  auto file = util::open_text_file(path);
+  if (!file || !says_version_3(*file)) return true;
   note(path + " holds raw data: answer its run number");
   return false;
 }
@@ -222,8 +220,7 @@ std::optional<file_type> find_file(std::int32_t run) {
   }
   const auto path = path_of_answer(fit::in_file.trimmed(), name_width);
   if (!path) {
-    util::print_line(" " + util::shown(line_of(path.why)) +
-                     "; type a run number of 4 to 6 digits or a file");
+    tell_unusable(path.why, "a run number of 4 to 6 digits or a file");
     return {};
   }
   if (!is_text(*path)) return {};
@@ -268,9 +265,9 @@ void read_raw_runs(std::int32_t run, const util::fixed_text<16>& directory,
   write_rdfile_list(run - 1, directory);
 }
 
-// False when the file opens nowhere, which has been told.
-bool read_file(file_type type, std::int32_t run, const util::fixed_text<16>& directory,
-               std::int32_t max_nonlin_positions) {
+// Reads the file. A fault when it opens nowhere; all others end the run.
+util::status read_file(file_type type, std::int32_t run, const util::fixed_text<16>& directory,
+                       std::int32_t max_nonlin_positions) {
   switch (type) {
     case kbpm1_file:
       return read_turn_by_turn_kbpm1();
@@ -278,11 +275,11 @@ bool read_file(file_type type, std::int32_t run, const util::fixed_text<16>& dir
       return read_turn_by_turn();
     case raw_file:
       read_raw_runs(run, directory, max_nonlin_positions);
-      return true;
+      return {};
     case rde_file:
       break;  // accepted, without a reader: kept for compatibility
   }
-  return true;
+  return {};
 }
 
 // One question and what follows from it. False when the question must be asked again.
@@ -298,7 +295,11 @@ bool load_data_set(const util::fixed_text<16>& directory, std::int32_t max_nonli
   }
   std::fill_n(fit::dets.item.begin(), 100, 0);
   util::print_line(util::list_line().text(" tbt_file_type = ").integer(type).str());
-  if (!read_file(type, run, directory, max_nonlin_positions)) return false;
+  if (util::status why = read_file(type, run, directory, max_nonlin_positions)) {
+    why->where = "cannot open " + why->where;
+    tell_unusable(*why, "a run number of 4 to 6 digits or a file");
+    return false;
+  }
   number = run;
   typed_file = run > not_a_run ? std::string{} : answer;
   fit::rd_number = run;
@@ -314,7 +315,7 @@ void get_turn_by_turn(const util::fixed_text<16>& directory, std::int32_t max_no
   const auto name_before = fit::in_file_0;
   // A name that led nowhere is no default for the next question.
   while (!load_data_set(directory, max_nonlin_positions)) fit::in_file_0 = name_before;
-  if (fit::expert) ask_multipliers();
+  if (fit::expert) expert::ask_multipliers();
 }
 
 }  // namespace input

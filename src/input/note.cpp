@@ -16,4 +16,6 @@ void note(std::string_view what) {
   fmt::print(stderr, "{}: {}\n", util::program_name, util::shown(what));
 }
 
+void end_run(const util::fault& why) { util::run_time_error(util::shown(util::line_of(why))); }
+
 }  // namespace input

@@ -1,70 +1,132 @@
 #include "read_turn_by_turn.hpp"
 
-#include <array>
+#include <fmt/core.h>
 
-#include "file_units.hpp"
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "bunch_dialog.hpp"
+#include "bunch_turns.hpp"
 #include "gain_fit_mod.hpp"
+#include "in4get.hpp"
 #include "list_io.hpp"
+#include "note.hpp"
+#include "terminal.hpp"
+#include "text.hpp"
 #include "turn_text.hpp"
 
 namespace input {
 namespace {
 
-constexpr const char* bunch_marker = "--- Bunch 1 ---";
+namespace fit = gain_fit_mod;
 
-bool contains(const std::string& line, const char* text) {
-  return line.find(text) != std::string::npos;
+// Puts a data set into the session. The columns are handed over, not copied: a set can have 100 MB.
+void take_over(turn_data& data) {
+  fit::orbit_data = std::move(data.orbits);
+  fit::norbits = data.norbits;
+  int m = 0;
+  for (const bpm_turns& at : data.bpms) {
+    fit::dets(++m) = at.bpm;
+    fit::bpm_names(at.bpm) = at.name;
+    fit::bpm = at.bpm;
+    store::remark_unless_kept(at.bpm, fit::bpm_names(at.bpm).trimmed(), at.seen, weakest_signal);
+  }
 }
 
-bool begins_blank(const std::string& line) {
-  constexpr std::size_t columns = 10;
-  return line.substr(0, columns).find_first_not_of(' ') == std::string::npos;
+// --- text runs -----------------------------------------------------------------------------------
+
+// Opens in_file; failing that, the path without its first "/archive". The fault is that of the path
+// as it was named: the other one is a guess.
+util::outcome<util::text_file> open_run() {
+  constexpr std::string_view archive = "/archive";
+  std::string path{fit::in_file.trimmed()};
+  auto file = util::open_text_file(path);
+  if (file) return file;
+  if (const auto at = path.find(archive); at != std::string::npos) {
+    path.erase(at, archive.size());
+    util::print_line(" " + path);
+    if (auto elsewhere = util::open_text_file(path)) return elsewhere;
+  }
+  return file.why;
 }
 
-// The four pedestals stand below two caption lines. They are checked and not used: text runs hold
-// corrected signals.
-void pass_pedestals(turn_text& run) {
-  std::array<double, 4> pedestal{};
-  for (int caption = 1; caption <= 2; ++caption) {
-    if (!next_line(run)) return;
+// What the transcript says of a run.
+void show(const text_run& run) {
+  for (const store::bpm_struct& first : run.on_show) {
+    util::list_line shown;
+    shown.integer(1).integer(bpm_on_show);
+    for (int j = 1; j <= 4; ++j) shown.real(first.button(j));
+    util::print_line(shown.str());
   }
-  util::list_record record;
-  for (double& value : pedestal) {
-    util::taken got = util::take(record, value);
-    while (got == util::taken::end) {  // the four may go on in the next line
-      if (!next_line(run)) return;
-      util::start_record(record, run.line);
-      got = util::take(record, value);
-    }
-    if (got == util::taken::bad) turn_text_error(run, "four pedestals");
+  // The text names another limit than the one that holds: kept for compatibility.
+  if (run.too_long) util::print_line(" i > 1000 in subroutine read_turn_by_turn ");
+}
+
+// Reads one form of text; `header` is what begins a BPM in it.
+util::status read_text(text_run (*reader)(util::text_file&), std::string_view header) {
+  // A run that cannot be opened adds nothing; the orbits of the set before must not count again.
+  fit::norbits = 0;
+  auto file = open_run();
+  if (!file) return file.why;
+  text_run run = reader(*file);
+  // What came before a fault belongs into the transcript as if the lines had been shown one by one.
+  show(run);
+  if (run.data.fault) end_run(*run.data.fault);
+  const std::size_t bpms = run.data.bpms.size();
+  take_over(run.data);
+  if (bpms == 0) {
+    note(fmt::format("{}: no BPM in {} lines, expected one to begin with a line such as \"{}\"",
+                     file->path, file->number, header));
   }
+  // Told and no more: a file cut short by its recorder is still good for the BPMs that it holds.
+  if (run.active && static_cast<std::size_t>(*run.active) != bpms) {
+    util::print_line(fmt::format(" {}: NUM ACTIVE says {} BPMs, the file holds {}",
+                                 util::shown(file->path), *run.active, bpms));
+  }
+  return {};
+}
+
+// --- raw data ------------------------------------------------------------------------------------
+
+// Which answers avoid turns without a pedestal: how many turns are read at all decides it, then how
+// many of them are looked at.
+void note_gap(const bunch_selection& from, const missing_pedestal& gap) {
+  std::string remedy = "answer the turns of the file or more at \"Compute positions\"";
+  if (gap.held > 0) remedy += fmt::format(", at most {} at \"Limit turns to\"", gap.held);
+  note(
+      fmt::format("BPM {} ({}): bunch {} has {} turns to correct, pedestal bunch {} has {}: {}, "
+                  "or 0 at \"Pedestal bunch number\"",
+                  gap.bpm, from.tbt.bpm(gap.bpm).name.trimmed(), operators_number(from.bunch),
+                  gap.wanted, operators_number(*from.empty), gap.held, remedy));
 }
 
 }  // namespace
 
-bool read_turn_by_turn() {
-  turn_text run;
-  if (!open_turn_text(run)) return false;
-  const turn_order order =
-      contains(run.path, "RDe") ? turn_order::positions_first : turn_order::signals_first;
-  bool next_bpm = true;  // turn lines wait for the bunch marker
-  while (next_line(run)) {
-    const bool is_marker = contains(run.line, bunch_marker);
-    if (contains(run.line, "Location") || contains(run.line, "LOCATION")) {
-      begin_bpm(run);
-      next_bpm = true;
-    } else if (contains(run.line, "Pedestal")) {
-      pass_pedestals(run);
-    } else if ((contains(run.line, "#") && !is_marker) || begins_blank(run.line)) {
-      continue;
-    } else if (is_marker) {
-      next_bpm = false;
-    } else if (!next_bpm && !take_turn(run, order)) {
-      break;
-    }
+util::status read_turn_by_turn() { return read_text(read_plain_run, "Location : 12W"); }
+
+util::status read_turn_by_turn_kbpm1() { return read_text(read_older_run, "KOVR BPM : 12W"); }
+
+void read_turn_by_turn_3(const tbt_mod::tbt_all_data_struct& tbt, int nbunch, int empty_bunch) {
+  bunch_selection from{tbt, tbt_mod::bunch_at(tbt, nbunch),
+                       empty_bunch == 0 ? nullptr : &tbt_mod::bunch_at(tbt, empty_bunch), 0};
+  util::print_line(util::list_line()
+                       .integer(static_cast<std::int32_t>(turns_collected(from.bunch)))
+                       .text(" turns collected")
+                       .str());
+  in4get("Limit turns to: (CR use all)  ", from.max_turns);
+
+  bunch_turns taken = take_bunch(from);
+  if (taken.gap) note_gap(from, *taken.gap);
+  if (taken.data.fault) end_run(*taken.data.fault);
+  for (int bpm = 0; bpm <= last_bpm_read; ++bpm) {
+    fit::bpm_names(bpm) = tbt.bpm(bpm).name.trimmed();
   }
-  end_turn_text(run, "Location : 12W");
-  return true;
+  norbits_save.fill(0);
+  for (const bpm_turns& at : taken.data.bpms) norbits_save(at.bpm) = at.seen.kept;
+  take_over(taken.data);
+  // The question for the BPM offers it as its default: kept for compatibility.
+  fit::bpm = last_bpm_read + 1;
 }
 
 }  // namespace input

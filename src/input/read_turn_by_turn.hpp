@@ -1,19 +1,15 @@
-// The readers of turn-by-turn data: each turns one data set into orbits of the orbit store, one
-// orbit a turn. They fill gain_fit_mod (orbit_data, norbits, dets, bpm_names, bpm) from its in_file
-// or from a loaded data set.
-//
-// A turn is kept when all four signals have magnitude 100 or more: weaker ones are turns without
-// beam or dead buttons. Kept signals are stored as |signal| x 1000 [ADC counts].
+// The readers of turn-by-turn data, as the session calls them: each takes one data set into
+// gain_fit_mod (orbit_data, norbits, dets, bpm_names, bpm), one orbit a turn, and shows what belongs
+// into the transcript. What reads and keeps is in readers/ and knows nothing of the session.
 //
 // | reader                  | reads                                      | orbit of a kept turn   |
 // |-------------------------|--------------------------------------------|------------------------|
 // | read_turn_by_turn       | plain text runs                            | its number in the file |
 // | read_turn_by_turn_kbpm1 | text runs of the older electronics         | its number in the file |
 // | read_turn_by_turn_3     | a data set that tbt_mod loaded from raw data | the next one         |
-//
-// The two text forms are described line by line in docs/turn_by_turn_text.md.
 #pragma once
 #include "bounded.hpp"
+#include "fault.hpp"
 #include "tbt_mod.hpp"
 
 namespace input {
@@ -23,17 +19,17 @@ inline util::bounded<int, 0, 5000, "norbits_save"> norbits_save{};
 
 /// Reads the plain text run in_file.
 ///
-/// returns  whether it could be opened, as it is named or without the first "/archive" in its path;
-///          told in one line when not. norbits is the last turn kept of the last BPM with any.
+/// returns  nothing when it was read; the fault when it opens neither as it is named nor without the
+///          first "/archive" in its path. norbits is the last turn kept of the last BPM with any
 /// errors   a line that cannot be read ends the run with file, line and what was expected; a turn
 ///          kept beyond 3000 is a bounds error; turn line 10001 of a BPM ends the reading
 /// note     a turn that is not kept leaves an empty orbit: orbit numbers are turn numbers. Every
 ///          turn line sets its orbit's current to 1.0. A file without any BPM is told
-bool read_turn_by_turn();
+[[nodiscard]] util::status read_turn_by_turn();
 
 /// Reads the older electronics' run in_file. Returns and errors as read_turn_by_turn; a count of
 /// BPMs that the file does not hold is told in one line.
-bool read_turn_by_turn_kbpm1();
+[[nodiscard]] util::status read_turn_by_turn_kbpm1();
 
 /// Takes over one bunch of a loaded data set.
 ///

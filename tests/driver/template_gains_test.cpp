@@ -28,13 +28,13 @@ TEST(template_gains, cards_become_buttons_and_a_wild_template_is_not_believed) {
                  "[NAMES]\n12 12W\n13 13W\n" + section("12W", "0.97") + section("13W", "1.31"));
   scratch::answer("n\ny\ngains\n");
 
-  const auto fit_gain = std::make_unique<driver::template_gains>();
+  const auto fit_gain = std::make_unique<expert::template_gains>();
   const auto comments = std::make_unique<gain_template::comment_list>();
   gain_template::file_name file;
   testing::internal::CaptureStdout();
-  driver::ask_fitted_gains(file, *comments, *fit_gain);
+  expert::ask_fitted_gains(file, *comments, *fit_gain);
   EXPECT_EQ((*fit_gain)(13, 1), 0);  // "n" reads nothing
-  driver::ask_fitted_gains(file, *comments, *fit_gain);
+  expert::ask_fitted_gains(file, *comments, *fit_gain);
   testing::internal::GetCapturedStdout();
 
   const double expected[] = {1.01, 1.02, 0.97, 1.04};  // BI, BO, TI, TO

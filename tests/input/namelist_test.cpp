@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "file_units.hpp"
 #include "scratch.hpp"
+#include "text_file.hpp"
 
 namespace {
 
@@ -18,14 +18,16 @@ struct values {
   bool flag = false;
 };
 
+// What is wrong with the text; nothing when all of it was read.
 std::optional<std::string> read(const std::string& text, values& into) {
   scratch::write("group.txt", text);
-  const util::unit_handle file{util::lunget()};
-  EXPECT_EQ(util::open_old(file.number(), "group.txt"), 0);
+  auto file = util::open_text_file("group.txt");
+  EXPECT_TRUE(file);
   const std::array members{namelist::array("list", into.list),
                            namelist::variable("level", into.level),
                            namelist::variable("flag", into.flag)};
-  return namelist::read_group(file.number(), "cuts", members);
+  const util::status why = namelist::read_group(*file, "cuts", members);
+  return why ? std::optional{util::line_of(*why)} : std::nullopt;
 }
 
 struct good_group {
@@ -101,24 +103,25 @@ struct bad_group {
   const char* message;
 };
 const bad_group bad_groups[] = {
-    {"&other\n/\n", "group.txt: expected the group \"&cuts\", which is not there"},
-    {"&cuts\n list = 1\n", "group.txt:2: the file ends inside the group \"&cuts\": expected \"/\""},
-    {"&cuts\n list = 1,\n 2, x\n/\n", "group.txt:3: list: expected a whole number, found \"x\""},
-    {"&cuts list = 1.5 /", "group.txt:1: list: expected a whole number, found \"1.5\""},
+    {"&other\n/\n", "group.txt: the file has no such group, expected \"&cuts\""},
+    {"&cuts\n list = 1\n", "group.txt:2: the file ends inside the group \"&cuts\", expected \"/\""},
+    {"&cuts\n list = 1,\n 2, x\n/\n", "group.txt:3: list: found \"x\", expected a whole number"},
+    {"&cuts list = 1.5 /", "group.txt:1: list: found \"1.5\", expected a whole number"},
     {"&cuts list = 2147483648 /",
-     "group.txt:1: list: expected a whole number, found \"2147483648\""},
+     "group.txt:1: list: found \"2147483648\", expected a whole number"},
     {"&cuts\n\n flag = 1\n level = 2 /",
-     "group.txt:3: flag: expected a logical such as .true., found \"1\""},
+     "group.txt:3: flag: found \"1\", expected a logical such as .true."},
     {"&cuts\n list = 7*1 /", "group.txt:2: list: no place is left for the value 1"},
     {"&cuts list(1:2) = 3 4\n 5 /", "group.txt:2: list: no place is left for the value 5"},
     {"&cuts level = 1, 2 /", "group.txt:1: level: no place is left for the value 2"},
-    {"&cuts\n list(6) = 1 /", "group.txt:2: list: expected a subscript in 0..5, found \"6\""},
-    {"&cuts list() = 1 /", "group.txt:1: list: expected a subscript in 0..5, found \"\""},
-    {"&cuts list) = 1 /", "group.txt:1: list: expected a subscript in 0..5, found \"\""},
-    {"&cuts list(3:2) = 1 /", "group.txt:1: list: expected a subscript in 0..5, found \"3:2\""},
-    {"&cuts\n limit = 3 /", "group.txt:2: expected one of list, level, flag, found \"limit\""},
-    {"&cuts = 3 /", "group.txt:1: expected one of list, level, flag, found \"\""},
-    {"&cuts 5 list = 3 /", "group.txt:1: expected \"name = values\" after the group's name"},
+    {"&cuts\n list(6) = 1 /", "group.txt:2: list: found \"6\", expected a subscript in 0..5"},
+    {"&cuts list() = 1 /", "group.txt:1: list: found \"\", expected a subscript in 0..5"},
+    {"&cuts list) = 1 /", "group.txt:1: list: found \"\", expected a subscript in 0..5"},
+    {"&cuts list(3:2) = 1 /", "group.txt:1: list: found \"3:2\", expected a subscript in 0..5"},
+    {"&cuts\n limit = 3 /", "group.txt:2: found \"limit\", expected one of list, level, flag"},
+    {"&cuts = 3 /", "group.txt:1: found \"\", expected one of list, level, flag"},
+    {"&cuts 5 list = 3 /",
+     "group.txt:1: found \"5\", expected \"name = values\" after the group's name"},
 };
 
 TEST(namelist, names_file_line_and_what_was_expected) {

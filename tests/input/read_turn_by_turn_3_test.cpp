@@ -175,7 +175,7 @@ TEST(multipliers, multiply_the_stored_signals) {
       at.file("gains.dat", "! bpm and gains\n12 1 0.5 2 1D0\n 70 , 3*1 , 4\n12 2 2 2 2\n");
   read(at, small_set(2), "\n");
   const std::string out =
-      turn_test::dialog(at, "y\nnone.dat\n" + gains + "\n", [] { input::ask_multipliers(); });
+      turn_test::dialog(at, "y\nnone.dat\n" + gains + "\n", [] { expert::ask_multipliers(); });
   EXPECT_TRUE(contains(out, "(def = manual_gain_set.dat)")) << out;
   EXPECT_TRUE(contains(out, " cannot open none.dat")) << out;
   EXPECT_TRUE(contains(out, "70 , 3*1 , 4")) << out;
@@ -185,7 +185,7 @@ TEST(multipliers, multiply_the_stored_signals) {
   EXPECT_EQ(fit::orbit_data(1).detector(70).button(4), 4 * 1001000);
   EXPECT_EQ(fit::arb_gain(4, 70), 4);
   // An empty answer reads none.
-  EXPECT_EQ(turn_test::dialog(at, "\n", [] { input::ask_multipliers(); }),
+  EXPECT_EQ(turn_test::dialog(at, "\n", [] { expert::ask_multipliers(); }),
             " Read file of arbitrary multipliers ? ");
 }
 

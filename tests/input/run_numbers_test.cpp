@@ -29,13 +29,9 @@ TEST(run_numbers, count_back_from_the_newest_run_of_the_index) {
                             {"far beyond", -2147483647 - 1, 0, "the newest is 4567"}};
   for (const auto& [what, typed, run, fault] : cases) {
     SCOPED_TRACE(what);
-    std::int32_t found = 0;
-    bool err = run != 0;
-    std::string why;
-    input::number_to_true_number("TBT", typed, found, err, why);
-    EXPECT_EQ(err, run == 0);
-    EXPECT_EQ(found, run);
-    EXPECT_TRUE(turn_test::contains(why, fault)) << why;
+    const auto found = input::number_to_true_number("TBT", typed);
+    EXPECT_EQ(found.value.value_or(0), run);
+    EXPECT_TRUE(turn_test::contains(util::line_of(found.why), fault)) << util::line_of(found.why);
   }
 }
 
@@ -45,22 +41,18 @@ TEST(run_numbers, an_unusable_index_is_an_error_that_names_file_and_line) {
     const char* kind;
     const char* content;  // null: no index
     const char* fault;
-  } cases[] = {
-      {"no index", "TBT", nullptr, "tbt.idx: No such file or directory"},
-      {"comments only", "TBT", "# none yet\n", "no run in the run index"},
-      {"a word for a number", "TBT", "4565 a b\nrun 4566\n", "tbt.idx:2: expected run number"},
-      {"another kind of run", "ORB", "4565 a b\n", "\"ORB\" are not recorded"}};
+  } cases[] = {{"no index", "TBT", nullptr, "tbt.idx: No such file or directory"},
+               {"comments only", "TBT", "# none yet\n", "no run in the run index"},
+               {"a word for a number", "TBT", "4565 a b\nrun 4566\n",
+                "tbt.idx:2: found \"run 4566\", expected run number"},
+               {"another kind of run", "ORB", "4565 a b\n", "\"ORB\" are not recorded"}};
   for (const auto& [what, kind, content, fault] : cases) {
     SCOPED_TRACE(what);
     const turn_test::scratch at;
     if (content != nullptr) at.file(index_name, content);
-    std::int32_t found = 7;
-    bool err = false;
-    std::string why;
-    input::number_to_true_number(kind, 0, found, err, why);
-    EXPECT_TRUE(err);
-    EXPECT_EQ(found, 7);
-    EXPECT_TRUE(turn_test::contains(why, fault)) << why;
+    const auto found = input::number_to_true_number(kind, 0);
+    EXPECT_FALSE(found);
+    EXPECT_TRUE(turn_test::contains(util::line_of(found.why), fault)) << util::line_of(found.why);
   }
 }
 

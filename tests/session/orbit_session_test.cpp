@@ -125,7 +125,7 @@ TEST(orbit_session, bad_input_ends_with_one_clear_line) {
        "end of input at \"Input command file :\"",
        " ERROR: CANNOT OPEN FILE: also_missing.input\n"},
       {{"O", "bad.input"},
-       "bad.input:2: orbit: expected a whole number, found \"42x\"",
+       "bad.input:2: orbit: found \"42x\", expected a whole number",
        " ERROR READING bad.input\n"},
       {{"O", "", "101"}, "subscript 101 of fit_bpm_idx is outside 0..100", " Index ? "},
       {{"O", "", "-1"}, "subscript -1 of fit_bpm_idx is outside 0..100", " Index ? "},

@@ -13,8 +13,8 @@
 namespace gain_template {
 namespace {
 
-constexpr int blocks = 2;
-constexpr int buttons = 4;
+constexpr int blocks = 2;   // timing blocks of the front end
+constexpr int buttons = 4;  // in the order of its cards, which is not that of the store
 const util::bounded<std::string_view, 0, buttons - 1, "button"> button_name{
     {"TI", "BI", "BO", "TO"}};
 constexpr std::string_view prompt = " Gain template file ? ";
@@ -83,6 +83,7 @@ void begin_section(const std::string& path, progress& at, gain_table0& table0,
   }
   if (!line.starts_with(opening) || line.back() != ']') bad_line(path, at, "[NAMES] or [BPM_name]");
   const std::string_view name = line.substr(opening.size(), line.size() - opening.size() - 1);
+  // Sections go by name, so the names must stand above them.
   at.bpm = bpm_number(name);
   if (at.bpm < 0) bad_line(path, at, "a BPM of section [NAMES], which stands above");
   if (!table0(at.bpm).label.trimmed().empty()) bad_line(path, at, "each BPM once");
@@ -117,6 +118,7 @@ void read_gains(const std::string& path, progress& at, gain_table0& table0, gain
   if (!block || *block < 0 || *block >= blocks || button == buttons) {
     bad_line(path, at, "block 0 or 1, button TI, BI, BO or TO, and eleven gains");
   }
+  // A row given twice is a slip of an editor; which of the two was meant nobody can tell.
   bool& come = at.rows(*block, button);
   if (come) bad_line(path, at, "each block and button once");
   come = true;
@@ -141,6 +143,7 @@ int bpm_number(std::string_view name) {
 
 void read_kbpmii_button_gain(file_name& fit_gain_file, comment_list& old_comments_list,
                              gain_table0& table0_bpm_data, gain_table1& table1_bpm_data) {
+  // Everything is cleared first: rows that a file does not hold must not come from the one before.
   bpm_names.fill({});
   old_comments_list.fill({});
   table0_bpm_data.fill({});

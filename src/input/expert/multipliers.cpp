@@ -17,7 +17,7 @@
 #include "terminal.hpp"
 #include "text.hpp"
 
-namespace input {
+namespace expert {
 namespace {
 
 namespace fit = gain_fit_mod;
@@ -36,7 +36,7 @@ util::unit_handle open_multipliers(std::string& path) {
     const std::string answer = util::ask_or_end(
         " Manual gain set file ? (def = " + def_arb_name + ")", util::answer_kind::file);
     if (!util::trim(answer).empty()) def_arb_name = util::trim(answer);
-    const auto named = path_of_answer(def_arb_name, std::string::npos);
+    const auto named = input::path_of_answer(def_arb_name, std::string::npos);
     if (!named) {
       util::print_line(" " + util::shown(line_of(named.why)));
       continue;
@@ -72,8 +72,9 @@ int read_multipliers() {
   const util::unit_handle file = open_multipliers(path);
   int listed = 0;
   std::string text;
-  constexpr int most_lines = 5001;
+  constexpr int most_lines = 5001;  // one for each BPM index 0..5000
   for (int line = 1; line <= most_lines && util::read_line(file.number(), text); ++line) {
+    // Echoed before it is understood: the transcript shows the line that a fault is about.
     util::print_line(" " + text);
     if (is_comment(text) || util::trim(text).empty()) continue;
     arb_but(listed++) = take_multipliers(text, path, line);
@@ -95,6 +96,7 @@ void ask_multipliers() {
         arb_but.item.begin() + i) {
       continue;
     }
+    // Asking a BPM without readings for its column would make one, full of zeros.
     if (!fit::orbit_data.holds(bpm)) continue;
     for (store::bpm_struct& orbit : fit::orbit_data.edit_column(bpm, fit::norbits)) {
       for (int j = 1; j <= 4; ++j) orbit.button(j) *= fit::arb_gain(j, bpm);
@@ -103,4 +105,4 @@ void ask_multipliers() {
   util::print_line(" arbitrary multipliers applied");
 }
 
-}  // namespace input
+}  // namespace expert

@@ -4,7 +4,7 @@
 // among its first five characters is a comment.
 #pragma once
 
-namespace input {
+namespace expert {
 
 /// Asks whether to read a multiplier file and which, and multiplies the stored signals of the
 /// current data set (orbits 1..norbits) by what it says. Fills arb_gain.
@@ -12,4 +12,4 @@ namespace input {
 ///          and line; a BPM index outside 0..5000 is a bounds error
 void ask_multipliers();
 
-}  // namespace input
+}  // namespace expert

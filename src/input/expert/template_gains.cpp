@@ -7,11 +7,11 @@
 #include "terminal.hpp"
 #include "text.hpp"
 
-namespace driver {
+namespace expert {
 namespace {
 
-constexpr int last_template_bpm = 120;
-constexpr double largest_difference = 0.3;
+constexpr int last_template_bpm = 120;      // the last index that turn-by-turn data use
+constexpr double largest_difference = 0.3;  // from 1, of a template that is believed
 
 // Cards 0..3 are TI, BI, BO, TO; the store's buttons 1..4 are BI, BO, TI, TO.
 constexpr util::bounded<int, 0, 3, "button of card"> button_of_card{{3, 1, 2, 4}};
@@ -38,4 +38,4 @@ void ask_fitted_gains(gain_template::file_name& fit_gain_file,
   }
 }
 
-}  // namespace driver
+}  // namespace expert

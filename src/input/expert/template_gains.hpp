@@ -3,7 +3,7 @@
 #include "bounded.hpp"
 #include "gain_template.hpp"
 
-namespace driver {
+namespace expert {
 
 using template_gains =
     util::bounded2<double, 0, 5000, 1, 4, "fit_gain">;  ///< by BPM and button [-]
@@ -18,4 +18,4 @@ using template_gains =
 void ask_fitted_gains(gain_template::file_name& fit_gain_file,
                       gain_template::comment_list& old_comments_list, template_gains& fit_gain);
 
-}  // namespace driver
+}  // namespace expert

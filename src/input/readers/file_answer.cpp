@@ -19,6 +19,8 @@ std::string variable_of(std::string_view path) {
 
 util::outcome<std::string> path_of_answer(std::string_view answer, std::size_t width) {
   const std::string_view plain = util::unquote(util::trim(answer));
+  // Looked at first: fullfilename ends the run when the variable is not set, which is right for the
+  // site's own paths and wrong for a slip of the finger.
   const std::string variable = variable_of(plain);
   if (!variable.empty() && std::getenv(variable.c_str()) == nullptr) {
     return util::fault{

@@ -5,19 +5,16 @@
 #include <algorithm>
 #include <vector>
 
-#include "file_units.hpp"
 #include "list_io.hpp"
 #include "text.hpp"
 
 namespace namelist {
 namespace {
 
-using failure = std::optional<std::string>;
-
 // The text between a group's name and its end: comments taken off, tabs made blanks, lines joined
 // by blanks.
 struct group_text {
-  std::string file;
+  std::string path;
   std::string text;
   std::vector<std::size_t> starts;  // where each line begins in the text
   int first_line = 0;               // number in the file of the first of them
@@ -63,16 +60,19 @@ piece next_piece(std::string_view line, std::size_t& at) {
   return piece::other;
 }
 
-std::string fault(const group_text& group, std::size_t at, std::string_view what) {
+// Where in the file a place of the group's text stands; the member with it, where there is one.
+std::string place(const group_text& group, std::size_t at, std::string_view member = {}) {
   const auto behind = std::upper_bound(group.starts.begin(), group.starts.end(), at);
   const auto line = group.first_line + (behind - group.starts.begin()) - 1;
-  return util::shown(fmt::format("{}:{}: {}", group.file, line, what));
+  return fmt::format("{}:{}{}{}", group.path, line, member.empty() ? "" : ": ", member);
 }
 
-// Looks for "&name" outside comments; `line` then holds what follows it.
-bool find_group(int unit, std::string_view name, std::string& line, int& number) {
-  while (util::read_line(unit, line)) {
-    ++number;
+std::string found(std::string_view text) { return fmt::format("found \"{}\"", text); }
+
+// Looks for "&name" outside comments; the line in hand then holds what follows it.
+bool find_group(util::text_file& file, std::string_view name) {
+  while (util::next_line(file)) {
+    std::string& line = file.line;
     const std::size_t length = std::min(line.find('!'), line.size());
     for (std::size_t at = 0; at < length; ++at) {
       if (!marks(line, at, name)) continue;
@@ -83,13 +83,16 @@ bool find_group(int unit, std::string_view name, std::string& line, int& number)
   return false;
 }
 
-failure collect(int unit, std::string_view name, group_text& group) {
-  group.file = util::unit_path(unit);
-  std::string line;
-  if (!find_group(unit, name, line, group.first_line)) {
-    return fmt::format("{}: expected the group \"&{}\", which is not there", group.file, name);
+// The group's text, to its end.
+util::status collect(util::text_file& file, std::string_view name, group_text& group) {
+  group.path = file.path;
+  if (!find_group(file, name)) {
+    if (file.trouble) return file.trouble;
+    return util::fault{"the file has no such group", group.path, fmt::format("\"&{}\"", name)};
   }
+  group.first_line = file.number;
   do {
+    std::string& line = file.line;
     std::replace(line.begin(), line.end(), '\t', ' ');
     std::size_t end = 0;  // of what the group holds of this line
     std::size_t at = 0;
@@ -101,9 +104,10 @@ failure collect(int unit, std::string_view name, group_text& group) {
     group.starts.push_back(group.text.size());
     group.text.append(line, 0, end).append(" ");
     if (met == piece::group_end) return {};
-  } while (util::read_line(unit, line));
-  return fault(group, group.text.size(),
-               fmt::format(R"(the file ends inside the group "&{}": expected "/")", name));
+  } while (util::next_line(file));
+  if (file.trouble) return file.trouble;
+  return util::fault{fmt::format("the file ends inside the group \"&{}\"", name),
+                     place(group, group.text.size()), "\"/\""};
 }
 
 // Reads the name, and the subscript if there is one, back from the equals sign.
@@ -156,15 +160,16 @@ constexpr std::string_view kind_of = "a whole number";
 template <>
 constexpr std::string_view kind_of<bool> = "a logical such as .true.";
 
-// Stores values one after the other; returns what is wrong with the last one taken, if anything.
+// Stores values one after the other, until there are no more or one is wrong. The fault's place is
+// the caller's to say.
 template <class T>
-failure store_values(util::list_record& record, std::span<T> items, extent into) {
+util::status store_values(util::list_record& record, std::span<T> items, extent into) {
   for (;;) {
     T value{};
     const util::taken got = util::take(record, value);
     if (got == util::taken::end || got == util::taken::slash) return {};
     if (got == util::taken::bad) {
-      return fmt::format("expected {}, found \"{}\"", kind_of<T>, record.item);
+      return util::fault{found(record.item), {}, std::string{kind_of<T>}};
     }
     if (got == util::taken::null) {
       // All repeats of "1000000*" at once.
@@ -172,61 +177,72 @@ failure store_values(util::list_record& record, std::span<T> items, extent into)
       record.repeats = 0;
       continue;
     }
-    if (into.next >= into.end) return fmt::format("no place is left for the value {}", record.item);
+    if (into.next >= into.end) {
+      return util::fault{fmt::format("no place is left for the value {}", record.item), {}, {}};
+    }
     items[into.next++] = value;
   }
 }
 
-failure assign(const group_text& group, const assignment& given, std::size_t end,
-               std::span<const member> members) {
+util::fault unknown_member(const group_text& group, const assignment& given,
+                           std::span<const member> members) {
+  std::string names;
+  for (const member& m : members) names += fmt::format("{}{}", names.empty() ? "" : ", ", m.name);
+  return {found(given.name), place(group, given.begin), "one of " + names};
+}
+
+// Stores what one assignment says; its values end where the next one begins.
+template <class T>
+util::status assign_items(const group_text& group, const assignment& given, std::size_t end,
+                          const member& into, std::span<T> items) {
+  const auto range = elements(given, into, items.size());
+  if (!range) {
+    const int upper = into.lower + static_cast<int>(items.size()) - 1;
+    return util::fault{found(util::trim(given.subscript.value_or(""))),
+                       place(group, given.begin, into.name),
+                       fmt::format("a subscript in {}..{}", into.lower, upper)};
+  }
+  util::list_record record;
+  start_record(record, std::string_view{group.text}.substr(given.values, end - given.values));
+  util::status wrong = store_values(record, items, *range);
+  if (!wrong) return {};
+  // The record stands behind the fault, and perhaps behind blanks that follow it.
+  const auto used = util::trim_right(record.text.substr(0, record.position)).size();
+  wrong->where = place(group, given.values + std::max<std::size_t>(used, 1) - 1, into.name);
+  return wrong;
+}
+
+util::status assign(const group_text& group, const assignment& given, std::size_t end,
+                    std::span<const member> members) {
   const auto into = std::find_if(members.begin(), members.end(), [&](const member& m) {
     return util::upcase(m.name) == util::upcase(given.name);
   });
-  if (into == members.end()) {
-    std::string names;
-    for (const member& m : members) names += fmt::format("{}{}", names.empty() ? "" : ", ", m.name);
-    return fault(group, given.begin,
-                 fmt::format("expected one of {}, found \"{}\"", names, given.name));
-  }
-  return std::visit(
-      [&](auto items) -> failure {
-        const auto range = elements(given, *into, items.size());
-        if (!range) {
-          return fault(group, given.begin,
-                       fmt::format("{}: expected a subscript in {}..{}, found \"{}\"", into->name,
-                                   into->lower, into->lower + static_cast<int>(items.size()) - 1,
-                                   util::trim(given.subscript.value_or(""))));
-        }
-        util::list_record record;
-        start_record(record, std::string_view{group.text}.substr(given.values, end - given.values));
-        const failure wrong = store_values(record, items, *range);
-        if (!wrong) return {};
-        // The record stands behind the fault, and perhaps behind blanks that follow it.
-        const auto used = util::trim_right(record.text.substr(0, record.position)).size();
-        return fault(group, given.values + std::max<std::size_t>(used, 1) - 1,
-                     fmt::format("{}: {}", into->name, *wrong));
-      },
-      into->items);
+  if (into == members.end()) return unknown_member(group, given, members);
+  return std::visit([&](auto items) { return assign_items(group, given, end, *into, items); },
+                    into->items);
 }
 
 }  // namespace
 
-std::optional<std::string> read_group(int unit, std::string_view group,
-                                      std::span<const member> members) {
-  group_text found;
-  if (failure wrong = collect(unit, group, found)) return wrong;
-  const std::vector<assignment> assignments = split(found.text);
+util::status read_group(util::text_file& file, std::string_view group,
+                        std::span<const member> members) {
+  group_text text;
+  if (util::status wrong = collect(file, group, text)) return wrong;
+  const std::vector<assignment> assignments = split(text.text);
 
   // Only separators may stand before the first name.
-  const std::size_t first = assignments.empty() ? found.text.size() : assignments[0].begin;
-  const std::size_t stray = found.text.find_first_not_of(" ,");
+  const std::size_t first = assignments.empty() ? text.text.size() : assignments[0].begin;
+  const std::size_t stray = text.text.find_first_not_of(" ,");
   if (stray < first) {
-    return fault(found, stray, "expected \"name = values\" after the group's name");
+    const std::string_view word = std::string_view{text.text}.substr(stray);
+    return util::fault{found(word.substr(0, word.find_first_of(" ,="))), place(text, stray),
+                       "\"name = values\" after the group's name"};
   }
+  // Values before a fault stay stored: the operator reads the file again with them.
   for (std::size_t i = 0; i < assignments.size(); ++i) {
     const bool last = i + 1 == assignments.size();
-    const std::size_t end = last ? found.text.size() : assignments[i + 1].begin;
-    if (failure wrong = assign(found, assignments[i], end, members)) return wrong;
+    const std::size_t end = last ? text.text.size() : assignments[i + 1].begin;
+    if (util::status wrong = assign(text, assignments[i], end, members)) return wrong;
   }
   return {};
 }

@@ -11,13 +11,13 @@
 // may also be written "&end". Text before the group (other groups, titles) is passed over.
 #pragma once
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <variant>
 
 #include "bounded.hpp"
+#include "text_file.hpp"
 
 namespace namelist {
 
@@ -45,15 +45,15 @@ member array(std::string_view name, util::bounded<T, lo, hi, label>& values) {
 
 /// Reads one group from where the file stands.
 ///
-/// given    unit     an open file
+/// given    file     an open file
 ///          group    its name in lower case, without "&"
 ///          members  all members that the group may name; those it does not name keep their values
-/// returns  nothing when the whole group was read; else one line with file, line, member and what
-///          was expected. Values before the fault are stored then, the others as they were.
-/// errors   none that end the run, but for a file that cannot be read at all
+/// returns  nothing when the whole group was read; else the fault, with file, line and member.
+///          Values before the fault are stored then, the others as they were.
+/// errors   as the fault; so is a file that cannot be read
 /// note     numbers and logicals may stand in quotes. A value in an array's last place may be
 ///          followed by commas, not by more values.
-std::optional<std::string> read_group(int unit, std::string_view group,
+[[nodiscard]] util::status read_group(util::text_file& file, std::string_view group,
                                       std::span<const member> members);
 
 }  // namespace namelist

@@ -1,0 +1,117 @@
+// Readers by themselves: nothing here sees the variables of a session.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "button_file.hpp"
+#include "command_file.hpp"
+#include "scratch.hpp"
+#include "series_file.hpp"
+#include "turn_text.hpp"
+
+namespace {
+
+const std::string header = "Location : 12W\n--- Bunch 1 ---\n";
+const std::string turn = " 200.5 -300 400 500.25 128 256 0.001 -0.002\n";
+
+std::string repeated(const std::string& text, int times) {
+  std::string all;
+  for (int i = 0; i < times; ++i) all += text;
+  return all;
+}
+
+input::text_run read_run(const std::string& path) {
+  auto file = util::open_text_file(path);
+  EXPECT_TRUE(file);
+  return input::read_plain_run(*file);
+}
+
+// A caller can go on: the fault is told to nobody, and what came before it is there.
+TEST(readers, a_fault_is_a_value_beside_what_was_read) {
+  const scratch::workplace here;
+  const struct {
+    const char* what;
+    std::string text;
+    int norbits;
+    const char* fault;
+  } runs[] = {{"a line that is no turn", header + turn + turn + "12 x\n" + turn, 2,
+               "run.txt:5: found \"12 x\", expected four signals, two whole phases, x and y"},
+              {"one turn too many for the store", header + repeated(turn, 3001), 3000,
+               "subscript 3001 of orbit_data is outside 1..3000"},
+              {"no line end", header + turn + std::string(util::longest_line + 1, '1'), 1,
+               "run.txt:4: no line end within 1048576 characters, expected a text file"}};
+  for (const auto& [what, text, norbits, fault] : runs) {
+    SCOPED_TRACE(what);
+    scratch::write("run.txt", text);
+    const auto run = read_run("run.txt");
+    ASSERT_TRUE(run.data.fault);
+    EXPECT_EQ(util::line_of(*run.data.fault), fault);
+    EXPECT_EQ(run.data.norbits, norbits);
+    EXPECT_EQ(run.data.orbits(norbits).detector(12).button(1), 200500);
+    EXPECT_EQ(run.data.bpms.at(0).seen.kept, norbits + (norbits == 3000 ? 1 : 0));
+  }
+
+  store::orbit_store into{"orbit_data"};
+  input::series_values values;
+  EXPECT_EQ(util::line_of(*input::read_series_file("none.txt", 1, values, into).fault),
+            "none.txt: No such file or directory");
+  scratch::write("exp_0.txt", repeated("0.1 0.2 11 12 13 14 1 1 1 1\n", 3001));
+  const auto series = input::read_series_file("exp_0.txt", 7, values, into);
+  EXPECT_EQ(util::line_of(*series.fault), "subscript 3001 of orbit_data is outside 1..3000");
+  EXPECT_EQ(series.orbits, 3000);
+  EXPECT_EQ(series.echo.size(), 3001U * 300);
+  EXPECT_EQ(into(3000).detector(7).button(4), 14);
+
+  scratch::write("butns.7", "E T1      2.5\n3 1 2 3 4\n-1 5 6 7 8\n");
+  const auto orbit = input::read_button_file("butns.7", 5, into);
+  EXPECT_EQ(util::line_of(*orbit.fault), "subscript -1 of detector is outside 0..5000");
+  EXPECT_EQ(orbit.current, 2.5);
+  EXPECT_EQ(into(5).detector(3).button(4), 4);
+
+  scratch::write("list.cal", "no pair\n" + repeated("5 6 1 0\n", 501));
+  const auto list = input::read_orbit_pairs("list.cal");
+  EXPECT_EQ(util::line_of(*list.fault), "subscript 1001 of orbit is outside 1..1000");
+  EXPECT_EQ(list.orbits.size(), 1000U);
+  EXPECT_EQ(
+      util::line_of(list.left_out.at(0)),
+      "list.cal:1: found \"no pair\", expected \"orbit1 orbit2 ratio error\", key = value or a "
+      "comment");
+}
+
+// What is behind a short line is counted, and hurts nobody whatever it is.
+TEST(readers, rubbish_behind_a_short_line_of_a_series_file_is_no_fault) {
+  const scratch::workplace here;
+  store::orbit_store into{"orbit_data"};
+  input::series_values values;
+  scratch::write("exp_0.txt", "0 0 1 2 3 4 1 1 1 1\n\n" + std::string(util::longest_line + 1, '1'));
+  const auto read = input::read_series_file("exp_0.txt", 1, values, into);
+  EXPECT_FALSE(read.fault);
+  EXPECT_EQ(input::unusable_line("exp_0.txt", read),
+            "exp_0.txt: line 2 ends the file, lines not read behind it: 1");
+}
+
+TEST(readers, several_may_be_at_work_at_once) {
+  const scratch::workplace here;
+  for (int i = 0; i < 4; ++i) {
+    scratch::write("run" + std::to_string(i), header + repeated(turn, 400 + i));
+  }
+  std::array<input::text_run, 4> runs;
+  std::vector<std::thread> threads;
+  for (std::size_t i = 0; i < runs.size(); ++i) {
+    threads.emplace_back([&runs, i] { runs.at(i) = read_run("run" + std::to_string(i)); });
+  }
+  for (std::thread& one : threads) one.join();
+  for (std::size_t i = 0; i < runs.size(); ++i) {
+    const auto serial = read_run("run" + std::to_string(i));
+    ASSERT_EQ(runs.at(i).data.norbits, 400 + static_cast<int>(i));
+    const auto parallel = runs.at(i).data.orbits.column(12, serial.data.norbits);
+    const auto column = serial.data.orbits.column(12, serial.data.norbits);
+    EXPECT_EQ(std::memcmp(parallel.data(), column.data(), column.size_bytes()), 0);
+  }
+}
+
+}  // namespace

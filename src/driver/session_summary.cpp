@@ -91,6 +91,7 @@ std::vector<store::bpm_remark> bpms_not_fitted(const session_state& s) {
   }
   for (const store::bpm_remark& r : store::left_out) remark(r.bpm, r.name, r.reason);
   std::vector<store::bpm_remark> all;
+  all.reserve(by_index.size());
   for (auto& [bpm, at] : by_index) all.push_back(std::move(at));
   return all;
 }

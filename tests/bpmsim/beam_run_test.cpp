@@ -102,7 +102,7 @@ TEST(bpmsim_beam_run, truth_explains_every_reading) {
   run.beam.current.slope_x = 2;  // 1 % at 5 mm
   run.beam.second = {0.3, 2 * mm, -3 * mm, 0.8};
   const run_signals made = made_of(run);
-  const auto round = sim::solve(sim::round_chamber());
+  const auto round = sim::solve(sim::usual_chamber());
   int second = 0;
   for (std::size_t i = 0; i < made.signal.size(); ++i) {
     const buttons phi = sim::phi(*round, made.at[i].x, made.at[i].y);
@@ -154,7 +154,7 @@ TEST(bpmsim_beam_run, a_trouble_leaves_the_other_numbers_alone) {
 
 TEST(bpmsim_beam_run, threads_get_the_bits_of_a_single_one) {
   beam_run run;
-  run.chamber = sim::solve(sim::round_chamber());
+  run.chamber = sim::solve(sim::usual_chamber());
   run.electronics.noise = 1e-4;
   const run_signals alone = made_of(run);
   std::array<run_signals, 4> made;
@@ -170,7 +170,10 @@ TEST(bpmsim_beam_run, threads_get_the_bits_of_a_single_one) {
   }
 }
 
-const auto arc = sim::solve(chamber_solver::default_chamber_at(1));
+const auto& arc() {
+  static const auto solved = sim::solve(chamber_solver::default_chamber_at(1));
+  return solved;
+}
 
 TEST(bpmsim_beam_run, impossible_runs_are_faults_not_endings) {
   struct wrong {
@@ -184,7 +187,7 @@ TEST(bpmsim_beam_run, impossible_runs_are_faults_not_endings) {
        "42.75 "
        "mm"},
       {[](beam_run& r) {
-         r.chamber = arc;
+         r.chamber = arc();
          r.beam.y.orbit = 20 * mm;
          r.beam.y.amplitude = 4 * mm;
        },

@@ -44,6 +44,11 @@ TEST(bpmsim_program, unusable_options_are_told_in_one_line_with_status_2) {
       {"series --seed -1", "--seed: expected a whole number from 0"},
       {"series --dead 3", "--dead: expected BPM:BUTTON"},
       {"series --gain 3:1", "--gain: expected BPM:BUTTON:VALUE, found \"3:1\""},
+      {"series --real-azimuth 5:1",
+       "--real-azimuth: expected BUTTON:mm, the button 1 to 4, found \"5:1\""},
+      {"series --real-width 4", "chamber round: buttons 1 and 2 overlap"},
+      {"series --swapped 1:2:2", "swapped button: 2 is no other button than 2 of BPM 1"},
+      {"table chamber", "table_file is required"},
       {"compare truth.dat", "result is required"}};
   for (const auto& [arguments, text] : all) {
     SCOPED_TRACE(arguments);
@@ -84,6 +89,104 @@ TEST(bpmsim_program, options_reach_the_series_in_their_units) {
   EXPECT_NE(truth.find("round pipe of radius 30 mm"), std::string::npos);
   EXPECT_NE(truth.find("EXP_100"), std::string::npos);
   EXPECT_NE(truth.find(" 1.25 "), std::string::npos);
+}
+
+// Each trouble by its option: it reaches the readings, and the truth names it.
+TEST(bpmsim_program, every_trouble_is_an_option_and_stands_in_the_truth) {
+  const scratch::directory here;
+  const std::string directory = here / "inputs_1000random_xy_and_timing_offset";
+  const auto series = [&](const std::string& options) {
+    const outcome o = bpmsim(here, "series --bpms 1 --orbits 40 --noise 1e-4 " + options);
+    EXPECT_EQ(o.status, 0) << o.err;
+    return scratch::content(directory + "/exp_0.txt");
+  };
+  struct trouble {
+    const char* options;
+    const char* truth;
+  };
+  const trouble all[] = {
+      {"--chamber bpm_arc", "chamber = bpm_arc, 90 by 50 mm"},
+      {"--chamber own", "chamber = each BPM's own"},
+      {"--real-width 1.1", "beam_chamber = that, but buttons 1.1 times as wide"},
+      {"--real-angle 1.5", "buttons 1.5 degrees further from the x axis"},
+      {"--real-azimuth 3:0.1", "button 3 0.1 mm further along the wall"},
+      {"--real-button disc", "that, but discs"},
+      {"--real-ellipse 0.03", "wider and lower by the part 0.03"},
+      {"--real-radius 0.01", "larger by the part 0.01"},
+      {"--gain-step 1:2:0.01 --gain-step-at 0.25", "gain_step_at = 0.25 of the run"},
+      {"--gain-drift 1:4:-0.005", "gain_drift = BPM 1 button 4 by -0.005"},
+      {"--current-drift 0.1", "current_drift = 0.1 over the run"},
+      {"--current-decay 0.1", "current_decay = 0.1 over the run"},
+      {"--current-walk 1e-3", "current_walk = 0.001 a step"},
+      {"--current-slope 2e-5 0", "current_slope = 2e-05 0 per mm"},
+      {"--intensity-spread 0.01", "intensity_spread = 0.01"},
+      {"--saturated 1:2:1.05", "saturated = BPM 1 button 2 at 1.05"},
+      {"--compression 0.05", "compression = 0.05"},
+      {"--compressed 1:3:0.05", "compressed = BPM 1 button 3 by 0.05"},
+      {"--cross-talk 0.01", "cross_talk = 0.01"},
+      {"--stuck 1:2:0.9", "stuck = BPM 1 button 2 by 0.9"},
+      {"--swapped 1:2:3", "swapped = BPM 1 button 2 by 3"},
+      {"--adc-bits 12", "adc_bits = 12"},
+      {"--duplicated 0.5", "duplicated = 0.5"},
+      {"--second 0.5 --second-orbit 2 -1 --second-current 0.7",
+       "second_population = 0.5 of the orbits, 2 -1 mm away, 0.7 of the current"},
+      {"--outliers 3 --outlier-size 0.2", "outliers = 3 by 0.2 of signal"},
+      {"--pedestal-left 3e-3", "# pedestals left in: EXP_0"},
+      {"--spread 5 0", "beam_y = uniform 0 mm"},
+      {"--spread 0", "beam_x = uniform 0 mm"}};
+  const std::string plain = series("");
+  for (const auto& [options, truth] : all) {
+    SCOPED_TRACE(options);
+    EXPECT_NE(series(options), plain);
+    const std::string told = scratch::content(directory + "/truth.dat");
+    EXPECT_NE(told.find(truth), std::string::npos) << told;
+  }
+  EXPECT_EQ(series("--passages"), plain);
+  const auto passages = scratch::lines_of(directory + "/truth.dat.passages");
+  ASSERT_EQ(passages.size(), 41U);
+  // The place is the one in the series' own line: both begin with it.
+  const std::string place = scratch::lines_of(directory + "/exp_0.txt").at(40).substr(2, 32);
+  EXPECT_NE(passages[40].find(place), std::string::npos) << passages[40] << place;
+}
+
+TEST(bpmsim_program, chambers_without_a_table_are_told_in_one_line_with_status_1) {
+  const scratch::directory here;
+  here.file("exchanged",
+            "nonlin_bpm_chamber 1\nname e\nunits mm\ncontour circle 20\nbutton 1 14 -14 8 strip\n"
+            "button 2 -14 -14 8 strip\nbutton 3 -14 14 8 strip\nbutton 4 14 14 8 strip\n"
+            "x_grid 21 -15 15\ny_grid 21 -15 15\nmargin 3\nsolver 8 16 2\nend\n");
+  here.file("torn", "nonlin_bpm_chamber 1\nunits feet\n");
+  const std::pair<const char*, const char*> all[] = {
+      {"table exchanged e.table", "table of chamber e: button 1 does not grow towards its own"},
+      {"table torn t.table", "bpmsim: torn:2: expected units m or mm, found feet"},
+      {"series --chamber torn", "torn:2: expected units"},
+      {"series --chamber none", "cannot open none: No such file"}};
+  for (const auto& [arguments, text] : all) {
+    SCOPED_TRACE(arguments);
+    const outcome o = bpmsim(here, arguments);
+    EXPECT_EQ(o.status, 1);
+    EXPECT_EQ(o.err.rfind("bpmsim: ", 0), 0U) << o.err;
+    EXPECT_NE(o.err.find(text), std::string::npos) << o.err;
+    EXPECT_EQ(o.err.find('\n'), o.err.size() - 1) << o.err;
+  }
+  EXPECT_FALSE(std::filesystem::exists(here / "e.table"));
+}
+
+// A second tree on the same place, with another chamber: what a site may have put there stays.
+TEST(bpmsim_program, a_tree_leaves_tables_that_stand_there_and_says_so) {
+  const scratch::directory here;
+  const std::string folder = here / "t/online/machine_data/meas/orbit/nonlin_bpm";
+  here.file("t/online/machine_data/meas/orbit/nonlin_bpm/button_coeff.dat", "a site's own\n");
+  const outcome o = bpmsim(here, "tree t --bpms 3 --turns 4 --chamber own --passages");
+  EXPECT_EQ(o.status, 0);
+  EXPECT_EQ(o.err,
+            "bpmsim: t/online/machine_data/meas/orbit/nonlin_bpm/button_coeff.dat: left as "
+            "it is; --replace makes it anew\n");
+  EXPECT_EQ(scratch::content(folder + "/button_coeff.dat"), "a site's own\n");
+  EXPECT_TRUE(std::filesystem::exists(folder + "/bpm_arc.table"));
+  // Three BPMs, four turns, in the bunch with beam.
+  EXPECT_EQ(scratch::lines_of(here / "t/online/kbpmII/raw/04/RD-004567.truth.passages").size(),
+            13U);
 }
 
 }  // namespace

@@ -119,6 +119,8 @@ std::shared_ptr<chamber_choice> add_machine(CLI::App& app, sim::machine& m) {
   add_chamber(app, *choice, m);
   add_beam(app, m.beam);
   add_electronics(app, m.electronics);
+  add_flag({&app}, "--passages", m.every_passage,
+           "also write the truth of every passage, beside the truth");
   add_seed({&app}, "--seed", m.seed, "of all random numbers: the same seed, the same files");
   return choice;
 }

@@ -12,13 +12,9 @@ namespace {
 // thousand misses mean that it cannot.
 constexpr int most_draws = 1000;
 
-std::shared_ptr<const solved_chamber> usual_chamber() {
-  static const auto usual = solve(round_chamber());
-  return usual;
-}
-
 std::shared_ptr<const solved_chamber> chamber_of(const beam_run& run) {
-  return run.chamber ? run.chamber : usual_chamber();
+  static const auto usual = solve(usual_chamber());
+  return run.chamber ? run.chamber : usual;
 }
 
 // 0 at the first orbit of the run, 1 at the last.

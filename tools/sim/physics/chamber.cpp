@@ -129,6 +129,11 @@ chamber round_chamber(const round_drawing& d) {
   return c;
 }
 
+const chamber& usual_chamber() {
+  static const chamber usual = round_chamber({});
+  return usual;
+}
+
 double half_height(const chamber& c) {
   if (c.round) return c.round->radius;
   double highest = 0;

@@ -46,6 +46,7 @@ void add_trouble_lines(const machine& m, std::vector<std::string>& lines) {
     }
   }
   add(!e.gain_steps.empty(), fmt::format("gain_step_at = {} of the run", e.gain_step_at));
+  add(!e.gain_steps.empty() || !e.gain_drifts.empty(), "gains = those of the first orbit");
 }
 
 // The drawn chambers: one for all, or the default ones for each to have its own.

@@ -30,12 +30,13 @@ enum class chamber_source {
 
 /// The physical model, the same for every BPM.
 struct machine {
-  sim::chamber chamber = round_chamber();  // of every BPM, unless each has its own
+  sim::chamber chamber = usual_chamber();  // of every BPM, unless each has its own
   chamber_source source = chamber_source::drawing;
   chamber_change change{};  // how the chambers differ from their drawings
   sim::beam beam{};
   electronics_setup electronics{};
   std::uint64_t seed = 1;
+  bool every_passage = false;       // writers leave the truth of every passage beside their files
   std::vector<solved_pair> solved;  // by `prepare`; in the order of the default chambers
 };
 

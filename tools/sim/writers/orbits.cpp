@@ -6,6 +6,7 @@
 #include <numbers>
 #include <vector>
 
+#include "directories.hpp"
 #include "file_units.hpp"
 #include "random.hpp"
 #include "run_time.hpp"
@@ -31,14 +32,9 @@ void draw_oscillation(plane& p, random_stream& stream) {
 }
 
 void write_button_file(const orbits_setup& s, int number, const machine& m,
-                       std::vector<monitor>& monitors) {
+                       std::vector<monitor>& monitors, const passage_log& log) {
   const fs::path directory = directory_of(s, number);
-  std::error_code fault;
-  fs::create_directories(directory, fault);
-  if (fault) {
-    util::run_time_error(
-        fmt::format("cannot make directory {}: {}", directory.string(), fault.message()));
-  }
+  make_directory(directory);
   const util::unit_handle file{util::lunget()};
   util::open_output(file.number(), directory / fmt::format("butns.{}", number));
   util::write_line(file.number(), fmt::format("c Closed orbit {}, simulated", number));
@@ -47,7 +43,9 @@ void write_button_file(const orbits_setup& s, int number, const machine& m,
     util::write_line(file.number(), fmt::format("P T1      {:.6g}", s.positrons));
   }
   for (monitor& at : monitors) {
-    const auto count = counts(next_passage(m, at), at);
+    const passage p = next_passage(m, at);
+    const auto count = counts(p, at);
+    note(log, std::to_string(at.bpm), 1, number, p);
     util::write_line(file.number(), fmt::format(" {:4} {:11} {:11} {:11} {:11}", at.bpm, count(1),
                                                 count(2), count(3), count(4)));
   }
@@ -127,15 +125,18 @@ void make_orbits(const orbits_setup& s) {
   }
   // BPMs count from 1: stream 0 is the whole beam's.
   random_stream stream = make_stream(s.machine.seed, purpose::motion, 0);
+  const std::string truth_path = fs::path{s.archive} / truth_file_name;
+  make_directory(directory_of(s, s.first));
+  const passage_log log = open_passage_log(m, truth_path);
   for (int i = 0; i < s.orbits; ++i) {
     machine of_orbit = m;
     draw_oscillation(of_orbit.beam.x, stream);
     draw_oscillation(of_orbit.beam.y, stream);
-    write_button_file(s, s.first + i, of_orbit, monitors);
+    write_button_file(s, s.first + i, of_orbit, monitors, log);
   }
   write_command_file(s);
   if (!s.list.empty()) write_list_file(s);
-  write_truth(fs::path{s.archive} / truth_file_name, "closed orbits", s.machine, truth);
+  write_truth(truth_path, "closed orbits", s.machine, truth);
 }
 
 }  // namespace sim

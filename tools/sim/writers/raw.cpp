@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "directories.hpp"
 #include "file_units.hpp"
 #include "kbpmfio.hpp"
 #include "list_io.hpp"
@@ -49,13 +50,15 @@ std::int32_t in_column(double reading, const std::string& name, int turn) {
 
 // The data lines of one bunch. Its motion is its own; the electronics are the BPM's.
 void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, int bunch,
-                 const rawfile::RDV3_INST_DATA& header, const std::string& name) {
+                 const rawfile::RDV3_INST_DATA& header, const std::string& name,
+                 const passage_log& log) {
   const int block = block_of(s, bunch);
   const bool has_beam = bunch < s.bunches - s.empty;
   std::array<std::int32_t, 6> columns{block};
   rawfile::kbpmfio_map_data_line(columns);
   for (int turn = 0; turn < s.turns; ++turn) {
     const passage p = next_passage(s.machine, at);
+    if (has_beam) note(log, name, bunch + 1, turn + 1, p);
     columns[1] = phase_word(s, turn);
     for (int card = 0; card < rawfile::num_cards; ++card) {
       const int k = button_of_card[card];
@@ -71,7 +74,7 @@ void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, 
 
 // One instrument; returns what is true about it.
 bpm_truth write_instrument(rawfile::kbpmfio_stream& file, const raw_setup& s, int bpm, int ix_run,
-                           const std::string& name) {
+                           const std::string& name, const passage_log& log) {
   const seat first_seat{bpm, 0, s.turns, ring_number(name)};
   const monitor first = make_monitor(s.machine, first_seat);
   rawfile::RDV3_INST_DATA header = instrument_header(s, first, name);
@@ -84,24 +87,14 @@ bpm_truth write_instrument(rawfile::kbpmfio_stream& file, const raw_setup& s, in
     const int stream = (ix_run * rawfile::max_bunches) + bunch;
     seat of_bunch = first_seat;
     of_bunch.bunch = stream;
-    write_bunch(file, s, make_monitor(s.machine, of_bunch), bunch, header, name);
+    write_bunch(file, s, make_monitor(s.machine, of_bunch), bunch, header, name, log);
   }
   return truth_of(name, first.electronics);
 }
 
-void make_directories_of(const std::string& path) {
-  const fs::path directory = fs::path{path}.parent_path();
-  std::error_code fault;
-  if (!directory.empty()) fs::create_directories(directory, fault);
-  if (fault) {
-    util::run_time_error(
-        fmt::format("cannot make directory {}: {}", directory.string(), fault.message()));
-  }
-}
-
 void write_run(const raw_setup& s, int ix_run, std::time_t when, const std::string& path) {
   const std::vector<std::string> names = instrument_names(s);
-  make_directories_of(path);
+  make_directory(fs::path{path}.parent_path());
   rawfile::kbpmfio_output file;
   if (const auto fault = rawfile::open_for_writing(file, path)) {
     util::run_time_error(fmt::format("cannot open {} for writing: {}", path, fault->what));
@@ -114,8 +107,9 @@ void write_run(const raw_setup& s, int ix_run, std::time_t when, const std::stri
   rawfile::kbpmfio_map_kovr_header(kovr);
   rawfile::kbpmfio_rw_kovr_header(file, rawfile::KBPMFIO_WRITE);
   std::vector<bpm_truth> truth;
+  const passage_log log = open_passage_log(s.machine, raw_truth_path(path));
   for (std::size_t i = 0; i < names.size(); ++i) {
-    truth.push_back(write_instrument(file, s, static_cast<int>(i) + 1, ix_run, names[i]));
+    truth.push_back(write_instrument(file, s, static_cast<int>(i) + 1, ix_run, names[i], log));
   }
   rawfile::close(file);
   write_truth(
@@ -143,7 +137,7 @@ void enter_in_index(int run, std::time_t when) {
   }
   if (lines.empty()) lines.emplace_back("# run, date, time");
   lines.push_back(fmt::format("{} {:%Y-%m-%d %H:%M:%S}", run, fmt::gmtime(when)));
-  make_directories_of(path);
+  make_directory(fs::path{path}.parent_path());
   const std::string part = path + ".part";
   {
     rawfile::kbpmfio_output file;

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "directories.hpp"
 #include "file_units.hpp"
 #include "list_io.hpp"
 #include "run_time.hpp"
@@ -32,7 +33,7 @@ std::string gain_columns(const buttons& gain) {
 }
 
 bpm_truth write_series_file(const series_setup& s, const machine& m, const std::string& directory,
-                            int bpm) {
+                            int bpm, const passage_log& log) {
   const int number = s.first + bpm - 1;
   const std::string path = fmt::format("{}/{}", directory, series_file_name(number));
   const std::string part = path + ".part";
@@ -45,6 +46,7 @@ bpm_truth write_series_file(const series_setup& s, const machine& m, const std::
     for (int orbit = 1; orbit <= s.orbits; ++orbit) {
       const passage p = next_passage(m, at);
       util::write_line(file.number(), data_line(p, at, gains));
+      note(log, series_bpm_name(number), 1, orbit, p);
     }
   }
   std::error_code fault;
@@ -85,17 +87,16 @@ std::string series_fault(const series_setup& s) {
 
 void make_series(const series_setup& s) {
   const std::string directory = series_directory(s.base);
-  std::error_code fault;
-  fs::create_directories(directory, fault);
-  if (fault) {
-    util::run_time_error(fmt::format("cannot make directory {}: {}", directory, fault.message()));
-  }
+  make_directory(directory);
   machine m = s.machine;
   prepare(m);
   std::vector<bpm_truth> bpms;
-  for (int bpm = 1; bpm <= s.bpms; ++bpm) bpms.push_back(write_series_file(s, m, directory, bpm));
-  write_truth(fmt::format("{}/{}", directory, truth_file_name), "a synthetic series", s.machine,
-              bpms);
+  const std::string truth = fmt::format("{}/{}", directory, truth_file_name);
+  const passage_log log = open_passage_log(m, truth);
+  for (int bpm = 1; bpm <= s.bpms; ++bpm) {
+    bpms.push_back(write_series_file(s, m, directory, bpm, log));
+  }
+  write_truth(truth, "a synthetic series", s.machine, bpms);
 }
 
 }  // namespace sim

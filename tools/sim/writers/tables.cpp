@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "directories.hpp"
 #include "file_units.hpp"
 #include "nonlin_bpm_mod.hpp"
 #include "progress.hpp"
@@ -28,7 +29,7 @@ using chamber_solver::point;
 using chamber_solver::table_work;
 using nonlin_bpm_mod::table_nodes;
 
-constexpr int tried_places = 2000;
+constexpr int tried_places = 1000;
 // A grid is too coarse when more than one place in so many is not found again; the default grids
 // lose none, twice their pitch none, four times their pitch one in fifty.
 constexpr int most_lost = 100;
@@ -119,14 +120,6 @@ void describe(const table_work& work, table_report& r) {
                     [](const nonlin_bpm_mod::table_node& node) { return !node.out; }));
 }
 
-// The format of a button file, with nothing in it yet.
-void write_empty(const std::string& path, const std::string& first, const std::string& comment) {
-  const util::unit_handle unit{util::lunget()};
-  util::open_output(unit.number(), path);
-  util::write_line(unit.number(), first);
-  util::write_line(unit.number(), "# " + comment);
-}
-
 bool stays(const tables_setup& s, const std::string& path) {
   return !s.replace && fs::exists(path);
 }
@@ -135,6 +128,20 @@ table_report left_report(const std::string& path) {
   table_report r;
   r.path = path;
   r.left = true;
+  return r;
+}
+
+// A file of button properties, in its format and with nothing in it yet.
+table_report make_list(const tables_setup& s, const std::string& name, const std::string& kind,
+                       const std::string& comment) {
+  const std::string path = fmt::format("{}/{}", s.directory, name);
+  if (stays(s, path)) return left_report(path);
+  const util::unit_handle unit{util::lunget()};
+  util::open_output(unit.number(), path);
+  util::write_line(unit.number(), kind);
+  util::write_line(unit.number(), "# " + comment);
+  table_report r;
+  r.path = path;
   return r;
 }
 
@@ -180,12 +187,7 @@ util::outcome<table_report> make_table(const chamber& c, const std::string& tabl
 }
 
 util::outcome<std::vector<table_report>> make_tables(const tables_setup& s) {
-  std::error_code fault;
-  fs::create_directories(s.directory, fault);
-  if (fault) {
-    util::run_time_error(
-        fmt::format("cannot make directory {}: {}", s.directory, util::system_text(fault.value())));
-  }
+  make_directory(s.directory);
   std::vector<table_report> all;
   for (std::size_t i = 0; i < chamber_solver::default_chambers.size(); ++i) {
     const std::string name{chamber_solver::default_chambers.at(i).name};
@@ -200,26 +202,9 @@ util::outcome<std::vector<table_report>> make_tables(const tables_setup& s) {
     if (!made) return made.why;
     all.push_back(*made);
   }
-  struct list {
-    const char* name;
-    const char* kind;
-    const char* comment;
-  };
-  constexpr std::array<list, 2> lists{
-      {{"button_coeff.dat", "nonlin_bpm_coeff 1",
-        "bpm c1 c2 c3 c4: each signal is multiplied by its coefficient"},
-       {"bad_button.dat", "nonlin_bpm_bad_buttons 1", "bpm button"}}};
-  for (const auto& [name, kind, comment] : lists) {
-    const std::string path = fmt::format("{}/{}", s.directory, name);
-    if (stays(s, path)) {
-      all.push_back(left_report(path));
-      continue;
-    }
-    write_empty(path, kind, comment);
-    table_report r;
-    r.path = path;
-    all.push_back(r);
-  }
+  all.push_back(make_list(s, "button_coeff.dat", "nonlin_bpm_coeff 1",
+                          "bpm c1 c2 c3 c4: each signal is multiplied by its coefficient"));
+  all.push_back(make_list(s, "bad_button.dat", "nonlin_bpm_bad_buttons 1", "bpm button"));
   return all;
 }
 

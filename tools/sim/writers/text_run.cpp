@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "directories.hpp"
 #include "file_units.hpp"
 #include "run_time.hpp"
 #include "truth.hpp"
@@ -61,12 +62,14 @@ void write_bpm_header(const text_run_setup& s, int unit, const monitor& at) {
   util::write_line(unit, "# --- Bunch 1 ---");
 }
 
-bpm_truth write_bpm(const text_run_setup& s, const machine& m, int unit, int bpm) {
+bpm_truth write_bpm(const text_run_setup& s, const machine& m, int unit, int bpm,
+                    const passage_log& log) {
   monitor at = make_monitor(m, {.bpm = bpm, .orbits = s.turns});
   write_bpm_header(s, unit, at);
   for (int turn = 1; turn <= s.turns; ++turn) {
     const passage p = next_passage(m, at);
     util::write_line(unit, turn_line(s, p, at));
+    note(log, text_location(bpm), 1, turn, p);
   }
   return truth_of(text_location(bpm), at.electronics);
 }
@@ -110,11 +113,7 @@ std::string text_run_fault(const text_run_setup& s) {
 }
 
 std::string make_text_run(const text_run_setup& s) {
-  std::error_code fault;
-  fs::create_directories(s.directory, fault);
-  if (fault) {
-    util::run_time_error(fmt::format("cannot make directory {}: {}", s.directory, fault.message()));
-  }
+  make_directory(s.directory);
   std::string path = fmt::format("{}/{}", s.directory, text_run_name(s.form, s.run));
   machine m = s.machine;
   prepare(m);
@@ -123,7 +122,10 @@ std::string make_text_run(const text_run_setup& s) {
     const util::unit_handle file{util::lunget()};
     util::open_output(file.number(), path);
     write_title(s, file.number());
-    for (int bpm = 1; bpm <= s.bpms; ++bpm) bpms.push_back(write_bpm(s, m, file.number(), bpm));
+    const passage_log log = open_passage_log(m, path + ".truth");
+    for (int bpm = 1; bpm <= s.bpms; ++bpm) {
+      bpms.push_back(write_bpm(s, m, file.number(), bpm, log));
+    }
   }
   write_truth(path + ".truth", "a text run", s.machine, bpms);
   return path;

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "directories.hpp"
 #include "file_units.hpp"
 #include "random.hpp"
 #include "rawfile_location.hpp"
@@ -23,12 +24,6 @@ constexpr int ring_bpms = 110;  // indices 1..110 stand along the ring; later na
 
 void check(const std::error_code& fault, const std::string& path) {
   if (fault) util::run_time_error(fmt::format("cannot make {}: {}", path, fault.message()));
-}
-
-void make_directory(const std::string& path) {
-  std::error_code fault;
-  fs::create_directories(path, fault);
-  check(fault, path);
 }
 
 // Names spread evenly over the ring, with commas between.

@@ -116,6 +116,23 @@ void write_truth(const std::string& path, const std::string& what, const machine
   }
 }
 
+passage_log open_passage_log(const machine& m, const std::string& truth_path) {
+  passage_log log;
+  if (!m.every_passage) return log;
+  log.file = util::unit_handle{util::lunget()};
+  util::open_output(log.file.number(), truth_path + ".passages");
+  util::write_line(log.file.number(),
+                   "# BPM, bunch, orbit, x y [m], intensity, true gains of BI BO TI TO");
+  return log;
+}
+
+void note(const passage_log& log, const std::string& bpm, int bunch, int orbit, const passage& p) {
+  if (log.file.number() == 0) return;
+  util::write_line(log.file.number(),
+                   fmt::format("{:<12} {:4} {:6} {:16.9e} {:16.9e} {:.12g}{}", bpm, bunch, orbit,
+                               p.at.x, p.at.y, p.intensity, four(p.gain)));
+}
+
 std::vector<bpm_truth> read_truth(const std::string& path) {
   const fs::path at{path};
   std::vector<bpm_truth> bpms;

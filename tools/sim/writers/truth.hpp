@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "file_units.hpp"
 #include "machine.hpp"
 
 namespace sim {
@@ -27,6 +28,16 @@ bpm_truth truth_of(const std::string& name, const bpm_electronics& e);
 /// given    what  begins the file: "truth of ..."
 void write_truth(const std::string& path, const std::string& what, const machine& m,
                  const std::vector<bpm_truth>& bpms);
+
+/// Where the truth of single passages is written down, when it is asked for.
+struct passage_log {
+  util::unit_handle file;  // number 0: nowhere
+};
+
+/// Begins the file TRUTH_PATH.passages when the machine says so. Its lines are BPM, bunch and orbit,
+/// x y [m], intensity, true gains of BI BO TI TO at that moment.
+passage_log open_passage_log(const machine& m, const std::string& truth_path);
+void note(const passage_log& log, const std::string& bpm, int bunch, int orbit, const passage& p);
 
 /// The truth of a simulation.
 /// given    path  a truth file, the directory that holds one, the directory of a series or the base

@@ -1,87 +1,27 @@
 #include "accuracy.hpp"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <cstdio>
-#include <limits>
 
-#include "fit_gains.hpp"
-#include "gain_fit_mod.hpp"
+#include "judged_run.hpp"
 #include "run_time.hpp"
-#include "terminal.hpp"
+#include "table_maker.hpp"
 
 namespace sim {
 namespace {
 
-// Holds standard output back as long as it lives: the fit tells every step there.
-class quiet_output {
- public:
-  quiet_output() {
-    std::fflush(stdout);
-    kept_ = dup(STDOUT_FILENO);
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (kept_ < 0 || nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0) {
-      util::run_time_error("cannot hold standard output back: " + util::system_text(errno));
+struct error_sums {
+  double squares = 0, worst = 0;
+  void add(const ratio_errors& e) {
+    for (const double error : e) {
+      squares += std::isfinite(error) ? error * error : HUGE_VAL;
+      worst = std::max(worst, std::abs(error));
     }
-    close(nowhere);
   }
-  quiet_output(const quiet_output&) = delete;
-  quiet_output& operator=(const quiet_output&) = delete;
-  quiet_output(quiet_output&&) = delete;
-  quiet_output& operator=(quiet_output&&) = delete;
-  ~quiet_output() {
-    std::fflush(stdout);
-    dup2(kept_, STDOUT_FILENO);
-    close(kept_);
-  }
-
- private:
-  int kept_ = -1;
 };
 
-void fill_store(const accuracy_setup& s, monitor& at) {
-  gain_fit_mod::bpm = at.bpm;
-  gain_fit_mod::norbits = s.orbits;
-  for (int orbit = 1; orbit <= s.orbits; ++orbit) {
-    const auto count = counts(next_passage(s.machine, at), at);
-    auto& reading = gain_fit_mod::orbit_data.edit(orbit, at.bpm);
-    for (int k = 1; k <= 4; ++k) reading.button(k) = count(k);
-  }
-}
-
-// Ratios of 1/gain to that of button 1: mean of the four fits, and how far these lie apart.
-struct fitted_ratios {
-  buttons mean{};
-  double spread = 0;
-};
-
-fitted_ratios fit(const accuracy_setup& s, monitor& at) {
-  fill_store(s, at);
-  gain_fit_mod::chis_saved chis{};
-  gain_fit_mod::gains_saved gains{};
-  gain_fit_mod::coeffs_saved coefficients{};
-  gain_fit_mod::covar_saved covariances{};
-  const quiet_output quiet;
-  gain_fit_mod::fit_gains(chis, gains, coefficients, covariances);
-  gain_fit_mod::orbit_data.clear();
-
-  fitted_ratios fitted;
-  for (int k = 1; k <= 4; ++k) {
-    double least = std::numeric_limits<double>::infinity();
-    double most = -least;
-    for (int f = 1; f <= 4; ++f) {
-      const double ratio = gains(f, 1) / gains(f, k);
-      fitted.mean(k) += 0.25 * ratio;
-      least = std::min(least, ratio);
-      most = std::max(most, ratio);
-    }
-    fitted.spread = std::max(fitted.spread, most - least);
-  }
-  return fitted;
+error_figures figures(const error_sums& sums, int bpms) {
+  return {sums.worst, std::sqrt(sums.squares / (3.0 * bpms))};
 }
 
 }  // namespace
@@ -89,21 +29,58 @@ fitted_ratios fit(const accuracy_setup& s, monitor& at) {
 accuracy_result measure_accuracy(const accuracy_setup& unprepared) {
   accuracy_setup s = unprepared;
   prepare(s.machine);
+  const auto drawn = chamber_solver::table_of(chambers_of(s.machine, 1).drawn->of);
+  if (!drawn) util::run_time_error(util::line_of(drawn.why));
+  knowledge known;
+  known.table = &*drawn;
+  known.sigma_p = s.sigma_p;
+  known.exact_table = s.exact_table;
+
   accuracy_result result;
-  double squares = 0;
+  error_sums of_fits, of_calibration, of_free;
+  double limits = 0, errors = 0, noises = 0;
   for (int bpm = 1; bpm <= s.bpms; ++bpm) {
     monitor at = make_monitor(s.machine, {.bpm = bpm, .orbits = s.orbits});
-    const fitted_ratios fitted = fit(s, at);
-    const buttons& gain = at.electronics.true_gain;
-    for (int k = 2; k <= 4; ++k) {
-      const double error = fitted.mean(k) - (gain(k) / gain(1));
-      if (!std::isfinite(error)) return {HUGE_VAL, HUGE_VAL, HUGE_VAL};
-      result.worst = std::max(result.worst, std::abs(error));
-      squares += error * error;
+    beam_run run;
+    run.chamber = at.chamber;
+    run_signals made;
+    made.true_gain = made.mean_gain = at.electronics.true_gain;
+    for (int orbit = 1; orbit <= s.orbits; ++orbit) {
+      const passage p = next_passage(s.machine, at);
+      const auto count = counts(p, at);
+      buttons signal{};
+      for (int k = 1; k <= 4; ++k) signal(k) = count(k);
+      made.signal.push_back(signal);
+      made.at.push_back(p.at);
+      made.intensity.push_back(p.intensity);
     }
-    result.spread = std::max(result.spread, fitted.spread);
+    const judged_run judged = judge(made, known);
+    of_fits.add(judged.fits);
+    of_calibration.add(judged.calibration);
+    of_free.add(judged.free);
+    result.spread = std::max(result.spread, judged.fits_spread);
+    ++result.words.at(static_cast<std::size_t>(judged.record.verdict.word));
+    const auto& fit = chosen_fit(judged.record);
+    noises += fit.noise * fit.noise / s.bpms;
+    errors += judged.record.verdict.E * judged.record.verdict.E / s.bpms;
+    const double noise = s.machine.electronics.noise;
+    if (noise > 0) limits += std::pow(noise_limit(run, made, noise), 2) / s.bpms;
+    if (fit.orbits == 0) continue;
+    for (const double pull : pulls_of(judged.calibration, fit.covariance)) {
+      result.pulls.push_back(pull);
+    }
+    for (const double pull : pulls_of(judged.free, judged.record.free.noise_covariance)) {
+      result.free_pulls.push_back(pull);
+    }
   }
-  result.rms = std::sqrt(squares / (3.0 * s.bpms));
+  const error_figures fits = figures(of_fits, s.bpms);
+  result.worst = fits.worst;
+  result.rms = fits.rms;
+  result.calibrated = figures(of_calibration, s.bpms);
+  result.free = figures(of_free, s.bpms);
+  result.limit = std::sqrt(limits);
+  result.noise = std::sqrt(noises);
+  result.E = std::sqrt(errors);
   return result;
 }
 

@@ -18,5 +18,6 @@ void add_table(CLI::App& app, int& status);
 void add_tree(CLI::App& app, int& status);
 void add_compare(CLI::App& app, int& status);
 void add_accuracy(CLI::App& app, int& status);
+void add_battery(CLI::App& app, int& status);
 
 }  // namespace commands

@@ -65,7 +65,7 @@ int main(int argc, char** argv) {
   for (const auto add :
        {commands::add_series, commands::add_raw, commands::add_text, commands::add_orbits,
         commands::add_template, commands::add_tables, commands::add_table, commands::add_tree,
-        commands::add_compare, commands::add_accuracy}) {
+        commands::add_compare, commands::add_accuracy, commands::add_battery}) {
     add(app, status);
   }
   texts typed;

@@ -2,11 +2,14 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <memory>
 
 #include "accuracy.hpp"
 #include "commands.hpp"
 #include "compare.hpp"
+#include "file_units.hpp"
 #include "machine_options.hpp"
 #include "options.hpp"
 #include "orbit_store.hpp"
@@ -55,18 +58,80 @@ std::string accuracy_fault(const sim::accuracy_setup& s) {
     return fmt::format("number of orbits must lie between 1 and {}, not {}", store::max_orbits,
                        s.orbits);
   }
+  if (!(s.sigma_p >= 0)) return "what is known of the pedestals must not be negative";
   return machine_fault(s.machine, s.bpms);
 }
 
-int run_accuracy(const sim::accuracy_setup& s) {
-  const sim::accuracy_result result = sim::measure_accuracy(s);
+// What the options of `accuracy` say beside the simulation itself.
+struct accuracy_options {
+  sim::accuracy_setup setup;
+  bool table = false;  // the orbits of the guide, one line each
+  std::string pulls;   // a file for them
+};
+
+std::string beam_text(const sim::accuracy_setup& s) {
   const sim::plane& x = s.machine.beam.x;
   const sim::plane& y = s.machine.beam.y;
-  util::print_line(fmt::format(
-      "orbit ({:g}, {:g}) mm, {} {:g} and {} {:g} mm, noise {:g}: worst {:.1e} rms {:.1e} "
-      "between fits {:.1e}",
-      x.orbit / sim::mm, y.orbit / sim::mm, shape_name(x), x.spread / sim::mm, shape_name(y),
-      y.spread / sim::mm, s.machine.electronics.noise, result.worst, result.rms, result.spread));
+  return fmt::format("orbit ({:g}, {:g}) mm, {} {:g} and {} {:g} mm, noise {:g}", x.orbit / sim::mm,
+                     y.orbit / sim::mm, shape_name(x), x.spread / sim::mm, shape_name(y),
+                     y.spread / sim::mm, s.machine.electronics.noise);
+}
+
+double rms_pull(const std::vector<double>& pulls) {
+  double squares = 0;
+  for (const double pull : pulls) squares += pull * pull;
+  return pulls.empty() ? 0 : std::sqrt(squares / static_cast<double>(pulls.size()));
+}
+
+void write_pulls(const sim::accuracy_result& result, const std::string& path) {
+  const util::unit_handle unit{util::lunget()};
+  util::open_output(unit.number(), path);
+  util::write_line(unit.number(),
+                   "# pulls: of the gains; of those with free intensities, noise alone");
+  for (std::size_t i = 0; i < result.pulls.size(); ++i) {
+    util::write_line(unit.number(),
+                     fmt::format("{:.4f} {:.4f}", result.pulls[i], result.free_pulls[i]));
+  }
+}
+
+void print_words(const std::array<int, 4>& words) {
+  util::print_line(fmt::format("verdicts: {} determined, {} weak, {} not determined, {} suspect",
+                               words[0], words[1], words[2], words[3]));
+}
+
+int run_accuracy(const accuracy_options& o) {
+  const sim::accuracy_result result = sim::measure_accuracy(o.setup);
+  util::print_line(fmt::format("{}: worst {:.1e} rms {:.1e} between fits {:.1e}",
+                               beam_text(o.setup), result.worst, result.rms, result.spread));
+  util::print_line(
+      fmt::format("calibration: worst {:.1e} rms {:.1e}, its own figures: noise {:.1e} E {:.1e}",
+                  result.calibrated.worst, result.calibrated.rms, result.noise, result.E));
+  util::print_line(
+      fmt::format("with free intensities: worst {:.1e} rms {:.1e}, limit of the noise {:.1e}",
+                  result.free.worst, result.free.rms, result.limit));
+  util::print_line(fmt::format("pulls: {:.2f} rms, with free intensities and noise alone {:.2f}",
+                               rms_pull(result.pulls), rms_pull(result.free_pulls)));
+  print_words(result.words);
+  if (!o.pulls.empty()) write_pulls(result, o.pulls);
+  return 0;
+}
+
+// The closed orbits of the guide, from the axis outward [mm].
+constexpr std::array<std::array<double, 2>, 6> guide_orbits{
+    {{0, 0}, {2, -1.5}, {3.2, 2.4}, {5, 3}, {8, 6}, {14, 10}}};
+
+// Columns that plotting programs read as they stand.
+int print_accuracy_table(accuracy_options o) {
+  util::print_line("# errors of ln(t_k/t_1), rms: orbit x y [mm], limit of the noise, four fits,");
+  util::print_line(
+      "# calibration with free intensities, calibration, its E, BPMs called determined");
+  for (const auto& [x, y] : guide_orbits) {
+    o.setup.machine.beam.x.orbit = x * sim::mm;
+    o.setup.machine.beam.y.orbit = y * sim::mm;
+    const sim::accuracy_result r = sim::measure_accuracy(o.setup);
+    util::print_line(fmt::format("{:5g} {:5g} {:.2e} {:.2e} {:.2e} {:.2e} {:.2e} {:3}", x, y,
+                                 r.limit, r.rms, r.free.rms, r.calibrated.rms, r.E, r.words[0]));
+  }
   return 0;
 }
 
@@ -86,16 +151,24 @@ void add_compare(CLI::App& app, int& status) {
 }
 
 void add_accuracy(CLI::App& app, int& status) {
-  auto s = std::make_shared<sim::accuracy_setup>();
-  CLI::App& sub =
-      *app.add_subcommand("accuracy", "simulate, fit and tell how far the gains are off");
-  add_whole({&sub}, "--bpms", s->bpms, "number of BPMs to simulate and fit");
-  add_whole({&sub}, "--orbits", s->orbits, "orbits for each of them");
-  const auto chosen = add_machine(sub, s->machine);
-  sub.callback([s, chosen, &status] {
-    settle(s->machine, *chosen);
-    refuse_if(accuracy_fault(*s));
-    status = run_accuracy(*s);
+  auto o = std::make_shared<accuracy_options>();
+  sim::accuracy_setup& s = o->setup;
+  CLI::App& sub = *app.add_subcommand(
+      "accuracy", "simulate, fit and calibrate, and tell how far the gains are off");
+  add_whole({&sub}, "--bpms", s.bpms, "number of BPMs to simulate and fit");
+  add_whole({&sub}, "--orbits", s.orbits, "orbits for each of them");
+  add_real({&sub}, "--known", s.sigma_p,
+           "rms of what the pedestals may still be, in parts of --signal");
+  add_flag({&sub}, "--exact-table", s.exact_table,
+           "the calibration makes no allowances for the chamber");
+  add_flag({&sub}, "--table", o->table, "the orbits of docs/accuracy.md, one line each");
+  options::add_text({&sub}, "--pulls", o->pulls,
+           "file for the pulls: error over its own standard deviation");
+  const auto chosen = add_machine(sub, s.machine);
+  sub.callback([o, chosen, &status] {
+    settle(o->setup.machine, *chosen);
+    refuse_if(accuracy_fault(o->setup));
+    status = o->table ? print_accuracy_table(*o) : run_accuracy(*o);
   });
 }
 

@@ -1,0 +1,122 @@
+#include "battery.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+#include "judged_run.hpp"
+#include "run_time.hpp"
+#include "table_maker.hpp"
+
+namespace sim {
+namespace {
+
+// What the calibration allows a current to follow the position [1/m].
+constexpr double allowed_slope = 9e-3;
+
+constexpr std::string_view ellipse_text =
+    "nonlin_bpm_chamber 1\nname ellipse\nunits mm\ncontour ellipse 45 25\n"
+    "button 1 -12.5 -24 15 strip\nbutton 2 12.5 -24 15 strip\nbutton 3 -12.5 24 15 strip\n"
+    "button 4 12.5 24 15 strip\nx_grid 81 -30 30\ny_grid 61 -18 18\nmargin 4\nend\n";
+
+chamber drawing_of(battery_chamber which) {
+  switch (which) {
+    case battery_chamber::ellipse: {
+      const auto parsed = chamber_solver::parse_chamber(ellipse_text, "the battery's ellipse");
+      if (!parsed) util::run_time_error(util::line_of(parsed.why));
+      return *parsed;
+    }
+    case battery_chamber::racetrack:
+      return chamber_solver::default_chamber_at(chamber_solver::default_chamber_of(20));
+    default:
+      return round_chamber();
+  }
+}
+
+// Tables are made once, when the first kind asks for them.
+const nonlin_bpm_mod::table_struct& table_for(battery_chamber which) {
+  static std::map<battery_chamber, nonlin_bpm_mod::table_struct> made;
+  if (const auto at = made.find(which); at != made.end()) return at->second;
+  auto table = chamber_solver::table_of(drawing_of(which));
+  if (!table) util::run_time_error(util::line_of(table.why));
+  return made.emplace(which, std::move(*table)).first->second;
+}
+
+std::shared_ptr<const solved_chamber> passed_by(const battery_kind& kind) {
+  const auto real = changed(drawing_of(kind.chamber), kind.change);
+  if (!real) util::run_time_error(util::line_of(real.why));
+  return solve(*real);
+}
+
+// One fresh BPM: its number chooses gains, pedestals, slopes, motion and noise.
+run_signals make_run(const battery_kind& kind, const std::shared_ptr<const solved_chamber>& chamber,
+                     std::uint64_t seed, int bpm, const battery_setup& s) {
+  beam_run run;
+  run.chamber = chamber;
+  run.beam = kind.beam;
+  run.orbits = kind.orbits;
+  run.seed = seed;
+  run.bpm = bpm;
+  electronics_setup e = kind.electronics;
+  for (auto* list : {&e.dead, &e.saturated, &e.compressed, &e.stuck, &e.swapped, &e.gain_steps,
+                     &e.gain_drifts}) {
+    for (button_value& v : *list) v.bpm = bpm;
+  }
+  if (kind.draw_allowances) {
+    random_stream stream = make_stream(seed, purpose::motion, bpm, 1);
+    e.pedestal_left = s.sigma_p;
+    run.beam.current.slope_x = allowed_slope * normal(stream);
+    run.beam.current.slope_y = allowed_slope * normal(stream);
+  }
+  run.electronics = make_electronics(e, seed, bpm);
+  auto made = simulate(run);
+  if (!made) util::run_time_error(kind.name + ": " + util::line_of(made.why));
+  return std::move(*made);
+}
+
+}  // namespace
+
+kind_result run_kind(const battery_kind& kind, std::size_t ix_kind, const battery_setup& s) {
+  const auto chamber = passed_by(kind);
+  knowledge known;
+  known.table = &table_for(kind.chamber);
+  known.sigma_p = s.sigma_p;
+
+  kind_result result;
+  std::map<std::string, int> reasons;
+  for (int bpm = 1; bpm <= s.bpms; ++bpm) {
+    const judged_run judged =
+        judge(make_run(kind, chamber, 1000 * s.seed + ix_kind, bpm, s), known);
+    const auto& verdict = judged.record.verdict;
+    const auto& of_fits = judged.record.fits_verdict.value_or(verdict);
+    const bool determined = verdict.word == calibration::verdict_word::determined;
+    const double error = rms_of(judged.calibration);
+    ++result.words.at(static_cast<std::size_t>(verdict.word));
+    ++result.fits_words.at(static_cast<std::size_t>(of_fits.word));
+    if (!determined) ++reasons[text_of(verdict)];
+    if (determined && error > false_above) ++result.wrong;
+    if (of_fits.word == calibration::verdict_word::determined &&
+        rms_of(judged.fits) > false_above) {
+      ++result.fits_wrong;
+    }
+    result.rms += error * error / s.bpms;
+    result.worst = std::max(result.worst, error);
+    const auto& fit = chosen_fit(judged.record);
+    result.E += fit.E * fit.E / s.bpms;
+    if (fit.orbits == 0) continue;
+    for (const double pull : pulls_of(judged.calibration, fit.covariance)) {
+      result.pull_squares += pull * pull;
+      result.pull_sum += pull;
+      ++result.pulls;
+    }
+  }
+  result.rms = std::sqrt(result.rms);
+  result.E = std::sqrt(result.E);
+  const auto usual =
+      std::max_element(reasons.begin(), reasons.end(),
+                       [](const auto& a, const auto& b) { return a.second < b.second; });
+  if (usual != reasons.end()) result.usual_reason = usual->first;
+  return result;
+}
+
+}  // namespace sim

@@ -1,0 +1,62 @@
+// battery: beams, BPMs and troubles of every kind, to see whether a verdict can be believed.
+//
+// Each kind is simulated with fresh BPMs, fitted and calibrated; nobody looks at the truth before the
+// verdict stands. What counts: gains called determined whose error is above 2e-3 (none may be), and
+// sound runs that are not called determined.
+#pragma once
+#include <array>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "beam.hpp"
+#include "chamber.hpp"
+#include "electronics.hpp"
+
+namespace sim {
+
+enum class battery_chamber { round, ellipse, racetrack };
+
+/// One kind of run.
+struct battery_kind {
+  std::string name;
+  bool sound = false;  // the gains can be had from such a run: determined is the right word
+  sim::beam beam{};
+  electronics_setup electronics{};  // what is said of single buttons is said of BPM 1
+  chamber_change change{};
+  battery_chamber chamber = battery_chamber::round;
+  int orbits = 1000;
+  bool draw_allowances = false;  // pedestals and slopes are drawn from what the calibration allows
+};
+
+/// All kinds, in the order in which they are shown.
+std::vector<battery_kind> battery_kinds();
+
+struct battery_setup {
+  int bpms = 25;          // of each kind
+  double sigma_p = 3e-4;  // what is said to be known of the pedestals, in parts of the signal
+  std::uint64_t seed = 1;
+  std::string only;  // kinds whose name contains this; empty: all
+};
+
+/// What became of one kind.
+struct kind_result {
+  std::array<int, 4> words{};       // determined, weak, not determined, suspect
+  std::array<int, 4> fits_words{};  // the same for the gains of the four fits
+  double rms = 0, worst = 0;        // of the BPMs' errors
+  double E = 0;                     // rms of the calibration's own figure
+  int wrong = 0;                    // determined with an error above 2e-3
+  int fits_wrong = 0;               // the same of the four fits
+  std::string usual_reason;         // of the verdicts that are not determined: the most frequent
+  double pull_squares = 0, pull_sum = 0;  // over the ratios of all BPMs
+  int pulls = 0;
+};
+
+/// An error above this, called determined, is a false word [-].
+inline constexpr double false_above = 2e-3;
+
+/// Runs one kind; ix_kind chooses the random numbers.
+kind_result run_kind(const battery_kind& kind, std::size_t ix_kind, const battery_setup& s);
+
+}  // namespace sim

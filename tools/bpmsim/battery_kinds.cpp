@@ -1,0 +1,378 @@
+// The kinds of the battery. Noise is 1e-4 of a centred signal and the beam moves by +-5 mm unless a
+// kind says otherwise.
+#include <fmt/format.h>
+
+#include <functional>
+#include <utility>
+
+#include "battery.hpp"
+
+namespace sim {
+namespace {
+
+using kinds = std::vector<battery_kind>;
+using change_of_kind = std::function<void(battery_kind&)>;
+
+void add(kinds& all, bool sound, const std::string& name, const change_of_kind& change) {
+  battery_kind kind;
+  kind.name = name;
+  kind.sound = sound;
+  kind.electronics.noise = 1e-4;
+  change(kind);
+  all.push_back(std::move(kind));
+}
+
+// Closed orbit [mm].
+void orbit(battery_kind& kind, double x, double y) {
+  kind.beam.x.orbit = x * mm;
+  kind.beam.y.orbit = y * mm;
+}
+
+// Random motion, half width or rms [mm].
+void motion(battery_kind& kind, double x, double y) {
+  kind.beam.x.spread = x * mm;
+  kind.beam.y.spread = y * mm;
+}
+
+void oscillation(battery_kind& kind, double amplitude) {
+  motion(kind, 0, 0);
+  kind.beam.x.amplitude = kind.beam.y.amplitude = amplitude * mm;
+  kind.beam.x.tune = 0.31;
+  kind.beam.y.tune = 0.22;
+}
+
+void gaussian(battery_kind& kind, double rms) {
+  motion(kind, rms, rms);
+  kind.beam.x.shape = kind.beam.y.shape = distribution::gaussian;
+}
+
+// --- sound runs ---------------------------------------------------------------------------------
+
+void add_orbits(kinds& all) {
+  for (const auto& [x, y] : {std::pair{0.0, 0.0},
+                             {2.0, -1.5},
+                             {-3.2, 2.4},
+                             {5.0, 3.0},
+                             {8.0, 6.0},
+                             {0.0, 8.0},
+                             {-8.0, 0.0},
+                             {10.0, -8.0}}) {
+    for (const double spread : {3.0, 5.0}) {
+      const auto at = std::pair{x, y};
+      add(all, true, fmt::format("orbit ({:g}, {:g}) mm, +-{:g} mm", x, y, spread),
+          [&](battery_kind& k) {
+            orbit(k, at.first, at.second);
+            motion(k, spread, spread);
+          });
+    }
+  }
+  for (const auto which : {battery_chamber::ellipse, battery_chamber::racetrack}) {
+    for (const auto& [x, y] : {std::pair{0.0, 0.0}, {2.0, -1.5}, {5.0, 3.0}, {8.0, 6.0}}) {
+      const char* const name = which == battery_chamber::ellipse ? "ellipse" : "racetrack";
+      const auto at = std::pair{x, y};
+      add(all, true, fmt::format("{}, orbit ({:g}, {:g}) mm", name, x, y), [&](battery_kind& k) {
+        k.chamber = which;
+        orbit(k, at.first, at.second);
+      });
+    }
+  }
+}
+
+void add_motions(kinds& all) {
+  for (const double spread : {1.0, 2.0, 8.0}) {
+    add(all, true, fmt::format("motion +-{:g} mm", spread),
+        [&](battery_kind& k) { motion(k, spread, spread); });
+  }
+  add(all, true, "motion +-2 mm at (3.2, 2.4) mm", [](battery_kind& k) {
+    orbit(k, 3.2, 2.4);
+    motion(k, 2, 2);
+  });
+  add(all, true, "motion +-2 mm at (5, 3) mm", [](battery_kind& k) {
+    orbit(k, 5, 3);
+    motion(k, 2, 2);
+  });
+  add(all, true, "motion +-5 by +-2 mm", [](battery_kind& k) { motion(k, 5, 2); });
+  add(all, true, "Gaussian motion, rms 2 mm", [](battery_kind& k) { gaussian(k, 2); });
+  add(all, true, "Gaussian motion, rms 3 mm, at (4, -3) mm", [](battery_kind& k) {
+    gaussian(k, 3);
+    orbit(k, 4, -3);
+  });
+  add(all, true, "oscillation 5 mm", [](battery_kind& k) { oscillation(k, 5); });
+  add(all, true, "oscillation 3 mm at (3, 2) mm", [](battery_kind& k) {
+    oscillation(k, 3);
+    orbit(k, 3, 2);
+  });
+  add(all, true, "oscillation 5 mm at (8, 6) mm", [](battery_kind& k) {
+    oscillation(k, 5);
+    orbit(k, 8, 6);
+  });
+  add(all, true, "coupled motion", [](battery_kind& k) { k.beam.coupling = 0.5; });
+  add(all, true, "two populations",
+      [](battery_kind& k) { k.beam.second = {.part = 0.3, .x = 4 * mm, .y = -3 * mm}; });
+  add(all, true, "one orbit in five copied", [](battery_kind& k) { k.beam.duplicated = 0.2; });
+  for (const int n : {50, 100, 200, 3000}) {
+    add(all, true, fmt::format("{} orbits", n), [&](battery_kind& k) { k.orbits = n; });
+  }
+}
+
+void add_currents(kinds& all) {
+  for (const double jitter : {1e-3, 1e-2, 1e-1}) {
+    add(all, true, fmt::format("current jitters by {:g}", jitter),
+        [&](battery_kind& k) { k.electronics.intensity_spread = jitter; });
+  }
+  for (const double drift : {0.01, 0.2}) {
+    add(all, true, fmt::format("current drifts by {:g}", drift),
+        [&](battery_kind& k) { k.beam.current.drift = drift; });
+  }
+  add(all, true, "current halves", [](battery_kind& k) { k.beam.current.decay = 0.7; });
+  for (const double walk : {1e-4, 1e-3}) {
+    add(all, true, fmt::format("current walks by {:g} an orbit", walk),
+        [&](battery_kind& k) { k.beam.current.walk = walk; });
+  }
+}
+
+void add_readouts(kinds& all) {
+  for (const double noise : {1e-5, 3e-4, 1e-3}) {
+    add(all, true, fmt::format("noise {:g}", noise),
+        [&](battery_kind& k) { k.electronics.noise = noise; });
+  }
+  for (const int bits : {12, 16}) {
+    add(all, true, fmt::format("ADC of {} bits", bits),
+        [&](battery_kind& k) { k.electronics.adc_bits = bits; });
+  }
+  add(all, true, "gains spread by 10 %", [](battery_kind& k) { k.electronics.gain_spread = 0.1; });
+  add(all, true, "5 outliers", [](battery_kind& k) { k.electronics.outliers = 5; });
+  add(all, true, "20 outliers of 1 %", [](battery_kind& k) {
+    k.electronics.outliers = 20;
+    k.electronics.outlier_size = 0.01;
+  });
+  for (const double wild : {1e-3, 1e-2}) {
+    add(all, true, fmt::format("wild readings {:g}", wild),
+        [&](battery_kind& k) { k.electronics.wild = wild; });
+  }
+}
+
+void add_chambers(kinds& all) {
+  add(all, true, "buttons 10 % wider than drawn", [](battery_kind& k) { k.change.width = 1.1; });
+  add(all, true, "buttons 1.5 degrees off", [](battery_kind& k) {
+    k.change.angle = 1.5 * degree;
+    orbit(k, 2, -1.5);
+  });
+  add(all, true, "discs for strips", [](battery_kind& k) {
+    k.change.shape = button_shape::disc;
+    orbit(k, 5, 3);
+  });
+  add(all, true, "ellipse of 3 % for a round pipe", [](battery_kind& k) {
+    k.change.ellipse = 0.03;
+    orbit(k, 5, 3);
+  });
+  add(all, true, "radius 1 % larger", [](battery_kind& k) {
+    k.change.radius = 0.01;
+    orbit(k, 3.2, 2.4);
+  });
+  for (const double x : {0.0, 5.0}) {
+    add(all, true, fmt::format("allowances drawn, orbit ({:g}, {:g}) mm", x, 0.6 * x),
+        [&](battery_kind& k) {
+          k.draw_allowances = true;
+          orbit(k, x, 0.6 * x);
+        });
+  }
+  // Further off than any drawing: no sound runs, whatever becomes of them.
+  add(all, false, "buttons 6 degrees off", [](battery_kind& k) {
+    k.change.angle = 6 * degree;
+    orbit(k, 3.2, 2.4);
+  });
+  add(all, false, "buttons half as wide again", [](battery_kind& k) {
+    k.change.width = 1.5;
+    orbit(k, 3.2, 2.4);
+  });
+  add(all, false, "radius 10 % larger", [](battery_kind& k) {
+    k.change.radius = 0.1;
+    orbit(k, 5, 3);
+  });
+}
+
+// --- troubles -----------------------------------------------------------------------------------
+
+void add_pedestals(kinds& all) {
+  for (const double part : {5e-4, 1e-3, 3e-3, 1e-2, 3e-2}) {
+    for (const double x : {0.0, 5.0}) {
+      add(all, false, fmt::format("pedestals of {:g} at ({:g}, {:g}) mm", part, x, 0.6 * x),
+          [&](battery_kind& k) {
+            k.electronics.pedestal_left = part;
+            orbit(k, x, 0.6 * x);
+          });
+    }
+  }
+  for (const double part : {1e-3, 3e-3}) {
+    add(all, false, fmt::format("pedestals of {:g}, current jitters by 0.01", part),
+        [&](battery_kind& k) {
+          k.electronics.pedestal_left = part;
+          k.electronics.intensity_spread = 1e-2;
+        });
+    add(all, false, fmt::format("pedestals of {:g}, current walks by 0.001", part),
+        [&](battery_kind& k) {
+          k.electronics.pedestal_left = part;
+          k.beam.current.walk = 1e-3;
+        });
+  }
+  add(all, false, "pedestals of 0.01, current jitters by 0.1", [](battery_kind& k) {
+    k.electronics.pedestal_left = 1e-2;
+    k.electronics.intensity_spread = 0.1;
+  });
+  for (const double slope : {1e-4, 3e-4, 1e-3, 1e-2}) {
+    add(all, false, fmt::format("current follows x by {:g} over 5 mm", slope),
+        [&](battery_kind& k) { k.beam.current.slope_x = slope / (5 * mm); });
+  }
+  add(all, false, "current follows both planes by 1e-3", [](battery_kind& k) {
+    k.beam.current.slope_x = 1e-3 / (5 * mm);
+    k.beam.current.slope_y = -1e-3 / (5 * mm);
+    orbit(k, 5, 3);
+  });
+  add(all, false, "two populations of different current",
+      [](battery_kind& k) { k.beam.second = {.part = 0.3, .x = 4 * mm, .y = 0, .current = 0.8}; });
+}
+
+void add_changing_gains(kinds& all) {
+  int button = 0;
+  for (const double step : {2e-3, 5e-3, 1e-2, 3e-2}) {
+    for (const double at : {0.5, 0.85}) {
+      button = 1 + button % 4;
+      add(all, false, fmt::format("a gain steps by {:g} after {:g} of the run", step, at),
+          [&](battery_kind& k) {
+            k.electronics.gain_steps = {{1, button, step}};
+            k.electronics.gain_step_at = at;
+          });
+    }
+  }
+  add(all, false, "a gain steps by 0.01 at (5, 3) mm", [](battery_kind& k) {
+    k.electronics.gain_steps = {{1, 3, 1e-2}};
+    orbit(k, 5, 3);
+  });
+  for (const double drift : {5e-3, 2e-2}) {
+    add(all, false, fmt::format("a gain drifts by {:g}", drift), [&](battery_kind& k) {
+      k.electronics.gain_drifts = {{1, 2, drift}};
+    });
+  }
+}
+
+void add_buttons(kinds& all) {
+  add(all, false, "a dead button", [](battery_kind& k) { k.electronics.dead = {{1, 3}}; });
+  add(all, false, "a stuck button", [](battery_kind& k) { k.electronics.stuck = {{1, 2, 0.9}}; });
+  for (const double scale : {1.02, 1.1, 1.2, 1.3}) {
+    add(all, false, fmt::format("a button clipped at {:g}", scale), [&](battery_kind& k) {
+      k.electronics.saturated = {{1, 2, scale}};
+    });
+  }
+  add(all, false, "all buttons clipped at 1.2",
+      [](battery_kind& k) { k.electronics.full_scale = 1.2 * k.electronics.signal; });
+  for (const double c : {0.01, 0.05, 0.2}) {
+    add(all, false, fmt::format("all buttons compressed by {:g}", c),
+        [&](battery_kind& k) { k.electronics.compression = c; });
+    add(all, false, fmt::format("a button compressed by {:g}", c), [&](battery_kind& k) {
+      k.electronics.compressed = {{1, 3, c}};
+    });
+  }
+  for (const double part : {1e-3, 3e-3, 1e-2, 3e-2}) {
+    add(all, false, fmt::format("cross-talk of {:g}", part),
+        [&](battery_kind& k) { k.electronics.cross_talk = part; });
+  }
+  add(all, false, "cross-talk of 0.01 at (5, 3) mm", [](battery_kind& k) {
+    k.electronics.cross_talk = 1e-2;
+    orbit(k, 5, 3);
+  });
+  add(all, false, "buttons 2 and 3 exchanged", [](battery_kind& k) {
+    k.electronics.swapped = {{1, 2, 3}};
+  });
+  add(all, false, "buttons 1 and 2 exchanged", [](battery_kind& k) {
+    k.electronics.swapped = {{1, 1, 2}};
+  });
+  add(all, false, "buttons 1 and 3 exchanged, at (4, 3) mm", [](battery_kind& k) {
+    k.electronics.swapped = {{1, 1, 3}};
+    orbit(k, 4, 3);
+  });
+  for (const double wild : {0.03, 0.08, 0.2}) {
+    add(all, false, fmt::format("wild readings {:g}", wild),
+        [&](battery_kind& k) { k.electronics.wild = wild; });
+  }
+  add(all, false, "200 outliers of 0.2 %", [](battery_kind& k) {
+    k.electronics.outliers = 200;
+    k.electronics.outlier_size = 0.002;
+  });
+  add(all, false, "noise 0.01", [](battery_kind& k) { k.electronics.noise = 1e-2; });
+  for (const double noise : {1e-3, 1e-2}) {
+    add(all, false, fmt::format("noise common to the buttons {:g}", noise),
+        [&](battery_kind& k) { k.electronics.common_noise = noise; });
+  }
+}
+
+void add_poor_motion(kinds& all) {
+  for (const double spread : {0.003, 0.1, 0.3, 0.5}) {
+    add(all, false, fmt::format("beam nearly at rest, +-{:g} mm", spread),
+        [&](battery_kind& k) { motion(k, spread, spread); });
+  }
+  add(all, false, "beam at rest, current drifts by 0.2", [](battery_kind& k) {
+    motion(k, 0.003, 0.003);
+    k.beam.current.drift = 0.2;
+  });
+  add(all, false, "beam at rest at (5, 3) mm", [](battery_kind& k) {
+    motion(k, 0.01, 0.01);
+    orbit(k, 5, 3);
+  });
+  add(all, false, "motion +-2 mm at (8, 0) mm", [](battery_kind& k) {
+    orbit(k, 8, 0);
+    motion(k, 2, 2);
+  });
+  add(all, false, "motion in x alone", [](battery_kind& k) { motion(k, 5, 0); });
+  add(all, false, "motion in x alone, at (3, 2) mm", [](battery_kind& k) {
+    motion(k, 5, 0);
+    orbit(k, 3, 2);
+  });
+  add(all, false, "motion in y alone, at (3, 2) mm", [](battery_kind& k) {
+    motion(k, 0, 5);
+    orbit(k, 3, 2);
+  });
+  add(all, false, "motion along a diagonal, at (2, 4) mm", [](battery_kind& k) {
+    motion(k, 5, 0);
+    k.beam.coupling = 1;
+    orbit(k, 2, 4);
+  });
+  for (const int n : {12, 20, 30}) {
+    for (const double x : {0.0, 5.0}) {
+      add(all, false, fmt::format("{} orbits at ({:g}, {:g}) mm", n, x, 0.6 * x),
+          [&](battery_kind& k) {
+            k.orbits = n;
+            orbit(k, x, 0.6 * x);
+          });
+    }
+  }
+  add(all, false, "30 orbits, pedestals of 0.003", [](battery_kind& k) {
+    k.orbits = 30;
+    k.electronics.pedestal_left = 3e-3;
+  });
+  add(all, false, "30 orbits, a gain steps by 0.01", [](battery_kind& k) {
+    k.orbits = 30;
+    k.electronics.gain_steps = {{1, 2, 1e-2}};
+  });
+  add(all, false, "far off, at (16, 12) mm", [](battery_kind& k) {
+    orbit(k, 16, 12);
+    motion(k, 3, 3);
+  });
+  add(all, false, "at the edge of the table", [](battery_kind& k) {
+    orbit(k, 30, 0);
+    motion(k, 4, 4);
+  });
+}
+
+}  // namespace
+
+std::vector<battery_kind> battery_kinds() {
+  kinds all;
+  for (const auto add_some : {add_orbits, add_motions, add_currents, add_readouts, add_chambers,
+                              add_pedestals, add_changing_gains, add_buttons, add_poor_motion}) {
+    add_some(all);
+  }
+  return all;
+}
+
+}  // namespace sim

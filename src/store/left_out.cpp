@@ -27,7 +27,7 @@ bool count_turn(turn_tally& tally, const util::bounded<double, 1, 4, "button">& 
                 double weakest) {
   bool strong = true;
   for (int k = 1; k <= 4; ++k) {
-    if (std::abs(button(k)) >= weakest) continue;
+    if (std::abs(button(k)) >= weakest) continue;  // false for a NaN too: it is weak
     ++tally.weak_in(k);
     strong = false;
   }
@@ -46,6 +46,7 @@ std::string reason_of(const turn_tally& tally, double weakest) {
     if (weak == tally.turns) silent.emplace_back(name);
     if (weak > 0) at_times.push_back(fmt::format("{} in {}", name, weak));
   }
+  // No button to blame alone: who looks for the fault needs to know how often each was weak.
   if (silent.empty()) {
     return fmt::format("each of {} turns has a button below {:g}: {}", tally.turns, weakest,
                        listed(at_times));
@@ -58,6 +59,7 @@ std::string reason_of(const turn_tally& tally, double weakest) {
 }
 
 void remark_unless_kept(int bpm, std::string_view name, const turn_tally& tally, double weakest) {
+  // One turn that was kept makes an orbit: the BPM is then in the store, however poor.
   if (tally.kept > 0) return;
   left_out.push_back({bpm, std::string{name}, reason_of(tally, weakest), tally.turns});
 }

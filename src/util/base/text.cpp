@@ -16,6 +16,7 @@ bool belongs_to_name(char c) {
   return c == '_' || (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
+// 0 behind the end: it goes on no character, so one that is cut off is found like a broken one.
 std::uint8_t byte_at(std::string_view text, std::size_t i) {
   return i < text.size() ? static_cast<std::uint8_t>(text[i]) : std::uint8_t{0};
 }
@@ -36,7 +37,7 @@ std::size_t utf8_length(std::string_view text) {
   if (first == 0xF4) high = 0x8F;
   for (std::size_t i = 1; i < length; ++i) {
     if (byte_at(text, i) < low || byte_at(text, i) > high) return 0;
-    low = 0x80;
+    low = 0x80;  // only the second byte is bounded more narrowly
     high = 0xBF;
   }
   return length;

@@ -26,15 +26,15 @@ def including(target, header):
 
 
 def headers(target):
-    """Every file that the sources of this target include, directly or not."""
+    """Every file that the sources of this target include, directly or not, and what went wrong."""
     found = set()
     for source in (rows_file.parent / f"{target}.sources").read_text().split("\n"):
         if source:
             result = run(target, "-M", source)
             if result.returncode:
-                raise RuntimeError(f"{source} of {target}: {result.stderr}")
+                return set(), f"{source} of {target} cannot be read:\n{result.stderr}"
             found |= set(result.stdout.replace("\\\n", " ").split()[1:])
-    return found
+    return found, ""
 
 
 def fault(row):
@@ -55,7 +55,10 @@ def fault(row):
     if kind == "shut":
         # The first line of it that is compiled names what was poisoned.
         return "" if "poison" in including(room, header) else f"{room} can include {header}"
-    reached = any(path.endswith("/" + header) for path in headers(room))
+    found, said = headers(room)
+    if said:
+        return said
+    reached = any(path.endswith("/" + header) for path in found)
     if kind == "sees":
         return "" if reached else f"no source of {room} comes to {header}: the check is blind"
     return f"a source of {room} comes to {header}" if reached else ""

@@ -8,15 +8,19 @@
 #include <string>
 #include <vector>
 
+#include "raw_by_hand.hpp"
 #include "session_harness.hpp"
 
 namespace {
 
 namespace fs = std::filesystem;
 using session::contains;
+using session::instrument;
 using session::lines_of;
 using session::numbers_of;
 using session::read_file;
+using session::read_instrument;
+using session::signal;
 using std::to_string;
 
 constexpr int turns = 300;
@@ -48,37 +52,6 @@ void make_empty_tree(const session::scratch& here) {
 
 fs::path raw_path(const session::scratch& here, int run) {
   return here.path() / "tree/online/kbpmII/raw/04" / ("RD-00" + to_string(run) + ".dat");
-}
-
-/// One instrument of a raw file, as its text says it. Cards are TI BI BO TO.
-struct instrument {
-  std::vector<double> gain;                    // by card, timing block 0
-  std::vector<double> pedestal;                // likewise
-  std::vector<std::vector<double>> data_line;  // block, phase word, four cards
-};
-
-instrument read_instrument(const fs::path& path, const std::string& name) {
-  instrument at;
-  bool here = false;
-  for (const std::string& line : lines_of(read_file(path))) {
-    if (line.rfind("Location ", 0) == 0) here = contains(line, ": " + name);
-    if (!here) continue;
-    if (line.rfind("Gain_Coeffs", 0) == 0) at.gain = numbers_of(line.substr(20));
-    if (line.rfind("Pedestals", 0) == 0) at.pedestal = numbers_of(line.substr(20));
-    const bool is_data = line.rfind("0 ", 0) == 0;
-    if (is_data) {
-      // The phase word is hexadecimal: it is left out, so the columns are block and cards.
-      at.data_line.push_back(numbers_of("0 " + line.substr(15)));
-    }
-  }
-  return at;
-}
-
-// The reading of store button 1..4 (BI BO TI TO) corrected by hand, in thousandths of a count.
-double signal(const instrument& at, std::size_t line, std::size_t button) {
-  constexpr std::array<std::size_t, 5> card_of{0, 1, 2, 0, 3};
-  const std::size_t card = card_of[button];
-  return 1000 * (at.data_line[line][1 + card] - at.pedestal[card]) / at.gain[card];
 }
 
 std::vector<std::vector<double>> rows_of(const fs::path& path) {

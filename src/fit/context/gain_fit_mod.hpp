@@ -18,30 +18,29 @@ namespace gain_fit_mod {
 inline store::orbit_store orbit_data{"orbit_data"};
 
 // Orbits held: of the data set just read, then of the BPM in work (1..3000). Set by the readers and
-// by the BPM loop. Read by the dialog, the fit and the summaries.
+// by the BPM loop. Read by the dialog and the BPM loop.
 inline int norbits = 0;
 
 // BPM in work, 0..5000; -1 means all. Set by the readers (the last BPM they met), the BPM question
-// and the BPM loop. Read by fit and summaries.
+// and the BPM loop. Read by the BPM loop and the faces of the fit.
 inline int bpm = -1;
 
 // BPM indices that the data hold, zeros behind them. Set by the readers. Read by the BPM question.
 inline util::bounded<int, 1, 5000, "dets"> dets{};
 
-// Names by BPM index. Set by the readers. Read by the BPM loop and the summaries.
+// Names by BPM index. Set by the readers. Read by the BPM loop and the session's summary.
 inline util::bounded<util::fixed_text<16>, 0, 5000, "bpm_names"> bpm_names{};
 
 // Gains (multipliers) of the BPM in work, by button [-]: the last line's true gains while a
-// synthetic series is read; else what the step before left: start values, the fourth fit, the mean
-// of the fits. Set by the synthetic reader, the BPM loop and fit_gains. Read by the faces.
+// synthetic series is read; before a fit its start values, after it the fourth fit's. Set by the
+// synthetic reader, the BPM loop and leave_in_context. Read by the faces of the model.
 inline gains gain{};
 
-// Am, k, h2, h3 of the last fit, then their mean over the fits [-]. Set by fit_gains and the BPM
-// loop. Read by the faces and writers.
+// Am, k, h2, h3 of the last fit made [-]. Set by leave_in_context. Read by the faces of the model.
 inline coefficient_set coefficients{};
 
-// Amplitude of the last fit made; 0 before the first. Set by fit_gains. Read by the writers, whose
-// raw-data files are made before the fit and so show the BPM before.
+// Amplitude of the last fit made; 0 before the first. Set by leave_in_context. Read by the BPM loop
+// for the raw-data file, which is made before the fit and so shows that of the BPM before.
 inline double const_ = 0;
 
 // Not used; a member of the context all the same.
@@ -54,7 +53,7 @@ inline double weight = 0;
 inline util::bounded2<double, 1, 4, 0, 5000, "arb_gain"> arb_gain{};
 
 // Corrections that the data carry: 1 none, 2 pedestal, 3 gain and pedestal; 0 for synthetic data.
-// Set by the turn-by-turn dialog. Read by session and summaries.
+// Set by the turn-by-turn dialog. Read by the session.
 inline int gain_correct = 0;
 
 // Whether the pedestals of the data set just read were subtracted, by its correction or with an empty
@@ -65,7 +64,7 @@ inline bool pedestals_subtracted = false;
 inline int rd_number = 0;
 
 // Current data file with its directory, and the name of the last data set, which names summaries
-// and plot copies. Set by the dialogs. Read by readers, summaries and plot.
+// and plot copies. Set by the dialogs. Read by readers, BPM loop and plot.
 inline util::fixed_text<100> in_file;
 inline util::fixed_text<100> in_file_0;
 
@@ -73,7 +72,7 @@ inline util::fixed_text<100> in_file_0;
 inline bool expert = false;
 
 // Of the fit in work: model parameters (8), the gain held (1..4; 5 after the table of fits was
-// written), data points (norbits). Set by fit_gains and write_rd_err. Read by mrqmin_funcs1.
+// written), data points (norbits). Set by leave_in_context and write_rd_err. Read by mrqmin_funcs1.
 inline int nvar = 0;
 inline int ind = 0;
 inline int nterms = 0;

@@ -173,10 +173,4 @@ TEST_F(bpm_fit, no_orbits_and_signals_that_cancel_come_to_an_end) {
   EXPECT_EQ(split(r.lines).size(), 4U);
 }
 
-TEST(bpm_fit_death, covariance_of_a_ninth_parameter_names_the_array_and_its_bounds) {
-  covar_saved covar{};
-  EXPECT_EXIT(covar(1, 8, 9) = 1, testing::ExitedWithCode(1),
-              "subscript 3 \\(= 9\\) of covar_save is outside 1\\.\\.8");
-}
-
 }  // namespace

@@ -64,30 +64,6 @@ double round_disc(double b, point z, double t, double radius) {
   return sum * pi / n;
 }
 
-// Separation of variables in elliptic coordinates; v1..v2 the strip's eccentric angles.
-double ellipse_strip(double a, double b, point z, double v1, double v2) {
-  const point uv = std::acosh(z / std::sqrt(a * a - b * b));
-  const double u = uv.real(), v = uv.imag(), edge = std::atanh(b / a);
-  double phi = (v2 - v1) / (2 * pi);
-  for (int n = 1; n <= 400; ++n) {
-    const double even = (std::sin(n * v2) - std::sin(n * v1)) / (n * pi);
-    const double odd = (std::cos(n * v1) - std::cos(n * v2)) / (n * pi);
-    const double grow = std::exp(n * (u - edge));  // cosh, sinh without their overflow
-    phi +=
-        even * std::cos(n * v) * grow * (1 + std::exp(-2 * n * u)) / (1 + std::exp(-2 * n * edge));
-    phi +=
-        odd * std::sin(n * v) * grow * (1 - std::exp(-2 * n * u)) / (1 - std::exp(-2 * n * edge));
-  }
-  return phi;
-}
-
-double plates_strip(double h, point z, double x1, double x2) {
-  const auto a = [&](double u) {
-    return std::atan(std::tan(pi * (z.imag() + h) / (4 * h)) * std::tanh(pi * u / (4 * h)));
-  };
-  return (a(x2 - z.real()) - a(x1 - z.real())) / pi;
-}
-
 TEST(chamber_solver, round_pipe_equals_the_image_charge) {
   constexpr double b = 0.045;
   for (const char* shape : {"strip", "disc"}) {
@@ -104,35 +80,6 @@ TEST(chamber_solver, round_pipe_equals_the_image_charge) {
         EXPECT_NEAR(at.phi[k] / exact, 1, 1e-10) << "button " << k + 1;
       }
     }
-  }
-}
-
-TEST(chamber_solver, ellipse_equals_the_series) {
-  const chamber c = make_chamber("ellipse 45 25", 25, 20, 14, "strip");
-  EXPECT_NEAR(c.contour.length, 4 * 0.045 * std::comp_ellint_2(std::sqrt(1 - 625.0 / 2025)), 1e-15);
-  const solved_wall w = solve_wall(c, cut_wall(c));
-  for (const point z : places(c)) {
-    if (std::abs(z) > 0.95 * std::abs(place_at(c.contour, 0.3 * c.contour.length).z)) continue;
-    SCOPED_TRACE(fmt::format("at {} {}", z.real(), z.imag()));
-    const signals at = signals_at(w, z);
-    for (int k = 0; k < 4; ++k) {
-      const button_on_wall& button = c.button[static_cast<std::size_t>(k)];
-      const auto angle = [&](double s) {
-        const point edge = place_at(c.contour, s).z;
-        return std::atan2(edge.imag() / 0.025, edge.real() / 0.045);
-      };
-      const double exact = ellipse_strip(0.045, 0.025, z, angle(button.s - button.half),
-                                         angle(button.s + button.half));
-      EXPECT_NEAR(at.phi[k] / exact, 1, 1e-10) << "button " << k + 1;
-    }
-  }
-}
-
-TEST(chamber_solver, long_racetrack_equals_parallel_plates) {
-  const chamber c = make_chamber("box 250 25 25", 12.5, 25, 15, "strip", "12 60 2");
-  const solved_wall w = solve_wall(c, cut_wall(c));
-  for (const point z : {point{0, 0}, point{0.02, 0.01}, point{-0.01, -0.02}}) {
-    EXPECT_NEAR(signals_at(w, z).phi[3], plates_strip(0.025, z, 0.005, 0.02), 1e-11);
   }
 }
 
@@ -187,6 +134,7 @@ TEST(chamber_solver, harmonic_voltages_are_reproduced_in_chambers_with_corners) 
   circle.pop_back();
   const corner_case cases[] = {
       {"racetrack", "box 45 25 25", 12.5, 25, "12 32 3", 1e-9},
+      {"ellipse", "ellipse 45 25", 25, 20, "12 32 3", 1e-9},
       {"square with sharp corners", "box 30 30 0", 15, 30, "12 32 3", 1e-7},
       {"square with rounded corners", "box 30 30 5", 15, 30, "12 32 3", 1e-7},
       {"octagon", octagon, 26, 26, "12 32 3", 1e-6},
@@ -194,6 +142,10 @@ TEST(chamber_solver, harmonic_voltages_are_reproduced_in_chambers_with_corners) 
   };
   for (const auto& [what, contour, bx, by, solver, limit] : cases) {
     const chamber c = make_chamber(contour, bx, by, 10, "disc", solver);
+    if (contour[0] == 'e') {
+      const double eccentricity = std::sqrt(1 - 625.0 / 2025);
+      EXPECT_NEAR(c.contour.length, 4 * 0.045 * std::comp_ellint_2(eccentricity), 1e-15);
+    }
     const point shift{0.05, 0.03};  // the exponential's length and direction
     const auto known = [&](point z) {
       return std::array<point, 2>{z * z * z / 1e-5, std::exp(z / shift)};

@@ -4,7 +4,6 @@
 #include <random>
 
 #include "cell_kernel.hpp"
-#include "linear_algebra.hpp"
 #include "nonlin_test_tools.hpp"
 #include "table_cells.hpp"
 #include "table_maker.hpp"
@@ -99,36 +98,6 @@ TEST(position_fit, finds_beams_all_over_every_table_also_with_a_bad_button) {
   }
 }
 
-// Difference over sum, with the slope at the centre.
-double linear_position(const chamber_case& c, const button_signals& b, bool vertical) {
-  const auto ratio = [vertical](const button_signals& s) {
-    const double sum = s(1) + s(2) + s(3) + s(4);
-    return vertical ? (s(3) + s(4) - s(1) - s(2)) / sum : (s(2) + s(4) - s(1) - s(3)) / sum;
-  };
-  const point small = vertical ? point{0, 1e-6} : point{1e-6, 0};
-  return ratio(b) / ratio(signals_of(c, small)) * 1e-6;
-}
-
-TEST(position_fit, difference_over_sum_is_wrong_by_what_the_table_repairs) {
-  struct place {
-    std::size_t ix_chamber;
-    point z;  // [mm]
-    bool vertical;
-    double error;  // of the linear formula [mm], two digits
-  };
-  const place places[] = {
-      {1, {5, 0}, false, -0.14},  {1, {10, 0}, false, -1.03},  {1, {0, 10}, true, -0.63},
-      {1, {10, 10}, false, 2.37}, {1, {20, 0}, false, -5.99},  {0, {10, 0}, false, -0.45},
-      {0, {10, 10}, true, 0.85},  {2, {3.2, 0}, false, -0.14}, {2, {8, 0}, false, -1.79}};
-  for (const auto& [ix, z, vertical, error] : places) {
-    const chamber_case& c = chamber(ix);
-    const button_signals but = signals_of(c, 1e-3 * z);
-    const double truth = vertical ? z.imag() : z.real();
-    EXPECT_NEAR(1e3 * linear_position(c, but, vertical) - truth, error, 0.006) << c.name << z;
-    EXPECT_NEAR(1e3 * fit(c.bpm, but).x(vertical ? 2 : 1), truth, 1e-5) << c.name << z;
-  }
-}
-
 TEST(position_fit, symmetries_scale_and_coefficients) {
   chamber_case& c = arc();
   const button_signals b = signals_of(c, {0.0083, -0.0047});
@@ -180,40 +149,6 @@ TEST(position_fit, failures_are_told_apart) {
     EXPECT_LE(std::abs(f.x(1)), 0.03);
     EXPECT_LE(std::abs(f.x(2)), 0.02);
     EXPECT_FALSE(std::isnan(f.chi2));
-  }
-}
-
-// The spread of fitted positions must be that of the normal matrix of x, y and scale, inverted here
-// by the library that the fit does without.
-TEST(position_fit, noise_spreads_positions_as_the_normal_matrix_says) {
-  chamber_case& c = arc();
-  constexpr int n = 4000;
-  for (const point z : {point{0, 0}, point{0.01, 0}, point{0.01, 0.01}}) {
-    SCOPED_TRACE(z);
-    nonlin_bpm_set_pointers(c.bpm);
-    derivatives d{};
-    nonlin_bpm_interpolate({{z.real(), z.imag(), 1}}, d);
-    std::vector<double> normal(9);
-    for (int k = 1; k <= 4; ++k) {
-      const double j[] = {d(k)(1, 0), d(k)(0, 1), d(k)(0, 0)};
-      for (std::size_t i = 0; i < 9; ++i) normal[i] += j[i / 3] * j[i % 3];
-    }
-    ASSERT_TRUE(linear_algebra::invert_matrix(normal, 3));
-    const double sigma = 0.0025e-1;  // 0.1% of a centred button
-    std::mt19937_64 random(99);
-    std::normal_distribution<double> noise(0, sigma);
-    double xx = 0, yy = 0;
-    for (int i = 0; i < n; ++i) {
-      button_signals but{};
-      for (int k = 1; k <= 4; ++k) but(k) = d(k)(0, 0) + noise(random);
-      const fitted f = fit(c.bpm, but);
-      ASSERT_GT(f.chi2, 0);
-      xx += std::pow(f.x(1) - z.real(), 2) / n;
-      yy += std::pow(f.x(2) - z.imag(), 2) / n;
-    }
-    // 4000 readings know a sigma to 1.1%.
-    EXPECT_NEAR(std::sqrt(xx) / (sigma * std::sqrt(normal[0])), 1, 0.05);
-    EXPECT_NEAR(std::sqrt(yy) / (sigma * std::sqrt(normal[4])), 1, 0.05);
   }
 }
 

@@ -9,6 +9,7 @@ namespace {
 
 util::bounded<double, 1, 4, "but"> but;
 util::bounded2<double, 1, 5, 1, 4, "gain_save"> gain_save;
+util::bounded3<double, 1, 4, 1, 8, 1, 8, "covar_save"> covar_save;
 
 TEST(bounded, subscripts_start_at_the_lower_bound) {
   but(1) = 3;
@@ -26,6 +27,8 @@ TEST(run_time_death, a_bad_subscript_names_array_value_and_bounds) {
               "subscript 1 \\(= 6\\) of gain_save is outside 1\\.\\.5");
   EXPECT_EXIT(gain_save(5, 0) = 1, testing::ExitedWithCode(1),
               "subscript 2 \\(= 0\\) of gain_save is outside 1\\.\\.4");
+  EXPECT_EXIT(covar_save(1, 8, 9) = 1, testing::ExitedWithCode(1),
+              "subscript 3 \\(= 9\\) of covar_save is outside 1\\.\\.8");
 }
 
 TEST(run_time_death, a_value_never_given_is_named) {

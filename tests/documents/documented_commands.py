@@ -4,9 +4,10 @@ usage: documented_commands.py SOURCE_FOLDER DOCUMENT FOLDER_OF_A_PROGRAM...
 
 What counts are fenced blocks:
   ```sh             every line is a command
-  ``` with "$ ..."  the lines with "$ " are commands. After "$ butngain" stand the lines of a session:
-                    what is typed behind a question is its answer, and the lines shown must come, in
-                    this order ("..." leaves some out; one number is as good as another)
+  ``` with "$ ..."  the lines with "$ " are commands. Lines that follow one must come in what it
+                    prints, in this order ("..." leaves some out; one number is as good as another).
+                    After "$ butngain" they are a session: what is typed behind a question is its
+                    answer
   any other block   a sample
 A comment of the document in front of a block says more about it:
   <!-- file: NAME -->      the block is written to this file
@@ -101,10 +102,14 @@ class Script:
     def session(self, command, shown, number):
         answers = [a for a in map(answer_of, shown) if a is not None]
         typed = " ".join("'" + a.replace("'", "'\\''") + "'" for a in answers)
+        self.shown(f"printf '%s\\n' {typed} | {command}", shown, number)
+
+    def shown(self, command, shown, number):
         fails = any(line.startswith("butngain: run-time error: ") for line in shown)
         log = f"$SCRATCH/session.{len(self.sessions)}"
+        command = RUN_NAME.sub(NEWEST_RUN, command)
         self.lines += [f": {DOCUMENT}:{number}",
-                       f"status=0; printf '%s\\n' {typed} | {command} >{log} 2>&1 || status=$?",
+                       f"status=0; {{ {command}; }} >{log} 2>&1 || status=$?",
                        f"[ $status -eq {int(fails)} ] || {{ tail -5 {log} >&2; false; }}"]
         self.sessions.append((number, shown))
 
@@ -127,8 +132,11 @@ def script_of(found):
             assert starts[0] == 0, f"{DOCUMENT}:{number}: lines before the first command"
             for start, end in zip(starts, starts[1:]):
                 command = lines[start][2:]
-                if re.fullmatch(r"(\w+=\S+ )*butngain", command):
-                    script.session(command, lines[start + 1:end], number + start + 1)
+                shown = lines[start + 1:end]
+                if re.fullmatch(r"(\w+=\S+ )*butngain( --.*)?", command):
+                    script.session(command, shown, number + start + 1)
+                elif shown:
+                    script.shown(command, shown, number + start + 1)
                 else:
                     script.command(command, number + start + 1)
     return script
@@ -151,7 +159,7 @@ def check_session(number, shown, printed):
                 line = question
         wanted = plain(line.removesuffix("..."))
         at = rest.find(wanted)
-        assert at >= 0, f"{DOCUMENT}:{number}: the session does not show\n{line}\nbut\n{rest[:2000]}"
+        assert at >= 0, f"{DOCUMENT}:{number}: what is not shown\n{line}\nbut\n{rest[:2000]}"
         rest = rest[at + len(wanted):]
 
 

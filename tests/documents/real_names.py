@@ -44,7 +44,8 @@ def main():
             faults.append(f"docs/architecture.md: there is no {name}")
     for readme in (f for f in FILES if f.endswith("/README.md")):
         with open(readme, encoding="utf-8") as document:
-            for name in re.findall(r"`([\w/]+\.(?:hpp|cpp|py|cmake|md)(?:\.in)?)`", document.read()):
+            text = document.read()
+            for name in re.findall(r"`([\w/]+\.(?:hpp|cpp|py|cmake|md)(?:\.in)?)`", text):
                 if not is_file(name):
                     faults.append(f"{readme}: there is no {name}")
     # An empty text would be a failure too.

@@ -35,8 +35,7 @@ with tempfile.TemporaryDirectory() as scratch:
     for library in ("libgiza0", "libcpgplot0", "libcairo2", "libgif7", "libreadline8", "libfmt9"):
         assert library in depends, depends
     if shutil.which("lintian"):
-        run("lintian", "--allow-root", "--fail-on", "error,warning", "--suppress-tags",
-            "no-manual-page", package)
+        run("lintian", "--allow-root", "--fail-on", "error,warning", package)
     assert run("dpkg-deb", "-f", package, "Version").startswith(VERSION + "-")
 
     root = scratch + "/root"

@@ -31,6 +31,8 @@ namespace fit = gain_fit_mod;
 
 constexpr int diagnostic_unit = 11;  // never opened: its lines land in fort.11
 
+// An orbit of which the BPM has nothing: one that its data set does not hold, or a dead turn. Exact
+// zeros are meant; a reader stores what it read or leaves the zeros of a fresh column.
 bool all_zero(const store::bpm_struct& reading) {
   const auto& b = reading.button;
   return b(1) == 0 && b(2) == 0 && b(3) == 0 && b(4) == 0;
@@ -42,6 +44,8 @@ struct kept_sets {
   bool pedestals_known = true;  // in all of these sets
 };
 
+// Notes the data sets that begin at a kept orbit. Several may: a set of which the BPM has no orbit
+// leaves its start to the one behind it, and only the last of them owns the orbit.
 void note_set(const std::vector<data_set>& sets, std::size_t orbit, std::size_t kept,
               std::size_t& behind, kept_sets& noted) {
   bool begins = false;
@@ -54,7 +58,9 @@ void note_set(const std::vector<data_set>& sets, std::size_t orbit, std::size_t 
   noted.pedestals_known = noted.pedestals_known && sets[behind - 1].pedestals_known;
 }
 
-// Moves the orbits in which the BPM has a signal together at the front; norbits counts them.
+// Moves the orbits in which the BPM has a signal together at the front; norbits counts them. In
+// place, because everything behind it, the writers too, numbers the BPM's orbits without gaps. What
+// lies behind norbits afterwards is stale and nobody's.
 kept_sets compact(int norbits_save, const std::vector<data_set>& sets) {
   kept_sets noted;
   std::size_t sets_begun = 0;
@@ -89,6 +95,7 @@ void set_start_gains() {
   for (int i = 1; i <= 4; ++i) fit::gain(i) = true_gain(i) != 0 ? 1 / true_gain(i) : 1.0;
 }
 
+// One line of orbit.dat. Means without orbits are not numbers, and stand there as such.
 void write_orbit_record(const session_state& s, const fit::bpm_result& result) {
   std::string line;
   util::put_integer(line, result.data.bpm, 10);
@@ -109,6 +116,8 @@ output::run_record run_of(const session_state& s) {
 
 // The BPM in work: its kept orbits where they lie in the store, and what stands beside them.
 fit::bpm_data data_of_bpm(const output::run_record& run, const std::string& name) {
+  // The header of the raw-data file shows the truth of the orbit whose number follows the count of
+  // files: kept for compatibility. The amplitude beside it is the BPM's before, for the same reason.
   const auto header_orbit = fit::orbit_data(run.files_so_far + 1);
   return {.bpm = fit::bpm,
           .name = name,
@@ -120,7 +129,8 @@ fit::bpm_data data_of_bpm(const output::run_record& run, const std::string& name
           .const_before = fit::const_};
 }
 
-// Positions of all kept orbits, into the store and the raw-data file.
+// Positions of all kept orbits, into the store and the raw-data file. They replace what a reader or
+// the tables put there: the described files show the linear position of every kind of data alike.
 void write_positions(const output::run_record& run, const fit::bpm_data& data) {
   util::write_line(diagnostic_unit,
                    " BPM = " + util::list_line().integer(fit::bpm).str().substr(1));
@@ -130,6 +140,7 @@ void write_positions(const output::run_record& run, const fit::bpm_data& data) {
     const whole_signals det = whole_signals_of(reading.button, fit::bpm, orbit);
     xy_position(fit::bpm, det, reading.x, reading.y);
 
+    // Orbit by orbit, so that a run that ends half way leaves the same number of lines in both.
     line.clear();
     for (const double signal : reading.button.item) util::put_exponent(line, signal);
     util::write_line(diagnostic_unit, line);
@@ -167,7 +178,8 @@ void warn_of_poor_gains(const fit::bpm_result& result, const bpm_verdict& verdic
              verdict.line);
 }
 
-// The calibration of one BPM against its table, and the verdict that all places show.
+// The calibration of one BPM against its table, and the verdict that all places show: it is made
+// once, here, and replaces the words of the four fits in the record that the writers get.
 bpm_verdict judge(session_state& s, fit::bpm_result& result, const kept_sets& kept) {
   const bool told = s.stand_in.has_value();
   const bool site_tables = !nonlin_bpm_mod::nonlin_bpm_first_call;
@@ -176,6 +188,7 @@ bpm_verdict judge(session_state& s, fit::bpm_result& result, const kept_sets& ke
                                     .sigma_p = kept.pedestals_known
                                                    ? calibration::pedestals_subtracted
                                                    : calibration::pedestals_left_in};
+  // Told once a session, when the first BPM needs it: a session of raw data never does.
   if (!told && s.stand_in) {
     std::fflush(stdout);
     util::erase_progress();
@@ -189,6 +202,8 @@ bpm_verdict judge(session_state& s, fit::bpm_result& result, const kept_sets& ke
   return verdict;
 }
 
+// One BPM from its readings to its lines in every file. The order is that of the transcript: its
+// count of orbits, its name, the fits line by line; warnings stand between them on standard error.
 void treat_bpm(session_state& s, const output::run_record& run) {
   const kept_sets kept = compact(s.norbits_save.get(), s.sets);
   if (fit::expert && s.just_one) {
@@ -206,6 +221,7 @@ void treat_bpm(session_state& s, const output::run_record& run) {
   fit::bpm_result result = fit::result_of(data);
   write_orbit_record(s, result);
   fit::tell(result.fits.events);
+  // The described faces read the last fit in the context, and the next BPM's header its amplitude.
   fit::leave_in_context(result.fits);
   const bpm_verdict verdict = judge(s, result, kept);
   warn_of_poor_gains(result, verdict);
@@ -222,10 +238,13 @@ void treat_bpms(session_state& s) {
   const int last = s.bpm_count.get();
   const output::run_record run = run_of(s);
   util::progress progress("fitting BPMs", last);
+  // An interrupt ends the run between two BPMs: what one of them leaves in the files is whole.
   util::watch_interrupts();
   for (int index = 0; index <= last; ++index) {
     if (util::interrupted()) util::leave_interrupted();
     progress.at(index);
+    // One chosen BPM is looked at in every pass, until it was treated or the indices are through: a
+    // BPM silent in orbit 1 is told as often as there are indices. Kept for compatibility.
     if (!s.just_one) fit::bpm = index;
     if (all_zero(fit::orbit_data(1).detector(fit::bpm))) {
       util::print_line(util::list_line().text(" no data for bpm ").integer(fit::bpm).str());

@@ -31,7 +31,8 @@ calibration::four_fits multipliers_of(const gain_fit_mod::four_fits& fits) {
   return all;
 }
 
-// The verdict by the four fits alone, in the words of all.
+// The verdict by the four fits alone, in the words of all. It cannot see pedestals, a beam off the
+// axis or a gain that changes, so its line says that the calibration is missing.
 bpm_verdict verdict_of_fits(const gain_fit_mod::bpm_result& result) {
   bpm_verdict verdict;
   switch (result.quality.verdict) {
@@ -50,6 +51,8 @@ bpm_verdict verdict_of_fits(const gain_fit_mod::bpm_result& result) {
   return verdict;
 }
 
+// What stands behind the word: errors, gains, and what the reason speaks of. Numbers that mean
+// nothing, such as the error of a fit that did not end, are left out rather than shown.
 std::string figures_of(const calibration::record& r) {
   const calibration::fit_result& fit = calibration::chosen_fit(r);
   std::string text;

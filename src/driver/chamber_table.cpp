@@ -29,7 +29,8 @@ margin 4
 end
 )";
 
-// The first word that is not in a comment.
+// The first word that is not in a comment; nothing where there is none, or no file. Lines that long
+// belong to no text file, and a device without line ends must not be read for ever.
 std::string first_word(const std::string& path) {
   std::ifstream file(path);
   for (std::string line; std::getline(file, line) && line.size() < 10000;) {
@@ -42,7 +43,7 @@ std::string first_word(const std::string& path) {
 }  // namespace
 
 util::outcome<stand_in_table> read_chamber_or_table(const std::string& path) {
-  stand_in_table made{{}, path, true};
+  stand_in_table made{{}, path, true};  // given: the operator vouches for it
   const std::string kind = first_word(path);
   if (kind == "nonlin_bpm_table") {
     nonlin_bpm_mod::read_table_file(path, "", made.table);
@@ -65,6 +66,7 @@ stand_in_table round_pipe_table() {
 bpm_table table_of_bpm(int bpm, bool site_tables, std::optional<stand_in_table>& stand_in) {
   if (site_tables) {
     if (bpm < 1 || bpm > nonlin_bpm_mod::max_bpm) return {};
+    // The choice of the position conversion, so that positions and calibration use one table.
     nonlin_bpm_mod::nonlin_bpm_set_pointers(bpm);
     return {nonlin_bpm_mod::func_bpm, true};
   }

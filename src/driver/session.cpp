@@ -39,6 +39,7 @@ std::string four_numbers(std::string_view text, const Four& value) {
   return line;
 }
 
+// One data set, whose truth is known: it is shown at once, as a check that the right series was read.
 void load_synthetic(session_state& s) {
   input::get_fake_data();
   s.norbits_save = fit::norbits;
@@ -47,12 +48,13 @@ void load_synthetic(session_state& s) {
   const auto& gain = fit::gain;
   util::print_line(four_numbers(" truth = ", [&](int i) { return gain(i) / gain(1); }));
   util::print_line(four_numbers(" inverse = ", [&](int i) { return gain(1) / gain(i); }));
-  s.bpm_count = fit::bpm;
-  fit::bpm = -1;
+  s.bpm_count = fit::bpm;  // the reader leaves the last BPM there
+  fit::bpm = -1;           // and all are treated
 }
 
 constexpr int choices_offered = 100;  // BPMs beyond the first hundred cannot be chosen singly
 
+// The list ends in zeros, so 0 is offered as well, and is treated as all. Kept for compatibility.
 bool is_offered(int bpm) {
   const auto first = fit::dets.item.begin();
   return std::find(first, first + choices_offered, bpm) != first + choices_offered;
@@ -71,6 +73,7 @@ void tell_choices(int refused) {
   }
 }
 
+// How tables name the corrections that the last raw run asked for; none before one did.
 std::string_view correction_label(int gain_correct) {
   switch (gain_correct) {
     case 3:
@@ -97,6 +100,8 @@ void choose_bpm(session_state& s) {
   s.type = correction_label(fit::gain_correct);
 }
 
+// Both tables are opened before the first BPM, so that a directory that could not be made ends the
+// run before minutes of fitting.
 void open_orbit_table(session_state& s) {
   s.orbit_table = util::unit_handle{util::lunget()};
   util::open_output(s.orbit_table.number(), std::string{s.directory.trimmed()} + "/orbit.dat");

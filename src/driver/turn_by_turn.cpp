@@ -17,7 +17,8 @@ namespace {
 
 namespace fit = gain_fit_mod;
 
-constexpr int last_bpm_visited = 120;
+constexpr int last_bpm_visited = 120;  // of the ring; text runs may hold more, and are told so
+// Far above what the store holds, whose own bound stops the run first. Kept for compatibility.
 constexpr int most_orbits_counted = 300000;
 
 // The data sets so far, while the next one is read into orbit_data.
@@ -47,6 +48,7 @@ void append_data_set(int norbits) {
   for (int orbit = 1; orbit <= norbits; ++orbit) {
     orbit_data_save.edit_current(n_so_far + orbit) = fit::orbit_data(orbit).current();
   }
+  // The first set is moved, not copied: most sessions have one, and its columns are the memory.
   if (n_so_far == 0) orbit_data_save.columns.clear();
   for (int bpm = 0; bpm <= store::max_bpm; ++bpm) {
     if (n_so_far == 0) {

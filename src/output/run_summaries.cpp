@@ -17,8 +17,10 @@ namespace {
 int lun26 = 0;  // "_out"
 int lun27 = 0;  // "_err"
 
-constexpr int name_width = 12;  // of the 16 characters of a BPM's name
+constexpr int name_width = 12;  // of the 16 characters of a BPM's name; the rest is cut
 
+// Named after the last data file of the run, and begun by the first BPM: a run that fits none leaves
+// no table that looks like a result.
 int begin_table(const run_record& run, std::string_view suffix) {
   const int unit = util::lunget();
   util::open_output(unit, path_of(run.directory, run.label, suffix));
@@ -57,6 +59,7 @@ std::string out_caption() {
   return line;
 }
 
+// The fifth fit has a place in the session's tables and none here: four are made.
 std::string err_caption() {
   std::string line;
   util::put_blanks(line, 3);
@@ -74,6 +77,7 @@ std::string err_caption() {
   return line;
 }
 
+// The correction line stands in the table of every kind of data: 0 and "fake" for synthetic ones.
 void begin_out(const run_record& run) {
   lun26 = begin_table(run, "_out");
   std::string line = " gain_correct = ";
@@ -93,6 +97,7 @@ void write_rd_out(const run_record& run, const gain_fit_mod::bpm_result& result)
   util::put_integer(line, result.data.bpm, 7);
   const auto& [h_min, h_max, v_min, v_max] = result.motion.extremes;
   put_all_fixed(line, std::array{h_min, h_max, h_max - h_min, v_min, v_max, v_max - v_min});
+  // Inverse multipliers: what the buttons make of a signal, as the operators of a table expect it.
   for (const double g : result.combined.summary_gain.item) util::put_fixed(line, 1 / g);
   put_all_fixed(line, result.combined.coefficients.item);
   util::put_fixed(line, result.combined.summary_chisq);
@@ -101,6 +106,8 @@ void write_rd_out(const run_record& run, const gain_fit_mod::bpm_result& result)
   const auto n = static_cast<double>(result.data.orbits.size());
   const auto& [sum, squares] = result.totals;
   util::put_fixed(line, sum / n);
+  // From two sums, so that no orbit is visited twice; a beam that stands still may come out as the
+  // root of a rounding error below zero, which is shown as no number.
   util::put_fixed(line, std::sqrt((squares - sum * sum / n) / n));
   put_all_fixed(line, result.data.true_gain.item);
   util::write_line(lun26, line);
@@ -120,6 +127,7 @@ void write_rd_err(const run_record& run, const gain_fit_mod::bpm_result& result)
   for (ind = 1; ind <= 4; ++ind) {
     const gain_fit_mod::gains& gain = result.fits.fit.at(static_cast<std::size_t>(ind) - 1).gain;
     util::put_blanks(line, 3);
+    // Relative to button 1, which makes the four fits comparable: each has a factor of its own.
     for (int k = 1; k <= 4; ++k) util::put_fixed(line, gain(1) / gain(k));
     util::put_fixed(line, chisq_shown(result.fits));
   }

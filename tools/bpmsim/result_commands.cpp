@@ -163,7 +163,7 @@ void add_accuracy(CLI::App& app, int& status) {
            "the calibration makes no allowances for the chamber");
   add_flag({&sub}, "--table", o->table, "the orbits of docs/accuracy.md, one line each");
   options::add_text({&sub}, "--pulls", o->pulls,
-           "file for the pulls: error over its own standard deviation");
+                    "file for the pulls: error over its own standard deviation");
   const auto chosen = add_machine(sub, s.machine);
   sub.callback([o, chosen, &status] {
     settle(o->setup.machine, *chosen);

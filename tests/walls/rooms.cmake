@@ -78,17 +78,34 @@ shut(butngain_sim_physics CLI/CLI.hpp)
 # The variables of the fit in progress (gain_fit_mod: orbit_data, norbits, dets, nvar, ...) are the
 # session's. The described faces see them; what works on records must not come to them.
 sees(butngain_fit gain_fit_mod.hpp)
-foreach(room solver model four_fits bpm_result calibration)
+foreach(room solver model four_fits bpm_result calibration readers)
   blind(butngain_${room} gain_fit_mod.hpp)
 endforeach()
 
-# The interior of raw files is nobody else's.
+# Raw files: a face, and an interior for the library alone. Whoever takes a data set sees neither.
 door(butngain_rawfile kbpm_rawfile.hpp)
-foreach(room butngain_driver butngain_input butngain_tbt)
-  wall(${room} butngain_rawfile_interior data_line.hpp)
-  wall(${room} butngain_rawfile_interior array_arena.hpp)
-  wall(${room} butngain_rawfile_interior kbpmfio_stream.hpp)
+door(butngain_tbt kbpm_rawfile.hpp)
+door(butngain_input tbt_mod.hpp)
+door(kbpm_dump raw_file.hpp)
+foreach(room butngain_driver butngain_input butngain_tbt kbpm_dump)
+  foreach(header array_arena.hpp data_block.hpp data_line.hpp field_tables.hpp held_file.hpp
+      kbpmfio_stream.hpp raw_load.hpp rawfile_place.hpp tell.hpp)
+    wall(${room} butngain_rawfile_interior ${header})
+  endforeach()
 endforeach()
+foreach(header kbpm_rawfile.hpp kbpm_read_rawfile.hpp kbpmfio.hpp raw_file.hpp rdv3.hpp)
+  wall(butngain_input butngain_rawfile ${header})
+  wall(butngain_driver butngain_rawfile ${header})
+endforeach()
+
+# Readers give back records: they know neither the session nor the dialog. Dialogs put data into the
+# session and know nothing of fits.
+door(butngain_readers turn_data.hpp)
+wall(butngain_readers butngain_fit_context gain_fit_mod.hpp)
+wall(butngain_readers butngain_terminal terminal.hpp)
+wall(butngain_readers butngain_input note.hpp)
+wall(butngain_readers butngain_expert multipliers.hpp)
+wall(butngain_input butngain_four_fits four_fits.hpp)
 if(TARGET butngain_report)
   blind(butngain_report gain_fit_mod.hpp)
 endif()

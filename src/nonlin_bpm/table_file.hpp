@@ -27,8 +27,8 @@ namespace nonlin_bpm_mod {
 ///          its own quadrant, no node to start a fit from
 void read_table_file(const std::string& name, std::string_view expected, table_struct& table);
 
-/// What is wrong with the slopes of a table; empty when they go with the values. `line` is where the
-/// file gives the worst node, 0 for nodes from no file.
+/// What is wrong with the slopes of a table; empty when they go with the values. `line` is where
+/// the file gives the worst node, 0 for nodes from no file.
 std::string wrong_slopes(const table_nodes& nodes, int& line);
 
 /// The nodes alone, as the file gives them, in metres.

@@ -20,7 +20,8 @@ run_signals made_of(const beam_run& run) {
   return made ? *made : run_signals{};
 }
 
-// A beam at rest on the axis reads 1000 on every button in every orbit: all that differs is trouble.
+// A beam at rest on the axis reads 1000 on every button in every orbit: all that differs is
+// trouble.
 beam_run resting() {
   beam_run run;
   run.orbits = 11;

@@ -69,7 +69,8 @@ TEST(bpmsim_electronics, each_effect_acts_as_its_formula_says) {
       {"1 % of both neighbours: 1100 + 1800, 450 + 2000",
        [](electronics_setup& e) { e.cross_talk = 0.01; },
        {{479, 1124.5, 1824.5, 2029}}},
-      // Channel 3 has 1.5 times its centred signal: 1800 (1 - 0.05 0.5); channel 2 just that signal.
+      // Channel 3 has 1.5 times its centred signal: 1800 (1 - 0.05 0.5); channel 2 just that
+      // signal.
       {"compression",
        [](electronics_setup& e) { e.compression = 0.05; },
        {{461.25, 1100, 1755, 1900}}},

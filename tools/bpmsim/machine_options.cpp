@@ -20,6 +20,8 @@ void add_chamber(CLI::App& app, chamber_choice& c, sim::machine& m) {
       "instead of the pipe: a chamber file; bpm_48, bpm_arc or bpm_tirsku; or own, which gives "
       "each BPM the chamber of its position table");
 
+  // A word of their own for what differs, so that no option is mistaken for a property of the
+  // drawing.
   const place real{&app, "Chamber as it is (tables and scale factors keep to the drawing)"};
   add_real(real, "--real-width", m.change.width, "width of the buttons, in parts of the drawn one");
   add_real(real, "--real-angle", m.change.angle, "all buttons so much further from the x axis",
@@ -52,6 +54,7 @@ void add_beam(CLI::App& app, sim::beam& b) {
              "of the oscillation's phase from BPM to BPM", degrees);
   add_real(at, "--coupling", b.coupling, "part of one plane's motion that shows in the other");
 
+  // Typed per millimetre as lengths are, kept per metre.
   constexpr unit per_mm{1 / sim::mm, "per_mm"};
   const place current{&app, "Current of the beam, and orbits of other kinds"};
   add_real(current, "--current-drift", b.current.drift,
@@ -119,10 +122,13 @@ std::shared_ptr<chamber_choice> add_machine(CLI::App& app, sim::machine& m) {
   add_chamber(app, *choice, m);
   add_beam(app, m.beam);
   add_electronics(app, m.electronics);
-  add_flag({&app}, "--passages", m.every_passage,
-           "also write the truth of every passage, beside the truth");
   add_seed({&app}, "--seed", m.seed, "of all random numbers: the same seed, the same files");
   return choice;
+}
+
+void add_passages(CLI::App& app, sim::machine& m) {
+  add_flag({&app}, "--passages", m.every_passage,
+           "also write the truth of every passage, beside the truth");
 }
 
 void settle(sim::machine& m, const chamber_choice& choice) {
@@ -131,6 +137,7 @@ void settle(sim::machine& m, const chamber_choice& choice) {
     m.chamber = sim::round_chamber(choice.round);
     return;
   }
+  // Names come before files: a file called own or bpm_arc is given as ./own.
   if (choice.chamber == "own") {
     m.source = sim::chamber_source::own;
     return;

@@ -18,6 +18,9 @@ struct chamber_choice {
 /// returns  what `settle` needs once the command line is read
 std::shared_ptr<chamber_choice> add_machine(CLI::App& app, sim::machine& m);
 
+/// The option of those that write passages into files.
+void add_passages(CLI::App& app, sim::machine& m);
+
 /// Gives the machine the chamber that was chosen. Refuses the command line when there can be none;
 /// a chamber file with a fault ends the run.
 void settle(sim::machine& m, const chamber_choice& choice);

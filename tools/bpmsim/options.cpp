@@ -19,6 +19,7 @@ constexpr int any_number = 1 << 20;  // of values behind an option
 
 [[noreturn]] void refuse(const std::string& name, const std::string& text,
                          const std::string& expected) {
+  // The parser's own way to refuse; main makes one line of it.
   throw CLI::ValidationError(name, fmt::format("expected {}, found \"{}\"", expected, text));
 }
 
@@ -29,6 +30,7 @@ double real_of(const std::string& name, const std::string& text) {
 }
 
 texts parts_of(const std::string& text) {
+  // By hand: the words between the colons may be empty, which is a fault to tell and not to skip.
   texts parts{""};
   for (const char c : text) {
     if (c == ':') {
@@ -67,6 +69,7 @@ CLI::Option* add(const place& at, const std::string& name, const shown& s, const
         return true;
       },
       help);
+  // One value an option as far as the parser is concerned; how many may follow is `expected`.
   made->type_name(s.kind)->type_size(1)->group(at.group);
   if (s.most > 1) made->expected(1, s.most);
   if (!s.start.empty()) made->default_str(s.start);
@@ -101,6 +104,7 @@ void add_whole(const place& at, const std::string& name, int& to, const std::str
 void add_seed(const place& at, const std::string& name, std::uint64_t& to,
               const std::string& help) {
   add(at, name, {"N", std::to_string(to)}, help, [&to, name](const texts& typed) {
+    // Seeds use all 64 bits, which the program's scanner of whole numbers does not.
     const std::string& text = typed.front();
     const char* const end = text.data() + text.size();
     const auto [stop, fault] = std::from_chars(text.data(), end, to);
@@ -120,6 +124,7 @@ void add_planes(const place& at, const std::string& name, double& x, double& y,
                 const std::string& help, unit u) {
   add(at, name, {u.name, fmt::format("{:.6g} {:.6g}", x / u.size, y / u.size), 2}, help,
       [&x, &y, name, u](const texts& typed) {
+        // With one value front and back are the same.
         x = real_of(name, typed.front()) * u.size;
         y = real_of(name, typed.back()) * u.size;
       });

@@ -1,8 +1,8 @@
 // options: what the options of all subcommands share on top of the parser library.
 //
-// Numbers go through the program's one scanner (no hexadecimal, no nan); lengths and angles are typed
-// in the unit that --help names and kept in SI; an option for the two planes takes one value for both
-// or two. Each call adds one option and returns it, so that group and the rest can be set.
+// Numbers go through the program's one scanner (no hexadecimal, no nan); lengths and angles are
+// typed in the unit that --help names and kept in SI; an option for the two planes takes one value
+// for both or two. Each call adds one option and returns it, so that group and the rest can be set.
 #pragma once
 #include <CLI/CLI.hpp>
 #include <cstdint>
@@ -44,15 +44,16 @@ void add_real(const place& at, const std::string& name, double& to, const std::s
 /// One value for both planes, or two.
 void add_planes(const place& at, const std::string& name, double& x, double& y,
                 const std::string& help, unit u = plain);
-/// Values for single buttons, any number of them: BPM:BUTTON:VALUE, or BPM:BUTTON for 1 where a value
-/// is not needed.
+/// Values for single buttons, any number of them: BPM:BUTTON:VALUE, or BPM:BUTTON for 1 where a
+/// value is not needed.
 void add_buttons(const place& at, const std::string& name, std::vector<sim::button_value>& to,
                  const std::string& help, bool value_needed);
 /// The same for the one chamber of a run: BUTTON:VALUE, typed in units of u.
 void add_chamber_buttons(const place& at, const std::string& name, sim::buttons& to,
                          const std::string& help, unit u);
 
-/// One of several words, which stand for 0, 1, 2...; `second` as for add_planes, null for one value.
+/// One of several words, which stand for 0, 1, 2...; `second` as for add_planes, null for one
+/// value.
 void add_words(const place& at, const std::string& name, const std::vector<std::string>& words,
                const std::function<void(int)>& put_first,
                const std::function<void(int)>& put_second, const std::string& shown,

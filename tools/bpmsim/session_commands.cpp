@@ -23,6 +23,7 @@ namespace {
 using namespace options;
 
 int run_series(sim::series_setup& s) {
+  // Typed paths may begin with a variable, as at the session's questions.
   s.base = util::fullfilename(s.base);
   sim::make_series(s);
   util::print_line(fmt::format(
@@ -79,6 +80,7 @@ int run_tree(sim::tree_setup& s) {
 }  // namespace
 
 void add_series(CLI::App& app, int& status) {
+  // Options point into the record, which so must live as long as the command line.
   auto s = std::make_shared<sim::series_setup>();
   s->base = std::string{site::fake_data_dir};
   CLI::App& sub =
@@ -87,8 +89,10 @@ void add_series(CLI::App& app, int& status) {
   add_whole({&sub}, "--bpms", s->bpms, "number of BPMs: one file each");
   add_whole({&sub}, "--orbits", s->orbits, "number of orbits: lines per file");
   add_whole({&sub}, "--first", s->first, "number of the first file");
+  add_passages(sub, s->machine);
   const auto chosen = add_machine(sub, s->machine);
   sub.callback([s, chosen, &status] {
+    // First the chamber: whether a beam fits is asked of it.
     settle(s->machine, *chosen);
     refuse_if(sim::series_fault(*s));
     status = run_series(*s);
@@ -120,6 +124,7 @@ void add_raw(CLI::App& app, int& status) {
                     "date and time of the first run; the next ones a minute later each");
   add_whole({&sub}, "--condx", s->condx, "the ring's condition number");
   add_real({&sub}, "--current", s->current, "beam current", milliamperes);
+  add_passages(sub, s->machine);
   const auto chosen = add_machine(sub, s->machine);
   sub.callback([s, chosen, &status] {
     settle(s->machine, *chosen);
@@ -138,6 +143,7 @@ void add_text(CLI::App& app, int& status) {
   add_whole({&sub}, "--run", s->run, "run number");
   add_whole({&sub}, "--bpms", s->bpms, "number of BPMs, from 1W on");
   add_whole({&sub}, "--turns", s->turns, "turns of each BPM");
+  add_passages(sub, s->machine);
   const auto chosen = add_machine(sub, s->machine);
   sub.callback([s, chosen, &status] {
     settle(s->machine, *chosen);
@@ -160,6 +166,7 @@ void add_orbits(CLI::App& app, int& status) {
   add_real({&sub}, "--electrons", s->electrons, "electron current", milliamperes);
   add_real({&sub}, "--positrons", s->positrons, "positron current", milliamperes);
   add_flag({&sub}, "--no-currents", s->no_currents, "files without currents");
+  add_passages(sub, s->machine);
   const auto chosen = add_machine(sub, s->machine);
   sub.callback([s, chosen, &status] {
     settle(s->machine, *chosen);
@@ -188,6 +195,7 @@ void add_template(CLI::App& app, int& status) {
 
 void add_tree(CLI::App& app, int& status) {
   auto s = std::make_shared<sim::tree_setup>();
+  // A tree is for trying things: as many BPMs as fit on a screen, and a second of work.
   s->raw.bpms = 12;
   s->raw.turns = 1000;
   CLI::App& sub = *app.add_subcommand(
@@ -204,6 +212,7 @@ void add_tree(CLI::App& app, int& status) {
            millimetres);
   add_flag({&sub}, "--replace", s->replace_tables,
            "replace position tables and calibration lists that stand there");
+  add_passages(sub, s->raw.machine);
   const auto chosen = add_machine(sub, s->raw.machine);
   sub.callback([s, chosen, &status] {
     settle(s->raw.machine, *chosen);

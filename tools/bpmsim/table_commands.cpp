@@ -22,6 +22,7 @@ struct table_files {
 
 bool is_table(const std::string& path) {
   nonlin_bpm_mod::word_file file;
+  // By its first word, as the reader would: names of tables are anybody's choice.
   return nonlin_bpm_mod::open_words(file, path) == 0 && nonlin_bpm_mod::next_words(file) &&
          file.words[0] == "nonlin_bpm_table";
 }
@@ -37,6 +38,7 @@ int draw_existing(const table_files& f) {
 
 int run_table(const table_files& f) {
   if (is_table(f.from)) return draw_existing(f);
+  // Required of a chamber only, so the parser cannot know.
   refuse_if(f.table.empty() ? "table_file is required: the table to write" : "");
   const auto c = chamber_solver::read_chamber(f.from);
   if (!c) give_up(util::line_of(c.why));

@@ -33,6 +33,8 @@ constexpr double most_drift = 1.9;
 
 std::string current_fault(const beam& b) {
   const current_law& law = b.current;
+  // Decay and slopes need no bound: the exponential stays above zero, and a slope that turns the
+  // current negative shows in the readings at once.
   if (std::abs(law.drift) > most_drift) {
     return fmt::format("drift of the current must lie between -{0:g} and {0:g}, not {1:g}",
                        most_drift, law.drift);
@@ -62,6 +64,7 @@ std::string beam_fault(const beam& b) {
 }
 
 void next_state(const beam& b, beam_state& state, random_stream& stream) {
+  // Most runs ask for none of these and need not draw their numbers.
   if (b.current.walk == 0 && b.second.part == 0 && b.duplicated == 0) return;
   state.ln_walk += b.current.walk * normal(stream);
   state.is_second = uniform(stream) < b.second.part;
@@ -70,6 +73,8 @@ void next_state(const beam& b, beam_state& state, random_stream& stream) {
 
 double current_at(const beam& b, const beam_state& state, const place& at, double t) {
   const current_law& law = b.current;
+  // The drift is counted from the middle of the run, so that it leaves the mean current alone; a
+  // decay begins at full current, as beams do.
   const double in_time = (1 + (law.drift * (t - 0.5))) * std::exp(state.ln_walk - (law.decay * t));
   const double in_place = 1 + (law.slope_x * at.x) + (law.slope_y * at.y);
   return in_time * in_place * (state.is_second ? b.second.current : 1);
@@ -82,11 +87,14 @@ double steady_reach(const beam& b) {
 }
 
 double betatron_phase(const plane& p, int bpm, int orbit) {
+  // Brought back to one turn before the cosine: after thousands of orbits the bare angle would cost
+  // digits that readings of large signals show.
   return std::remainder((two_pi * p.tune * (orbit - 1)) + p.phase + (p.advance * (bpm - 1)),
                         two_pi);
 }
 
 place draw_place(const beam& b, int bpm, int orbit, random_stream& stream) {
+  // Coupling shows the motion only: an orbit that is off does not tilt the other plane.
   const double own_x = motion(b.x, bpm, orbit, stream);
   const double own_y = motion(b.y, bpm, orbit, stream);
   return {b.x.orbit + own_x + (b.coupling * own_y), b.y.orbit + own_y + (b.coupling * own_x)};

@@ -57,6 +57,7 @@ monitor start_run(const beam_run& run) {
   at.chamber = chamber_of(run);
   at.motion = make_stream(run.seed, purpose::motion, run.bpm, run.bunch);
   at.readout = make_stream(run.seed, purpose::readout, run.bpm, run.bunch);
+  // BPMs count from 1: 0 is the whole beam.
   at.whole_beam = make_stream(run.seed, purpose::current, 0, run.bunch);
   random_stream troubles = make_stream(run.seed, purpose::troubles, run.bpm, run.bunch);
   at.outliers = draw_outliers(run.electronics, run.orbits, troubles);
@@ -65,7 +66,11 @@ monitor start_run(const beam_run& run) {
 
 util::status take_passage(const beam& b, monitor& at, passage& p) {
   ++at.orbit;
+  // The whole beam moves on at every BPM alike, also in orbits whose place is drawn anew: all BPMs
+  // of a bunch must see the same current and the same copies.
   next_state(b, at.state, at.whole_beam);
+  // A copy is bit for bit what was recorded, noise included: that is how a data set read twice
+  // looks.
   if (at.state.is_repeated && at.orbit > 1) {
     p = at.last;
     return {};
@@ -82,6 +87,8 @@ util::status take_passage(const beam& b, monitor& at, passage& p) {
   }
   buttons relative = phi(*at.chamber, where.x, where.y);
   for (int k = 1; k <= 4; ++k) relative(k) /= at.chamber->centred;
+  // The current is the one at the place itself: its slope must follow the position that was
+  // accepted.
   const double t = time_of(at);
   const moment now{current_at(b, at.state, where, t), t};
   const readout r = read_out(at.electronics, relative, at.readout, now, outlier_of(at));
@@ -99,6 +106,7 @@ util::outcome<run_signals> simulate(const beam_run& run) {
     made.pedestal(k) = run.electronics.pedestal(k) + run.electronics.pedestal_left(k);
   }
   const auto n = static_cast<std::size_t>(run.orbits);
+  // A battery makes thousands of runs: their length is known, so nothing need grow.
   made.signal.reserve(n);
   made.at.reserve(n);
   made.intensity.reserve(n);

@@ -20,6 +20,8 @@ struct seen_beam {
 };
 
 double wall_integral(const seen_beam& beam, double t) {
+  // The arctangent jumps by a whole turn behind the beam; u / 2 pi carries the branch on, so that
+  // strips may lie across it.
   const double u = t - beam.theta;
   return (u / (2 * pi)) + (std::atan2(beam.q * std::sin(u), 1 - (beam.q * std::cos(u))) / pi);
 }
@@ -52,6 +54,7 @@ chord_rule make_chord_rule() {
   return rule;
 }
 
+// A disc has no closed form: its chord weighs the density along the arc.
 double disc_signal(const seen_beam& beam, double middle, double half_width) {
   static const chord_rule rule = make_chord_rule();
   double sum = 0;
@@ -78,6 +81,8 @@ double turn_of(std::size_t k, double angle) { return k == 0 || k == 3 ? angle : 
 void move_button(const chamber& from, chamber& to, std::size_t k, const chamber_change& change,
                  point scale) {
   using chamber_solver::find_nearest;
+  // The button keeps its place on the stretched wall, then turns about the axis, then slides: each
+  // step is what a drawing would change on its own.
   const point drawn = chamber_solver::place_at(from.contour, from.button[k].s).z;
   const point scaled{drawn.real() * scale.real(), drawn.imag() * scale.imag()};
   const double azimuth = change.azimuth(static_cast<int>(k) + 1);
@@ -86,6 +91,7 @@ void move_button(const chamber& from, chamber& to, std::size_t k, const chamber_
   button.s = find_nearest(to.contour, turned).s + azimuth;
   button.half *= change.width;
   button.shape = change.shape.value_or(button.shape);
+  // The closed form has angles of its own, which are turned and not read back from arc lengths.
   if (!to.round) return;
   to.round->middle[k] += turn_of(k, change.angle) + (azimuth / to.round->radius);
   to.round->half[k] = button.half / to.round->radius;
@@ -142,6 +148,7 @@ double half_height(const chamber& c) {
 }
 
 util::outcome<chamber> changed(const chamber& c, const chamber_change& change) {
+  // Scaling by 1 would still walk along the wall anew and move last bits.
   if (is_none(change)) return c;
   const util::fault here{"", "chamber " + c.name, ""};
   const point scale{(1 + change.ellipse) * (1 + change.radius),
@@ -152,6 +159,7 @@ util::outcome<chamber> changed(const chamber& c, const chamber_change& change) {
   if (!(change.width > 0)) return util::fault{"buttons without width", here.where, ""};
   chamber made = c;
   made.contour = chamber_solver::scaled_wall(c.contour, scale.real(), scale.imag());
+  // A stretched circle is none: from here on the wall is solved like any other.
   if (made.round && change.ellipse != 0) made.round.reset();
   if (made.round) made.round->radius *= scale.real();
   for (std::size_t k = 0; k < 4; ++k) move_button(c, made, k, change, scale);
@@ -201,7 +209,10 @@ bool is_inside(const solved_chamber& c, double x, double y) {
   if (!c.field) return is_inside(c.of, x, y);
   point from_node;
   const auto* const near = chamber_solver::expansion_at(*c.field, {x, y}, from_node);
+  // Beyond the grid is beyond the wall's box.
   if (near == nullptr) return false;
+  // Where the node is further from the boundary than the place is from the node, both lie on the
+  // same side: no search along the wall, which would cost more than the signal.
   if (std::abs(from_node) < std::abs(near->clear)) return near->clear > 0;
   return is_inside(c.of, x, y);
 }
@@ -235,6 +246,7 @@ buttons phi(const solved_chamber& c, double x, double y) {
   buttons signal{};
   if (!c.of.round) {
     const chamber_solver::lanes all = chamber_solver::signals_from(*c.field, {x, y});
+    // The solver's four come side by side, as its vector instructions want them.
     for (int k = 1; k <= 4; ++k) signal(k) = all.v[k - 1];
     return signal;
   }

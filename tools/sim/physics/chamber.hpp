@@ -85,7 +85,8 @@ struct solved_chamber {
 };
 
 /// Works out what a chamber needs to give signals: nothing for a round pipe, 0.2 s for others.
-/// errors   a singular system ends the run (chamber_solver::solve_wall); no chamber made here has one
+/// errors   a singular system ends the run (chamber_solver::solve_wall); no chamber made here has
+///          one
 std::shared_ptr<const solved_chamber> solve(const chamber& c);
 
 /// Beams stay within this part of the way to the wall: nearer to it no real beam passes.

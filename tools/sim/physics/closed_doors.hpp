@@ -2,6 +2,7 @@
 //
 // A pure library can be called from anywhere; one that reads a command line cannot. The parser
 // library stands on the system's include path, so leaving it out of the target's links closes
-// nothing: its namespace is poisoned instead, and the first line of it that is compiled is an error.
+// nothing: its namespace is poisoned instead, and the first line of it that is compiled is an
+// error.
 #pragma once
 #pragma GCC poison CLI

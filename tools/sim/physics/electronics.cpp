@@ -130,6 +130,8 @@ std::string electronics_fault(const electronics_setup& e, int nbpms) {
 
 bpm_electronics make_electronics(const electronics_setup& e, std::uint64_t seed, int bpm) {
   bpm_electronics made;
+  // The order of the draws is a promise: gains of a seed are known to people and in tests, so what
+  // came later (pedestals left in) is drawn after them.
   random_stream stream = make_stream(seed, purpose::gains, bpm);
   for (int k = 1; k <= 4; ++k) {
     made.pedestal(k) = e.pedestal + (e.pedestal_spread * normal(stream));
@@ -139,6 +141,8 @@ bpm_electronics make_electronics(const electronics_setup& e, std::uint64_t seed,
   put_values(e.gains, bpm, made.true_gain);
 
   if (e.full_scale > 0) made.full_scale.fill(e.full_scale);
+  // What is said in parts of a button's own signal refers to its gain, which may have been given by
+  // hand just above.
   const auto own_signal = [&](int k) { return made.true_gain(k) * e.signal; };
   for (const button_value& v : e.saturated) {
     if (v.bpm == bpm) made.full_scale(v.button) = v.value * own_signal(v.button);
@@ -150,6 +154,8 @@ bpm_electronics make_electronics(const electronics_setup& e, std::uint64_t seed,
     if (v.bpm == bpm) made.stuck(v.button) = v.value * own_signal(v.button);
   }
   for (const button_value& v : e.swapped) {
+    // Cables are swapped before the gains: the gain belongs to the channel, so it stays right while
+    // the beam appears mirrored.
     if (v.bpm == bpm) std::swap(made.cable_of(v.button), made.cable_of(static_cast<int>(v.value)));
   }
   made.compression.fill(e.compression);
@@ -185,8 +191,10 @@ readout read_out(const bpm_electronics& e, const buttons& relative, random_strea
                  const moment& now, const outlier* off) {
   readout r;
   r.gain = gain_at(e, now.t);
+  // A jitter of half the intensity would draw negative beams now and then.
   r.intensity = std::max(0.0, 1 + (e.intensity_spread * normal(stream))) * now.current;
   const double common = e.common_noise * normal(stream);
+  // Everything linear in the beam comes first; noise and pedestals are the readout's own.
   const buttons channel = channel_signals(e, r, relative);
   for (int k = 1; k <= 4; ++k) {
     r.reading(k) = (e.signal * (channel(k) + (e.noise * normal(stream)) + common)) + e.pedestal(k) +
@@ -199,6 +207,8 @@ readout read_out(const bpm_electronics& e, const buttons& relative, random_strea
   if (is_wild) r.reading(wild_button) = wild_reading;
 
   for (int k = 1; k <= 4; ++k) {
+    // In the order in which the signal would meet them: nothing arrives, or a constant does; then
+    // the converter, which clips before it rounds.
     if (e.dead(k)) r.reading(k) = e.pedestal(k);
     if (e.stuck(k) > 0) r.reading(k) = e.stuck(k) + e.pedestal(k);
     r.reading(k) = std::min(r.reading(k), e.full_scale(k));
@@ -210,6 +220,7 @@ readout read_out(const bpm_electronics& e, const buttons& relative, random_strea
 std::vector<outlier> draw_outliers(const bpm_electronics& e, int orbits, random_stream& stream) {
   std::vector<outlier> all;
   const auto wanted = static_cast<std::size_t>(std::clamp(e.outliers, 0, orbits));
+  // An orbit drawn twice is drawn again: the count that was asked for is the count that comes.
   while (all.size() < wanted) {
     outlier one;
     one.orbit = 1 + static_cast<int>(orbits * uniform(stream));

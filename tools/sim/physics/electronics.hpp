@@ -9,9 +9,9 @@
 // steps or drifts; neighbouring channels talk; a large reading is compressed,
 //     r -> r (1 - c (r / (gain signal) - 1));
 // noise and pedestal come on top, and with them what a pedestal correction leaves in; an outlier
-// shifts one button of one orbit; in a wild reading one button, picked at random, holds any value up
-// to three times `signal`; a dead button reads its pedestal and nothing else, a stuck one a constant;
-// a reading stops at full scale; the ADC gives whole steps.
+// shifts one button of one orbit; in a wild reading one button, picked at random, holds any value
+// up to three times `signal`; a dead button reads its pedestal and nothing else, a stuck one a
+// constant; a reading stops at full scale; the ADC gives whole steps.
 #pragma once
 #include <cmath>
 #include <cstdint>

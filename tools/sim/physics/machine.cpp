@@ -60,10 +60,12 @@ std::vector<chamber> drawn_chambers(const machine& m) {
 }
 
 solved_pair solve_pair(const chamber& drawn, const chamber_change& change) {
+  // The drawing is kept beside what it became: tables and scale factors know only the drawing.
   const auto real = changed(drawn, change);
   if (!real) util::run_time_error(util::line_of(real.why));
   solved_pair pair;
   pair.drawn = solve(drawn);
+  // Sharing the solution halves the time where nothing differs.
   pair.real = change_text(change).empty() ? pair.drawn : solve(*real);
   return pair;
 }
@@ -82,6 +84,7 @@ std::size_t chamber_index(const machine& m, int ring) {
 std::string machine_fault(const machine& m, int nbpms) {
   if (auto fault = beam_fault(m.beam); !fault.empty()) return fault;
   if (auto fault = electronics_fault(m.electronics, nbpms); !fault.empty()) return fault;
+  // Every chamber of the ring must have room for the beam: the narrow one decides.
   for (const chamber& drawn : drawn_chambers(m)) {
     const auto real = changed(drawn, m.change);
     if (!real) return util::line_of(real.why);
@@ -97,10 +100,13 @@ void prepare(machine& m) {
 
 solved_pair chambers_of(const machine& m, int ring) {
   const std::size_t ix = chamber_index(m, ring);
+  // Without `prepare` this solves again for every monitor: right, but slow for walls.
   return m.solved.empty() ? solve_pair(drawn_chambers(m)[ix], m.change) : m.solved[ix];
 }
 
 monitor make_monitor(const machine& m, const seat& s) {
+  // Files with names of their own number their BPMs from 1; where the BPM stands in the ring only
+  // decides on its chamber.
   const int ring = s.ring == 0 ? s.bpm : s.ring;
   beam_run run;
   run.chamber = chambers_of(m, ring).real;
@@ -128,6 +134,7 @@ passage next_passage(const machine& m, monitor& at) {
 util::bounded<std::int32_t, 1, 4, "count"> counts(const passage& p, const monitor& at) {
   util::bounded<std::int32_t, 1, 4, "count"> count{};
   for (int k = 1; k <= 4; ++k) {
+    // Half away from zero, as converters and the session round.
     const double rounded = std::round(p.reading(k));
     if (std::abs(rounded) > std::numeric_limits<std::int32_t>::max()) {
       util::run_time_error(fmt::format("BPM {}, orbit {}: reading {:g} does not fit 32 bits",

@@ -27,6 +27,7 @@ fs::path directory_of(const orbits_setup& s, int number) {
 
 // One orbit's own amplitude and phase.
 void draw_oscillation(plane& p, random_stream& stream) {
+  // Negative amplitudes too: with the phase from the whole circle the distribution is symmetric.
   p.amplitude *= (2 * uniform(stream)) - 1;
   p.phase += 2 * std::numbers::pi * uniform(stream);
 }
@@ -55,6 +56,7 @@ void write_button_file(const orbits_setup& s, int number, const machine& m,
 std::string numbers(const char* name, int first, int n) {
   std::string text = fmt::format(" {} =", name);
   for (int i = 0; i < n; ++i) {
+    // Namelists may break anywhere between values; short lines are for people.
     if (i > 0) text += i % values_per_line == 0 ? ",\n        " : ",";
     text += fmt::format(" {}", first + i);
   }
@@ -126,9 +128,11 @@ void make_orbits(const orbits_setup& s) {
   // BPMs count from 1: stream 0 is the whole beam's.
   random_stream stream = make_stream(s.machine.seed, purpose::motion, 0);
   const std::string truth_path = fs::path{s.archive} / truth_file_name;
+  // The file of single passages is opened before the first orbit's.
   make_directory(directory_of(s, s.first));
   const passage_log log = open_passage_log(m, truth_path);
   for (int i = 0; i < s.orbits; ++i) {
+    // The beam changes from orbit to orbit, the BPMs do not: the monitors stay.
     machine of_orbit = m;
     draw_oscillation(of_orbit.beam.x, stream);
     draw_oscillation(of_orbit.beam.y, stream);

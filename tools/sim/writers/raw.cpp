@@ -62,6 +62,8 @@ void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, 
     columns[1] = phase_word(s, turn);
     for (int card = 0; card < rawfile::num_cards; ++card) {
       const int k = button_of_card[card];
+      // The simulated reading holds the electronics' pedestal; the file's own, of its timing block,
+      // takes its place, and without beam that is all there is.
       const double signal = has_beam ? p.reading(k) - at.electronics.pedestal(k) : 0;
       const double reading = double{header.pedestals(block, card)} +
                              (double{header.gain_coeffs(block, card)} * signal);
@@ -84,6 +86,8 @@ bpm_truth write_instrument(rawfile::kbpmfio_stream& file, const raw_setup& s, in
                                                      rawfile::num_RDV3_raw_data_label_specs,
                                                      rawfile::RDV3_raw_data_label_specs));
   for (int bunch = 0; bunch < s.bunches; ++bunch) {
+    // Every bunch of every run has motion and noise of its own; electronics and chamber are the
+    // BPM's.
     const int stream = (ix_run * rawfile::max_bunches) + bunch;
     seat of_bunch = first_seat;
     of_bunch.bunch = stream;
@@ -131,6 +135,7 @@ void enter_in_index(int run, std::time_t when) {
       while (util::read_line(old.number(), line)) {
         util::list_record record;
         util::start_record(record, line);
+        // A run that is made again moves to the end, with its new time.
         if (util::take_int(record) != run) lines.push_back(line);
       }
     }
@@ -138,6 +143,7 @@ void enter_in_index(int run, std::time_t when) {
   if (lines.empty()) lines.emplace_back("# run, date, time");
   lines.push_back(fmt::format("{} {:%Y-%m-%d %H:%M:%S}", run, fmt::gmtime(when)));
   make_directory(fs::path{path}.parent_path());
+  // The index is read by running sessions: it changes in one step.
   const std::string part = path + ".part";
   {
     rawfile::kbpmfio_output file;
@@ -238,9 +244,9 @@ std::string raw_fault(const raw_setup& s) {
   return machine_fault(s.machine, static_cast<int>(names.size()));
 }
 
-std::vector<std::string> make_raw_files(const raw_setup& unprepared) {
-  raw_setup s = unprepared;
-  prepare(s.machine);
+std::vector<std::string> make_raw_files(const raw_setup& s) {
+  raw_setup ready = s;
+  prepare(ready.machine);
   // In a tree the files lie where the session looks for them.
   if (!s.tree.empty()) setenv("KOVR_ONLINE", util::fullfilename(s.tree).c_str(), 1);
   std::time_t when = 0;
@@ -248,7 +254,7 @@ std::vector<std::string> make_raw_files(const raw_setup& unprepared) {
   std::vector<std::string> paths;
   for (int ix_run = 0; ix_run < s.runs; ++ix_run, when += 60) {
     paths.push_back(s.out.empty() ? rawfile::online_path(s.run + ix_run) : s.out);
-    write_run(s, ix_run, when, paths.back());
+    write_run(ready, ix_run, when, paths.back());
     if (s.out.empty()) enter_in_index(s.run + ix_run, when);
   }
   return paths;

@@ -16,6 +16,7 @@ constexpr int phase_steps = 512;
 constexpr double two_pi = 2 * std::numbers::pi;
 
 int in_phase_steps(double phase) {
+  // The remainder of a negative number is negative: one more turn makes it a phase.
   const int steps = static_cast<int>(std::lround(phase / two_pi * phase_steps));
   return ((steps % phase_steps) + phase_steps) % phase_steps;
 }
@@ -53,6 +54,7 @@ void set_calibration(const raw_setup& s, const monitor& at, rawfile::RDV3_INST_D
       d.pedestals(block, card) = as_printed(own + (block * shift));
       const double coefficient = 1 + (s.coefficient_spread * normal(stream));
       d.gain_coeffs(block, card) = as_printed(std::max(coefficient, 0.1));
+      // Any numbers that differ by card and block: a reader that mixes them up is found out.
       d.gain_settings(block, card) = 20 + card;
       d.gain_codes(block, card) = 100 + (4 * block) + card;
       d.chan_delays(block, card) = 400 + (10 * block) + card;
@@ -77,9 +79,11 @@ bool time_of(const raw_setup& s, std::time_t& seconds) {
   const int fields = std::sscanf(s.when.c_str(), "%4d-%2d-%2d %2d:%2d:%2d%n", &t.tm_year, &t.tm_mon,
                                  &t.tm_mday, &t.tm_hour, &t.tm_min, &t.tm_sec, &used);
   if (fields != 6 || used != static_cast<int>(s.when.size())) return false;
+  // The C library counts years from 1900 and months from 0.
   t.tm_year -= 1900;
   t.tm_mon -= 1;
   seconds = timegm(&t);
+  // timegm takes the 30th of February for a day in March; printed again it is not what was asked.
   return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::gmtime(seconds)) == s.when;
 }
 
@@ -123,6 +127,7 @@ rawfile::RDV3_INST_DATA instrument_header(const raw_setup& s, const monitor& at,
   set_text(d.IP_address, fmt::format("192.168.1.{}", at.bpm));
   const auto drawn = chambers_of(s.machine, at.ring).drawn;
   set_text(d.detector_type, drawn->of.button[0].shape == button_shape::disc ? "disc" : "strip");
+  // Near enough to the axis for the slope, far enough for its digits.
   const double near = half_height(drawn->of) / 1000;
   d.horz_coeff = scale_factor(*drawn, near, 0);
   d.vert_coeff = scale_factor(*drawn, 0, near);

@@ -22,12 +22,14 @@ constexpr const char* header =
 
 std::string data_line(const passage& p, const monitor& at, const std::string& gains) {
   const auto count = counts(p, at);
+  // Ten digits of the place: its rounding stays below a thousandth of a count in the readings.
   return fmt::format(" {:16.9e} {:16.9e} {:11} {:11} {:11} {:11}{}", p.at.x, p.at.y, count(1),
                      count(2), count(3), count(4), gains);
 }
 
 std::string gain_columns(const buttons& gain) {
   std::string text;
+  // All digits: compare must find exactly what was simulated.
   for (int k = 1; k <= 4; ++k) text += fmt::format(" {:19}", gain(k));
   return text;
 }
@@ -49,6 +51,7 @@ bpm_truth write_series_file(const series_setup& s, const machine& m, const std::
       note(log, series_bpm_name(number), 1, orbit, p);
     }
   }
+  // Renamed when complete: a session may be polling for the name.
   std::error_code fault;
   fs::rename(part, path, fault);
   if (fault) util::run_time_error(fmt::format("cannot make {}: {}", path, fault.message()));
@@ -70,6 +73,7 @@ std::optional<int> series_number(const std::string& file_name) {
   const std::size_t end = file_name.find('.');
   if (end == std::string::npos) return std::nullopt;
   const auto number = util::scan_integer(std::string_view{file_name}.substr(4, end - 4));
+  // exp_007.txt reads as a number but is not a name that a session would ask for.
   if (!number || series_file_name(*number) != file_name) return std::nullopt;
   return *number;
 }

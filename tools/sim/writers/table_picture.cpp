@@ -95,7 +95,8 @@ std::vector<point> crossings(const pictured_table& table, bool vertical, double 
   return found;
 }
 
-// Where the linear formula, with its slope at the centre, puts a level [m]; infinite without a slope.
+// Where the linear formula, with its slope at the centre, puts a level [m]; infinite without a
+// slope.
 double linear_place(const cell_values& centre, bool vertical, double level) {
   const auto &b = centre.phi, &s = vertical ? centre.dy : centre.dx;
   const double sum = b[0] + b[1] + b[2] + b[3];
@@ -241,8 +242,8 @@ drawing make_frame(const pictured_table& table) {
   return d;
 }
 
-// Signals and slopes at the centre, interpolated as the conversion does: a grid need not have a node
-// there.
+// Signals and slopes at the centre, interpolated as the conversion does: a grid need not have a
+// node there.
 cell_values centre_of(const pictured_table& table) {
   nonlin_bpm_mod::table_struct cells;
   cell_values centre{};

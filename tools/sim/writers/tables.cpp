@@ -76,11 +76,13 @@ bool in_usable_cell(const table_nodes& nodes, point z) {
 // the conversion's state.
 void try_places(const table_work& work, table_report& r) {
   const auto& nodes = work.nodes;
+  // The same places for every table: two makers of one chamber print the same line.
   random_stream stream = make_stream(1, purpose::motion, 0);
   double squares = 0;
   while (r.places < tried_places) {
     const point z{nodes.x.first + (nodes.x.last - nodes.x.first) * uniform(stream),
                   nodes.y.first + (nodes.y.last - nodes.y.first) * uniform(stream)};
+    // Beams between table and wall are not to be found; that is not the grid's fault.
     if (!in_usable_cell(nodes, z)) continue;
     ++r.places;
     const auto exact = signals_at(work.solved, z).phi;
@@ -149,6 +151,7 @@ table_report make_list(const tables_setup& s, const std::string& name, const std
 
 std::string line_of(const table_report& r) {
   if (r.left) return fmt::format("{}: left as it is; --replace makes it anew", r.path);
+  // The lists have no nodes to report.
   if (r.nodes == 0) return fmt::format("{}: no entries", r.path);
   return fmt::format(
       "{}: {} nodes, kx {:.2f} ky {:.2f} mm, buttons moved {:.3f} {:.3f} {:.3f} {:.3f} mm, "

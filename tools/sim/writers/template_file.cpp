@@ -23,6 +23,8 @@ std::string row(const template_setup& t, int block, std::pair<const char*, int> 
                 const buttons& gain, random_stream& stream) {
   std::string text = fmt::format("  {} {}  ", block, card.first);
   for (int range = 0; range < ranges; ++range) {
+    // Drawn for every range, also the one that shows the true gain: the others must not move when
+    // it is read.
     const double deviation = t.range_spread * normal(stream);
     const bool plain = block == 0 && range == 0;
     text += fmt::format(" {:.6f}", gain(card.second) * (plain ? 1 : 1 + deviation));
@@ -41,6 +43,7 @@ std::string template_fault(const template_setup& t) {
 }
 
 std::string template_bpm_name(int bpm) {
+  // The ring's own numbering up to 98; templates may hold more BPMs than the ring.
   if (bpm <= 49) return fmt::format("{}W", bpm);
   return bpm <= 98 ? fmt::format("{}E", 99 - bpm) : fmt::format("B{}", bpm);
 }

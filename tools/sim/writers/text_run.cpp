@@ -3,7 +3,6 @@
 #include <fmt/core.h>
 
 #include <cmath>
-#include <filesystem>
 #include <vector>
 
 #include "directories.hpp"
@@ -13,8 +12,6 @@
 
 namespace sim {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr double counts_per_unit = 1000;  // of the signals in a text run
 
@@ -26,6 +23,8 @@ std::string four(const buttons& values) {
 
 buttons without_pedestal(const passage& p, const monitor& at) {
   buttons signal = p.reading;
+  // Signals stand in text runs without their pedestals; what a correction does not
+  // know of (pedestals left in) stays in.
   for (int k = 1; k <= 4; ++k) signal(k) -= at.electronics.pedestal(k);
   return signal;
 }
@@ -45,6 +44,7 @@ void write_title(const text_run_setup& s, int unit) {
     return;
   }
   util::write_line(unit, fmt::format("# turn-by-turn run {}", s.run));
+  // The version is what tells a text run from a raw data file under the same name.
   util::write_line(unit, "File_Version : 2");
 }
 
@@ -79,6 +79,7 @@ bpm_truth write_bpm(const text_run_setup& s, const machine& m, int unit, int bpm
 int shaker_phase(const plane& p, int turn) {
   constexpr double steps = 512;
   constexpr double two_pi = 6.283185307179586;
+  // A count of 512 a turn of phase, always positive.
   const double cycles = betatron_phase(p, 1, turn) / two_pi;
   return static_cast<int>(std::floor((cycles - std::floor(cycles)) * steps)) % 512;
 }
@@ -86,6 +87,7 @@ int shaker_phase(const plane& p, int turn) {
 std::string text_location(int bpm) {
   constexpr int last_west = 49;
   constexpr int mirror = 99;
+  // Numbered from the west end round the ring: 49W is followed by 49E.
   return bpm <= last_west ? fmt::format("{}W", bpm) : fmt::format("{}E", mirror - bpm);
 }
 

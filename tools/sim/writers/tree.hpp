@@ -8,10 +8,10 @@
 //       machine_data/meas/orbit/        BPM offsets, and the tables of the position conversion
 //     DIR/offline/kbpmII/raw/04/        raw data of the run before those
 //
-// With --chamber own every BPM has the chamber of its table, with another chamber all tables are made
-// of that one; otherwise the beam passes the round pipe of the options and the tables are the default
-// chambers'. All runs show the same BPMs with the same true gains. Raw runs hold two bunches, the operators'
-// bunches 1 with beam and 2 without: its readings are the pedestals.
+// With --chamber own every BPM has the chamber of its table, with another chamber all tables are
+// made of that one; otherwise the beam passes the round pipe of the options and the tables are the
+// default chambers'. All runs show the same BPMs with the same true gains. Raw runs hold two
+// bunches, the operators' bunches 1 with beam and 2 without: its readings are the pedestals.
 #pragma once
 #include <string>
 #include <vector>
@@ -34,8 +34,8 @@ struct tree_setup {
 /// Why this tree cannot be made; empty when it can.
 std::string tree_fault(const tree_setup& s);
 
-/// Makes the tree, replacing files of the same names, but for position tables and calibration lists:
-/// a site's own may stand there.
+/// Makes the tree, replacing files of the same names, but for position tables and calibration
+/// lists: a site's own may stand there.
 /// returns  what became of these
 /// errors   a chamber of which no table can be made: the fault; a file or directory that cannot be
 ///          made ends the run

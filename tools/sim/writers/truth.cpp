@@ -20,6 +20,7 @@ namespace fs = std::filesystem;
 
 std::string four(const buttons& values) {
   std::string text;
+  // The shortest text that reads back as the same number.
   for (int k = 1; k <= 4; ++k) text += fmt::format(" {:>19}", fmt::format("{}", values(k)));
   return text;
 }
@@ -62,7 +63,9 @@ std::vector<bpm_truth> read_truth_file(const std::string& path) {
 std::optional<buttons> gains_of_series_file(const std::string& path) {
   const util::unit_handle file = open_to_read(path);
   for (util::list_record record; util::read_record(file.number(), record);) {
+    // The session tells header lines by their x; so does this.
     if (record.text.find('x') != std::string::npos) continue;
+    // Position and readings come before the gains.
     for (int i = 1; i <= 6; ++i) {
       if (!util::take_real(record)) return std::nullopt;
     }
@@ -81,6 +84,7 @@ std::vector<bpm_truth> read_series_gains(const std::string& directory) {
       files.emplace_back(*number, entry.path().string());
     }
   }
+  // By number, not by name: exp_9 comes before exp_10.
   std::sort(files.begin(), files.end());
   std::vector<bpm_truth> bpms;
   for (const auto& [number, path] : files) {
@@ -110,6 +114,7 @@ void write_truth(const std::string& path, const std::string& what, const machine
   for (const bpm_truth& bpm : bpms) {
     util::write_line(file.number(),
                      fmt::format("{:<12}{}{}", bpm.name, four(bpm.true_gain), four(bpm.pedestal)));
+    // As a comment: readers of the truth take nine words a line.
     if (bpm.left.item == buttons{}.item) continue;
     util::write_line(file.number(),
                      fmt::format("# pedestals left in: {}{}", bpm.name, four(bpm.left)));
@@ -118,6 +123,7 @@ void write_truth(const std::string& path, const std::string& what, const machine
 
 passage_log open_passage_log(const machine& m, const std::string& truth_path) {
   passage_log log;
+  // A line a passage is as much as the data themselves; hence on request only.
   if (!m.every_passage) return log;
   log.file = util::unit_handle{util::lunget()};
   util::open_output(log.file.number(), truth_path + ".passages");
@@ -143,6 +149,7 @@ std::vector<bpm_truth> read_truth(const std::string& path) {
   } else if (fs::is_directory(series_directory(path))) {
     return read_truth(series_directory(path));
   } else {
+    // A series from elsewhere has no truth file, but its lines hold the gains.
     bpms = read_series_gains(path);
   }
   if (bpms.empty()) util::run_time_error(fmt::format("{}: no BPM with known gains", path));

@@ -34,8 +34,8 @@ struct passage_log {
   util::unit_handle file;  // number 0: nowhere
 };
 
-/// Begins the file TRUTH_PATH.passages when the machine says so. Its lines are BPM, bunch and orbit,
-/// x y [m], intensity, true gains of BI BO TI TO at that moment.
+/// Begins the file TRUTH_PATH.passages when the machine says so. Its lines are BPM, bunch and
+/// orbit, x y [m], intensity, true gains of BI BO TI TO at that moment.
 passage_log open_passage_log(const machine& m, const std::string& truth_path);
 void note(const passage_log& log, const std::string& bpm, int bunch, int orbit, const passage& p);
 

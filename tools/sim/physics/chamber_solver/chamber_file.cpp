@@ -19,6 +19,7 @@ using nonlin_bpm_mod::next_words;
 using nonlin_bpm_mod::real_at;
 using nonlin_bpm_mod::word_file;
 
+// More would make the spline's dense system, n by n, the longest step of all.
 constexpr int max_corners = 1000;
 
 // Leaves the reading of a file, wherever in it: thrown here, caught at this module's face, where it
@@ -107,6 +108,7 @@ std::vector<polygon_corner> read_corners(word_file& file, const description& d, 
     }
     corners.push_back(corner);
   }
+  // Drawings often repeat the first point to close the curve; here the curve closes itself.
   if (corners.front().z == corners.back().z)
     chamber_fault(file, "the last corner is the first one");
   return corners;
@@ -118,6 +120,7 @@ wall read_contour(word_file& file, description& d) {
   wall w;
   if (shape == "circle") {
     expect_words(file, 3);
+    // Kept beside the wall: only the file says that this ellipse was meant as a circle.
     d.radius = positive_length(file, d, 2);
     return circle_wall(d.radius);
   }
@@ -131,6 +134,7 @@ wall read_contour(word_file& file, description& d) {
     const double half_width = positive_length(file, d, 2);
     const double half_height = positive_length(file, d, 3);
     const double radius = length(file, d, 4);
+    // Rounder than this the arcs of neighbouring corners would overlap.
     if (radius < 0 || radius > std::min(half_width, half_height)) {
       chamber_fault(file, "expected a corner radius between 0 and the smaller half size");
     }
@@ -172,6 +176,7 @@ grid_axis read_axis(const word_file& file, const description& d) {
   using namespace nonlin_bpm_mod;
   const grid_axis axis{integer(file, 1, min_grid, max_grid), length(file, d, 2),
                        length(file, d, 3)};
+  // The bounds of a table file: what the conversion would refuse need not be computed.
   const double extent = axis.last - axis.first;
   if (!(extent >= min_extent && extent <= max_extent)) {
     chamber_fault(file, "expected an ascending grid between 1 mm and 1 m wide");
@@ -193,6 +198,7 @@ void read_statement(word_file& file, description& d) {
     expect_words(file, 2);
     d.c.name = file.words[1];
   } else if (key == "units") {
+    // Given twice, the second unit would silently rescale only what follows it.
     expect_new(file, d.unit != 0);
     expect_words(file, 2);
     if (file.words[1] != "m" && file.words[1] != "mm") {
@@ -244,6 +250,7 @@ overlap find_overlap(const chamber& c) {
   for (std::size_t k = 0; k < 4; ++k) {
     for (std::size_t l = 0; l < k; ++l) {
       const double apart =
+          // The short way around: the wall's beginning may lie between two buttons.
           std::abs(std::remainder(c.button[k].s - c.button[l].s, c.contour.length));
       if (apart < c.button[k].half + c.button[l].half) {
         return {static_cast<int>(l) + 1, static_cast<int>(k) + 1};
@@ -288,6 +295,7 @@ void describe(description& d) {
     c.round.emplace();
     c.round->radius = d.radius;
     for (std::size_t k = 0; k < 4; ++k) {
+      // Between -pi and pi, as the closed form's own angles.
       c.round->middle[k] = std::remainder(c.button[k].s / d.radius, 2 * std::numbers::pi);
       c.round->half[k] = c.button[k].half / d.radius;
     }
@@ -305,6 +313,7 @@ chamber read_description(word_file& file) {
     if (file.words[0] == "end" && file.words.size() == 1) break;
     read_statement(file, d);
   }
+  // Asked in the order in which the documents list the keys; the first is enough.
   if (const std::string key = missing_key(d); !key.empty()) {
     chamber_fault(file, key + " is missing");
   }
@@ -352,6 +361,7 @@ chamber default_chamber_at(std::size_t ix) {
 }
 
 std::size_t default_chamber_of(int ring_bpm) {
+  // The ranges of nonlin_bpm_set_pointers; a test holds the two together.
   const auto within = [ring_bpm](int first, int last) {
     return ring_bpm >= first && ring_bpm <= last;
   };

@@ -12,9 +12,8 @@
 //     end
 //
 // `polygon n` is followed by n lines "x y corner_radius", `points n` by n lines "x y" of a smooth
-// closed curve; both run counter-clockwise. A button moves to the wall point nearest to its place, by 1 mm
-// at most.
-// Comments, blank lines and words are those of the table files.
+// closed curve; both run counter-clockwise. A button moves to the wall point nearest to its place,
+// by 1 mm at most. Comments, blank lines and words are those of the table files.
 #pragma once
 #include <array>
 #include <cstddef>
@@ -52,8 +51,8 @@ struct solver_setting {
   int levels = 3;   ///< how often panels are halved towards a jump of curvature, 0..30
 };
 
-/// Of a circle about the origin: what its closed form needs. The angles are kept as they were given:
-/// arc length over radius would lose their last bit, and a seed's readings must not change.
+/// Of a circle about the origin: what its closed form needs. The angles are kept as they were
+/// given: arc length over radius would lose their last bit, and a seed's readings must not change.
 struct round_pipe {
   double radius = 0;                       ///< [m]
   std::array<double, 4> middle{}, half{};  ///< of the buttons, seen from the axis [rad]
@@ -92,8 +91,8 @@ util::outcome<chamber> parse_chamber(std::string_view text, const std::string& n
 /// One of the default chambers, by its place in the list. Errors none: their files are tested.
 chamber default_chamber_at(std::size_t ix);
 
-/// The place in that list of the chamber that a BPM of the ring has: the one whose table the position
-/// conversion takes for this number.
+/// The place in that list of the chamber that a BPM of the ring has: the one whose table the
+/// position conversion takes for this number.
 std::size_t default_chamber_of(int ring_bpm);
 
 }  // namespace chamber_solver

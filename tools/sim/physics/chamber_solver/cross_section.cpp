@@ -13,7 +13,9 @@ namespace chamber_solver {
 namespace {
 
 constexpr double pi = std::numbers::pi;
+// 32 intervals of 16 nodes measure an ellipse of 45 by 25 mm to 1e-15 m (test).
 constexpr int length_intervals = 32;  // of the arc-length table of a piece
+// A tenth of a millimetre apart on the usual walls: near enough for Newton to find the foot.
 constexpr int samples_per_wall = 2000;
 
 const gauss_rule& length_rule() {
@@ -47,6 +49,8 @@ double arc_length(const wall_piece& p, double t0, double t1) {
 
 // The t at arc length s from the piece's beginning: Newton from the table.
 double parameter_at(const wall_piece& p, double s) {
+  // The table brings the start within a 32nd of the piece; from there Newton converges for any
+  // smooth speed along it.
   const double step = 1.0 / length_intervals;
   const auto above = std::upper_bound(p.s.begin() + 1, p.s.end() - 1, s);
   const auto i = static_cast<std::size_t>(above - p.s.begin()) - 1;
@@ -118,6 +122,7 @@ rounded_corner round_corner(point before, const polygon_corner& corner, point af
   rounded_corner r;
   r.into = (corner.z - before) / std::abs(corner.z - before);
   r.out_of = (after - corner.z) / std::abs(after - corner.z);
+  // atan2 keeps its sign where the corner is nearly straight.
   r.turn = std::atan2(cross(r.into, r.out_of), dot(r.into, r.out_of));
   r.taken = corner.radius * std::tan(r.turn / 2);
   return r;
@@ -161,6 +166,7 @@ wall polygon_wall(const std::vector<polygon_corner>& corners, std::string& fault
     }
     turns += rounded[i].turn;
   }
+  // Convex corners that turn twice around make a star.
   if (std::abs(turns - 2 * pi) > 1e-6) {
     fault = "the polygon runs more than once around";
     return {};
@@ -170,6 +176,7 @@ wall polygon_wall(const std::vector<polygon_corner>& corners, std::string& fault
     const std::size_t j = (i + 1) % n;
     const double edge = std::abs(corners[j].z - corners[i].z);
     const double left = edge - rounded[i].taken - rounded[j].taken;
+    // A racetrack's roundings meet exactly; rounding errors must not part them.
     if (left < -1e-9 * edge) {
       fault =
           fmt::format("the roundings of corners {} and {} do not fit on their edge", i + 1, j + 1);
@@ -276,6 +283,7 @@ nearest_wall find_nearest(const wall& w, point z) {
   wall_place at = place_at(w, s);
   for (int n = 0; n < 4; ++n) {
     const double along = dot(z - at.z, at.tangent);
+    // Beyond the centre of curvature the foot of the perpendicular is no nearest point any more.
     const double bend = 1 - at.curvature * dot(z - at.z, point{0, 1} * at.tangent);
     if (!(bend > 0)) break;
     s = std::clamp(s + along / bend, nearest->s - spacing, nearest->s + spacing);

@@ -14,6 +14,7 @@ gauss_rule make_gauss_rule(int n) {
     double x = -std::cos(std::numbers::pi * (i + 0.75) / (n + 0.5));
     double slope = 0;
     for (int step = 0; step < 8; ++step) {
+      // Recurrence of the polynomials: p_k from the two before it.
       double p = 1, before = 0;
       for (int k = 1; k <= n; ++k) {
         const double next = ((2 * k - 1) * x * p - (k - 1) * before) / k;
@@ -35,6 +36,7 @@ std::vector<double> interpolation_matrix(const std::vector<double>& from,
   matrix.reserve(from.size() * to.size());
   for (const double x : to) {
     for (std::size_t j = 0; j < from.size(); ++j) {
+      // Lagrange's form: a dozen nodes are too few for its rounding to matter.
       double product = 1;
       for (std::size_t k = 0; k < from.size(); ++k) {
         if (k != j) product *= (x - from[k]) / (from[j] - from[k]);

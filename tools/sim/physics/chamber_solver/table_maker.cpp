@@ -26,6 +26,8 @@ void fill_row(table_work& work, int iy) {
   table_nodes& nodes = work.nodes;
   for (int ix = 1; ix <= nodes.x.n; ++ix) {
     const point z{nodes.x.at(ix), nodes.y.at(iy)};
+    // Near the wall a signal changes within less than the grid's pitch: no polynomial of a cell
+    // follows.
     if (find_nearest(work.c.contour, z).distance < work.c.margin) continue;
     const signals at = signals_at(work.solved, z);
     table_node& node =
@@ -36,12 +38,15 @@ void fill_row(table_work& work, int iy) {
       node.phi[k] = at.phi[k];
       node.dphi_dx[k] = at.dx[k];
       node.dphi_dy[k] = at.dy[k];
+      // A node with a signal of 0 would be refused by the reader; a place without signal is no
+      // place.
       node.out = node.out || !(node.phi[k] > 0);
     }
   }
 }
 
 table_nodes nodes_of(const chamber& c) {
+  // Without the progress that the command shows: for callers that have no terminal.
   table_work work = begin_table(c);
   for (int iy = 1; iy <= c.y.n; ++iy) fill_row(work, iy);
   return work.nodes;

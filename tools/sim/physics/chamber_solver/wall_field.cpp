@@ -14,6 +14,7 @@ constexpr double nodes_per_half = 12.5;
 // Adds what one wall node gives to all coefficients: mu dz / (zeta - z0)^(n + 1), without 1/2 pi i.
 void add_source(const wall_nodes& nodes, std::size_t j, point z0, double step, wall_expansion& e) {
   const point d = nodes.z[j] - z0;
+  // Squared distance instead of a complex division, as in the solver.
   const point inverse = std::conj(d) / std::norm(d);
   const point per_step = step * inverse;
   double re = (nodes.dz[j] * inverse).real(), im = (nodes.dz[j] * inverse).imag();
@@ -53,9 +54,12 @@ wall_field make_wall_field(const chamber& c, double usable) {
   }
   f.step = std::min(right - left, top - bottom) / (2 * nodes_per_half);
   f.first = {left, bottom};
+  // One more on either side, so that rounding to the nearest node never leaves the grid inside the
+  // wall.
   f.nx = static_cast<std::size_t>((right - left) / f.step) + 2;
   f.ny = static_cast<std::size_t>((top - bottom) / f.step) + 2;
   f.node.resize(f.nx * f.ny);
+  // Four half diagonals: the ratio of 1/4 on which the number of terms rests.
   const double needed = 4 * std::numbers::sqrt2 / 2 * f.step;
   for (std::size_t iy = 0; iy < f.ny; ++iy) {
     for (std::size_t ix = 0; ix < f.nx; ++ix) {

@@ -9,6 +9,8 @@
 namespace calibration {
 namespace {
 
+// An orbit leaves one number, or two, for what all orbits share; with fewer than these the priors
+// would answer instead of the data.
 constexpr std::size_t least_orbits = 10;
 constexpr double too_persistent = 0.3;  // an intensity that is not smooth and not white
 constexpr double pedestal_limit = 13;   // chi-square of four pedestals: 1e-2 by chance
@@ -32,6 +34,8 @@ constexpr double halves_least = 5e-4;
 // A button off by a tolerance dx along the wall of a pipe of radius R: 1.1 dx/R of its gain ratio.
 constexpr double mechanical_factor = 1.1;
 
+// W was fitted with a wide prior, so its pedestals are nearly the data's own word; sigma_p is the
+// spread that honest knowledge of them leaves.
 // p' (C + sigma_p^2)^-1 p of the four pedestals, by elimination.
 double pedestal_chi_square(const fit_result& wide, double sigma_p) {
   std::array<std::array<double, 5>, 4> a{};
@@ -54,6 +58,7 @@ double pedestal_chi_square(const fit_result& wide, double sigma_p) {
   return chi_square;
 }
 
+// The ratio's own covariance: the common factor of the gains is the intensity's, and says nothing.
 double ratio_variance(const button_square& c, int k) { return c(k, k) + c(1, 1) - 2 * c(k, 1); }
 
 // Calibrates the halves of the run alone, from where the chosen fit ended.
@@ -62,12 +67,14 @@ void compare_halves(const fit_state& state, const fit_setting& setting, std::siz
   fit_state late = part_of(state, n / 2, n);
   const fit_result a = run_fit(early, setting);
   const fit_result b = run_fit(late, setting);
+  // Half of the orbits may be too little where the whole was enough: that accuses no gain.
   if (!a.converged || !b.converged) return;
   for (int k = 2; k <= 4; ++k) {
     const double difference = std::abs(std::log(a.t(k) / a.t(1)) - std::log(b.t(k) / b.t(1)));
     const double variance =
         ratio_variance(a.noise_covariance, k) + ratio_variance(b.noise_covariance, k);
     r.halves_differ = std::max(r.halves_differ, difference);
+    // A quiet run can resolve differences that hurt nobody: only those of some size count.
     if (difference > halves_least) {
       r.halves_sigma = std::max(r.halves_sigma, difference / std::sqrt(variance));
     }
@@ -95,6 +102,7 @@ double error_of(const record& r) {
   const fit_result& fit = chosen_fit(r);
   if (!has_pedestals(r)) return fit.E;
   const double apart = distance(r.wide, fit);
+  // The fits share their readings; W's own noise stands for that of the distance.
   const double by_noise = noise_sigmas * r.wide.E_noise;
   return std::sqrt(fit.E * fit.E + std::max(0.0, apart * apart - by_noise * by_noise));
 }
@@ -113,12 +121,15 @@ double off_axis(const record& r) {
 
 verdict_reason find_reason(const bpm_run& run, const record& r, double E) {
   const fit_result& fit = chosen_fit(r);
+  // Gains that are open cannot accuse anything, so their size of error is asked first; the negated
+  // comparison also catches an E that is not a number.
   if (!(E <= undetermined_from)) return verdict_reason::error_too_large;
   if (!fit.converged) return verdict_reason::no_convergence;
   if (r.pedestal_chi >= pedestal_limit) return verdict_reason::pedestals;
   for (int k = 1; k <= 4; ++k) {
     if (std::abs(std::log(fit.t(k))) > largest_log_gain) return verdict_reason::unlikely_gains;
   }
+  // Shares are of all usable orbits: those that were left out are the ones that are looked for.
   const int all = fit.orbits + fit.outliers;
   if (fit.outliers > most_outliers * all) return verdict_reason::many_outliers;
   if (fit.at_edge > most_at_edge * all) return verdict_reason::at_the_edge;
@@ -158,6 +169,7 @@ void judge_fits(const four_fits& fits, record& r) {
   for (int f = 1; f <= 4; ++f) {
     for (int k = 2; k <= 4; ++k) {
       const double here = std::log(r.t(k) / r.t(1));
+      // Upside down: a session's gains multiply the signals, t is what the button makes of them.
       const double there = std::log(fits(f, 1) / fits(f, k));
       const double apart = std::abs(there - here);
       r.fits_differ = std::isfinite(apart) ? std::max(r.fits_differ, apart) : HUGE_VAL;
@@ -220,6 +232,8 @@ record calibrate(const bpm_run& run) {
       readings.reason == verdict_reason::stuck_button)
     return r;
 
+  // A dead or stuck button ends it above: the places would rest on nothing. A saturated one is
+  // calibrated all the same, so that its gains can be looked at beside the warning.
   // Every orbit's intensity free, then steady: the places and gains of one are nearly the other's.
   fit_setting setting{fit_kind::free_intensity, run.table,
                       run.half_height > 0 ? run.half_height : half_height_of(*run.table),
@@ -228,6 +242,7 @@ record calibrate(const bpm_run& run) {
   if (run.tolerance > 0) r.E_mech = mechanical_factor * run.tolerance / setting.R0;
   fit_state free = first_state(orbits, *run.table);
   r.free = run_fit(free, setting);
+  // A copy: T1's end must survive, both as a result and as the start of a second attempt.
   fit_state wide = free;
   setting.kind = fit_kind::wide_pedestals;
   r.wide = run_fit(wide, setting);
@@ -237,6 +252,7 @@ record calibrate(const bpm_run& run) {
     wide = free;
     r.wide = run_fit(wide, setting);
   }
+  // Differences stay chosen for T2: whether the current walks is W's finding about the same beam.
   fit_state steady = wide;
   setting.kind = fit_kind::steady_intensity;
   r.steady = run_fit(steady, setting);
@@ -244,6 +260,7 @@ record calibrate(const bpm_run& run) {
   const fit_state* chosen = &free;
   if (has_pedestals(r)) {
     r.pedestal_chi = pedestal_chi_square(r.wide, run.sigma_p);
+    // Pedestals first: both other fits hold them near 0 and would turn them into gains.
     if (r.pedestal_chi >= pedestal_limit) {
       r.chosen = fit_kind::wide_pedestals;
       chosen = &wide;
@@ -256,6 +273,7 @@ record calibrate(const bpm_run& run) {
   r.t = fit.t;
   fill_places(*chosen, orbits, run.signal[0].size(), r);
   setting.kind = r.chosen;
+  // Each half must have as many orbits as a whole run needs.
   if (fit.converged && n >= 2 * least_orbits) compare_halves(*chosen, setting, n, r);
   if (readings.reason == verdict_reason::none) {
     const double E = run.own_table ? error_of(r) : std::hypot(error_of(r), stand_in_error);

@@ -17,6 +17,7 @@ constexpr double repeated_part = 0.02;
 double median_of(std::span<const double> column) {
   std::vector<double> finite;
   for (const double b : column) {
+    // An ordering with nan in it is none, and nth_element would be free to do anything.
     if (std::isfinite(b)) finite.push_back(b);
   }
   if (finite.empty()) return 0;
@@ -32,6 +33,7 @@ std::size_t count_distinct(std::span<const double> column) {
 }
 
 bool is_constant(std::span<const double> column) {
+  // Exact on purpose: any noise at all moves a live channel by a count now and then.
   return std::all_of(column.begin(), column.end(), [&](double b) { return b == column.front(); });
 }
 
@@ -42,6 +44,7 @@ bool repeats_alone(const bpm_run& run, std::size_t button) {
   for (std::size_t j = 1; j < n; ++j) {
     bool others_move = true;
     for (std::size_t k = 0; k < 4; ++k) {
+      // A still beam or an orbit written twice repeats all four: that is no fault of one button.
       if (k != button) others_move = others_move && run.signal[k][j] != run.signal[k][j - 1];
     }
     if (others_move && run.signal[button][j] == run.signal[button][j - 1]) ++alone;
@@ -52,8 +55,11 @@ bool repeats_alone(const bpm_run& run, std::size_t button) {
 
 bool is_saturated(std::span<const double> column) {
   const double most = *std::max_element(column.begin(), column.end());
+  // Exactly equal: a converter at the end of its scale says the same number each time.
   const auto at_most = static_cast<std::size_t>(std::count(column.begin(), column.end(), most));
   const auto n = static_cast<double>(column.size());
+  // A healthy column has a maximum too. It takes a share and a number of readings there, and a
+  // column fine enough that so many would not meet by rounding.
   return at_most >= least_saturated && static_cast<double>(at_most) >= saturated_part * n &&
          static_cast<double>(count_distinct(column)) > distinct_part * n;
 }
@@ -65,8 +71,10 @@ judgement check_readings(const bpm_run& run) {
   for (std::size_t k = 0; k < 4; ++k) usual[k] = median_of(run.signal[k]);
   std::array<double, 4> sorted = usual;
   std::sort(sorted.begin(), sorted.end());
+  // Of four, the mean of the middle two: one dead and one wild button leave it where it was.
   const double median = (sorted[1] + sorted[2]) / 2;
   const auto suspect = [](verdict_reason reason, std::size_t k) {
+    // Buttons are told as 1..4, as everywhere outside this file's loops.
     return judgement{verdict_word::suspect, reason, static_cast<int>(k) + 1, 0};
   };
   for (std::size_t k = 0; k < 4; ++k) {

@@ -16,6 +16,7 @@ inline double product_sum(const column& a, const column& b) {
   return (part[0] + part[1]) + (part[2] + part[3]);
 }
 
+// Symmetric sums: the lower triangle says all, for half of the products.
 template <class sums, class rows>
 void add_triangle(const rows& row, sums& s) {
   for (std::size_t i = 0; i < row.size(); ++i) {
@@ -35,6 +36,7 @@ bool factorise(std::array<std::array<double, n>, n>& a, std::size_t used = n) {
       } else if (sum > 0) {
         a[i][i] = std::sqrt(sum);
       } else {
+        // Written as sum > 0 above, so that a pivot which is no number ends here as well.
         return false;
       }
     }
@@ -77,6 +79,8 @@ struct eliminated_set {
 // Reduces the common square and its right-hand side by what the course of one set explains.
 bool eliminate(const v_sums& sums, const equations& e, const trend_values& at, eliminated_set& set,
                common_matrix& square, std::array<double, n_common>& side) {
+  // The course is in the v-rows alone: u is at right angles to what the intensity does, so only the
+  // v-weight enters.
   const double w = e.v_weight;
   const std::size_t n = e.n_trend;
   for (std::size_t i = 0; i < n; ++i) {
@@ -90,6 +94,8 @@ bool eliminate(const v_sums& sums, const equations& e, const trend_values& at, e
   forward(set.factor, set.side, n);
   for (std::size_t i = 0; i < n_common; ++i) {
     for (std::size_t k = 0; k < n; ++k) {
+      // Schur complement: with C = factor^-1 coupling it is C' C that goes, in the triangle that is
+      // used.
       side[i] -= set.coupling[i][k] * set.side[k];
       for (std::size_t j = 0; j <= i; ++j) {
         square[i][j] -= set.coupling[i][k] * set.coupling[j][k];
@@ -109,6 +115,7 @@ double squares_left(const sums& s, std::size_t n_rows, const step_of& at) {
     for (std::size_t j = 0; j < i; ++j) product += 2 * s.of[i][j] * at(j);
     sum += at(i) * product;
   }
+  // A difference of large numbers: rounding can leave a perfect fit slightly below 0.
   return std::max(sum, 0.0);
 }
 
@@ -145,6 +152,7 @@ solution solve(const equations& e, const common_unknowns& at) {
       side[i] += e.v_weight * v.of[n_v_rows - 1][i];
     }
   }
+  // Kept until the common step is known: each set's own step follows from its factor and coupling.
   std::vector<eliminated_set> sets(e.v.size());
   for (std::size_t n = 0; n < e.v.size(); ++n) {
     if (!eliminate(e.v[n], e, at.trend[n], sets[n], of_v, side)) return s;
@@ -161,7 +169,10 @@ solution solve(const equations& e, const common_unknowns& at) {
       square[i][j] = s.information[i][j];
     }
     square[i][i] += e.prior[i];
+    // Harmonics alone are held back. They imitate gains and places, and before those stand they
+    // would take what is not theirs.
     if (i >= first_h && i < n_local) square[i][i] += e.damping * e.prior[i];
+    // The prior pulls the value to 0, not the step: where the fit has come to is part of its pull.
     side[i] -= e.prior[i] * at.value[i];
     if (!(square[i][i] > 0)) return s;
     scale[i] = 1 / std::sqrt(square[i][i]);
@@ -176,6 +187,8 @@ solution solve(const equations& e, const common_unknowns& at) {
   backward(square, side);
   for (std::size_t i = 0; i < n_common; ++i) {
     s.step.value[i] = scale[i] * side[i];
+    // Column by column of the inverse: all of it is needed, for the errors and for the freedom
+    // spent.
     std::array<double, n_common> unit{};
     unit[i] = scale[i];
     forward(square, unit);
@@ -198,6 +211,9 @@ solution solve(const equations& e, const common_unknowns& at) {
       return i < n_common ? d[i] : course[i - n_common];
     });
   }
+  // Trace of information times covariance: an unknown that its prior holds costs the residuals
+  // nothing, one that the data determine costs a whole degree. The courses have no prior to speak
+  // of.
   s.u_spent = trace_of_product(of_u, s.covariance);
   s.v_spent = trace_of_product(of_v, s.covariance) + static_cast<double>(sets.size() * e.n_trend);
   s.good = true;

@@ -46,6 +46,7 @@ std::array<double, n_common> priors(const fit_setting& setting) {
 
 // Legendre polynomials: nearly at right angles over a data set.
 std::array<double, n_trend> course_functions(double t) {
+  // Plain powers would couple the level to the t^2 and the slope to the t^3.
   return {1, t, 1.5 * t * t - 0.5, (2.5 * t * t - 1.5) * t};
 }
 
@@ -71,6 +72,8 @@ void for_start_columns(orbit_block& to, const orbit_block& from, const work& cop
   copy(to.keep_v, from.keep_v);
 }
 
+// The last orbit repeated is at a place where the table has data, so every column stays finite: a
+// weight of 0 does not take a nan out again.
 void pad(orbit_block& block) {
   const std::size_t last = block.count - 1;
   for_start_columns(block, block, [last](column& to, const column& /*from*/) {
@@ -81,6 +84,7 @@ void pad(orbit_block& block) {
 
 // --- outliers -----------------------------------------------------------------------------------
 
+// The upper middle of an even number does: as a measure of spread it need not be exact.
 double median_of(std::vector<double>& values) {
   const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
   std::nth_element(values.begin(), middle, values.end());
@@ -92,10 +96,12 @@ struct band {
   double middle = 0, reach = 0;
 };
 
+// By value: nth_element shuffles, and the deviations overwrite what they are taken from.
 band band_of(std::vector<double> values) {
   band b;
   b.middle = median_of(values);
   for (double& v : values) v = std::abs(v - b.middle);
+  // Simulated readings without noise would have a band of no width, and all be outliers.
   b.reach = outlier_limit * std::max(median_of(values), least_noise);
   return b;
 }
@@ -109,12 +115,15 @@ bool screen(std::vector<orbit_block>& blocks, bool steady) {
     v.insert(v.end(), block.vr.begin(),
              block.vr.begin() + static_cast<std::ptrdiff_t>(block.count));
   }
+  // Median and median deviation, not mean and rms: the outliers must not widen their own band.
   const band of_u = band_of(std::move(u));
   const band of_v = steady ? band_of(std::move(v)) : band{};
   bool changed = false;
   for (orbit_block& block : blocks) {
     for (std::size_t j = 0; j < block.count; ++j) {
       const double keep_u = std::abs(block.ur[j] - of_u.middle) <= of_u.reach ? 1 : 0;
+      // An orbit whose u is wrong has a wrong button, so its v is wrong as well. A wrong v alone
+      // may be a jump of the current, and u does not know of it.
       double keep_v = keep_u;
       if (steady && !(std::abs(block.vr[j] - of_v.middle) <= of_v.reach)) keep_v = 0;
       changed = changed || keep_u != block.keep_u[j] || (steady && keep_v != block.keep_v[j]);
@@ -151,6 +160,7 @@ totals sum_up(fit_state& state, const model_setting& model, equations& e) {
       sum.n3_squared += block.pair_v[j] * block.n3[j] * block.n3[j];
     }
   }
+  // The last row is the residuals themselves: its product with itself is their sum of squares.
   sum.squares_u = e.u.of[n_u_rows - 1][n_u_rows - 1];
   for (const v_sums& v : e.v) sum.squares_v += v.of[n_v_rows - 1][n_v_rows - 1];
   sum.n3_squared /= std::max(sum.n_v, 1.0);
@@ -184,12 +194,16 @@ button_square log_covariance(const common_matrix& of) {
 
 double ratio_error(const button_square& c) {
   double most = 0;
+  // Ratios to button 1, as the tables give them: the covariance between the two enters with a
+  // minus.
   for (int k = 2; k <= 4; ++k) most = std::max(most, c(k, k) + c(1, 1) - 2 * c(k, 1));
   return std::sqrt(most);
 }
 
 // Covariance that the noise alone makes: the data's share of the weights.
 common_matrix noise_covariance(const solution& s) {
+  // C F C, with F what the data say: without priors it would be C itself, and with them it is
+  // smaller by what the allowances leave open. Only the gains' corner of it is asked for.
   common_matrix half{}, all{};
   for (std::size_t i = 0; i < n_common; ++i) {
     for (std::size_t j = 0; j < n_common; ++j) {
@@ -214,6 +228,8 @@ double persistence_of(const std::vector<orbit_block>& blocks) {
     if (block.set != set) before = 0;
     set = block.set;
     for (std::size_t j = 0; j < block.count; ++j) {
+      // An orbit that was left out counts as 0: it neither links its neighbours nor inflates the
+      // sum.
       const double now = block.pair_v[j] * block.vr[j];
       squares += now * now;
       products += now * before;
@@ -245,6 +261,8 @@ void fill_result(const fit_state& state, const solution& s, const totals& sum, f
   if (result.kind != fit_kind::free_intensity) {
     result.chi_square_v =
         sum.squares_v / std::max(result.noise * result.noise, result.noise_v * result.noise_v);
+    // v-residuals hold the noise of the reading and n3 times the jitter: the rest is the beam's
+    // own.
     result.jitter =
         std::sqrt(std::max(0.0, result.noise_v * result.noise_v - result.noise * result.noise) /
                   std::max(sum.n3_squared, 1e-30));
@@ -266,6 +284,7 @@ struct central_slopes {
 
 central_slopes slopes_of(const table_struct& table) {
   nonlin_bpm_mod::cell_values at{};
+  // The table's signals add up to 1 at the centre: differences of slopes are those over the sum.
   nonlin_bpm_mod::evaluate_cell<false>(table, 0, 0, at);
   return {at.dx[1] + at.dx[3] - at.dx[0] - at.dx[2], at.dy[2] + at.dy[3] - at.dy[0] - at.dy[1]};
 }
@@ -280,11 +299,13 @@ void start_course(fit_state& state) {
       state.at.trend[block.set][0] += block.keep_u[j] * block.L[j];
     }
   }
+  // A set whose orbits were all left out stays at 0, the median intensity.
   for (std::size_t i = 0; i < n.size(); ++i) state.at.trend[i][0] /= std::max(n[i], 1.0);
   state.has_course = true;
 }
 
 double rms_left(double squares, double n, double spent) {
+  // As many unknowns as residuals leave nothing to estimate the noise by; 1 keeps it finite.
   return std::max(std::sqrt(squares / std::max(n - spent, 1.0)), least_noise);
 }
 
@@ -296,6 +317,7 @@ usable_orbits take_usable(const bpm_run& run) {
   const std::size_t n = run.signal[0].size();
   std::size_t set = 0, of_set = 0;  // the set at hand, and which of its orbits
   for (std::size_t orbit = 0; orbit < n; ++orbit, ++of_set) {
+    // A loop, for a data set may be empty.
     while (set + 1 < run.set_start.size() &&
            orbit >= static_cast<std::size_t>(run.set_start[set + 1])) {
       ++set;
@@ -307,6 +329,8 @@ usable_orbits take_usable(const bpm_run& run) {
       b[k] = run.signal[k][orbit];
       sum += b[k];
     }
+    // One nan among the four makes the sum nan, and an infinity stays one: the sum speaks for all.
+    // Time goes on with the orbits that are left out, for the beam's current did.
     if (!(sum > 0 && std::isfinite(sum))) continue;
     const std::size_t begin =
         set < run.set_start.size() && set > 0 ? static_cast<std::size_t>(run.set_start[set]) : 0;
@@ -323,6 +347,8 @@ usable_orbits take_usable(const bpm_run& run) {
   }
   if (usable.b.empty()) return usable;
   usable.n_sets = usable.set.back() + 1;
+  // A median, so that a few wild readings do not change the unit in which noise and priors are
+  // told.
   usable.median_signal = median_of(sums) / 4;
   for (auto& b : usable.b) {
     for (double& value : b) value /= usable.median_signal;
@@ -352,10 +378,12 @@ fit_state first_state(const usable_orbits& orbits, const table_struct& table) {
     for (std::size_t d = 0; d < n_trend; ++d) block.time[d][j] = course[d];
     block.x[j] = (b[1] + b[3] - b[0] - b[2]) / sum / slope.x;
     block.y[j] = (b[2] + b[3] - b[0] - b[1]) / sum / slope.y;
+    // Difference over sum is linear at the centre only: far out the guess may lie beyond the wall.
     while (!nonlin_bpm_mod::has_data(table, block.x[j], block.y[j])) {
       block.x[j] *= pull;
       block.y[j] *= pull;
     }
+    // Good near the axis only; every fit moves it orbit by orbit.
     block.L[j] = std::log(sum / 4);
     block.keep_u[j] = block.keep_v[j] = 1;
   }
@@ -365,6 +393,8 @@ fit_state first_state(const usable_orbits& orbits, const table_struct& table) {
 
 fit_state part_of(const fit_state& state, std::size_t first, std::size_t last) {
   fit_state part;
+  // The whole run's gains and outliers are a start that needs few steps; has_course is not copied,
+  // so that each half begins with the mean of its own orbits.
   part.at = state.at;
   part.settled = state.settled;
   for (const orbit_block& from : state.block) {
@@ -384,6 +414,7 @@ fit_result run_fit(fit_state& state, const fit_setting& setting) {
   model_setting model{setting.table, setting.R0, steady, steady && setting.differences, 0};
   std::size_t n_orbits = 0;
   for (const orbit_block& block : state.block) n_orbits += block.count;
+  // Orbits of an average set: all courses have the same length, for the rows of a block do.
   if (steady) model.n_trend = n_orbits / state.at.trend.size() >= many_orbits ? n_trend : 2;
   if (steady && !state.has_course) start_course(state);
   equations e;
@@ -396,6 +427,7 @@ fit_result run_fit(fit_state& state, const fit_setting& setting) {
   totals sum;
   solution s;
   const int min_steps = state.settled ? min_steps_settled : min_steps_afresh;
+  // A start from another fit's end has residuals that can be judged at once.
   const int first_screening = state.settled ? 1 : first_screening_afresh;
   bool frozen = false;
   double expected_u = 0, expected_v = 0;  // sums of squares that the step before promised
@@ -429,6 +461,7 @@ fit_result run_fit(fit_state& state, const fit_setting& setting) {
 
     common_step step;
     const double longest = largest(log_gains(s.step.value.data()));
+    // Only the gains are cut: the model is exponential in them, linear in pedestals and harmonics.
     if (longest > largest_gain_step) {
       for (std::size_t i = 0; i < n_z; ++i) s.step.value[i] *= largest_gain_step / longest;
     }
@@ -436,12 +469,15 @@ fit_result run_fit(fit_state& state, const fit_setting& setting) {
     step.by.trend.resize(state.at.trend.size());
     step.place_limit = largest_place_step * setting.R0;
     step.sigma2 = result.noise * result.noise;
+    // What the v-residuals have beyond the noise is jitter; divided by n3^2 it is one of ln
+    // intensity.
     step.prior_variance = std::max(0.0, result.noise_v * result.noise_v - step.sigma2) /
                           std::max(sum.n3_squared, 1e-30);
     if (result.steps >= first_screening && !frozen) {
       const bool changed = screen(state.block, steady);
       frozen = result.steps >= last_screening || (!changed && result.steps > first_screening);
     }
+    // Orbits first: they need the unknowns from before the step, at which their columns were made.
     for (orbit_block& block : state.block) follow(block, model, state.at, step);
     for (std::size_t i = 0; i < n_common; ++i) state.at.value[i] += step.by.value[i];
     for (std::size_t i = 0; i < step.by.trend.size(); ++i) {
@@ -449,6 +485,7 @@ fit_result run_fit(fit_state& state, const fit_setting& setting) {
     }
 
     result.E = ratio_error(log_covariance(s.covariance));
+    // In parts of the error that is reported; the second term ends a fit of readings without noise.
     const double small_step = 5e-3 * result.E + 1e-9;
     // What the step found must be what it leaves: else the way to it was not straight.
     const bool settled = sum.squares_u - s.u_squares <= settled_part * sum.squares_u &&
@@ -459,6 +496,7 @@ fit_result run_fit(fit_state& state, const fit_setting& setting) {
     expected_v = s.v_squares;
   }
   result.steps = std::min(result.steps, max_steps);
+  // The error must not look better than it is because the last step was held back.
   e.damping = 0;
   if (solution last = solve(e, state.at); last.good) s = std::move(last);
   result.E = ratio_error(log_covariance(s.covariance));

@@ -26,10 +26,13 @@ constexpr std::array<std::array<double, 4>, n_z> gain_direction{
 
 // The table gives signals that add up to 1 at the centre; the model's have mean 1.
 constexpr double phi_scale = 4;
+// Bounds on one step: of an orbit's ln intensity, and of the course against the measured intensity,
+// whose exponential would otherwise let a bad course drown all other rows.
 constexpr double largest_log_step = 0.3;
 constexpr double largest_course_step = 2;
 constexpr int max_halvings = 4;
 
+// Logarithms as unknowns: no step can make a gain negative, and a step is a relative one.
 std::array<double, 4> gains_of(const common_unknowns& unknowns) {
   std::array<double, 4> t = log_gains(unknowns.value.data());
   for (double& gain : t) gain = std::exp(gain);
@@ -61,9 +64,12 @@ struct directions {
 };
 
 inline double dot(const std::array<double, 4>& a, const std::array<double, 4>& b) {
+  // Two pairs instead of a chain: shorter to wait for, and the order is fixed by the brackets.
   return (a[0] * b[0] + a[1] * b[1]) + (a[2] * b[2] + a[3] * b[3]);
 }
 
+// Places first, intensity last: so v is free of what a place can explain, and e1 and e2 need no
+// knowledge of the intensity. One pass does: on the axis the three are at right angles anyway.
 inline void orthonormalise(directions& d) {
   d.n1 = std::sqrt(dot(d.e1, d.e1));
   for (double& e : d.e1) e /= d.n1;
@@ -88,6 +94,8 @@ inline void orthonormalise(directions& d) {
   d.u[3] = -(a0 * m12 - a1 * m02 + a2 * m01);
 }
 
+// Real and imaginary parts of (X + iY)^n, n = 1..4: solutions of Laplace's equation, as any small
+// change of the wall's potential inside it must be.
 inline polynomials harmonics(double X, double Y) {
   const double XX = X * X, YY = Y * Y, XY = X * Y;
   return {X,
@@ -134,6 +142,7 @@ inline void local_rows(const std::array<double, 4>& along, const std::array<doub
                          (along[2] * m[2] * s[2] + along[3] * m[3] * s[3]));
   }
   for (std::size_t k = 0; k < n_p; ++k) rows[first_p + k][j] = keep * along[k];
+  // Eight harmonics share four sign patterns: their sums over the buttons are made once.
   std::array<double, 4> by_sign{};
   for (std::size_t i = 0; i < 4; ++i) {
     for (std::size_t k = 0; k < 4; ++k) by_sign[i] += along[k] * scale[k] * button_sign[i][k];
@@ -164,6 +173,8 @@ inline void steady_rows(const orbit_block& block, const common_unknowns& unknown
   for (std::size_t i = 0; i < n_trend_used; ++i) {
     rows.v[n_common + i][j] = weight * block.time[i][j];
   }
+  // n3 (L - L_model) to first order, written with the ratio that scales the row beside it: residual
+  // and slopes then belong to the same point.
   v_r += d.n3 * (1 - smooth);
   rows.v[n_v_rows - 1][j] = keep * v_r;
 }
@@ -230,11 +241,15 @@ void fill_rows(orbit_block& block, const model_setting& setting, const common_un
 }
 
 void take_differences(orbit_block& block, block_rows& rows, orbit_before& before) {
+  // A difference of two independent values over sqrt(2) has the variance of one: the weights of the
+  // v-rows need not know which of the two they weigh.
   const double half = std::sqrt(0.5);
   if (before.set != block.set) before = {};
   before.set = block.set;
   for (std::size_t j = 0; j < block.count; ++j) {
     const double keep = block.keep_v[j];
+    // The rows of an orbit that is left out are zeros, but a difference with it would be its
+    // neighbour.
     const double both = keep * before.keep * half;
     for (std::size_t i = 0; i < n_v_rows; ++i) {
       const double now = rows.v[i][j];
@@ -248,6 +263,7 @@ void take_differences(orbit_block& block, block_rows& rows, orbit_before& before
     before.any = true;
     block.pair_v[j] = both > 0 ? 1 : 0;
   }
+  // The padding would otherwise pair the last orbit with its own copies.
   for (std::size_t j = block.count; j < block_size; ++j) {
     block.pair_v[j] = 0;
     for (column& row : rows.v) row[j] = 0;
@@ -272,6 +288,8 @@ void follow(orbit_block& block, const model_setting& setting, const common_unkno
     }
     double dL = along_v / block.n3[j];
     if (setting.steady && !setting.differences) {
+      // With differences there is no course to hold on to: a walk may be anywhere, so what is
+      // measured stands alone.
       // Mean of the measured intensity and of the smooth course, each as far as it is known.
       double model = (unknowns.value[first_l] + d[first_l]) * block.X[j] +
                      (unknowns.value[first_l + 1] + d[first_l + 1]) * block.Y[j];
@@ -283,11 +301,15 @@ void follow(orbit_block& block, const model_setting& setting, const common_unkno
            (step.prior_variance + measured_variance);
     }
     dL = std::clamp(dL, -largest_log_step, largest_log_step);
+    // Backwards through the triangle: dL is known, then y, then x. A dL that was drawn or clamped
+    // above moves the place with it, which is why it comes first.
     const double dy = (along_2 - block.r23[j] * dL) / block.n2[j];
     const double dx = (along_1 - block.r12[j] * dy - block.r13[j] * dL) / block.n1[j];
 
     double part = std::min(1.0, step.place_limit / std::max(std::abs(dx), std::abs(dy)));
     block.at_edge[j] = 0;
+    // The table ends somewhere, and nothing is known of phi beyond: a place that would leave it
+    // goes as far as halving lets it, and the orbit is remembered.
     int halvings = 0;
     while (
         halvings <= max_halvings &&

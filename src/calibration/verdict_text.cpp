@@ -5,6 +5,9 @@
 namespace calibration {
 namespace {
 
+// The half line behind the word, for somebody at the console: what was seen, or a question that
+// leads to the cause, not which test of the rule failed. No default in the switch: the compiler
+// then names the reason that a new enumerator lacks.
 std::string_view text_of(verdict_reason reason) {
   switch (reason) {
     case verdict_reason::none:
@@ -24,6 +27,8 @@ std::string_view text_of(verdict_reason reason) {
     case verdict_reason::error_too_large:
       return "the data leave the gains open; did the beam move enough?";
     case verdict_reason::pedestals:
+      // Both, because the fit cannot tell them apart: either adds to a button what its gain does
+      // not.
       return "pedestals, or a current that follows the position";
     case verdict_reason::unlikely_gains:
       return "gains too far apart";
@@ -49,6 +54,8 @@ std::string_view text_of(verdict_reason reason) {
 
 }  // namespace
 
+// The word leads the line of a verdict: a list of BPMs can be sorted or searched by it. "not
+// determined" is two words so that the eye does not take it for its opposite.
 std::string_view text_of(verdict_word word) {
   switch (word) {
     case verdict_word::determined:
@@ -65,8 +72,10 @@ std::string_view text_of(verdict_word word) {
 
 std::string text_of(const judgement& j) {
   std::string line{text_of(j.word)};
+  // "determined" stands alone: a colon would announce a complaint.
   if (j.reason == verdict_reason::none) return line;
   line += ": ";
+  // Most reasons are about the BPM as a whole; those of the readings blame one button.
   if (j.button != 0) line += fmt::format("button {}: ", j.button);
   return line += text_of(j.reason);
 }

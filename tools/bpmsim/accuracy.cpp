@@ -10,6 +10,7 @@
 namespace sim {
 namespace {
 
+// A failed fit must ruin the rms: left out, it would make a worse method look better.
 struct error_sums {
   double squares = 0, worst = 0;
   void add(const ratio_errors& e) {
@@ -27,8 +28,11 @@ error_figures figures(const error_sums& sums, int bpms) {
 }  // namespace
 
 accuracy_result measure_accuracy(const accuracy_setup& unprepared) {
+  // A copy, for preparing fills in what the options left open, and the caller may measure again.
   accuracy_setup s = unprepared;
   prepare(s.machine);
+  // The calibration gets the table of the chamber as drawn, the beam passes the real one: what
+  // differs between them is part of what is measured.
   const auto drawn = chamber_solver::table_of(chambers_of(s.machine, 1).drawn->of);
   if (!drawn) util::run_time_error(util::line_of(drawn.why));
   knowledge known;
@@ -44,6 +48,8 @@ accuracy_result measure_accuracy(const accuracy_setup& unprepared) {
     beam_run run;
     run.chamber = at.chamber;
     run_signals made;
+    // Gains stand still here, so the mean over the run that errors are taken from is the gain
+    // itself.
     made.true_gain = made.mean_gain = at.electronics.true_gain;
     for (int orbit = 1; orbit <= s.orbits; ++orbit) {
       const passage p = next_passage(s.machine, at);
@@ -61,10 +67,14 @@ accuracy_result measure_accuracy(const accuracy_setup& unprepared) {
     result.spread = std::max(result.spread, judged.fits_spread);
     ++result.words.at(static_cast<std::size_t>(judged.record.verdict.word));
     const auto& fit = chosen_fit(judged.record);
+    // Squares are averaged, roots come at the end: the figures are to be compared with an rms
+    // error.
     noises += fit.noise * fit.noise / s.bpms;
     errors += judged.record.verdict.E * judged.record.verdict.E / s.bpms;
     const double noise = s.machine.electronics.noise;
+    // The limit is that of the noise, which is all that is left with free intensities.
     if (noise > 0) limits += std::pow(noise_limit(run, made, noise), 2) / s.bpms;
+    // Nothing was fitted: no covariance to take a pull by.
     if (fit.orbits == 0) continue;
     for (const double pull : pulls_of(judged.calibration, fit.covariance)) {
       result.pulls.push_back(pull);

@@ -14,6 +14,7 @@ namespace {
 // What the calibration allows a current to follow the position [1/m].
 constexpr double allowed_slope = 9e-3;
 
+// Written as a chamber file, so that the battery goes through the reader that users go through.
 constexpr std::string_view ellipse_text =
     "nonlin_bpm_chamber 1\nname ellipse\nunits mm\ncontour ellipse 45 25\n"
     "button 1 -12.5 -24 15 strip\nbutton 2 12.5 -24 15 strip\nbutton 3 -12.5 24 15 strip\n"
@@ -35,6 +36,7 @@ chamber drawing_of(battery_chamber which) {
 
 // Tables are made once, when the first kind asks for them.
 const nonlin_bpm_mod::table_struct& table_for(battery_chamber which) {
+  // References into a map stay valid when it grows, which those into a vector would not.
   static std::map<battery_chamber, nonlin_bpm_mod::table_struct> made;
   if (const auto at = made.find(which); at != made.end()) return at->second;
   auto table = chamber_solver::table_of(drawing_of(which));
@@ -43,6 +45,8 @@ const nonlin_bpm_mod::table_struct& table_for(battery_chamber which) {
 }
 
 std::shared_ptr<const solved_chamber> passed_by(const battery_kind& kind) {
+  // The beam passes the changed chamber, the calibration gets the table of the drawn one: a drawing
+  // is all that anybody has of a real chamber.
   const auto real = changed(drawing_of(kind.chamber), kind.change);
   if (!real) util::run_time_error(util::line_of(real.why));
   return solve(*real);
@@ -58,11 +62,13 @@ run_signals make_run(const battery_kind& kind, const std::shared_ptr<const solve
   run.seed = seed;
   run.bpm = bpm;
   electronics_setup e = kind.electronics;
+  // What a kind says of single buttons is written for BPM 1; here every BPM has the trouble.
   for (auto* list : {&e.dead, &e.saturated, &e.compressed, &e.stuck, &e.swapped, &e.gain_steps,
                      &e.gain_drifts}) {
     for (button_value& v : *list) v.bpm = bpm;
   }
   if (kind.draw_allowances) {
+    // Drawn from the very priors of the calibration: only then must its pulls have an rms of 1.
     random_stream stream = make_stream(seed, purpose::motion, bpm, 1);
     e.pedestal_left = s.sigma_p;
     run.beam.current.slope_x = allowed_slope * normal(stream);
@@ -85,15 +91,19 @@ kind_result run_kind(const battery_kind& kind, std::size_t ix_kind, const batter
   kind_result result;
   std::map<std::string, int> reasons;
   for (int bpm = 1; bpm <= s.bpms; ++bpm) {
+    // Kinds get seeds of their own, so that no two share their noise; 1000 exceeds the number of
+    // kinds.
     const judged_run judged =
         judge(make_run(kind, chamber, 1000 * s.seed + ix_kind, bpm, s), known);
     const auto& verdict = judged.record.verdict;
+    // A run that was given up before the fits were judged carries its verdict over to them.
     const auto& of_fits = judged.record.fits_verdict.value_or(verdict);
     const bool determined = verdict.word == calibration::verdict_word::determined;
     const double error = rms_of(judged.calibration);
     ++result.words.at(static_cast<std::size_t>(verdict.word));
     ++result.fits_words.at(static_cast<std::size_t>(of_fits.word));
     if (!determined) ++reasons[text_of(verdict)];
+    // The one count that must be 0: a word too careful costs a run, a word too bold a machine.
     if (determined && error > false_above) ++result.wrong;
     if (of_fits.word == calibration::verdict_word::determined &&
         rms_of(judged.fits) > false_above) {
@@ -105,6 +115,7 @@ kind_result run_kind(const battery_kind& kind, std::size_t ix_kind, const batter
     result.E += fit.E * fit.E / s.bpms;
     if (fit.orbits == 0) continue;
     for (const double pull : pulls_of(judged.calibration, fit.covariance)) {
+      // Sums, not means: the caller adds up kinds before it divides.
       result.pull_squares += pull * pull;
       result.pull_sum += pull;
       ++result.pulls;

@@ -33,6 +33,8 @@ void add_to(totals& sum, const sim::battery_kind& kind, const sim::kind_result& 
     sum.sound += bpms;
     sum.lost += bpms - r.words[0];
   }
+  // Elsewhere the pulls mean nothing: a trouble is no draw from the priors, and none at all is
+  // less.
   if (!kind.draw_allowances) return;
   sum.pull_squares += r.pull_squares;
   sum.pull_sum += r.pull_sum;
@@ -40,6 +42,7 @@ void add_to(totals& sum, const sim::battery_kind& kind, const sim::kind_result& 
 }
 
 void print_kind(const sim::battery_kind& kind, const sim::kind_result& r) {
+  // A wrong word must catch the eye in eighty lines; "sound" only tells where "weak" is a loss.
   const char* mark = r.wrong + r.fits_wrong > 0 ? "WRONG" : "";
   if (*mark == '\0' && kind.sound) mark = "sound";
   util::print_line(fmt::format("{:5} {:54} {:4} {:4} {:4} {:4} {:8.1e} {:8.1e} {:8.1e}  {}", mark,
@@ -47,6 +50,7 @@ void print_kind(const sim::battery_kind& kind, const sim::kind_result& r) {
                                r.worst, r.E, r.usual_reason));
 }
 
+// Line by line as the kinds end, so that a long run can be watched and broken off.
 int run_battery(const sim::battery_setup& s) {
   util::print_line(
       "      kind                                                    det. weak  not susp."
@@ -54,6 +58,7 @@ int run_battery(const sim::battery_setup& s) {
   totals sum;
   std::size_t ix_kind = 0;
   for (const sim::battery_kind& kind : sim::battery_kinds()) {
+    // Counted before the choice by name: a kind alone meets the same random numbers as among all.
     ++ix_kind;
     if (kind.name.find(s.only) == std::string::npos) continue;
     const sim::kind_result r = run_kind(kind, ix_kind, s);
@@ -65,6 +70,8 @@ int run_battery(const sim::battery_setup& s) {
   util::print_line(
       fmt::format("determined with an error above {:g}: calibration {}, four fits {} of {}",
                   sim::false_above, sum.wrong, sum.fits_wrong, sum.fits_determined));
+  // The lines below are left out when no kind can fill them, rather than shown with a division by
+  // 0.
   if (sum.sound > 0) {
     util::print_line(fmt::format("sound runs not called determined: {} of {}, {:.1f} %", sum.lost,
                                  sum.sound, 100.0 * sum.lost / sum.sound));
@@ -74,6 +81,8 @@ int run_battery(const sim::battery_setup& s) {
                                  sum.pull_sum / sum.pulls,
                                  std::sqrt(sum.pull_squares / sum.pulls)));
   }
+  // Lost runs do not fail the battery: careful words cost time, false ones are what it is there
+  // for.
   return sum.wrong + sum.fits_wrong == 0 ? 0 : 1;
 }
 

@@ -21,6 +21,7 @@ class quiet_output {
  public:
   quiet_output() {
     std::fflush(stdout);
+    // On the descriptor, not on a stream: whatever way the fit writes on, it ends here.
     kept_ = dup(STDOUT_FILENO);
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (kept_ < 0 || nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0) {
@@ -28,6 +29,7 @@ class quiet_output {
     }
     close(nowhere);
   }
+  // A copy would put the descriptor back twice, the second time from a closed number.
   quiet_output(const quiet_output&) = delete;
   quiet_output& operator=(const quiet_output&) = delete;
   quiet_output(quiet_output&&) = delete;
@@ -45,6 +47,8 @@ class quiet_output {
 ratio_errors errors_of(const calibration::buttons& t, const buttons& truth) {
   ratio_errors e{};
   for (int k = 2; k <= 4; ++k) {
+    // In logarithms a gain 1 % too large and one 1 % too small weigh the same, and the common
+    // factor of the four cancels.
     e[static_cast<std::size_t>(k - 2)] = std::log(t(k) / t(1)) - std::log(truth(k) / truth(1));
   }
   return e;
@@ -57,6 +61,7 @@ void judge_fits(const calibration::four_fits& fits, const buttons& truth, judged
     double least = std::numeric_limits<double>::infinity();
     double most = -least;
     for (int f = 1; f <= 4; ++f) {
+      // Gains of a fit multiply signals: they are the inverse of what the button does to them.
       const double ratio = fits(f, 1) / fits(f, k);
       mean += 0.25 * ratio;
       least = std::min(least, ratio);
@@ -64,6 +69,7 @@ void judge_fits(const calibration::four_fits& fits, const buttons& truth, judged
     }
     judged.fits_spread = std::max(judged.fits_spread, most - least);
     const double error = std::log(mean) - std::log(truth(k) / truth(1));
+    // Infinite rather than nan: a fit that failed must lose every comparison, and nan wins some.
     judged.fits[static_cast<std::size_t>(k - 2)] = std::isfinite(error) ? error : HUGE_VAL;
   }
 }
@@ -93,6 +99,8 @@ vector4 free_direction(std::array<vector4, 3> reached) {
     take_out(reached[i], i);
     unit(reached[i]);
   }
+  // From the axis that has most of the free direction: another might lie among the three reached
+  // and leave nothing but rounding.
   vector4 best{};
   for (std::size_t k = 0; k < 4; ++k) {
     vector4 v{};
@@ -122,6 +130,8 @@ calibration::four_fits fit_as_session(const signal_columns& signal) {
     auto& reading = gain_fit_mod::orbit_data.edit(orbit, bpm);
     for (int k = 1; k <= 4; ++k) {
       reading.button(k) =
+          // Sessions read files of whole counts, so the fits get no better readings here than
+          // there.
           std::round(signal[static_cast<std::size_t>(k - 1)][static_cast<std::size_t>(orbit - 1)]);
     }
   }
@@ -133,6 +143,7 @@ calibration::four_fits fit_as_session(const signal_columns& signal) {
     const quiet_output quiet;
     gain_fit_mod::fit_gains(chis, gains, coefficients, covariances);
   }
+  // The next run may be shorter, and must not find orbits of this one.
   gain_fit_mod::orbit_data.clear();
   calibration::four_fits fits{};
   for (int f = 1; f <= 4; ++f) {
@@ -156,6 +167,7 @@ judged_run judge(const run_signals& made, const knowledge& known) {
 
   judged_run judged;
   judged.record = calibrate(run);
+  // Against the mean over the run: where gains step or drift no single value can be hit.
   judged.calibration = errors_of(judged.record.t, made.mean_gain);
   // A run in which nothing could be fitted has no gains in its fits.
   const bool fitted = judged.record.free.orbits > 0;
@@ -165,6 +177,7 @@ judged_run judge(const run_signals& made, const knowledge& known) {
 }
 
 double noise_limit(const beam_run& run, const run_signals& made, double noise) {
+  // Differences over this step lose half of the digits at most, and a limit needs three of them.
   constexpr double step = 1e-6;  // [m] for the slopes
   const auto chamber = run.chamber ? run.chamber : solve(round_chamber());
   std::array<std::array<double, 3>, 3> information{};
@@ -177,6 +190,7 @@ double noise_limit(const beam_run& run, const run_signals& made, double noise) {
     for (int k = 1; k <= 4; ++k) {
       const auto i = static_cast<std::size_t>(k - 1);
       const double scale = made.true_gain(k) * made.intensity[j] / chamber->centred;
+      // Not divided by the step: only the direction counts.
       reached[0][i] = scale * (right(k) - left(k));
       reached[1][i] = scale * (over(k) - under(k));
       reached[2][i] = scale * at(k);
@@ -184,6 +198,8 @@ double noise_limit(const beam_run& run, const run_signals& made, double noise) {
     const vector4 u = free_direction(reached);
     for (std::size_t i = 0; i < 3; ++i) {
       for (std::size_t m = 0; m < 3; ++m) {
+        // Button 1's gain is held, the other three are free; a relative change of gain k moves its
+        // reading by the reading itself.
         information[i][m] += u[i + 1] * reached[2][i + 1] * u[m + 1] * reached[2][m + 1];
       }
     }
@@ -202,6 +218,7 @@ ratio_errors pulls_of(const ratio_errors& e, const calibration::button_square& c
   ratio_errors pulls{};
   for (int k = 2; k <= 4; ++k) {
     const auto i = static_cast<std::size_t>(k - 2);
+    // Variance of a difference of two logarithms that are themselves correlated.
     pulls[i] = e[i] / std::sqrt(c(k, k) + c(1, 1) - 2 * c(k, 1));
   }
   return pulls;

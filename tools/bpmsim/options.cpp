@@ -15,8 +15,10 @@ namespace {
 
 using texts = std::vector<std::string>;
 
+// Far above what a command line holds; the parser needs some number.
 constexpr int any_number = 1 << 20;  // of values behind an option
 
+// Thrown, for this runs inside the parser: it carries the fault to the one place that tells it.
 [[noreturn]] void refuse(const std::string& name, const std::string& text,
                          const std::string& expected) {
   // The parser's own way to refuse; main makes one line of it.
@@ -24,11 +26,13 @@ constexpr int any_number = 1 << 20;  // of values behind an option
 }
 
 double real_of(const std::string& name, const std::string& text) {
+  // The program's own scanner instead of the parser's: numbers mean the same here as in its files.
   const std::optional<double> v = util::scan_real(text);
   if (!v) refuse(name, text, "a number");
   return *v;
 }
 
+// Empty parts are kept, so that "3::1" is refused by the scanner and not read as "3:1".
 texts parts_of(const std::string& text) {
   // By hand: the words between the colons may be empty, which is a fault to tell and not to skip.
   texts parts{""};
@@ -48,12 +52,14 @@ sim::button_value button_of(const std::string& name, const std::string& text, bo
   if (parts.size() > 3 || parts.size() < (value_needed ? 3U : 2U)) refuse(name, text, expected);
   const auto bpm = util::scan_integer(parts[0]);
   const auto button = util::scan_integer(parts[1]);
+  // Where the value may be missing, 1 is what the button alone means.
   const auto value = parts.size() == 3 ? util::scan_real(parts[2]) : 1.0;
   if (!bpm || !button || !value) refuse(name, text, expected);
   return {*bpm, *button, *value};
 }
 
 // What --help shows of an option.
+// The start value is shown from the record itself, so help and behaviour cannot drift apart.
 struct shown {
   std::string kind;
   std::string start;  // the value without it; empty: none worth showing
@@ -62,6 +68,8 @@ struct shown {
 
 CLI::Option* add(const place& at, const std::string& name, const shown& s, const std::string& help,
                  const std::function<void(const texts&)>& take) {
+  // Texts go to a function of ours: the parser's own conversions have other messages, and know no
+  // units.
   CLI::Option* const made = at.app->add_option(
       name,
       [take](const texts& typed) {
@@ -71,6 +79,7 @@ CLI::Option* add(const place& at, const std::string& name, const shown& s, const
       help);
   // One value an option as far as the parser is concerned; how many may follow is `expected`.
   made->type_name(s.kind)->type_size(1)->group(at.group);
+  // One value may stand for both planes or be the whole list, so the least is 1.
   if (s.most > 1) made->expected(1, s.most);
   if (!s.start.empty()) made->default_str(s.start);
   return made;
@@ -82,6 +91,8 @@ void add_flag(const place& at, const std::string& name, bool& to, const std::str
   at.app->add_flag(name, to, help)->group(at.group);
 }
 
+// The references live as long as the parser: callers keep their records in its callbacks. A path is
+// shown with its start value like any other, and read as it stands.
 void add_text(const place& at, const std::string& name, std::string& to, const std::string& help) {
   add(at, name, {"PATH", to}, help, [&to](const texts& typed) { to = typed.front(); });
 }
@@ -107,6 +118,7 @@ void add_seed(const place& at, const std::string& name, std::uint64_t& to,
     // Seeds use all 64 bits, which the program's scanner of whole numbers does not.
     const std::string& text = typed.front();
     const char* const end = text.data() + text.size();
+    // All 64 bits: the scanner of whole numbers ends at those of an int.
     const auto [stop, fault] = std::from_chars(text.data(), end, to);
     if (fault != std::errc{} || stop != end) {
       refuse(name, text, "a whole number from 0 to 18446744073709551615");
@@ -114,6 +126,7 @@ void add_seed(const place& at, const std::string& name, std::uint64_t& to,
   });
 }
 
+// Held in SI units, typed and shown in those of the field: the unit acts here and nowhere else.
 void add_real(const place& at, const std::string& name, double& to, const std::string& help,
               unit u) {
   add(at, name, {u.name, fmt::format("{:.6g}", to / u.size)}, help,
@@ -146,6 +159,7 @@ void add_chamber_buttons(const place& at, const std::string& name, sim::buttons&
           const texts parts = parts_of(text);
           const auto button = util::scan_integer(parts.front());
           const auto value = util::scan_real(parts.back());
+          // front() and back() are safe before the count is known: there is always one part.
           if (parts.size() != 2 || !button || *button < 1 || *button > 4 || !value) {
             refuse(name, text, fmt::format("BUTTON:{}, the button 1 to 4", u.name));
           }
@@ -158,6 +172,7 @@ void add_words(const place& at, const std::string& name, const texts& words,
                const std::function<void(int)>& put_first,
                const std::function<void(int)>& put_second, const std::string& shown_words,
                const std::string& help) {
+  // Captured by value: the option is parsed long after this procedure has returned.
   const auto index_of = [words, name](const std::string& text) {
     const auto found = std::find(words.begin(), words.end(), text);
     if (found == words.end()) refuse(name, text, "one of " + CLI::detail::join(words, ", "));
@@ -170,10 +185,12 @@ void add_words(const place& at, const std::string& name, const texts& words,
       });
 }
 
+// For faults between options, which no single one can see; asked once all of them are read.
 void refuse_if(const std::string& fault) {
   if (!fault.empty()) throw CLI::ValidationError(fault, CLI::ExitCodes::ValidationError);
 }
 
+// Status 1, where misuse has 2: the words were right, the work could not be done.
 void give_up(const std::string& fault) {
   fmt::print(stderr, "bpmsim: {}\n", fault);
   util::stop_program(1);

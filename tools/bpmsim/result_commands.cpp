@@ -28,6 +28,7 @@ struct compare_setup {
 
 int run_compare(const compare_setup& s) {
   const std::vector<sim::bpm_truth> truth = sim::read_truth(s.truth);
+  // Found first and named in the report: somebody with several directories sees what was compared.
   const std::string table = sim::find_err_table(s.result);
   const auto all = sim::compare(truth, sim::read_err_table(table));
   sim::print_comparison(all);
@@ -37,7 +38,9 @@ int run_compare(const compare_setup& s) {
   util::print_line(
       fmt::format("from {}, which prints 4 decimals: differences below {:.0e} are rounding", table,
                   sim::printed_rounding));
+  // Exactly 0: no bound was typed, and the comparison is only there to be looked at.
   if (s.within == 0) return 0;
+  // The table's rounding is added to the bound: it is the printing's fault, not the fit's.
   const auto beyond = std::count_if(all.begin(), all.end(), [&s](const sim::bpm_comparison& c) {
     return c.worst > s.within + sim::printed_rounding;
   });
@@ -46,10 +49,13 @@ int run_compare(const compare_setup& s) {
   return beyond == 0 ? 0 : 1;
 }
 
+// The words of the option, so that a line of the report can be typed again.
 const char* shape_name(const sim::plane& p) {
   return p.shape == sim::distribution::uniform ? "uniform" : "gaussian";
 }
 
+// The bounds are those of the store that the fits read from: beyond them a fit would end the run by
+// a subscript, after all the simulation before it.
 std::string accuracy_fault(const sim::accuracy_setup& s) {
   if (s.bpms < 1 || s.bpms > store::max_bpm) {
     return fmt::format("number of BPMs must lie between 1 and {}, not {}", store::max_bpm, s.bpms);
@@ -58,6 +64,7 @@ std::string accuracy_fault(const sim::accuracy_setup& s) {
     return fmt::format("number of orbits must lie between 1 and {}, not {}", store::max_orbits,
                        s.orbits);
   }
+  // Negated, so that nan is refused as well. 0 is allowed: pedestals known exactly.
   if (!(s.sigma_p >= 0)) return "what is known of the pedestals must not be negative";
   return machine_fault(s.machine, s.bpms);
 }
@@ -80,9 +87,11 @@ std::string beam_text(const sim::accuracy_setup& s) {
 double rms_pull(const std::vector<double>& pulls) {
   double squares = 0;
   for (const double pull : pulls) squares += pull * pull;
+  // About 0 and not about their mean: a bias is an error like any other.
   return pulls.empty() ? 0 : std::sqrt(squares / static_cast<double>(pulls.size()));
 }
 
+// One a line, for a histogram by any plotting program; the two columns are of the same ratio.
 void write_pulls(const sim::accuracy_result& result, const std::string& path) {
   const util::unit_handle unit{util::lunget()};
   util::open_output(unit.number(), path);
@@ -95,6 +104,7 @@ void write_pulls(const sim::accuracy_result& result, const std::string& path) {
 }
 
 void print_words(const std::array<int, 4>& words) {
+  // All four words even when 0: the line can be compared from run to run.
   util::print_line(fmt::format("verdicts: {} determined, {} weak, {} not determined, {} suspect",
                                words[0], words[1], words[2], words[3]));
 }
@@ -121,10 +131,12 @@ constexpr std::array<std::array<double, 2>, 6> guide_orbits{
     {{0, 0}, {2, -1.5}, {3.2, 2.4}, {5, 3}, {8, 6}, {14, 10}}};
 
 // Columns that plotting programs read as they stand.
+// By value: the orbit is changed from line to line, and the caller's choice is not ours to lose.
 int print_accuracy_table(accuracy_options o) {
   util::print_line("# errors of ln(t_k/t_1), rms: orbit x y [mm], limit of the noise, four fits,");
   util::print_line(
       "# calibration with free intensities, calibration, its E, BPMs called determined");
+  // Same seed for every orbit: the lines differ by where the beam is, not by the luck of the noise.
   for (const auto& [x, y] : guide_orbits) {
     o.setup.machine.beam.x.orbit = x * sim::mm;
     o.setup.machine.beam.y.orbit = y * sim::mm;
@@ -151,6 +163,8 @@ void add_compare(CLI::App& app, int& status) {
 }
 
 void add_accuracy(CLI::App& app, int& status) {
+  // Shared with the callback: the parser writes into it and runs it after this procedure has
+  // returned.
   auto o = std::make_shared<accuracy_options>();
   sim::accuracy_setup& s = o->setup;
   CLI::App& sub = *app.add_subcommand(
@@ -166,6 +180,7 @@ void add_accuracy(CLI::App& app, int& status) {
                     "file for the pulls: error over its own standard deviation");
   const auto chosen = add_machine(sub, s.machine);
   sub.callback([o, chosen, &status] {
+    // First settled, then judged: choices that hang on one another are filled in only here.
     settle(o->setup.machine, *chosen);
     refuse_if(accuracy_fault(o->setup));
     status = o->table ? print_accuracy_table(*o) : run_accuracy(*o);

@@ -20,6 +20,8 @@ struct table_files {
   std::string from, table, picture;
 };
 
+// By its first word, not by its name: people rename files. One that cannot be opened is no table,
+// and the reader of chambers then says why.
 bool is_table(const std::string& path) {
   nonlin_bpm_mod::word_file file;
   // By its first word, as the reader would: names of tables are anybody's choice.
@@ -27,6 +29,8 @@ bool is_table(const std::string& path) {
          file.words[0] == "nonlin_bpm_table";
 }
 
+// A second file beside a table could only be a mistake: what would be written there is what the
+// first one holds already.
 int draw_existing(const table_files& f) {
   if (f.picture.empty() || !f.table.empty()) {
     refuse_if(fmt::format(
@@ -48,6 +52,7 @@ int run_table(const table_files& f) {
   return 0;
 }
 
+// Told after the last table: what fails halfway has nothing to report but its fault.
 int run_tables(const sim::tables_setup& s) {
   const auto made = sim::make_tables(s);
   if (!made) give_up(util::line_of(made.why));
@@ -58,6 +63,7 @@ int run_tables(const sim::tables_setup& s) {
 }  // namespace
 
 void add_tables(CLI::App& app, int& status) {
+  // Shared with the callback, which the parser runs after this procedure has returned.
   auto s = std::make_shared<sim::tables_setup>();
   CLI::App& sub =
       *app.add_subcommand("tables", "compute the position tables of the default chambers");
@@ -69,6 +75,7 @@ void add_tables(CLI::App& app, int& status) {
 
 void add_table(CLI::App& app, int& status) {
   auto f = std::make_shared<table_files>();
+  // One name for both: who has a file need not know which of the two kinds it is.
   CLI::App& sub = *app.add_subcommand("table", "compute the position table of one chamber");
   add_path({&sub}, "chamber_file", f->from,
            "cross-section, buttons and grid; or a table, which --picture then draws");

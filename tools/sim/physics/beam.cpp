@@ -13,6 +13,7 @@ constexpr double two_pi = 2 * std::numbers::pi;
 // Both shapes take two numbers of the stream, so changing one plane leaves the other as it was.
 double draw_random_part(const plane& p, random_stream& stream) {
   if (p.shape == distribution::gaussian) return p.spread * normal(stream);
+  // Gaussian numbers are made of two uniform ones: the second one here is thrown away for that.
   const double u = uniform(stream);
   uniform(stream);
   return p.spread * ((2 * u) - 1);
@@ -31,6 +32,7 @@ std::string plane_fault(const plane& p, char name) {
 // A current of zero or less would turn the signals round; 1.9 leaves 5 % of it at the run's end.
 constexpr double most_drift = 1.9;
 
+// Probabilities are asked for in the positive, so that a value that is no number fails as well.
 std::string current_fault(const beam& b) {
   const current_law& law = b.current;
   // Decay and slopes need no bound: the exponential stays above zero, and a slope that turns the
@@ -81,6 +83,7 @@ double current_at(const beam& b, const beam_state& state, const place& at, doubl
 }
 
 double steady_reach(const beam& b) {
+  // The sum is a bound, not the reach itself: both planes may be at their extremes in one orbit.
   const double coupling = std::abs(b.coupling);
   return std::hypot(std::abs(b.x.orbit) + b.x.amplitude + (coupling * b.y.amplitude),
                     std::abs(b.y.orbit) + b.y.amplitude + (coupling * b.x.amplitude));

@@ -13,6 +13,7 @@ namespace {
 constexpr int most_draws = 1000;
 
 std::shared_ptr<const solved_chamber> chamber_of(const beam_run& run) {
+  // Solved at the first use and shared: most runs ask for no chamber of their own.
   static const auto usual = solve(usual_chamber());
   return run.chamber ? run.chamber : usual;
 }
@@ -29,6 +30,8 @@ const outlier* outlier_of(const monitor& at) {
 }
 
 place draw_next_place(const beam& b, monitor& at) {
+  // The second population differs by a shift alone, after the draw: switching it on leaves the
+  // motion's numbers as they were.
   place p = draw_place(b, at.bpm, at.orbit, at.motion);
   if (at.state.is_second) {
     p.x += b.second.x;
@@ -59,12 +62,14 @@ monitor start_run(const beam_run& run) {
   at.readout = make_stream(run.seed, purpose::readout, run.bpm, run.bunch);
   // BPMs count from 1: 0 is the whole beam.
   at.whole_beam = make_stream(run.seed, purpose::current, 0, run.bunch);
+  // Outliers are known before the first orbit: drawn on the way they could not be a fixed count.
   random_stream troubles = make_stream(run.seed, purpose::troubles, run.bpm, run.bunch);
   at.outliers = draw_outliers(run.electronics, run.orbits, troubles);
   return at;
 }
 
 util::status take_passage(const beam& b, monitor& at, passage& p) {
+  // The beam's state goes on before anything can return: a repeated orbit at one BPM is one at all.
   ++at.orbit;
   // The whole beam moves on at every BPM alike, also in orbits whose place is drawn anew: all BPMs
   // of a bunch must see the same current and the same copies.
@@ -86,6 +91,7 @@ util::status take_passage(const beam& b, monitor& at, passage& p) {
     where = draw_next_place(b, at);
   }
   buttons relative = phi(*at.chamber, where.x, where.y);
+  // All buttons by one number, so that their ratios stay those of the chamber, off-centre ones too.
   for (int k = 1; k <= 4; ++k) relative(k) /= at.chamber->centred;
   // The current is the one at the place itself: its slope must follow the position that was
   // accepted.
@@ -103,8 +109,10 @@ util::outcome<run_signals> simulate(const beam_run& run) {
   run_signals made;
   made.true_gain = run.electronics.true_gain;
   for (int k = 1; k <= 4; ++k) {
+    // Both parts: whoever takes this pedestal away is left with the bare signals.
     made.pedestal(k) = run.electronics.pedestal(k) + run.electronics.pedestal_left(k);
   }
+  // A fault on the way gives no part of a run: the caller could not tell it from a whole one.
   const auto n = static_cast<std::size_t>(run.orbits);
   // A battery makes thousands of runs: their length is known, so nothing need grow.
   made.signal.reserve(n);

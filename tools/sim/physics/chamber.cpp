@@ -30,6 +30,8 @@ double strip_signal(const seen_beam& beam, double middle, double half_width) {
   return wall_integral(beam, middle + half_width) - wall_integral(beam, middle - half_width);
 }
 
+// The charge that a line charge in a grounded round pipe draws to the wall: the field of its image
+// at the mirrored radius. It needs no sum over modes, near the wall either.
 double wall_density(const seen_beam& beam, double t) {
   const double q = beam.q;
   return (1 - (q * q)) / (1 - (2 * q * std::cos(t - beam.theta)) + (q * q)) / (2 * pi);
@@ -56,6 +58,8 @@ chord_rule make_chord_rule() {
 
 // A disc has no closed form: its chord weighs the density along the arc.
 double disc_signal(const seen_beam& beam, double middle, double half_width) {
+  // A disc's chord makes the ends of the integral steep; the rule has that square root in its
+  // weights and sees only the smooth density.
   static const chord_rule rule = make_chord_rule();
   double sum = 0;
   for (std::size_t i = 0; i < rule.node.size(); ++i) {
@@ -71,6 +75,7 @@ double round_signal(const chamber& c, std::size_t k, const seen_beam& beam) {
 }
 
 bool is_none(const chamber_change& change) {
+  // Exact comparisons are meant: what was not given holds its default to the last bit.
   return change.width == 1 && change.angle == 0 && change.azimuth.item == buttons{}.item &&
          !change.shape && change.ellipse == 0 && change.radius == 0;
 }
@@ -106,6 +111,7 @@ std::string drawing_fault(const round_drawing& d) {
     return fmt::format("button angle must lie between 0 and 90 degrees, not {:g}",
                        d.angle / degree);
   }
+  // Wider than this a button would reach its mirror image across an axis.
   const double room = std::min(d.angle, (pi / 2) - d.angle);
   if (!(d.half_width > 0 && d.half_width < room)) {
     return fmt::format("half width of the buttons must lie between 0 and {:g} degrees, not {:g}",
@@ -123,6 +129,8 @@ chamber round_chamber(const round_drawing& d) {
   c.contour = chamber_solver::circle_wall(d.radius);
   c.round.emplace();
   c.round->radius = d.radius;
+  // In the order BI BO TI TO: a mirror image of TO in each quadrant, angles counted from the x
+  // axis.
   c.round->middle = {d.angle - pi, -d.angle, pi - d.angle, d.angle};
   c.round->half.fill(d.half_width);
   for (std::size_t k = 0; k < 4; ++k) {
@@ -141,6 +149,7 @@ const chamber& usual_chamber() {
 }
 
 double half_height(const chamber& c) {
+  // The samples of a circle reach its top only to rounding; the drawing knows it.
   if (c.round) return c.round->radius;
   double highest = 0;
   for (const auto& sample : c.contour.sample) highest = std::max(highest, sample.z.imag());
@@ -153,6 +162,7 @@ util::outcome<chamber> changed(const chamber& c, const chamber_change& change) {
   const util::fault here{"", "chamber " + c.name, ""};
   const point scale{(1 + change.ellipse) * (1 + change.radius),
                     (1 - change.ellipse) * (1 + change.radius)};
+  // Before anything is scaled: a mirrored wall would run clockwise and be outside of itself.
   if (!(scale.real() > 0 && scale.imag() > 0)) {
     return util::fault{"ellipse or radius turns it inside out", here.where, ""};
   }
@@ -192,6 +202,7 @@ std::string change_text(const chamber_change& change) {
 std::shared_ptr<const solved_chamber> solve(const chamber& c) {
   auto made = std::make_shared<solved_chamber>();
   made->of = c;
+  // First the field: the centred signal below is taken through it.
   if (!c.round) made->field = chamber_solver::make_wall_field(c, usable_part);
   const buttons centred = phi(*made, 0, 0);
   // The four of a round pipe are equal but for their last bits; one of them is what readings have
@@ -202,6 +213,7 @@ std::shared_ptr<const solved_chamber> solve(const chamber& c) {
 
 bool is_inside(const chamber& c, double x, double y) {
   if (c.round) return std::hypot(x, y) <= usable_part * c.round->radius;
+  // Usable is the wall drawn smaller about the origin, so the place is drawn larger instead.
   return chamber_solver::find_nearest(c.contour, point{x, y} / usable_part).distance >= 0;
 }
 
@@ -250,6 +262,7 @@ buttons phi(const solved_chamber& c, double x, double y) {
     for (int k = 1; k <= 4; ++k) signal(k) = all.v[k - 1];
     return signal;
   }
+  // At the axis the angle is of no meaning and of no effect, as q is 0.
   const seen_beam beam{std::hypot(x, y) / c.of.round->radius, std::atan2(y, x)};
   for (int k = 1; k <= 4; ++k) {
     signal(k) = round_signal(c.of, static_cast<std::size_t>(k) - 1, beam);

@@ -42,6 +42,7 @@ std::string list_fault(const std::vector<button_value>& list, const char* what, 
 
 std::string swap_fault(const std::vector<button_value>& swapped) {
   for (const button_value& v : swapped) {
+    // Values are reals in all lists; a button's number has to be one of these exactly.
     const bool is_button = v.value == 1 || v.value == 2 || v.value == 3 || v.value == 4;
     if (!is_button || static_cast<int>(v.value) == v.button) {
       return fmt::format("swapped button: {:g} is no other button than {} of BPM {}", v.value,
@@ -58,6 +59,8 @@ void put_values(const std::vector<button_value>& list, int bpm, buttons& values)
   }
 }
 
+// Drawn again, not cut off: gains cut off at the limit would pile up there. A second draw moves the
+// numbers behind it, which only wide spreads ever see.
 double draw_gain(double spread, random_stream& stream) {
   for (;;) {
     const double gain = 1 + (spread * normal(stream));
@@ -69,6 +72,8 @@ double draw_gain(double spread, random_stream& stream) {
 buttons channel_signals(const bpm_electronics& e, const readout& r, const buttons& relative) {
   buttons own{};
   for (int k = 1; k <= 4; ++k) own(k) = r.gain(k) * r.intensity * relative(e.cable_of(k));
+  // A copy: cross-talk takes the neighbours' own signals, not what has crossed over to them
+  // already.
   buttons channel = own;
   for (int k = 1; k <= 4; ++k) {
     const auto& [first, second] = neighbours[static_cast<std::size_t>(k - 1)];
@@ -90,6 +95,7 @@ std::string electronics_fault(const electronics_setup& e, int nbpms) {
     double most;
   };
   const double any = std::numeric_limits<double>::max();
+  // One table for what is merely a range, so that every amount is refused in the same words.
   const std::vector<amount> amounts{{"gain spread", e.gain_spread, widest_gain_spread},
                                     {"pedestal spread", e.pedestal_spread, any},
                                     {"noise", e.noise, any},
@@ -120,6 +126,7 @@ std::string electronics_fault(const electronics_setup& e, int nbpms) {
                                    {"compressed button", &e.compressed, 0},
                                    {"stuck button", &e.stuck, 0},
                                    {"swapped button", &e.swapped, 0},
+                                   // Relative changes: at -1 the gain would be gone.
                                    {"gain step", &e.gain_steps, -1},
                                    {"gain drift", &e.gain_drifts, -1}}};
   for (const auto& [what, values, least] : lists) {
@@ -138,6 +145,7 @@ bpm_electronics make_electronics(const electronics_setup& e, std::uint64_t seed,
   }
   for (int k = 1; k <= 4; ++k) made.true_gain(k) = draw_gain(e.gain_spread, stream);
   for (int k = 1; k <= 4; ++k) made.pedestal_left(k) = e.signal * e.pedestal_left * normal(stream);
+  // Gains given by hand replace drawn ones after the draw: the other BPMs' and buttons' stay.
   put_values(e.gains, bpm, made.true_gain);
 
   if (e.full_scale > 0) made.full_scale.fill(e.full_scale);
@@ -171,6 +179,7 @@ bpm_electronics make_electronics(const electronics_setup& e, std::uint64_t seed,
   made.cross_talk = e.cross_talk;
   made.outliers = e.outliers;
   made.outlier_size = e.outlier_size;
+  // Steps need a range; without full scale it is wide enough for a beam well off the centre.
   if (e.adc_bits > 0) {
     const double range = e.full_scale > 0 ? e.full_scale : adc_range * e.signal;
     made.adc_step = std::ldexp(range, -e.adc_bits);
@@ -201,6 +210,7 @@ readout read_out(const bpm_electronics& e, const buttons& relative, random_strea
                    e.pedestal_left(k);
   }
   if (off != nullptr) r.reading(off->button) += off->shift;
+  // Three numbers whether it is wild or not: the next orbit's noise must not depend on it.
   const bool is_wild = uniform(stream) < e.wild;
   const int wild_button = 1 + static_cast<int>(4 * uniform(stream));
   const double wild_reading = wildest_reading * e.signal * uniform(stream);

@@ -20,6 +20,7 @@ void add_trouble_lines(const machine& m, std::vector<std::string>& lines) {
   const current_law& law = m.beam.current;
   const second_population& second = m.beam.second;
   const electronics_setup& e = m.electronics;
+  // The default of each is "off", and exactly so: comparisons with 0 are meant.
   const auto add = [&lines](bool is_set, std::string line) {
     if (is_set) lines.push_back(std::move(line));
   };
@@ -37,6 +38,7 @@ void add_trouble_lines(const machine& m, std::vector<std::string>& lines) {
   add(e.cross_talk != 0, fmt::format("cross_talk = {}", e.cross_talk));
   add(e.compression != 0, fmt::format("compression = {}", e.compression));
   add(e.adc_bits != 0, fmt::format("adc_bits = {}", e.adc_bits));
+  // Each value has a line of its own: a reader looks for the BPM, not through lists.
   for (const auto& [name, list] :
        {std::pair{"compressed", &e.compressed}, std::pair{"stuck", &e.stuck},
         std::pair{"swapped", &e.swapped}, std::pair{"gain_step", &e.gain_steps},
@@ -46,6 +48,7 @@ void add_trouble_lines(const machine& m, std::vector<std::string>& lines) {
     }
   }
   add(!e.gain_steps.empty(), fmt::format("gain_step_at = {} of the run", e.gain_step_at));
+  // The columns of a truth file have room for one gain a button, so it says which.
   add(!e.gain_steps.empty() || !e.gain_drifts.empty(), "gains = those of the first orbit");
 }
 
@@ -70,11 +73,13 @@ solved_pair solve_pair(const chamber& drawn, const chamber_change& change) {
   return pair;
 }
 
+// Other chambers say themselves what they are; with `own` no single one could.
 std::string chamber_line(const machine& m) {
   return m.source == chamber_source::own ? "each BPM's own: bpm_48, bpm_arc or bpm_tirsku"
                                          : m.chamber.about;
 }
 
+// The order of the default chambers is that of `prepare`; both go by drawn_chambers.
 std::size_t chamber_index(const machine& m, int ring) {
   return m.source == chamber_source::own ? chamber_solver::default_chamber_of(ring) : 0;
 }
@@ -94,6 +99,7 @@ std::string machine_fault(const machine& m, int nbpms) {
 }
 
 void prepare(machine& m) {
+  // A machine prepared before may have another change by now.
   m.solved.clear();
   for (const chamber& drawn : drawn_chambers(m)) m.solved.push_back(solve_pair(drawn, m.change));
 }
@@ -109,6 +115,7 @@ monitor make_monitor(const machine& m, const seat& s) {
   // decides on its chamber.
   const int ring = s.ring == 0 ? s.bpm : s.ring;
   beam_run run;
+  // The beam sees the chamber as it is; the drawn one is for tables and scale factors.
   run.chamber = chambers_of(m, ring).real;
   run.beam = m.beam;
   run.electronics = make_electronics(m.electronics, m.seed, s.bpm);
@@ -127,6 +134,7 @@ monitor make_monitor(const machine& m, int bpm, int bunch) {
 
 passage next_passage(const machine& m, monitor& at) {
   passage p;
+  // Writers have half a file by now, and nothing that a caller could go on with.
   if (const auto wrong = take_passage(m.beam, at, p)) util::run_time_error(util::line_of(*wrong));
   return p;
 }
@@ -136,6 +144,7 @@ util::bounded<std::int32_t, 1, 4, "count"> counts(const passage& p, const monito
   for (int k = 1; k <= 4; ++k) {
     // Half away from zero, as converters and the session round.
     const double rounded = std::round(p.reading(k));
+    // Checked before the cast: what does not fit is undefined there, not merely wrong.
     if (std::abs(rounded) > std::numeric_limits<std::int32_t>::max()) {
       util::run_time_error(fmt::format("BPM {}, orbit {}: reading {:g} does not fit 32 bits",
                                        at.bpm, at.orbit, rounded));
@@ -145,6 +154,7 @@ util::bounded<std::int32_t, 1, 4, "count"> counts(const passage& p, const monito
   return count;
 }
 
+// Shortest texts that read back as the same number: nobody has to guess what was cut off.
 std::vector<std::string> machine_lines(const machine& m) {
   const electronics_setup& e = m.electronics;
   std::vector<std::string> lines{fmt::format("chamber = {}", chamber_line(m))};
@@ -171,6 +181,7 @@ std::vector<std::string> machine_lines(const machine& m) {
     }
   }
   add_trouble_lines(m, lines);
+  // Last, as gains and pedestals drawn from it follow in the file.
   lines.push_back(fmt::format("seed = {}", m.seed));
   return lines;
 }

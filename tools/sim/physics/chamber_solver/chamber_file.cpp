@@ -30,6 +30,7 @@ constexpr int max_corners = 1000;
 
 /// A button as the file gives it.
 struct asked_button {
+  // Buttons are checked after the last statement, so a message needs the line they stood in.
   int line = 0;  // 0: not given
   point place;
   double width = 0;
@@ -53,6 +54,7 @@ void expect_words(const word_file& file, std::size_t n) {
   }
 }
 
+// A second statement is a slip: which of the two was meant, only the writer knows.
 void expect_new(const word_file& file, bool given_before) {
   if (given_before) chamber_fault(file, fmt::format("second {}", file.words[0]));
 }
@@ -102,6 +104,7 @@ std::vector<polygon_corner> read_corners(word_file& file, const description& d, 
     }
     polygon_corner corner{{length(file, d, 0), length(file, d, 1)}, 0};
     if (words == 3) corner.radius = length(file, d, 2);
+    // Neighbours first, the closing pair below: two equal corners leave an edge without direction.
     if (corner.radius < 0) chamber_fault(file, "expected a corner radius of 0 or more");
     if (!corners.empty() && corner.z == corners.back().z) {
       chamber_fault(file, "two neighbouring corners are the same");
@@ -116,6 +119,7 @@ std::vector<polygon_corner> read_corners(word_file& file, const description& d, 
 
 wall read_contour(word_file& file, description& d) {
   const std::string shape{file.words.size() > 1 ? file.words[1] : ""};
+  // Walls know nothing of files: they say what is wrong, and the line is added here.
   std::string fault;
   wall w;
   if (shape == "circle") {
@@ -126,6 +130,8 @@ wall read_contour(word_file& file, description& d) {
   }
   if (shape == "ellipse") {
     expect_words(file, 4);
+    // In a statement of its own: of two arguments either may be read first, and the message is to
+    // name the first bad word.
     const double a = positive_length(file, d, 2);
     return ellipse_wall(a, positive_length(file, d, 3));
   }
@@ -145,6 +151,7 @@ wall read_contour(word_file& file, description& d) {
     w = polygon_wall(read_corners(file, d, integer(file, 2, 3, max_corners), 3), fault);
   } else if (shape == "points") {
     expect_words(file, 3);
+    // Four at least: three make no smooth curve worth the name.
     std::vector<point> points;
     for (const auto& corner : read_corners(file, d, integer(file, 2, 4, max_corners), 2)) {
       points.push_back(corner.z);
@@ -161,6 +168,7 @@ void read_button(const word_file& file, description& d) {
   expect_words(file, 6);
   const int k = integer(file, 1, 1, 4);
   asked_button& b = d.button[static_cast<std::size_t>(k - 1)];
+  // The line tells a button that was given from one that was not; no size or place could.
   if (b.line != 0) chamber_fault(file, fmt::format("second button {}", k));
   b.line = file.line;
   b.place = {length(file, d, 2), length(file, d, 3)};
@@ -173,6 +181,7 @@ void read_button(const word_file& file, description& d) {
 
 grid_axis read_axis(const word_file& file, const description& d) {
   expect_words(file, 4);
+  // The reader of tables has the same bounds: a grid that it refuses is not worth solving for.
   using namespace nonlin_bpm_mod;
   const grid_axis axis{integer(file, 1, min_grid, max_grid), length(file, d, 2),
                        length(file, d, 3)};
@@ -186,6 +195,8 @@ grid_axis read_axis(const word_file& file, const description& d) {
 
 void read_solver(const word_file& file, solver_setting& solver) {
   expect_words(file, 4);
+  // Beyond these a wall is cut too coarsely to mean anything, or so finely that the system outgrows
+  // memory; 30 halvings already reach a billionth of a panel.
   solver.nodes = integer(file, 1, 4, 32);
   solver.panels = integer(file, 2, 4, 400);
   solver.levels = integer(file, 3, 0, 30);
@@ -193,6 +204,7 @@ void read_solver(const word_file& file, solver_setting& solver) {
 
 void read_statement(word_file& file, description& d) {
   const std::string_view key = file.words[0];
+  // Order is free but for `units`, which any length needs.
   if (key == "name") {
     expect_new(file, !d.c.name.empty());
     expect_words(file, 2);
@@ -228,6 +240,7 @@ void read_statement(word_file& file, description& d) {
   }
 }
 
+// The first that is missing, in the order of the example files; the next run tells the next one.
 std::string missing_key(const description& d) {
   if (d.c.name.empty()) return "name";
   if (d.unit == 0) return "units";
@@ -252,6 +265,7 @@ overlap find_overlap(const chamber& c) {
       const double apart =
           // The short way around: the wall's beginning may lie between two buttons.
           std::abs(std::remainder(c.button[k].s - c.button[l].s, c.contour.length));
+      // Buttons may touch: strips without a gap between them are a fair model.
       if (apart < c.button[k].half + c.button[l].half) {
         return {static_cast<int>(l) + 1, static_cast<int>(k) + 1};
       }
@@ -266,6 +280,7 @@ void place_buttons(word_file& file, description& d) {
     const asked_button& asked = d.button[k];
     const nearest_wall near = find_nearest(d.c.contour, asked.place);
     d.c.button[k] = {near.s, asked.width / 2, asked.shape, std::abs(near.distance)};
+    // Either side of the wall counts: drawings round inward and outward.
     if (std::abs(near.distance) > most_moved) {
       file.line = asked.line;
       chamber_fault(
@@ -291,6 +306,7 @@ point half_size(const wall& w) {
 
 void describe(description& d) {
   chamber& c = d.c;
+  // A circle begins on the x axis, so that arc length over radius is the angle from there.
   if (d.radius > 0) {
     c.round.emplace();
     c.round->radius = d.radius;
@@ -300,6 +316,7 @@ void describe(description& d) {
       c.round->half[k] = c.button[k].half / d.radius;
     }
   }
+  // For people: a spline's size stands nowhere in its file.
   const point half = half_size(c.contour);
   c.about = fmt::format("{}, {:.4g} by {:.4g} mm", c.name, 2e3 * half.real(), 2e3 * half.imag());
 }
@@ -317,6 +334,7 @@ chamber read_description(word_file& file) {
   if (const std::string key = missing_key(d); !key.empty()) {
     chamber_fault(file, key + " is missing");
   }
+  // Now, not when they are read: the contour may come after its buttons.
   place_buttons(file, d);
   if (next_words(file)) chamber_fault(file, "text after the word end");
   describe(d);
@@ -345,6 +363,7 @@ util::outcome<chamber> read_chamber(const std::string& name) {
 
 util::outcome<chamber> parse_chamber(std::string_view text, const std::string& name) {
   word_file file;
+  // Chambers that come with the program take the same way as files, with the same checks.
   open_text(file, text, name);
   try {
     return read_description(file);
@@ -365,6 +384,7 @@ std::size_t default_chamber_of(int ring_bpm) {
   const auto within = [ring_bpm](int first, int last) {
     return ring_bpm >= first && ring_bpm <= last;
   };
+  // The same stretches as the conversion has: beam and table must be of one chamber.
   if (within(48, 51)) return 0;                   // bpm_48
   if (within(1, 7) || within(93, 110)) return 2;  // bpm_tirsku
   return 1;                                       // bpm_arc

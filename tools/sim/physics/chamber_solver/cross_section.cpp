@@ -18,6 +18,7 @@ constexpr int length_intervals = 32;  // of the arc-length table of a piece
 // A tenth of a millimetre apart on the usual walls: near enough for Newton to find the foot.
 constexpr int samples_per_wall = 2000;
 
+// Sixteen nodes on a thirty-second of a smooth piece: the error is rounding.
 const gauss_rule& length_rule() {
   static const gauss_rule rule = make_gauss_rule(16);
   return rule;
@@ -52,6 +53,8 @@ double parameter_at(const wall_piece& p, double s) {
   // The table brings the start within a 32nd of the piece; from there Newton converges for any
   // smooth speed along it.
   const double step = 1.0 / length_intervals;
+  // Without the two ends: an s a little beyond the piece, as panels at a joint ask for, still falls
+  // into its first or last interval.
   const auto above = std::upper_bound(p.s.begin() + 1, p.s.end() - 1, s);
   const auto i = static_cast<std::size_t>(above - p.s.begin()) - 1;
   const double t0 = static_cast<double>(i) * step;
@@ -84,6 +87,8 @@ wall_piece arc_piece(point centre, double a, double b, double w0, double w1) {
 void add_samples(wall& w) {
   for (std::size_t k = 0; k < w.piece.size(); ++k) {
     const double length = w.piece[k].s.back();
+    // At least two: a rounding of tiny radius would have none by its length. The piece's end is
+    // left to the next piece, which begins there.
     const int n = 2 + static_cast<int>(samples_per_wall * length / w.length);
     for (int i = 0; i < n; ++i) {
       const double s = w.start[k] + length * i / n;
@@ -108,6 +113,7 @@ wall close_wall(std::vector<wall_piece> pieces) {
   return w;
 }
 
+// Complex numbers as vectors; cross(a, b) is positive when b points to the left of a.
 double cross(point a, point b) { return a.real() * b.imag() - a.imag() * b.real(); }
 double dot(point a, point b) { return a.real() * b.real() + a.imag() * b.imag(); }
 
@@ -124,6 +130,7 @@ rounded_corner round_corner(point before, const polygon_corner& corner, point af
   r.out_of = (after - corner.z) / std::abs(after - corner.z);
   // atan2 keeps its sign where the corner is nearly straight.
   r.turn = std::atan2(cross(r.into, r.out_of), dot(r.into, r.out_of));
+  // From the corner to where a circle of this radius touches both edges.
   r.taken = corner.radius * std::tan(r.turn / 2);
   return r;
 }
@@ -146,6 +153,7 @@ wall ellipse_wall(double a, double b) {
 }
 
 wall box_wall(double half_width, double half_height, double radius) {
+  // Not looked at: four right angles are convex, and the caller bounds the radius.
   std::string fault;
   return polygon_wall({{{half_width, -half_height}, radius},
                        {{half_width, half_height}, radius},
@@ -160,6 +168,7 @@ wall polygon_wall(const std::vector<polygon_corner>& corners, std::string& fault
   double turns = 0;
   for (std::size_t i = 0; i < n; ++i) {
     rounded.push_back(round_corner(corners[(i + n - 1) % n].z, corners[i], corners[(i + 1) % n].z));
+    // A straight corner is refused as well: it has no turn to round.
     if (!(rounded[i].turn > 1e-9)) {
       fault = fmt::format("corner {} is not convex (corners run counter-clockwise)", i + 1);
       return {};
@@ -184,6 +193,8 @@ wall polygon_wall(const std::vector<polygon_corner>& corners, std::string& fault
     }
     const point begin = corners[i].z + rounded[i].taken * rounded[i].out_of;
     if (corners[i].radius > 0) {
+      // The normal points outward, a right angle back from the edge that leaves the arc; the centre
+      // lies to the left of that edge, by the radius.
       const double w1 = std::arg(rounded[i].out_of) - pi / 2;
       const point centre = begin + corners[i].radius * point{0, 1} * rounded[i].out_of;
       pieces.push_back(
@@ -214,6 +225,7 @@ wall spline_wall(const std::vector<point>& points, std::string& fault) {
   // Slopes m by chord length at the points, such that second derivatives are continuous:
   // m[i-1]/h[i-1] + 2 m[i] (1/h[i-1] + 1/h[i]) + m[i+1]/h[i] = 3 (d[i-1]/h[i-1] + d[i]/h[i]),
   // d the slope of a chord. Real and imaginary parts are two right-hand sides.
+  // A full matrix, columns first, for a cyclic band: a thousand points at most are solved once.
   std::vector<double> a(n * n), m(2 * n);
   for (std::size_t i = 0; i < n; ++i) {
     const std::size_t before = (i + n - 1) % n, after = (i + 1) % n;
@@ -249,6 +261,8 @@ wall scaled_wall(const wall& w, double by_x, double by_y) {
   for (wall_piece& p : pieces) {
     for (point& c : p.c) c = scaled(c);
     p.centre = scaled(p.centre);
+    // An arc's axes lie along x and y, and w is its parameter, not an angle seen from the centre:
+    // scaled by two factors it remains an arc from w0 to w1.
     p.a *= by_x;
     p.b *= by_y;
   }

@@ -16,6 +16,7 @@ gauss_rule make_gauss_rule(int n) {
     for (int step = 0; step < 8; ++step) {
       // Recurrence of the polynomials: p_k from the two before it.
       double p = 1, before = 0;
+      // Three-term recurrence: stable upward within -1..1, where coefficients of powers cancel.
       for (int k = 1; k <= n; ++k) {
         const double next = ((2 * k - 1) * x * p - (k - 1) * before) / k;
         before = p;
@@ -25,6 +26,7 @@ gauss_rule make_gauss_rule(int n) {
       x -= p / slope;
     }
     rule.node[static_cast<std::size_t>(i)] = x;
+    // The slope is one step older than x; eight steps leave no difference between the two.
     rule.weight[static_cast<std::size_t>(i)] = 2 / ((1 - x * x) * slope * slope);
   }
   return rule;
@@ -34,6 +36,7 @@ std::vector<double> interpolation_matrix(const std::vector<double>& from,
                                          const std::vector<double>& to) {
   std::vector<double> matrix;
   matrix.reserve(from.size() * to.size());
+  // Rows are targets: a product with the values at `from` runs along memory.
   for (const double x : to) {
     for (std::size_t j = 0; j < from.size(); ++j) {
       // Lagrange's form: a dozen nodes are too few for its rounding to matter.

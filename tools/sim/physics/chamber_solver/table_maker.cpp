@@ -14,6 +14,7 @@ using nonlin_bpm_mod::table_nodes;
 }  // namespace
 
 table_work begin_table(const chamber& c) {
+  // The wall is solved once, here; the rows that follow only evaluate it.
   table_work work{c, solve_wall(c, cut_wall(c)), {}};
   work.nodes.name = c.name;
   work.nodes.x = c.x;
@@ -25,6 +26,7 @@ table_work begin_table(const chamber& c) {
 void fill_row(table_work& work, int iy) {
   table_nodes& nodes = work.nodes;
   for (int ix = 1; ix <= nodes.x.n; ++ix) {
+    // The axis' own places, of which the last is exact: the reader works them out in the same way.
     const point z{nodes.x.at(ix), nodes.y.at(iy)};
     // Near the wall a signal changes within less than the grid's pitch: no polynomial of a cell
     // follows.
@@ -54,6 +56,7 @@ table_nodes nodes_of(const chamber& c) {
 
 util::outcome<nonlin_bpm_mod::table_struct> table_of(const chamber& c) {
   nonlin_bpm_mod::table_struct table;
+  // As numbers, without a file between: the checks are the reader's all the same.
   const std::string wrong = nonlin_bpm_mod::build_table(nodes_of(c), table);
   if (!wrong.empty()) return util::fault{wrong, "table of chamber " + c.name, ""};
   return table;

@@ -75,6 +75,7 @@ wall_field make_wall_field(const chamber& c, double usable) {
 }
 
 const wall_expansion* expansion_at(const wall_field& f, point z, point& from_node) {
+  // To the nearest node: the series converges in the node's own square.
   const double ix = std::round((z.real() - f.first.real()) / f.step);
   const double iy = std::round((z.imag() - f.first.imag()) / f.step);
   if (!(ix >= 0 && iy >= 0 && ix < static_cast<double>(f.nx) && iy < static_cast<double>(f.ny))) {
@@ -90,6 +91,7 @@ lanes signals_from(const wall_field& f, point z) {
   if (e == nullptr || !e->converges) return {signals_at(f.wall, z).phi};
   const double u = d.real() / f.step, v = d.imag() / f.step;
   four re = e->re[expansion_order].v, im = e->im[expansion_order].v;
+  // From the highest power down: each step takes one multiplication by z and no power is formed.
   for (std::size_t n = expansion_order; n-- > 0;) {
     const four next = re * u - im * v + e->re[n].v;
     im = re * v + im * u + e->im[n].v;

@@ -13,6 +13,7 @@ namespace {
 constexpr double pi = std::numbers::pi;
 constexpr double same_place = 1e-9;  // of the wall's length: cuts nearer than this are one
 constexpr int curvature_samples = 32;
+// A panel halved so often is 1e-12 of its length: a place on the wall itself ends there.
 constexpr int max_splits = 40;  // of a panel near the place asked for
 
 /// Where the wall is cut.
@@ -36,6 +37,8 @@ bool jumps(const wall& w, std::size_t joint) {
   const double end = w.start[before] + w.piece[before].s.back();
   const wall_place a = place_on_piece(w, before, end);
   const wall_place b = place_on_piece(w, joint, w.start[joint]);
+  // Above the rounding of slopes and of second derivatives: arcs that meet a line do jump in
+  // curvature, quarters of an ellipse do not.
   return std::abs(a.tangent - b.tangent) > 1e-9 ||
          std::abs(a.curvature - b.curvature) * w.length > 1e-6;
 }
@@ -83,12 +86,14 @@ stretch make_stretch(const chamber& c, const cut& first, const cut& last, double
   for (std::size_t k = 0; k < c.button.size(); ++k) {
     const button_on_wall& b = c.button[k];
     const double off = along(w, b.s, middle);
+    // The middle decides: cuts stand at all button edges, so a stretch lies within one or in none.
     if (std::abs(off) >= b.half) continue;
     part.button = static_cast<int>(k);
     part.disc = b.shape == button_shape::disc;
     if (!part.disc) continue;
     const double centre = middle - off;
     const auto angle = [&](double s) {
+      // An edge lies at 1 only to rounding, and asin beyond it is no number.
       return std::asin(std::clamp((s - centre) / b.half, -1.0, 1.0));
     };
     part.from = angle(first.s);
@@ -141,6 +146,7 @@ void add_panel(const chamber& c, const gauss_rule& rule, const stretch& part, in
     if (part.disc) {
       const double radius = c.button[static_cast<std::size_t>(part.button)].half;
       s = radius * std::sin(v);
+      // ds = R cos(a) da: towards the edges of a disc the nodes crowd by themselves.
       node.ds *= radius * std::cos(v);
     }
     if (part.button >= 0) node.voltage.v[part.button] = part.disc ? std::cos(v) : 1;
@@ -213,6 +219,8 @@ void add_panel_at(const solved_wall& w, const panel_view& p, double length, poin
     return;
   }
   for (const auto* matrix : {&w.left, &w.right}) {
+    // A new set of nodes each time: places near the wall are few, and all halves kept would be
+    // many.
     const wall_nodes half = half_panel(w.rule, p, *matrix);
     add_panel_at(w, view_of(half, 0, p.n), length / 2, z, splits - 1, sum);
   }
@@ -221,6 +229,8 @@ void add_panel_at(const solved_wall& w, const panel_view& p, double length, poin
 // --- the system ---------------------------------------------------------------------------------
 
 // What a source node adds to the potential of a wall point, per density.
+// The angle under which z sees the piece: bounded along a smooth wall, which makes the diagonal a
+// curvature, but not across a corner.
 double kernel(point dz, point d) {
   return (dz.imag() * d.real() - dz.real() * d.imag()) / (2 * pi * std::norm(d));
 }
@@ -261,6 +271,8 @@ void mend_rows(const solved_wall& w, const std::vector<wall_node>& nodes,
     const panel_view panel = view_of(w.nodes, q * p, p);
     for (std::size_t i = 0; i < n; ++i) {
       const point z = nodes[i].place.z;
+      // Where the wall is smooth the nodes as they are do well. The stretch across s = 0 has two
+      // numbers when there is no jump there; it is mended without need, and no worse for it.
       if (nodes[i].run == nodes[q * p].run ||
           std::norm(w.panel_middle[q] - z) > 4 * length * length) {
         continue;
@@ -277,6 +289,7 @@ std::vector<double> wall_matrix(const solved_wall& w, const std::vector<wall_nod
   std::vector<double> matrix(n * n);
   for (std::size_t j = 0; j < n; ++j) {
     for (std::size_t i = 0; i < n; ++i) {
+      // Columns first, as the solver takes them.
       matrix[j * n + i] = i == j ? 0.5 + nodes[j].place.curvature * nodes[j].ds / (4 * pi)
                                  : kernel(w.nodes.dz[j], w.nodes.z[j] - w.nodes.z[i]);
     }
@@ -324,6 +337,8 @@ std::vector<wall_node> cut_wall(const chamber& c) {
     const cut& first = cuts[k];
     if (first.graded) ++run;
     const cut& last = cuts[(k + 1) % cuts.size()];
+    // The last stretch runs on beyond the wall's end instead of starting again at 0: middles and
+    // lengths need no case of their own.
     const double s_last = k + 1 < cuts.size() ? last.s : last.s + c.contour.length;
     const stretch part = make_stretch(c, first, last, s_last);
     const double turn = c.contour.length * std::floor((first.s + s_last) / 2 / c.contour.length);
@@ -340,6 +355,7 @@ solved_wall solve_wall(const chamber& c, const std::vector<wall_node>& nodes) {
   const std::size_t n = nodes.size();
   solved_wall w = place_panels(nodes, c.solver.nodes);
   std::vector<double> matrix = wall_matrix(w, nodes);
+  // Four voltages, one matrix: it is factorised once for all buttons.
   std::vector<double> side(4 * n);
   for (std::size_t k = 0; k < 4; ++k) {
     for (std::size_t i = 0; i < n; ++i) side[k * n + i] = nodes[i].voltage.v[k];

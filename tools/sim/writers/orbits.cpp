@@ -45,6 +45,7 @@ void write_button_file(const orbits_setup& s, int number, const machine& m,
   }
   for (monitor& at : monitors) {
     const passage p = next_passage(m, at);
+    // Taken first: a reading that does not fit ends the run before its passage is noted.
     const auto count = counts(p, at);
     note(log, std::to_string(at.bpm), 1, number, p);
     util::write_line(file.number(), fmt::format(" {:4} {:11} {:11} {:11} {:11}", at.bpm, count(1),
@@ -53,6 +54,7 @@ void write_button_file(const orbits_setup& s, int number, const machine& m,
 }
 
 // "name = first, first + 1, ..." over several lines.
+// Ten to a line: a namelist's lines are short, and people read these files.
 std::string numbers(const char* name, int first, int n) {
   std::string text = fmt::format(" {} =", name);
   for (int i = 0; i < n; ++i) {
@@ -70,6 +72,7 @@ void write_command_file(const orbits_setup& s) {
   write("&bpm_gain_anal_params");
   write(numbers("fit_bpm_idx", 1, s.bpms));
   write(fmt::format(" read_current_from_butns_file = .{}.", !s.no_currents));
+  // Nothing is cut: a simulated orbit is no worse than another unless troubles were asked for.
   write(" sigma_cutoff = 0\n chisq_cutoff = 0");
   write(numbers("orbit", s.first, s.orbits));
   write("/");
@@ -82,6 +85,7 @@ void write_list_file(const orbits_setup& s) {
   const auto write = [&](const std::string& line) { util::write_line(file.number(), line); };
   write("# simulated: orbit1 orbit2 ratio error");
   write("cu1 = 0\ncu2 = 100\ndcu = 100\nfit_cal = 1.0\ncorstr_cal = 1.0");
+  // An odd last orbit has no partner and stays out of the list.
   for (int i = 0; i + 1 < s.orbits; i += 2) {
     write(fmt::format(" {} {} 1.0000 0.0000", s.first + i, s.first + i + 1));
   }
@@ -94,6 +98,7 @@ orbits_setup default_orbits() {
   s.archive = site::orbit_dir;
   plane& x = s.machine.beam.x;
   plane& y = s.machine.beam.y;
+  // A closed orbit has no random part: what differs from orbit to orbit is one oscillation.
   x.spread = y.spread = 0;
   x.amplitude = 6 * mm;
   y.amplitude = 4 * mm;
@@ -138,6 +143,7 @@ void make_orbits(const orbits_setup& s) {
     draw_oscillation(of_orbit.beam.y, stream);
     write_button_file(s, s.first + i, of_orbit, monitors, log);
   }
+  // After the button files: a command file that stands there lists orbits that do.
   write_command_file(s);
   if (!s.list.empty()) write_list_file(s);
   write_truth(truth_path, "closed orbits", s.machine, truth);

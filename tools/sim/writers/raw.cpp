@@ -28,6 +28,7 @@ namespace fs = std::filesystem;
 constexpr int most_instruments = 120;
 constexpr std::size_t longest_name = 9;    // the file's field for it
 constexpr std::size_t longest_setup = 19;  // in the instrument header
+// File names hold six digits.
 constexpr int last_run = 999999;
 
 // The number of a BPM in the ring, by its name; 0 for a name that the ring does not know.
@@ -41,6 +42,7 @@ int ring_number(const std::string& name) {
 
 std::int32_t in_column(double reading, const std::string& name, int turn) {
   const double rounded = std::round(reading);
+  // A longer number would be split between its column and the next when it is read back.
   if (rounded < -999999 || rounded > 9999999) {
     util::run_time_error(fmt::format("{}, turn {}: reading {:g} does not fit seven columns", name,
                                      turn + 1, rounded));
@@ -54,9 +56,12 @@ void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, 
                  const passage_log& log) {
   const int block = block_of(s, bunch);
   const bool has_beam = bunch < s.bunches - s.empty;
+  // The tables keep pointing here, so the array has to live as long as lines are written.
   std::array<std::int32_t, 6> columns{block};
   rawfile::kbpmfio_map_data_line(columns);
   for (int turn = 0; turn < s.turns; ++turn) {
+    // Also without beam, so that a bunch's turns go on alike; such a passage is no truth of the
+    // file.
     const passage p = next_passage(s.machine, at);
     if (has_beam) note(log, name, bunch + 1, turn + 1, p);
     columns[1] = phase_word(s, turn);
@@ -77,6 +82,7 @@ void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, 
 // One instrument; returns what is true about it.
 bpm_truth write_instrument(rawfile::kbpmfio_stream& file, const raw_setup& s, int bpm, int ix_run,
                            const std::string& name, const passage_log& log) {
+  // The header is the BPM's, whatever the bunch; gains and pedestals come from this seat.
   const seat first_seat{bpm, 0, s.turns, ring_number(name)};
   const monitor first = make_monitor(s.machine, first_seat);
   rawfile::RDV3_INST_DATA header = instrument_header(s, first, name);
@@ -103,6 +109,7 @@ void write_run(const raw_setup& s, int ix_run, std::time_t when, const std::stri
   if (const auto fault = rawfile::open_for_writing(file, path)) {
     util::run_time_error(fmt::format("cannot open {} for writing: {}", path, fault->what));
   }
+  // Headers by name, not in passing: the tables write from where they were pointed to.
   rawfile::RDV3_FILE_HEADER header =
       file_header(s, s.run + ix_run, when, static_cast<int>(names.size()));
   rawfile::RDV3_KOVR_HEADER kovr = kovr_header(s);
@@ -111,10 +118,12 @@ void write_run(const raw_setup& s, int ix_run, std::time_t when, const std::stri
   rawfile::kbpmfio_map_kovr_header(kovr);
   rawfile::kbpmfio_rw_kovr_header(file, rawfile::KBPMFIO_WRITE);
   std::vector<bpm_truth> truth;
+  // After the run's file could be opened: a path that fails leaves no log behind.
   const passage_log log = open_passage_log(s.machine, raw_truth_path(path));
   for (std::size_t i = 0; i < names.size(); ++i) {
     truth.push_back(write_instrument(file, s, static_cast<int>(i) + 1, ix_run, names[i], log));
   }
+  // Checked before the truth is written: a file cut short by a full disk ends the run here.
   rawfile::close(file);
   write_truth(
       raw_truth_path(path),
@@ -129,6 +138,7 @@ void enter_in_index(int run, std::time_t when) {
   const std::string path = util::fullfilename(site::run_index);
   std::vector<std::string> lines;
   {
+    // A scope of its own closes the old index before it is replaced.
     const util::unit_handle old{util::lunget()};
     std::string line;
     if (util::open_old(old.number(), path) == 0) {
@@ -141,6 +151,7 @@ void enter_in_index(int run, std::time_t when) {
     }
   }
   if (lines.empty()) lines.emplace_back("# run, date, time");
+  // In universal time: the same options write the same index on every machine.
   lines.push_back(fmt::format("{} {:%Y-%m-%d %H:%M:%S}", run, fmt::gmtime(when)));
   make_directory(fs::path{path}.parent_path());
   // The index is read by running sessions: it changes in one step.
@@ -167,6 +178,7 @@ std::vector<std::string> instrument_names(const raw_setup& s) {
     names.resize(std::min(names.size(), static_cast<std::size_t>(s.bpms)));
     return names;
   }
+  // One round beyond the last comma: an empty name at the end is seen, and refused.
   for (std::size_t at = 0; at <= s.names.size();) {
     const std::size_t comma = std::min(s.names.find(',', at), s.names.size());
     names.push_back(s.names.substr(at, comma - at));
@@ -177,6 +189,7 @@ std::vector<std::string> instrument_names(const raw_setup& s) {
 
 raw_setup usual_raw_setup() {
   raw_setup s;
+  // A centred beam of five digits leaves two of a column for gains, coefficients and far orbits.
   s.machine.electronics.signal = 20000;
   s.machine.electronics.pedestal = 100;
   s.machine.electronics.pedestal_spread = 10;
@@ -184,6 +197,7 @@ raw_setup usual_raw_setup() {
 }
 
 std::vector<std::string> ring_names() {
+  // The order is that of the BPMs' numbers, which choose chambers and tables: never sort it.
   std::vector<std::string> names{"X5C", "X5D", "X6A", "X6B", "X6C",
                                  "X6D", "9W",  "9AW", "10W", "10AW"};
   for (int i = 11; i <= 49; ++i) names.push_back(fmt::format("{:02d}W", i));
@@ -221,6 +235,7 @@ std::string raw_fault(const raw_setup& s) {
   if (s.run < 0 || s.run > last_run - s.runs + 1) return outside("--run", s.run, 0, last_run);
   if (s.turns < 1) return fmt::format("at least 1 turn is needed, not {}", s.turns);
   if (s.bunch_step < 1) return fmt::format("--bunch-step must be 1 or more, not {}", s.bunch_step);
+  // The pattern has a bit for every place in the ring, and the last bunch must find its own.
   const int most_bunches = (rawfile::max_bunches - 1) / s.bunch_step + 1;
   if (s.bunches < 1 || s.bunches > most_bunches) {
     return outside("--bunches (with this step)", s.bunches, 1, most_bunches);
@@ -237,6 +252,7 @@ std::string raw_fault(const raw_setup& s) {
   if (!time_of(s, when)) {
     return fmt::format("--when: expected YYYY-MM-DD hh:mm:ss, found \"{}\"", s.when);
   }
+  // Each run would replace the one before.
   if (!s.out.empty() && s.runs > 1) return "--out names one file; several runs need --tree";
   if (s.out.empty() && s.tree.empty() && std::getenv("KOVR_ONLINE") == nullptr) {
     return "--out or --tree is needed, or KOVR_ONLINE set";

@@ -18,11 +18,13 @@ constexpr double two_pi = 2 * std::numbers::pi;
 int in_phase_steps(double phase) {
   // The remainder of a negative number is negative: one more turn makes it a phase.
   const int steps = static_cast<int>(std::lround(phase / two_pi * phase_steps));
+  // A remainder keeps the sign of a negative phase; the file counts from 0.
   return ((steps % phase_steps) + phase_steps) % phase_steps;
 }
 
 // Positions in mm are this times difference over sum, for a beam near the middle.
 float scale_factor(const solved_chamber& c, double x, double y) {
+  // From the signals themselves: no formula of the chamber's shape is needed.
   const buttons p = phi(c, x, y);
   const double sum = p(1) + p(2) + p(3) + p(4);
   const double outer_minus_inner = (p(2) + p(4) - p(1) - p(3)) / sum;
@@ -46,13 +48,16 @@ const char* species_name(particles p) {
 // file keeps six decimals, so no more are used.
 void set_calibration(const raw_setup& s, const monitor& at, rawfile::RDV3_INST_DATA& d) {
   const auto as_printed = [](double v) { return static_cast<float>(std::round(v * 1e3) / 1e3); };
+  // Beside the stream of the true gains: files with and without a calibration show the same BPM.
   random_stream stream = make_stream(s.machine.seed, purpose::gains, at.bpm, 1);
   for (int block = 0; block <= 1; ++block) {
     for (int card = 0; card < rawfile::num_cards; ++card) {
       const double own = at.electronics.pedestal(button_of_card[card]);
+      // Drawn for block 0 as well, which does not use it: both blocks take as many numbers.
       const double shift = s.machine.electronics.pedestal_spread * normal(stream);
       d.pedestals(block, card) = as_printed(own + (block * shift));
       const double coefficient = 1 + (s.coefficient_spread * normal(stream));
+      // A coefficient near 0 or below it would take the signal away or turn it round.
       d.gain_coeffs(block, card) = as_printed(std::max(coefficient, 0.1));
       // Any numbers that differ by card and block: a reader that mixes them up is found out.
       d.gain_settings(block, card) = 20 + card;
@@ -67,9 +72,11 @@ void set_calibration(const raw_setup& s, const monitor& at, rawfile::RDV3_INST_D
 int block_of(const raw_setup& s, int bunch) { return bunch >= s.bunches - s.block_1 ? 1 : 0; }
 
 std::int32_t phase_word(const raw_setup& s, int turn) {
+  // Of BPM 1 in every file and instrument: the shaker has one phase a turn.
   const int horizontal = in_phase_steps(betatron_phase(s.machine.beam.x, 1, turn + 1));
   const int vertical = in_phase_steps(betatron_phase(s.machine.beam.y, 1, turn + 1));
   constexpr int rest = 256;  // the remaining field counts turns
+  // Nine bits each hold 512 steps.
   return (horizontal << 19) | (vertical << 10) | (turn % rest);
 }
 
@@ -99,6 +106,7 @@ rawfile::RDV3_FILE_HEADER file_header(const raw_setup& s, int run, std::time_t w
   h.core_commstruct_rev = 20140101;
   h.platform_commstruct_rev = 20140102;
   for (int k = 0; k < s.bunches; ++k) {
+    // Sixteen places of the ring to a word, the first one lowest.
     const int bit = k * s.bunch_step;
     h.bunch_pattern(bit / 16) |= 1 << (bit % 16);
   }
@@ -149,6 +157,7 @@ rawfile::RDV3_INST_DATA instrument_header(const raw_setup& s, const monitor& at,
   for (int block = 0; block <= 1; ++block) {
     d.block_delays(block) = block;
     d.adc_saturation(block, 0) = limit;
+    // Divided first: nine times a 32-bit full scale would overflow on the way.
     d.adc_high(block, 0) = limit / 10 * 9;
     d.adc_low(block, 0) = limit / 100;
   }

@@ -21,6 +21,8 @@ constexpr const char* header =
     "   true gains g1 g2 g3 g4";
 
 std::string data_line(const passage& p, const monitor& at, const std::string& gains) {
+  // Whole counts, as an ADC gives them: the noise of rounding is in them, and no other unless asked
+  // for.
   const auto count = counts(p, at);
   // Ten digits of the place: its rounding stays below a thousandth of a count in the readings.
   return fmt::format(" {:16.9e} {:16.9e} {:11} {:11} {:11} {:11}{}", p.at.x, p.at.y, count(1),
@@ -38,8 +40,10 @@ bpm_truth write_series_file(const series_setup& s, const machine& m, const std::
                             int bpm, const passage_log& log) {
   const int number = s.first + bpm - 1;
   const std::string path = fmt::format("{}/{}", directory, series_file_name(number));
+  // Beside the file, so that the renaming below is one step and never a copy.
   const std::string part = path + ".part";
   monitor at = make_monitor(m, {.bpm = bpm, .orbits = s.orbits});
+  // Once for all lines: they hold the gains of the first orbit, as the truth file does.
   const std::string gains = gain_columns(at.electronics.true_gain);
   {
     const util::unit_handle file{util::lunget()};
@@ -70,6 +74,8 @@ std::string series_bpm_name(int number) { return fmt::format("EXP_{}", number); 
 
 std::optional<int> series_number(const std::string& file_name) {
   if (file_name.rfind("exp_", 0) != 0) return std::nullopt;
+  // The name is made again and compared: leading zeros and other endings are no files of a series,
+  // for the session would not look for them.
   const std::size_t end = file_name.find('.');
   if (end == std::string::npos) return std::nullopt;
   const auto number = util::scan_integer(std::string_view{file_name}.substr(4, end - 4));
@@ -82,6 +88,7 @@ std::string series_fault(const series_setup& s) {
   if (s.bpms < 1) return fmt::format("at least 1 BPM is needed, not {}", s.bpms);
   if (s.orbits < 1) return fmt::format("at least 1 orbit is needed, not {}", s.orbits);
   if (s.first < 0) return fmt::format("the first number must not be negative, but is {}", s.first);
+  // Written as a difference: the sum of two large options could overflow.
   if (s.first > last_series_number || s.bpms - 1 > last_series_number - s.first) {
     return fmt::format("file numbers end at {}, too low for {} BPMs from number {} on",
                        last_series_number, s.bpms, s.first);
@@ -92,6 +99,7 @@ std::string series_fault(const series_setup& s) {
 void make_series(const series_setup& s) {
   const std::string directory = series_directory(s.base);
   make_directory(directory);
+  // Prepared once for all files; a monitor on its own would solve the chamber each time.
   machine m = s.machine;
   prepare(m);
   std::vector<bpm_truth> bpms;

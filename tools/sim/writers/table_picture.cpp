@@ -41,6 +41,7 @@ struct drawing {
 
 // Where a place lies in the picture [pixels].
 point pixel(const drawing& d, point z) {
+  // Pixels count downwards, y upwards.
   return {border + (z.real() + d.half_width) * d.scale,
           border + (d.half_height - z.imag()) * d.scale};
 }
@@ -87,6 +88,8 @@ std::vector<point> crossings(const pictured_table& table, bool vertical, double 
     if (a.out || b.out) return {};
     const double from = difference_over_sum(a, vertical) - level;
     const double to = difference_over_sum(b, vertical) - level;
+    // A node that lies on the level counts as above it: a line through a node crosses each side
+    // once, and the division below never sees two equal values.
     if ((from < 0) == (to < 0)) continue;
     const point za{table.nodes.x.at(ix0), table.nodes.y.at(iy0)};
     const point zb{table.nodes.x.at(ix1), table.nodes.y.at(iy1)};
@@ -107,6 +110,7 @@ double linear_place(const cell_values& centre, bool vertical, double level) {
 void draw_straight(const pictured_table& table, const drawing& d, bool vertical, double place) {
   const grid_axis &x = table.nodes.x, &y = table.nodes.y;
   const grid_axis& across = vertical ? y : x;
+  // Asked in the positive: a level without a place, of a table without a centre, is none either.
   if (!(place > across.first && place < across.last)) return;
   draw_line(
       d,
@@ -132,6 +136,7 @@ void draw_level(const pictured_table& table, const drawing& d, bool vertical, do
   for (int iy = 1; iy < table.nodes.y.n; ++iy) {
     for (int ix = 1; ix < table.nodes.x.n; ++ix) {
       const std::vector<point> ends = crossings(table, vertical, level, ix, iy);
+      // A saddle has four crossings: two pieces, and which pairs they are matters to no eye.
       for (std::size_t k = 0; k + 1 < ends.size(); k += 2) {
         path += "M" + at(d, ends[k]) + "L" + at(d, ends[k + 1]);
         const auto place = on_axis(ends[k], ends[k + 1], vertical);
@@ -178,6 +183,7 @@ void draw_border(const pictured_table& table, const drawing& d) {
   for (int iy = 1; iy <= nodes.y.n; ++iy) {
     for (int ix = 1; ix <= nodes.x.n; ++ix) {
       const point corner{nodes.x.at(ix), nodes.y.at(iy)};
+      // Between a cell with data and one without: every piece of the border is found once.
       if (ix < nodes.x.n && cell(ix, iy) != cell(ix, iy - 1)) {
         path += "M" + at(d, corner) + "L" + at(d, corner + nodes.x.step());
       }
@@ -205,7 +211,9 @@ double tick_step(double length) {
 void draw_scales(const drawing& d) {
   const double step = tick_step(2 * std::max(d.half_width, d.half_height));
   std::string path;
+  // Rounded to a tenth of a micrometre: a multiple of 0.1 mm is not printed with its rounding.
   const auto label = [](double v) { return fmt::format("{:g}", std::round(v * 1e7) / 1e4); };
+  // More than any picture has: a step makes fewer than eighteen of the length.
   for (int i = -20; i <= 20; ++i) {
     const double v = i * step;
     if (std::abs(v) <= d.half_width) {
@@ -238,6 +246,7 @@ drawing make_frame(const pictured_table& table) {
     d.half_width = std::max(std::abs(x.first), std::abs(x.last));
     d.half_height = std::max(std::abs(y.first), std::abs(y.last));
   }
+  // One scale for both axes: the chamber keeps its shape.
   d.scale = picture_size / (2 * std::max(d.half_width, d.half_height));
   return d;
 }
@@ -267,6 +276,7 @@ void write_picture(const pictured_table& table, const std::string& path) {
                   2 * (border + d.half_width * d.scale), 2 * (border + d.half_height * d.scale)));
   util::write_line(d.unit, R"(<rect width="100%" height="100%" fill="white"/>)");
   const cell_values centre = centre_of(table);
+  // Levels below, wall and scales on top of them: what is drawn later covers the earlier.
   for (const bool vertical : {false, true}) {
     for (int i = -levels; i <= levels; ++i) {
       draw_straight(table, d, vertical, linear_place(centre, vertical, i * level_step));

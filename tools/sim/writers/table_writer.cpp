@@ -16,6 +16,7 @@ using nonlin_bpm_mod::table_node;
 using nonlin_bpm_mod::table_nodes;
 
 std::string axis_line(std::string_view key, const grid_axis& axis) {
+  // Fifteen digits: a length given in decimals is printed as it was given.
   return fmt::format("{}   {} {:.15g} {:.15g}", key, axis.n, axis.first, axis.last);
 }
 
@@ -31,6 +32,7 @@ void write_table(const table_nodes& nodes, const std::string& path) {
   util::write_line(file, "units    m");
   util::write_line(file, axis_line("x_grid", nodes.x));
   util::write_line(file, axis_line("y_grid", nodes.y));
+  // Slopes stand in the file: the cells between the nodes are bent by them.
   util::write_line(file, "columns  phi dphi_dx dphi_dy");
   util::write_line(file, "data");
   std::string line;
@@ -38,6 +40,7 @@ void write_table(const table_nodes& nodes, const std::string& path) {
     for (int ix = 1; ix <= nodes.x.n; ++ix) {
       const table_node& node = nodes.at(ix, iy);
       line = fmt::format("{} {}", ix, iy);
+      // A node that is out stands there too: the reader expects every one, and finds a lost line.
       if (node.out) line += " out";
       for (std::size_t k = 0; k < 4 && !node.out; ++k) {
         // 13 digits: what a file loses stays far below what the interpolation between nodes does.
@@ -47,6 +50,7 @@ void write_table(const table_nodes& nodes, const std::string& path) {
       util::write_line(file, line);
     }
   }
+  // Last: a file cut short by a full disk lacks it, and the reader refuses it.
   util::write_line(file, "end");
 }
 

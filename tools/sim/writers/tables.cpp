@@ -29,6 +29,7 @@ using chamber_solver::point;
 using chamber_solver::table_work;
 using nonlin_bpm_mod::table_nodes;
 
+// Enough for a part in a hundred to be ten places.
 constexpr int tried_places = 1000;
 // A grid is too coarse when more than one place in so many is not found again; the default grids
 // lose none, twice their pitch none, four times their pitch one in fifty.
@@ -103,6 +104,7 @@ void try_places(const table_work& work, table_report& r) {
 
 // Reads what was written, with all checks of the reader, and tries it.
 void try_table(const table_work& work, const std::string& path, table_report& r) {
+  // The conversion holds one set of tables for the process: whatever stood there is gone.
   nonlin_bpm_mod::reset();
   nonlin_bpm_mod::read_table_file(path, work.c.name, nonlin_bpm_mod::bpm_arc);
   nonlin_bpm_mod::nonlin_bpm_first_call = false;  // nothing else is to be loaded
@@ -114,6 +116,7 @@ void describe(const table_work& work, table_report& r) {
   const auto centre = signals_at(work.solved, 0);
   const auto &b = centre.phi, &x = centre.dx, &y = centre.dy;
   const double sum = b[0] + b[1] + b[2] + b[3];
+  // At the centre of a symmetric chamber the difference is 0, so the slope of the sum has no part.
   r.kx = sum / (x[1] + x[3] - x[0] - x[2]);
   r.ky = sum / (y[2] + y[3] - y[0] - y[1]);
   for (std::size_t k = 0; k < 4; ++k) r.moved[k] = work.c.button[k].moved;
@@ -185,6 +188,7 @@ util::outcome<table_report> make_table(const chamber& c, const std::string& tabl
   if (fault) {
     util::run_time_error(fmt::format("cannot make {}: {}", table_file, fault.message()));
   }
+  // Last: there is no picture of a table that was refused.
   if (!picture.empty()) write_picture({work.nodes, c}, picture);
   return r;
 }
@@ -200,6 +204,7 @@ util::outcome<std::vector<table_report>> make_tables(const tables_setup& s) {
       continue;
     }
     chamber c = s.chamber ? *s.chamber : chamber_solver::default_chamber_at(i);
+    // A site may give one chamber for all three tables, whatever it is called.
     c.name = name;  // the name that the conversion expects in this file
     auto made = make_table(c, path);
     if (!made) return made.why;

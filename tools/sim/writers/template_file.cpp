@@ -13,6 +13,7 @@ namespace {
 
 constexpr int blocks = 2;
 constexpr int ranges = 11;
+// A bound against slips of the pen; no ring comes near it.
 constexpr int most_bpms = 5000;
 
 // Front-end cards 0..3 with their buttons in the order BI BO TI TO.
@@ -57,7 +58,9 @@ void make_template(const template_setup& t) {
     write(fmt::format("  {:4} {}", bpm, template_bpm_name(bpm)));
   }
   for (int bpm = 1; bpm <= t.bpms; ++bpm) {
+    // The gains of a simulation with this seed: made in the same place, not drawn here once more.
     const buttons gain = make_electronics(t.electronics, t.seed, bpm).true_gain;
+    // Not the stream of the gains: another spread of the ranges leaves range 0 as it was.
     random_stream stream = make_stream(t.seed, purpose::readout, bpm);
     write(fmt::format("\n[BPM_{}]", template_bpm_name(bpm)));
     for (int block = 0; block < blocks; ++block) {

@@ -32,6 +32,8 @@ std::string spread_names(int bpms) {
   std::string names;
   for (int i = 0; i < bpms; ++i) {
     if (i > 0) names += ',';
+    // In whole numbers: the same names on every machine, none of them twice, as there are no more
+    // BPMs than places.
     names += ring[static_cast<std::size_t>(i * ring_bpms / bpms)];
   }
   return names;
@@ -43,6 +45,7 @@ raw_setup raw_runs(const tree_setup& s) {
   raw.out.clear();
   raw.tree = s.directory + "/online";
   raw.names = spread_names(raw.bpms);
+  // Oldest first: the newest run is the one that the options name.
   raw.run = s.raw.run - older_runs;
   raw.runs = older_runs + 1;
   raw.bunches = 2;
@@ -63,6 +66,7 @@ void put_offline(int run) {
   const std::string to = rawfile::offline_path(run);
   make_directory(fs::path{to}.parent_path().string());
   move_file(from, to);
+  // The truth goes with its run, or nothing found in the archive could be compared with it.
   move_file(raw_truth_path(from), raw_truth_path(to));
 }
 
@@ -94,6 +98,7 @@ void write_offsets(const tree_setup& s, const std::string& directory) {
   const util::unit_handle file{util::lunget()};
   util::open_output(file.number(), directory + "/offset.bpm");
   for (int bpm = 1; bpm <= ring_bpms; ++bpm) {
+    // Bunch -1 is none that any run has: the offsets' numbers are their own.
     random_stream stream = make_stream(s.raw.machine.seed, purpose::readout, bpm, -1);
     const double vertical = s.offset_spread * normal(stream);
     const double horizontal = s.offset_spread * normal(stream);
@@ -112,6 +117,7 @@ std::string tree_fault(const tree_setup& s) {
   if (s.raw.run <= older_runs + 1 || s.raw.run > last_text_run) {
     return fmt::format("--run must be {} to {}, not {}", older_runs + 2, last_text_run, s.raw.run);
   }
+  // Everything is looked at before anything is written: half a tree would be taken for a whole one.
   if (auto fault = raw_fault(raw_runs(s)); !fault.empty()) return fault;
   return text_run_fault(text_runs(s, text_form::plain, ""));
 }

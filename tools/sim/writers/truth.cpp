@@ -27,6 +27,7 @@ std::string four(const buttons& values) {
 
 util::unit_handle open_to_read(const std::string& path) {
   util::unit_handle file{util::lunget()};
+  // No truth, no comparison: nothing sensible can follow.
   if (const int fault = util::open_old(file.number(), path); fault != 0) {
     util::run_time_error(fmt::format("cannot open {}: {}", path, util::system_text(fault)));
   }
@@ -46,6 +47,7 @@ std::vector<bpm_truth> read_truth_file(const std::string& path) {
   const util::unit_handle file = open_to_read(path);
   std::vector<bpm_truth> bpms;
   for (util::list_record record; util::read_record(file.number(), record);) {
+    // Empty lines are passed over by the reader of records, so there is a first character.
     if (util::trim(record.text).front() == '#') continue;
     bpm_truth bpm;
     if (util::take(record, bpm.name) != util::taken::value || !take_four(record, bpm.true_gain) ||
@@ -79,6 +81,7 @@ std::optional<buttons> gains_of_series_file(const std::string& path) {
 std::vector<bpm_truth> read_series_gains(const std::string& directory) {
   std::vector<std::pair<int, std::string>> files;
   std::error_code fault;
+  // What cannot be listed has no files: the caller then says that no gains are known.
   for (const auto& entry : fs::directory_iterator(directory, fault)) {
     if (const auto number = series_number(entry.path().filename().string())) {
       files.emplace_back(*number, entry.path().string());
@@ -90,6 +93,7 @@ std::vector<bpm_truth> read_series_gains(const std::string& directory) {
   for (const auto& [number, path] : files) {
     const auto gain = gains_of_series_file(path);
     if (!gain) util::run_time_error(fmt::format("{}: no line of ten values", path));
+    // A series does not tell its pedestals; they are 0 here.
     bpms.push_back({series_bpm_name(number), *gain, {}, {}});
   }
   return bpms;
@@ -133,6 +137,7 @@ passage_log open_passage_log(const machine& m, const std::string& truth_path) {
 }
 
 void note(const passage_log& log, const std::string& bpm, int bunch, int orbit, const passage& p) {
+  // Callers note every passage and need not ask; a number of 0 is a log that nobody wanted.
   if (log.file.number() == 0) return;
   util::write_line(log.file.number(),
                    fmt::format("{:<12} {:4} {:6} {:16.9e} {:16.9e} {:.12g}{}", bpm, bunch, orbit,
@@ -142,11 +147,13 @@ void note(const passage_log& log, const std::string& bpm, int bunch, int orbit, 
 std::vector<bpm_truth> read_truth(const std::string& path) {
   const fs::path at{path};
   std::vector<bpm_truth> bpms;
+  // The truth file first, where there is one: it knows pedestals, the lines of a series only gains.
   if (!fs::is_directory(at)) {
     bpms = read_truth_file(path);
   } else if (fs::exists(at / truth_file_name)) {
     bpms = read_truth_file((at / truth_file_name).string());
   } else if (fs::is_directory(series_directory(path))) {
+    // Once more from there; a series has no series directory in it, so this ends.
     return read_truth(series_directory(path));
   } else {
     // A series from elsewhere has no truth file, but its lines hold the gains.

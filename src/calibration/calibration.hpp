@@ -89,6 +89,7 @@ enum class verdict_reason {
   stuck_button,      ///< a button that gives one reading, or repeats itself while others move
   saturated_button,  ///< readings that end at a maximum
   no_convergence,    ///< 40 steps were not enough
+  one_line,          ///< the beam moved along a line
   error_too_large,   ///< E above 1e-2
   pedestals,         ///< pedestals beyond sigma_p, or a current that follows the position
   unlikely_gains,    ///< a gain further than exp(0.5) from its fellows

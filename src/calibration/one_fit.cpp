@@ -277,18 +277,6 @@ void fill_result(const fit_state& state, const solution& s, const totals& sum, f
   }
 }
 
-// Slopes of the two differences over sum at the centre [1/m].
-struct central_slopes {
-  double x = 0, y = 0;
-};
-
-central_slopes slopes_of(const table_struct& table) {
-  nonlin_bpm_mod::cell_values at{};
-  // The table's signals add up to 1 at the centre: differences of slopes are those over the sum.
-  nonlin_bpm_mod::evaluate_cell<false>(table, 0, 0, at);
-  return {at.dx[1] + at.dx[3] - at.dx[0] - at.dx[2], at.dy[2] + at.dy[3] - at.dy[0] - at.dy[1]};
-}
-
 // A constant intensity in each data set, the mean of its orbits.
 void start_course(fit_state& state) {
   std::vector<double> n(state.at.trend.size());
@@ -354,6 +342,12 @@ usable_orbits take_usable(const bpm_run& run) {
     for (double& value : b) value /= usable.median_signal;
   }
   return usable;
+}
+
+central_slopes slopes_of(const table_struct& table) {
+  nonlin_bpm_mod::cell_values at{};
+  nonlin_bpm_mod::evaluate_cell<false>(table, 0, 0, at);
+  return {at.dx[1] + at.dx[3] - at.dx[0] - at.dx[2], at.dy[2] + at.dy[3] - at.dy[0] - at.dy[1]};
 }
 
 double half_height_of(const table_struct& table) {

@@ -30,6 +30,12 @@ struct fit_state {
   bool settled = false;     ///< places, gains and outliers come from another fit
 };
 
+/// Slopes of the two differences over sum at the centre [1/m].
+struct central_slopes {
+  double x = 0, y = 0;
+};
+central_slopes slopes_of(const table_struct& table);
+
 /// Half the height of a chamber, from the slopes of its table at the centre [m].
 double half_height_of(const table_struct& table);
 

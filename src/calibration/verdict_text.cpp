@@ -24,6 +24,8 @@ std::string_view text_of(verdict_reason reason) {
       return "saturated readings";
     case verdict_reason::no_convergence:
       return "the fit did not converge";
+    case verdict_reason::one_line:
+      return "the beam moved along a line";
     case verdict_reason::error_too_large:
       return "the data leave the gains open; did the beam move enough?";
     case verdict_reason::pedestals:

@@ -66,6 +66,7 @@ struct plan {
   int orbits = 400;
   double x = 0, y = 0;            // mean position [m]
   double spread = 5e-3;           // half width of the positions [m]
+  double spread_y = -1;           // the same in y; -1: as in x
   double noise = 1e-4;            // [part]
   double pedestal = 0;            // rms from button to button [part]
   double current_slope = 0;       // relative current per metre of x
@@ -94,7 +95,8 @@ inline made_run make(const plan& p, unsigned seed) {
   for (double& value : pedestal) value = p.pedestal * normal(engine);
   double current = 1;
   for (int j = 0; j < p.orbits; ++j) {
-    const double x = p.x + p.spread * uniform(engine), y = p.y + p.spread * uniform(engine);
+    const double x = p.x + p.spread * uniform(engine),
+                 y = p.y + (p.spread_y < 0 ? p.spread : p.spread_y) * uniform(engine);
     current *= 1 + p.walk * normal(engine);
     const bool late = 2 * j >= p.orbits;
     const double intensity =

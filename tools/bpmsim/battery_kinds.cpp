@@ -358,6 +358,22 @@ void add_poor_motion(kinds& all) {
     orbit(k, 16, 12);
     motion(k, 3, 3);
   });
+  add(all, false, "far off, at (14, 10) mm, buttons 1.5 degrees and radius 3 % off",
+      [](battery_kind& k) {
+        orbit(k, 14, 10);
+        k.change.angle = 1.5 * degree;
+        k.change.ellipse = 0.03;
+      });
+  add(all, false, "racetrack, far off, at (14, 10) mm", [](battery_kind& k) {
+    k.chamber = battery_chamber::racetrack;
+    orbit(k, 14, 10);
+  });
+  add(all, false, "racetrack, buttons 1.5 degrees off, at (8, 6) mm", [](battery_kind& k) {
+    k.chamber = battery_chamber::racetrack;
+    orbit(k, 8, 6);
+    k.change.angle = 1.5 * degree;
+    k.change.width = 1.1;
+  });
   add(all, false, "at the edge of the table", [](battery_kind& k) {
     orbit(k, 30, 0);
     motion(k, 4, 4);

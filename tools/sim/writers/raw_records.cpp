@@ -45,7 +45,7 @@ const char* species_name(particles p) {
 }
 
 // Pedestals and gain coefficients of both blocks; block 0 has the electronics' own pedestals. The
-// file keeps six decimals of coefficients and pedestals; three are used, so that reading loses nothing.
+// file keeps six decimals of both; three are used, so that reading it back loses nothing.
 void set_calibration(const raw_setup& s, const monitor& at, rawfile::RDV3_INST_DATA& d) {
   const auto as_printed = [](double v) { return static_cast<float>(std::round(v * 1e3) / 1e3); };
   // Beside the stream of the true gains: files with and without a calibration show the same BPM.

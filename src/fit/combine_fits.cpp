@@ -13,6 +13,7 @@ bool is_good(const one_fit& fit) {
   return std::none_of(g.begin(), g.end(), [](double gain) { return gain == 0; });
 }
 
+// Without a good fit the divisor is 0 and the means nan: what no fit found must not read as 0.
 void average_good_fits(const four_fits& fits, combined_fits& c) {
   for (const one_fit& fit : fits.fit) {
     if (!is_good(fit)) continue;
@@ -21,6 +22,7 @@ void average_good_fits(const four_fits& fits, combined_fits& c) {
       c.gain(k) += fit.gain(k);
       c.coefficients(k) += fit.coefficients(k);
     }
+    // Kept for compatibility: that of the last fit, whichever fit it is added for.
     c.chisq += chisq_shown(fits);
   }
   for (int k = 1; k <= 4; ++k) {
@@ -46,11 +48,14 @@ void take_ratios(const four_fits& fits, combined_fits& c) {
     double sum = 0;
     double squares = 0;
     for (const one_fit& fit : fits.fit) {
+      // Upside down on purpose: 1/gain is what the button makes of the signal, and this is its
+      // ratio.
       const double ratio = fit.gain(1) / fit.gain(k);
       sum += ratio;
       squares += ratio * ratio;
     }
     c.ratio(k) = 0.25 * sum;
+    // Rounding can make the difference of two nearly equal sums negative, hence the size of it.
     c.ratio_scatter(k) = std::sqrt(std::abs(squares - (4 * (c.ratio(k) * c.ratio(k)))));
   }
 }

@@ -11,6 +11,8 @@
 namespace gain_fit_mod {
 namespace {
 
+// Kept for compatibility: the lines are fixed fields, and every width and blank is part of them. So
+// labels have a length of their own beside the text, which they pad or cut.
 constexpr int ind_width = 12;  // of the number in the ind line: as free-format output writes it
 
 void put_chis_and_gains(std::string& line, const fit_event& event) {
@@ -20,6 +22,7 @@ void put_chis_and_gains(std::string& line, const fit_event& event) {
   for (int i = 1; i <= 4; ++i) util::put_fixed(line, event.at(i));
 }
 
+// Two lines for one event: the number of the held gain stands alone.
 void put_start(std::string& line, const fit_event& event) {
   line = " ind = ";
   util::put_integer(line, event.held, ind_width);
@@ -37,6 +40,7 @@ void put_progress(std::string& line, const fit_event& event) {
 }
 
 void put_final(std::string& line, const fit_event& event) {
+  // Only the amplitude of the curve: it is the one coefficient that is kept for the next BPM.
   util::put_text(line, "final", 8);
   put_chis_and_gains(line, event);
   util::put_text(line, " const = ", 8);  // the field keeps " const ="
@@ -46,6 +50,8 @@ void put_final(std::string& line, const fit_event& event) {
 }  // namespace
 
 std::vector<signals> current_readings() {
+  // Sized by norbits, not by the column: a BPM that nothing was written to gives zeros, as many as
+  // the others have orbits.
   std::vector<signals> readings(static_cast<std::size_t>(norbits));
   const auto column = orbit_data.column(bpm, norbits);
   for (std::size_t i = 0; i < column.size(); ++i) readings[i] = {column[i].button.item};
@@ -53,6 +59,7 @@ std::vector<signals> current_readings() {
 }
 
 void tell(std::span<const fit_event> events) {
+  // The fit itself prints nothing, so that BPMs can be fitted side by side and told in order.
   using kind = fit_event::kind;
   std::string line;  // keeps its memory: a BPM has hundreds of these
   for (const fit_event& event : events) {
@@ -69,6 +76,7 @@ void tell(std::span<const fit_event> events) {
         break;
       case kind::zero_pivot:
         mrqmin_mod::tell_singular();
+        // It has printed its line itself, on the side log as well; an empty one must not follow.
         continue;
       case kind::final:
         put_final(line, event);
@@ -80,6 +88,7 @@ void tell(std::span<const fit_event> events) {
 
 void save(const four_fits& fits, chis_saved& chis_save, gains_saved& gain_save,
           coeffs_saved& coeff_save, covar_saved& covar_save) {
+  // The tables outlive the BPM: a row that this one does not fill must not show the one before.
   gain_save.fill(0);
   for (int f = 1; f <= 4; ++f) {
     const one_fit& fit = fits.fit.at(static_cast<std::size_t>(f - 1));
@@ -89,22 +98,26 @@ void save(const four_fits& fits, chis_saved& chis_save, gains_saved& gain_save,
       gain_save(f, i) = fit.gain(i);
       coeff_save(f, i) = fit.coefficients(i);
     }
+    // The held parameter's row and column are 0 already: the solver has spread them over all eight.
     for (int i = 1; i <= max_parameters; ++i)
       for (int j = 1; j <= max_parameters; ++j) covar_save(f, i, j) = fit.covariance(i, j);
   }
 }
 
 void leave_in_context(const four_fits& fits) {
+  // For procedures that look at the context after a fit, as they would after the last of four.
   nterms = norbits;
   nvar = max_parameters;
   ind = 4;
   gain = fits.fit.back().gain;
   coefficients = fits.fit.back().coefficients;
+  // The amplitude alone goes on from BPM to BPM: the next BPM's raw data show it.
   const_ = coefficients(1);
 }
 
 void fit_gains(chis_saved& chis_save, gains_saved& gain_save, coeffs_saved& coeff_save,
                covar_saved& covar_save) {
+  // Told before saved: whatever ends the run while saving, the way to it is on the screen.
   const four_fits fits = fit_readings(current_readings());
   tell(fits.events);
   save(fits, chis_save, gain_save, coeff_save, covar_save);

@@ -64,6 +64,7 @@ orbit_slopes slopes_of(const signals& but, const one_fit& fit) {
   const double steepness = cosine + 2 * h * (cosine * cosine - sine * sine);
   for (std::size_t i = 0; i < n_gains; ++i) {
     const int button = static_cast<int>(i) + 1;
+    // Shares add up to 1: a gain that grows moves X and Y towards its own button, by the distance.
     const double u_moves = (spmpm(button) - at.X) * at.Y + (sppmm(button) - at.Y) * at.X;
     at.by[n_curve + i] = share[i] * (Am * k * steepness * u_moves - (spmmp(button) - Q));
   }
@@ -174,6 +175,7 @@ double largest_uncertainty(const curvature& N, double rms_residual) {
     if (!t.sound) return no_value;
     for (std::size_t i = n_curve; i < n_free; ++i) largest = std::max(largest, deviation_of(t, i));
   }
+  // The same noise for all: one factor at the end, instead of weights in every sum.
   return largest * rms_residual;
 }
 
@@ -217,6 +219,7 @@ std::string gain_fault(const four_fits& fits) {
       return fmt::format("fit {} ended at a gain that is no number: {}", f + 1, listed(g));
     }
     const auto [least, most] = std::minmax_element(g.begin(), g.end());
+    // Negative gains fail as well: the least is then below any share of the most.
     if (!(*least > smallest_share * *most)) {
       return fmt::format("fit {} ended at a gain below a fifth of the largest: {}", f + 1,
                          listed(g));
@@ -302,6 +305,8 @@ std::string fault_of(std::span<const signals> readings, const four_fits& fits) {
     return fmt::format("{} orbits for {} free parameters", readings.size(), free_parameters);
   }
   const one_fit& last = fits.fit.back();  // its chi-square is the one that all tables show
+  // Chi-square first: an orbit without a number spoils gains and matrix too, and is what can be
+  // mended.
   if (!std::isfinite(last.chisq)) return chi_square_fault(readings, last);
   std::string fault = gain_fault(fits);
   return fault.empty() ? singular_fault(fits) : fault;
@@ -332,12 +337,15 @@ gain_quality judge_gains(std::span<const signals> readings, const four_fits& fit
   q.uncertainty = no_value;
   q.spread = no_value;
   const std::string open = "WARNING: gains NOT determined by these data: ";
+  // Looked for before any fault: a full scale is often the reason for one, and is told in front of
+  // it.
   const saturation saturated = saturation_of(readings);
   if (const std::string fault = fault_of(readings, fits); !fault.empty()) {
     q.reason = open + saturated.buttons + fault;
     return q;
   }
   const one_fit& last = fits.fit.back();
+  // Above 0: too few orbits were refused with the faults.
   const auto degrees_of_freedom = static_cast<double>(readings.size() - free_parameters);
   const double rms_residual = std::max(residual_floor, std::sqrt(last.chisq / degrees_of_freedom));
   const fit_landscape land = landscape_of(readings, last);

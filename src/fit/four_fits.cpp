@@ -36,6 +36,7 @@ struct model_of_readings {
 
 parameters parameters_from(std::span<const double> a) {
   parameters param;
+  // The solver knows plain vectors only; the model wants names and bounds.
   std::copy_n(a.begin(), n_parameters, param.item.begin());
   return param;
 }
@@ -58,6 +59,7 @@ void put_curvature(const signal_batch& batch, std::span<const double> a,
   product_sums_at(batch, a, maska, sums);
   const auto n_free = static_cast<int>(std::count(maska.begin(), maska.end(), true));
   for (int j = 0; j < n_free; ++j) {
+    // The batch fills one triangle; the elimination reads the whole square.
     for (int k = 0; k < n_free; ++k) alpha(j + 1, k + 1) = sums.of[std::max(j, k)][std::min(j, k)];
     beta[static_cast<std::size_t>(j)] = sums.of[residual_column][j];
   }
@@ -107,8 +109,10 @@ void prepare(repetition& r, const model_of_readings& model) {
   const std::size_t n = model.readings.size();
   r.xx.resize(n);
   std::iota(r.xx.begin(), r.xx.end(), 1.0);
+  // The model is the residual itself, to be fitted to 0 with one weight for all orbits.
   r.yy.assign(n, 0.0);
   r.sig.assign(n, 1.0);
+  // Spans into this very record: r must not move from here on.
   r.problem = {.x = r.xx,
                .y = r.yy,
                .sig = r.sig,
@@ -124,6 +128,7 @@ void start(repetition& r, int held) {
 }
 
 void note(std::vector<fit_event>& events, fit_event::kind what, const repetition& r) {
+  // By value: the solver goes on with all of it.
   events.push_back({what, r.held, r.chisq, r.a, r.alamda});
 }
 
@@ -131,6 +136,7 @@ void step(repetition& r, std::vector<fit_event>& events) {
   // No fault can come of it: the sizes agree, and each repetition begins with an initialising call.
   static_cast<void>(
       solver::mrqmin(r.problem, r.a.item, r.covar, r.alpha, r.chisq, r.alamda, r.state));
+  // Before the event of the step itself: a session tells the matrix while the step is being made.
   if (r.state.zero_pivot) note(events, fit_event::kind::zero_pivot, r);
 }
 
@@ -139,6 +145,7 @@ void step(repetition& r, std::vector<fit_event>& events) {
 void sweep_pairs(repetition& r, std::vector<fit_event>& events) {
   for (int j = 0; j <= 3; ++j) {
     const int p = ((r.held + j - 1) % 4) + 1;
+    // Buttons are numbered from 1, so the remainder is taken before the 1 is added.
     const int q = (p % 4) + 1;
     r.maska.fill(false);
     r.maska.at(static_cast<std::size_t>(p - 1)) = true;
@@ -162,6 +169,7 @@ void fit_all_but_held(repetition& r, std::vector<fit_event>& events) {
   r.maska.fill(true);
   r.maska.at(static_cast<std::size_t>(r.held - 1)) = false;
   r.alamda = -1;
+  // Judged before each step, so that a fit which has ended makes exactly one call more.
   bool last_call = false;
   for (int iteration = 0; !last_call; ++iteration) {
     if (has_ended(r, iteration)) {
@@ -193,6 +201,7 @@ four_fits fit_readings(std::span<const signals> readings, const fit_manner& mann
   four_fits fits;
   repetition r;
   prepare(r, model);
+  // One repetition record for all four: its matrices go on being used, its start values do not.
   for (const int held : {1, 2, 3, 4}) {
     start(r, held);
     r.chisq = mean_square(model, manner, r.a);

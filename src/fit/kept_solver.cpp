@@ -12,10 +12,13 @@ namespace {
 
 constexpr int singular_log = 111;  // side log of singular matrices; nothing opens it
 
+// What an initialising call begins and a finishing call ends; a second fit begun between the two
+// would overwrite it.
 solver::fit_state kept;
 
 // A check of many sizes ends otherwise than one of three.
 [[noreturn]] void stop_for(const util::fault& fault) {
+  // Kept for compatibility: each fault has a text and a last line of its own.
   if (fault.where == "gaussj") nrerror("gaussj: singular matrix (1)");
   if (fault.where == "mrqmin") util::run_time_error(util::line_of(fault));
   nrerror("an assert_eq failed with this tag:" + fault.where,
@@ -28,10 +31,12 @@ solver::fit_state kept;
 void mrqmin(const problem& p, std::span<double> a, matrix& covar, matrix& alpha, double& chisq,
             double& alamda) {
   if (const auto fault = solver::mrqmin(p, a, covar, alpha, chisq, alamda, kept)) stop_for(*fault);
+  // After the fault: a run that ends has one message, not two.
   if (kept.zero_pivot) tell_singular();
 }
 
 void gaussj(matrix& a, matrix& b) {
+  // Of its own, for callers may be in the middle of a fit whose state is kept.
   solver::work_space work;
   switch (solver::gaussj(a, b, work)) {
     case solver::elimination::done:
@@ -50,6 +55,7 @@ void covsrt(matrix& covar, std::span<const bool> maska) {
 void tell_singular() {
   const std::string line = util::list_line().text("gaussj: singular matrix (2)").str();
   util::print_line(line);
+  // The same words in both places: one search finds them on the screen and in the side log.
   util::write_line(singular_log, line);
 }
 

@@ -12,6 +12,7 @@ signals reading(std::span<const store::bpm_struct> column, int orbit) {
 }  // namespace
 
 void chi1_square(double& chis) {
+  // Gathered once: gains and coefficients of the context are the same for all orbits.
   const parameters param = parameters_of(gain, coefficients);
   const auto column = orbit_data.column(bpm, norbits);
   chis = 0;
@@ -19,10 +20,12 @@ void chi1_square(double& chis) {
     const double r = chi1(param, reading(column, orbit));
     chis += r * r;
   }
+  // The mean, where the solver's chi-square is the sum: they differ by the number of orbits.
   chis /= norbits;
 }
 
 void derivative1(const parameters& param, const signals& but, derivatives& dyda, int iterm) {
+  // Beyond the last orbit dyda keeps what it had.
   if (iterm <= norbits) dyda = chi1_derivatives(param, but);
 }
 
@@ -33,9 +36,11 @@ void mrqmin_funcs1(std::span<const double> /*xx*/, std::span<const double> a,
 
   const auto column = orbit_data.column(bpm, norbits);
   for (int iterm = 1; iterm <= nterms; ++iterm) {
+    // nterms may exceed norbits: further terms repeat the last orbit, reading and derivatives both.
     if (iterm <= norbits) last_reading = reading(column, iterm);
     derivative1(param, last_reading, last_derivatives, iterm);
     const auto row = dyda.row(iterm);
+    // Copied, not bound: the solver's matrix is its own and may be wider than nvar.
     for (int j = 1; j <= nvar; ++j) row[static_cast<std::size_t>(j - 1)] = last_derivatives(j);
     yfit[static_cast<std::size_t>(iterm - 1)] = chi1(param, last_reading);
   }

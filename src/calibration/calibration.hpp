@@ -83,20 +83,19 @@ enum class verdict_word {
 /// Why a verdict is not "determined". In the order in which they are looked for.
 enum class verdict_reason {
   none,
-  no_table,          ///< nothing was calibrated
-  few_orbits,        ///< nothing was calibrated
-  dead_button,       ///< nothing was calibrated
-  stuck_button,      ///< a button that gives one reading, or repeats itself while others move
-  saturated_button,  ///< readings that end at a maximum
-  no_convergence,    ///< 40 steps were not enough
-  one_line,          ///< the beam moved along a line
-  error_too_large,   ///< E above 1e-2
-  pedestals,         ///< pedestals beyond sigma_p, or a current that follows the position
-  unlikely_gains,    ///< a gain further than exp(0.5) from its fellows
-  many_outliers,     ///< more than 5 % of the orbits
-  at_the_edge,       ///< more than 2 % of the places at the edge of the table
-  gains_change,      ///< the halves of the run have different gains
-  misfit,            ///< the residuals follow the place: another chamber, cross-talk, compression
+  no_table,              ///< nothing was calibrated
+  few_orbits,            ///< nothing was calibrated
+  dead_button,           ///< nothing was calibrated
+  stuck_button,          ///< a button that gives one reading, or repeats itself while others move
+  saturated_button,      ///< readings that end at a maximum
+  no_convergence,        ///< 40 steps were not enough
+  one_line,              ///< the beam moved along a line
+  error_too_large,       ///< E above 1e-2
+  pedestals,             ///< pedestals beyond sigma_p, or a current that follows the position
+  unlikely_gains,        ///< a gain further than exp(0.5) from its fellows
+  many_outliers,         ///< more than 5 % of the orbits
+  at_the_edge,           ///< more than 2 % of the places at the edge of the table
+  gains_change,          ///< the halves of the run have different gains
   pedestals_not_known,   ///< sigma_p of 1e-2 or more
   stand_in_table,        ///< the table is not this chamber's
   error_large,           ///< E above 1e-3
@@ -165,7 +164,6 @@ struct record {
   double pedestal_chi = 0;         ///< how far W's pedestals are beyond sigma_p; 20 is too far [-]
   double halves_differ = 0;        ///< largest |difference of ln(t_k/t_1)| between the halves [-]
   double halves_sigma = 0;         ///< that difference over its standard deviation [-]
-  double misfit_chi = 0;           ///< what is left in the residuals that follows the place [-]
   double E_mech = 0;               ///< error from the tolerance of the buttons' places; 0: unknown
   std::vector<orbit_place> place;  ///< orbit by orbit
   // The four fits of the session, when they are given.

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -70,6 +71,24 @@ TEST(bpmsim_program, help_and_version_are_no_error) {
     EXPECT_EQ(o.err, "");
     EXPECT_FALSE(o.out.empty());
   }
+}
+
+TEST(bpmsim_program, accuracy_and_battery_show_both_methods) {
+  const scratch::directory here;
+  const outcome one = bpmsim(here, "accuracy --bpms 1 --orbits 100 --noise 1e-4 --pulls pulls");
+  EXPECT_EQ(one.status, 0) << one.err;
+  for (const char* text : {" between fits ", "\ncalibration: worst ", ", limit of the noise ",
+                           "\nverdicts: 1 determined, 0 weak"}) {
+    EXPECT_NE(one.out.find(text), std::string::npos) << text << " in " << one.out;
+  }
+  const std::string pulls = scratch::content(here / "pulls");
+  EXPECT_EQ(std::count(pulls.begin(), pulls.end(), '\n'), 4) << pulls;  // a title, three ratios
+
+  const outcome battery = bpmsim(here, "battery --only dead --bpms 2");
+  EXPECT_EQ(battery.status, 0) << battery.err;
+  EXPECT_NE(battery.out.find("suspect: button 3: no signal\n1 kinds, 2 BPMs"), std::string::npos)
+      << battery.out;
+  EXPECT_EQ(bpmsim(here, "battery --bpms 0").status, 2);
 }
 
 TEST(bpmsim_program, options_reach_the_series_in_their_units) {

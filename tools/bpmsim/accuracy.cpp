@@ -27,13 +27,11 @@ error_figures figures(const error_sums& sums, int bpms) {
 
 }  // namespace
 
-accuracy_result measure_accuracy(const accuracy_setup& unprepared) {
-  // A copy, for preparing fills in what the options left open, and the caller may measure again.
-  accuracy_setup s = unprepared;
-  prepare(s.machine);
-  // The calibration gets the table of the chamber as drawn, the beam passes the real one: what
-  // differs between them is part of what is measured.
-  const auto drawn = chamber_solver::table_of(chambers_of(s.machine, 1).drawn->of);
+accuracy_result measure_accuracy(const accuracy_setup& s) {
+  // A copy: preparing fills in what the options left open, and the caller may measure again.
+  machine solved = s.machine;
+  prepare(solved);
+  const auto drawn = chamber_solver::table_of(chambers_of(solved, 1).drawn->of);
   if (!drawn) util::run_time_error(util::line_of(drawn.why));
   knowledge known;
   known.table = &*drawn;
@@ -44,7 +42,7 @@ accuracy_result measure_accuracy(const accuracy_setup& unprepared) {
   error_sums of_fits, of_calibration, of_free;
   double limits = 0, errors = 0, noises = 0;
   for (int bpm = 1; bpm <= s.bpms; ++bpm) {
-    monitor at = make_monitor(s.machine, {.bpm = bpm, .orbits = s.orbits});
+    monitor at = make_monitor(solved, {.bpm = bpm, .orbits = s.orbits});
     beam_run run;
     run.chamber = at.chamber;
     run_signals made;
@@ -52,7 +50,7 @@ accuracy_result measure_accuracy(const accuracy_setup& unprepared) {
     // itself.
     made.true_gain = made.mean_gain = at.electronics.true_gain;
     for (int orbit = 1; orbit <= s.orbits; ++orbit) {
-      const passage p = next_passage(s.machine, at);
+      const passage p = next_passage(solved, at);
       const auto count = counts(p, at);
       buttons signal{};
       for (int k = 1; k <= 4; ++k) signal(k) = count(k);

@@ -21,17 +21,13 @@ constexpr std::string_view ellipse_text =
     "button 4 12.5 24 15 strip\nx_grid 81 -30 30\ny_grid 61 -18 18\nmargin 4\nend\n";
 
 chamber drawing_of(battery_chamber which) {
-  switch (which) {
-    case battery_chamber::ellipse: {
-      const auto parsed = chamber_solver::parse_chamber(ellipse_text, "the battery's ellipse");
-      if (!parsed) util::run_time_error(util::line_of(parsed.why));
-      return *parsed;
-    }
-    case battery_chamber::racetrack:
-      return chamber_solver::default_chamber_at(chamber_solver::default_chamber_of(20));
-    default:
-      return round_chamber();
+  if (which == battery_chamber::round) return round_chamber();
+  if (which == battery_chamber::racetrack) {
+    return chamber_solver::default_chamber_at(chamber_solver::default_chamber_of(20));
   }
+  auto parsed = chamber_solver::parse_chamber(ellipse_text, "the battery's ellipse");
+  if (!parsed) util::run_time_error(util::line_of(parsed.why));
+  return std::move(*parsed);
 }
 
 // Tables are made once, when the first kind asks for them.

@@ -131,16 +131,16 @@ constexpr std::array<std::array<double, 2>, 6> guide_orbits{
     {{0, 0}, {2, -1.5}, {3.2, 2.4}, {5, 3}, {8, 6}, {14, 10}}};
 
 // Columns that plotting programs read as they stand.
-// By value: the orbit is changed from line to line, and the caller's choice is not ours to lose.
-int print_accuracy_table(accuracy_options o) {
+int print_accuracy_table(const accuracy_options& asked) {
+  sim::accuracy_setup setup = asked.setup;
   util::print_line("# errors of ln(t_k/t_1), rms: orbit x y [mm], limit of the noise, four fits,");
   util::print_line(
       "# calibration with free intensities, calibration, its E, BPMs called determined");
   // Same seed for every orbit: the lines differ by where the beam is, not by the luck of the noise.
   for (const auto& [x, y] : guide_orbits) {
-    o.setup.machine.beam.x.orbit = x * sim::mm;
-    o.setup.machine.beam.y.orbit = y * sim::mm;
-    const sim::accuracy_result r = sim::measure_accuracy(o.setup);
+    setup.machine.beam.x.orbit = x * sim::mm;
+    setup.machine.beam.y.orbit = y * sim::mm;
+    const sim::accuracy_result r = sim::measure_accuracy(setup);
     util::print_line(fmt::format("{:5g} {:5g} {:.2e} {:.2e} {:.2e} {:.2e} {:.2e} {:3}", x, y,
                                  r.limit, r.rms, r.free.rms, r.calibrated.rms, r.E, r.words[0]));
   }

@@ -20,7 +20,7 @@ namespace util {
 /// A text file and the line in hand. Closes itself.
 struct text_file {
   struct closer {
-    void operator()(std::FILE* stream) const { static_cast<void>(std::fclose(stream)); }
+    void operator()(std::FILE* open) const { static_cast<void>(std::fclose(open)); }
   };
   std::string path;  ///< as opened
   std::string line;  ///< without its end (LF or CR LF)

@@ -309,7 +309,7 @@ bool load_data_set(const util::fixed_text<16>& directory, std::int32_t max_nonli
 }  // namespace
 
 void get_turn_by_turn(const util::fixed_text<16>& directory, std::int32_t max_nonlin_positions) {
-  fit::orbit_data.clear();
+  fit::orbit_data.clear();  // before the next set is read: a set can have 100 MB
   fit::norbits = 0;
   fit::pedestals_subtracted = false;  // text runs carry theirs
   const auto name_before = fit::in_file_0;

@@ -20,16 +20,18 @@ store::bpm_struct at(double x, double y, const signals& but = {}) {
   return reading;
 }
 
-// All on one side of both axes: an extreme that began at 0 would stay there.
+// All on one side of an axis, and on the other: an extreme that began at 0 would stay there.
 TEST(bpm_result, motion_by_hand) {
-  const orbits right_and_down{at(3, -1), at(1, -5), at(2, -3)};
-  const bpm_motion m = motion_of(right_and_down);
-  EXPECT_EQ(m.extremes.h_min, 1);
-  EXPECT_EQ(m.extremes.h_max, 3);
-  EXPECT_EQ(m.extremes.v_min, -5);
-  EXPECT_EQ(m.extremes.v_max, -1);
-  EXPECT_EQ(m.mean_x, 2);
-  EXPECT_EQ(m.mean_y, -3);
+  for (const int side : {1, -1}) {
+    const bpm_motion m =
+        motion_of(orbits{at(3 * side, -side), at(side, -5 * side), at(2 * side, -3 * side)});
+    EXPECT_EQ(m.extremes.h_min, side > 0 ? 1 : -3);
+    EXPECT_EQ(m.extremes.h_max, side > 0 ? 3 : -1);
+    EXPECT_EQ(m.extremes.v_min, side > 0 ? -5 : 1);
+    EXPECT_EQ(m.extremes.v_max, side > 0 ? -1 : 5);
+    EXPECT_EQ(m.mean_x, 2 * side);
+    EXPECT_EQ(m.mean_y, -3 * side);
+  }
   EXPECT_TRUE(std::isnan(motion_of({}).mean_x));
 }
 

@@ -106,7 +106,11 @@ std::vector<std::string> summary_lines(const session_state& s,
         s.max_nonlin_positions);
     return lines;
   }
-  if (s.norbits_save.get() == 0) lines[0] += ": nothing was read";
+  // A series is as long as its last file, whatever the files before it hold.
+  if (s.norbits_save.get() == 0) {
+    lines[0] += s.fitted.empty() ? ": nothing was read"
+                                 : ": the last file has no orbit, and its number holds for all";
+  }
   std::vector<bool> told(not_fitted.size(), false);
   for (std::size_t i = 0; i < not_fitted.size(); ++i) {
     if (told[i]) continue;

@@ -203,6 +203,7 @@ TEST(synthetic_session, what_of_a_file_could_not_be_used_is_told) {
   told += std::string{"butngain: ./"} + series_dir + "/exp_" + std::to_string(number) +
           ".txt: no orbit\n";
   EXPECT_EQ(run.err.substr(0, told.size()), told);
+  EXPECT_TRUE(contains(run.err, ": the last file has no orbit, and its number holds for all\n"));
 }
 
 TEST(synthetic_session, a_first_name_without_a_number_is_asked_again) {

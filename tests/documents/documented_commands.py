@@ -168,7 +168,7 @@ def main():
     with tempfile.TemporaryDirectory() as scratch:
         place = scratch + "/place"
         os.makedirs(place + "/docs/images")
-        for name in ("tools", "scripts"):
+        for name in ("src", "tools", "scripts"):
             os.symlink(f"{SOURCE}/{name}", f"{place}/{name}")
         environment = {name: value for name, value in os.environ.items()
                        if name not in ("DISPLAY", "KOVR_ONLINE")}

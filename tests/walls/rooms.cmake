@@ -33,9 +33,23 @@ wall(butngain_output butngain_plot quick_plot.hpp)
 
 # Tables: the data set asks for positions and does not see how they come about.
 door(butngain_tbt nonlin_bpm_mod.hpp)
-wall(butngain_tbt butngain_nonlin_bpm_interior table_cells.hpp)
+wall(butngain_tbt butngain_nonlin_bpm_interior calib_files.hpp)
 wall(butngain_tbt butngain_linear_algebra linear_algebra.hpp)
 wall(butngain_input butngain_nonlin_bpm nonlin_bpm_mod.hpp)
+
+# Chambers: who wants a table or signals does not see how a wall is solved. The solver stands below
+# sessions and simulator and knows of neither.
+door(butngain_driver table_maker.hpp)
+door(butngain_sim_physics wall_field.hpp)
+foreach(room butngain_driver butngain_sim_physics butngain_sim_tables)
+  wall(${room} butngain_chamber_interior wall_solver.hpp)
+  wall(${room} butngain_nonlin_bpm_interior calib_files.hpp)
+endforeach()
+door(butngain_sim_tables table_maker.hpp)
+door(butngain_chamber table_cells.hpp)
+wall(butngain_chamber butngain_sim_physics beam.hpp)
+wall(butngain_chamber butngain_terminal terminal.hpp)
+wall(butngain_chamber butngain_calibration calibration.hpp)
 
 # The store keeps orbits and opens no file.
 door(butngain_store orbit_store.hpp)
@@ -64,7 +78,7 @@ wall(butngain_bpm_result butngain_fit_context gain_fit_mod.hpp)
 # The calibration works on a table and readings.
 door(butngain_calibration lookup_table.hpp)
 wall(butngain_calibration butngain_fit_context gain_fit_mod.hpp)
-wall(butngain_calibration butngain_nonlin_bpm_interior table_cells.hpp)
+wall(butngain_calibration butngain_nonlin_bpm_interior calib_files.hpp)
 wall(butngain_calibration butngain_terminal terminal.hpp)
 
 # One physical model of the machine, whoever asks it: no files, no command line.

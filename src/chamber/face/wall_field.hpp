@@ -13,7 +13,8 @@
 #include <cstddef>
 #include <vector>
 
-#include "wall_solver.hpp"
+#include "chamber_file.hpp"
+#include "solved_wall.hpp"
 
 namespace chamber_solver {
 

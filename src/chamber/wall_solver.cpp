@@ -5,6 +5,7 @@
 #include <numbers>
 
 #include "linear_algebra.hpp"
+#include "quadrature.hpp"
 #include "run_time.hpp"
 
 namespace chamber_solver {

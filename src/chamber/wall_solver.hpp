@@ -16,40 +16,12 @@
 // so on, with the density interpolated from its nodes; without that the racetrack's error is 100
 // times larger.
 #pragma once
-#include <array>
-#include <complex>
-#include <cstddef>
 #include <vector>
 
 #include "chamber_file.hpp"
-#include "nonlin_bpm_mod.hpp"
-#include "quadrature.hpp"
+#include "solved_wall.hpp"
 
 namespace chamber_solver {
-
-using nonlin_bpm_mod::four;
-using nonlin_bpm_mod::lanes;
-
-/// Nodes of one or more panels, side by side.
-struct wall_nodes {
-  std::vector<point> z;        ///< [m]
-  std::vector<point> dz;       ///< weight times dz by panel coordinate [m]
-  std::vector<lanes> density;  ///< of the four buttons
-};
-
-/// A solved chamber.
-struct solved_wall {
-  gauss_rule rule;                   ///< of one panel
-  std::vector<double> left, right;   ///< from a panel's nodes to those of its halves
-  wall_nodes nodes;                  ///< rule.node.size() for each panel
-  std::vector<double> panel_length;  ///< [m]
-  std::vector<point> panel_middle;
-};
-
-/// Signals of the four buttons and their slopes [1, 1/m].
-struct signals {
-  four phi{}, dx{}, dy{};
-};
 
 /// Voltage of the wall at one of its nodes, for four problems at once (tests solve other voltages).
 struct wall_node {
@@ -66,8 +38,5 @@ std::vector<wall_node> cut_wall(const chamber& c);
 /// Solves for the density of the nodes' voltages.
 /// errors   a singular system ends the run
 solved_wall solve_wall(const chamber& c, const std::vector<wall_node>& nodes);
-
-/// Signals at z, inside the wall.
-signals signals_at(const solved_wall& w, point z);
 
 }  // namespace chamber_solver

@@ -1,15 +1,12 @@
 // quadrature: Gauss-Legendre nodes and weights, and interpolation from some places to others.
 #pragma once
-#include <cstddef>
 #include <vector>
+
+#include "solved_wall.hpp"
 
 namespace chamber_solver {
 
-/// Nodes in -1..1, ascending, and their weights; exact for polynomials of degree 2 n - 1.
-struct gauss_rule {
-  std::vector<double> node;
-  std::vector<double> weight;
-};
+/// The rule of n nodes.
 gauss_rule make_gauss_rule(int n);
 
 /// Matrix, rows first, that turns values at `from` into values of their polynomial at `to`.

@@ -1,9 +1,10 @@
 // table_maker: from a chamber to its lookup table.
 #pragma once
+#include "chamber_file.hpp"
 #include "fault.hpp"
-#include "nonlin_bpm_mod.hpp"
+#include "lookup_table.hpp"
+#include "solved_wall.hpp"
 #include "table_nodes.hpp"
-#include "wall_solver.hpp"
 
 namespace chamber_solver {
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "table_cells.hpp"
+#include "wall_solver.hpp"
 
 namespace chamber_solver {
 namespace {

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "wall_solver.hpp"
+
 namespace chamber_solver {
 namespace {
 

@@ -25,7 +25,14 @@ constexpr int max_corners = 1000;
 // Leaves the reading of a file, wherever in it: thrown here, caught at this module's face, where it
 // becomes the outcome. Statuses through six layers of small readers would hide what they read.
 [[noreturn]] void chamber_fault(const word_file& file, std::string_view what) {
-  throw util::fault{std::string{what}, fmt::format("{}:{}", file.name, std::max(file.line, 1)), ""};
+  throw fault_here(file, std::string{what});
+}
+
+// The next statement; a file that cannot be read on is told as such.
+bool next_statement(word_file& file) {
+  if (next_words(file)) return true;
+  if (file.file.trouble) throw util::fault{*file.file.trouble};
+  return false;
 }
 
 /// A button as the file gives it.
@@ -97,7 +104,7 @@ std::vector<polygon_corner> read_corners(word_file& file, const description& d, 
                                          std::size_t words) {
   std::vector<polygon_corner> corners;
   for (int i = 0; i < n; ++i) {
-    if (!next_words(file)) chamber_fault(file, "file ends within the contour");
+    if (!next_statement(file)) chamber_fault(file, "file ends within the contour");
     if (file.words.size() != words) {
       chamber_fault(file,
                     fmt::format("expected {} numbers, found {} words", words, file.words.size()));
@@ -322,11 +329,12 @@ void describe(description& d) {
 }
 
 chamber read_description(word_file& file) {
-  const std::string fault = wrong_first_statement(file, "nonlin_bpm_chamber");
-  if (!fault.empty()) chamber_fault(file, fault);
+  if (std::string wrong = wrong_first_statement(file, "nonlin_bpm_chamber"); !wrong.empty()) {
+    throw fault_at_end(file, wrong);
+  }
   description d;
   for (;;) {
-    if (!next_words(file)) chamber_fault(file, "file ends without the word end");
+    if (!next_statement(file)) chamber_fault(file, "file ends without the word end");
     if (file.words[0] == "end" && file.words.size() == 1) break;
     read_statement(file, d);
   }
@@ -336,7 +344,7 @@ chamber read_description(word_file& file) {
   }
   // Now, not when they are read: the contour may come after its buttons.
   place_buttons(file, d);
-  if (next_words(file)) chamber_fault(file, "text after the word end");
+  if (next_statement(file)) chamber_fault(file, "text after the word end");
   describe(d);
   return d.c;
 }
@@ -351,8 +359,8 @@ std::string overlap_of(const chamber& c) {
 
 util::outcome<chamber> read_chamber(const std::string& name) {
   word_file file;
-  if (const int failed = open_words(file, name); failed != 0) {
-    return util::fault{util::system_text(failed), "cannot open " + name, ""};
+  if (auto wrong = open_words(file, name)) {
+    return util::fault{wrong->what, "cannot open " + name, ""};
   }
   try {
     return read_description(file);

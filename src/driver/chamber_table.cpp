@@ -46,7 +46,9 @@ util::outcome<stand_in_table> read_chamber_or_table(const std::string& path) {
   stand_in_table made{{}, path, true};  // given: the operator vouches for it
   const std::string kind = first_word(path);
   if (kind == "nonlin_bpm_table") {
-    nonlin_bpm_mod::read_table_file(path, "", made.table);
+    auto table = nonlin_bpm_mod::read_table_file(path, "");
+    if (!table) return table.why;
+    made.table = std::move(*table);
     return made;
   }
   // Also what is no chamber at all: its reader says what is wrong with it.

@@ -26,8 +26,7 @@ struct bpm_table {
 };
 
 /// Reads a chamber file, and makes its table, or a table file: the first word tells which it is.
-/// errors   a file that is neither, and every fault in a chamber: the fault. One in a table ends
-///          the run, as for the site's own tables
+/// errors   a file that is neither, and every fault in either
 util::outcome<stand_in_table> read_chamber_or_table(const std::string& path);
 
 /// A round pipe of 45 mm with strips of 12 degrees half width on its diagonals.

@@ -2,75 +2,103 @@
 
 #include <fmt/format.h>
 
-#include <array>
+#include <string_view>
 
-#include "nonlin_bpm_mod.hpp"
-#include "word_file.hpp"
+#include "list_io.hpp"
 
 namespace nonlin_bpm_mod {
 namespace {
 
 using bpm_lines = util::bounded<int, 1, max_bpm, "lines">;  // where each BPM was given, 0 nowhere
 
-// The BPM number that begins the line; each may stand once in the file.
-int listed_bpm(const word_file& file, bpm_lines& seen) {
+// The BPM number that begins a line of `words` words; each may stand once in the file.
+util::outcome<int> listed_bpm(const word_file& file, std::size_t words, std::string_view what,
+                              bpm_lines& seen) {
+  if (file.words.size() != words) {
+    return fault_here(file, fmt::format("EXPECTED {}, FOUND {} WORDS", what, file.words.size()));
+  }
   const auto bpm = integer_at(file, 0);
   if (!bpm || *bpm < 1 || *bpm > max_bpm) {
-    init_fault(file, fmt::format("EXPECTED A BPM NUMBER 1..{}, FOUND {}", max_bpm, file.words[0]));
+    return fault_here(file,
+                      fmt::format("EXPECTED A BPM NUMBER 1..{}, FOUND {}", max_bpm, file.words[0]));
   }
   if (seen(*bpm) != 0) {
     // Two lines for one BPM contradict each other or are a slip of the pen.
-    init_fault(file, fmt::format("BPM {} WAS GIVEN BEFORE, IN LINE {},", *bpm, seen(*bpm)));
+    return fault_here(file, fmt::format("BPM {} WAS GIVEN BEFORE, IN LINE {},", *bpm, seen(*bpm)));
   }
   seen(*bpm) = file.line;
   return *bpm;
 }
 
-void expect_words(const word_file& file, std::size_t n, std::string_view what) {
-  if (file.words.size() != n) {
-    init_fault(file, fmt::format("EXPECTED {}, FOUND {} WORDS", what, file.words.size()));
-  }
-}
-
 }  // namespace
 
-void read_coefficients(const std::string& name) {
-  word_file file;
-  open_init_file(file, name, "nonlin_bpm_coeff");
+util::outcome<coefficient_list> read_coefficients(word_file& file) {
+  if (std::string wrong = wrong_first_statement(file, "nonlin_bpm_coeff"); !wrong.empty()) {
+    return fault_at_end(file, wrong);
+  }
   // A BPM that the file does not list is calibrated by 1, whatever an earlier file said.
-  for (calib_struct& calib : bpm_calib.item) calib.coeff.fill(1);
+  coefficient_list coeff;
+  for (auto& of_bpm : coeff.item) of_bpm.fill(1);
   bpm_lines seen{};
   while (next_words(file)) {
-    expect_words(file, 5, "A BPM NUMBER AND FOUR COEFFICIENTS");
-    calib_struct& calib = bpm_calib(listed_bpm(file, seen));
+    const auto bpm = listed_bpm(file, 5, "A BPM NUMBER AND FOUR COEFFICIENTS", seen);
+    if (!bpm) return bpm.why;
     for (int k = 1; k <= 4; ++k) {
       const auto place = static_cast<std::size_t>(k);
-      const auto coeff = real_at(file, place);
+      const auto value = real_at(file, place);
       // 0 would silence a button without saying so, and there is a file for that.
-      if (!coeff || !(*coeff > 0)) {
-        init_fault(file,
-                   fmt::format("EXPECTED A COEFFICIENT ABOVE 0, FOUND {}", file.words[place]));
+      if (!value || !(*value > 0)) {
+        return fault_here(
+            file, fmt::format("EXPECTED A COEFFICIENT ABOVE 0, FOUND {}", file.words[place]));
       }
-      calib.coeff(k) = *coeff;
+      coeff (*bpm)(k) = *value;
     }
   }
+  if (file.file.trouble) return *file.file.trouble;
+  return coeff;
 }
 
-void read_bad_buttons(const std::string& name) {
-  word_file file;
-  open_init_file(file, name, "nonlin_bpm_bad_buttons");
+util::outcome<bad_button_list> read_bad_buttons(word_file& file) {
+  if (std::string wrong = wrong_first_statement(file, "nonlin_bpm_bad_buttons"); !wrong.empty()) {
+    return fault_at_end(file, wrong);
+  }
   // One at most for each BPM: three signals are what two coordinates and a scale need.
-  for (calib_struct& calib : bpm_calib.item) calib.ix_bad_button = 0;
+  bad_button_list bad{};
   bpm_lines seen{};
   while (next_words(file)) {
-    expect_words(file, 2, "A BPM NUMBER AND A BUTTON NUMBER");
-    calib_struct& calib = bpm_calib(listed_bpm(file, seen));
+    const auto bpm = listed_bpm(file, 2, "A BPM NUMBER AND A BUTTON NUMBER", seen);
+    if (!bpm) return bpm.why;
     const auto button = integer_at(file, 1);
     if (!button || *button < 1 || *button > 4) {
-      init_fault(file, fmt::format("EXPECTED A BUTTON NUMBER 1..4, FOUND {}", file.words[1]));
+      return fault_here(file,
+                        fmt::format("EXPECTED A BUTTON NUMBER 1..4, FOUND {}", file.words[1]));
     }
-    calib.ix_bad_button = *button;
+    bad(*bpm) = *button;
   }
+  if (file.file.trouble) return *file.file.trouble;
+  return bad;
+}
+
+offset_list read_offsets(util::text_file& file) {
+  offset_list offsets;
+  while (util::next_line(file)) {
+    // A line of blanks is none: editors leave them at the end of a file.
+    if (file.line.find_first_not_of(" \t") == std::string::npos) continue;
+    util::list_record record;
+    util::start_record(record, file.line);
+    const auto bpm = util::take_int(record);
+    const auto vertical = util::take_real(record);  // the file gives the vertical offset first
+    const auto horizontal = util::take_real(record);
+    if (!bpm || !vertical || !horizontal) {
+      offsets.fault = util::fault{fmt::format("found \"{}\"", file.line), util::place_of(file),
+                                  "a BPM number and two offsets in mm"};
+      return offsets;
+    }
+    // The number is not looked at: who puts the offsets into a table knows its bounds.
+    offsets.entry.push_back({*bpm, *horizontal, *vertical});
+  }
+  offsets.fault = file.trouble;
+  return offsets;
 }
 
 }  // namespace nonlin_bpm_mod

@@ -1,32 +1,16 @@
 // The entry of the position conversion, with what it keeps per BPM: offsets and table choice.
-#include <fmt/format.h>
-
 #include <cmath>
-#include <cstdio>
-#include <string>
 
-#include "calib_files.hpp"
-#include "file_units.hpp"
 #include "list_io.hpp"
 #include "nonlin_bpm_mod.hpp"
-#include "run_time.hpp"
 #include "standard_output.hpp"
-#include "table_file.hpp"
-#include "text.hpp"
 
 namespace nonlin_bpm_mod {
 namespace {
 
-constexpr std::string_view orbit_folder = "$KOVR_ONLINE/machine_data/meas/orbit/";
-
 // Single-precision constants, widened: kept for compatibility.
 constexpr double smallest_signal{1e-10F};  // far below one count: no signal at all
-constexpr double metres_per_millimetre{0.001F};
 constexpr double rough_pi{3.14159F};
-
-std::string facility_file(std::string_view name) {
-  return util::fullfilename(std::string{orbit_folder}.append(name));
-}
 
 void convert(int bpm_index, const button_signals& but, position& x, double& chisq) {
   // All four, a button marked as bad too: kept for compatibility.
@@ -71,47 +55,6 @@ void nonlin_orbit(int bpm_index, const button_signals& but, position& x, double&
     default:
       // 0 and numbers below -4 go on too: the bounds of bpm_calib stop them.
       convert(bpm_index, but, x, chisq);
-  }
-}
-
-void nonlin_bpm_init() {
-  read_table_file(facility_file("nonlin_bpm/bpm_48.table"), "bpm_48", bpm_48);
-  read_table_file(facility_file("nonlin_bpm/bpm_arc.table"), "bpm_arc", bpm_arc);
-  read_table_file(facility_file("nonlin_bpm/bpm_tirsku.table"), "bpm_tirsku", bpm_tirsku);
-  read_coefficients(facility_file("nonlin_bpm/button_coeff.dat"));
-  read_bad_buttons(facility_file("nonlin_bpm/bad_button.dat"));
-  nonlin_bpm_init_offsets();
-  nonlin_bpm_first_call = false;  // last: nothing half loaded ever serves
-}
-
-void nonlin_bpm_init_offsets() {
-  util::print_line(util::list_line().text("nonlin_bpm: initializing quad offsets").str());
-  const util::unit_handle unit{util::lunget()};
-  const std::string path = facility_file("offset.bpm");
-  util::print_line(util::list_line().text("Reading quad offsets from ").text(path).str());
-  if (const int failed = util::open_old(unit.number(), path); failed != 0) {
-    util::run_time_error("cannot open " + path + ": " + util::system_text(failed));
-  }
-  // All to zero first: a BPM that the new file no longer lists must not keep an old offset.
-  for (calib_struct& calib : bpm_calib.item) calib.offset.fill(0);
-  for (util::list_record record; util::read_record(unit.number(), record);) {
-    const auto bpm = util::take_int(record);
-    const auto vertical = util::take_real(record);  // the file gives the vertical offset first
-    const auto horizontal = util::take_real(record);
-    if (!bpm || !vertical || !horizontal) {
-      util::print_line(util::list_line()
-                           .text("ERROR IN NONLIN_BPM_INIT_OFFSETS. ERROR READING FILE: ")
-                           .text(path)
-                           .str());
-      fmt::print(stderr, "{}:{}: expected a BPM number and two offsets in mm, found \"{}\"\n", path,
-                 record.line, record.text);
-      util::err_exit();
-    }
-    bpm_calib(*bpm).offset = {{*horizontal, *vertical}};
-  }
-  // Turned into metres in one place, behind the loop: a BPM listed twice is converted once.
-  for (calib_struct& calib : bpm_calib.item) {
-    for (double& offset : calib.offset.item) offset *= metres_per_millimetre;
   }
 }
 

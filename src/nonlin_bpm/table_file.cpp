@@ -7,7 +7,6 @@
 #include <cmath>
 
 #include "table_cells.hpp"
-#include "word_file.hpp"
 
 namespace nonlin_bpm_mod {
 namespace {
@@ -36,136 +35,147 @@ struct header_seen {
   double unit = 1;  // metres
 };
 
-// The key that begins the statement, new and with the right number of words.
-header_seen::key& known_key(const word_file& file, header_seen& seen) {
+// The key that begins the statement must be known, new and with the right number of words.
+util::status take_key(const word_file& file, header_seen& seen) {
   const std::string_view word = file.words[0];
   const auto key = std::find_if(seen.keys.begin(), seen.keys.end(),
                                 [word](const header_seen::key& k) { return k.name == word; });
   // A key that nobody knows is more likely a misspelt one than one to be passed over.
-  if (key == seen.keys.end()) init_fault(file, fmt::format("UNKNOWN KEY {}", word));
+  if (key == seen.keys.end()) return fault_here(file, fmt::format("UNKNOWN KEY {}", word));
   if (key->line != 0) {
-    init_fault(file, fmt::format("KEY {} WAS GIVEN BEFORE, IN LINE {},", word, key->line));
+    return fault_here(file, fmt::format("KEY {} WAS GIVEN BEFORE, IN LINE {},", word, key->line));
   }
   if (file.words.size() != key->words) {
-    init_fault(file, fmt::format("EXPECTED {} WORDS AFTER {}, FOUND {}", key->words - 1, word,
-                                 file.words.size() - 1));
+    return fault_here(file, fmt::format("EXPECTED {} WORDS AFTER {}, FOUND {}", key->words - 1,
+                                        word, file.words.size() - 1));
   }
   key->line = file.line;
-  return *key;
+  return {};
 }
 
-grid_axis read_axis(const word_file& file) {
+util::status read_axis(const word_file& file, grid_axis& axis) {
   const auto n = integer_at(file, 1);
   const auto first = real_at(file, 2);
   const auto last = real_at(file, 3);
   if (!n || *n < min_grid || *n > max_grid) {
-    init_fault(file, fmt::format("EXPECTED A GRID COUNT {}..{}, FOUND {}", min_grid, max_grid,
-                                 file.words[1]));
+    return fault_here(file, fmt::format("EXPECTED A GRID COUNT {}..{}, FOUND {}", min_grid,
+                                        max_grid, file.words[1]));
   }
-  if (!first || !last) init_fault(file, "EXPECTED FIRST AND LAST GRID POSITION AS NUMBERS");
-  if (!(*first < *last)) init_fault(file, "EXPECTED AN ASCENDING GRID");
-  return {*n, *first, *last};
+  if (!first || !last) return fault_here(file, "EXPECTED FIRST AND LAST GRID POSITION AS NUMBERS");
+  if (!(*first < *last)) return fault_here(file, "EXPECTED AN ASCENDING GRID");
+  axis = {*n, *first, *last};
+  return {};
 }
 
 // Told with the key's own line, because only the whole header has the unit.
-void check_extent(const word_file& file, const header_seen::key& key, const grid_axis& axis) {
+util::status check_extent(word_file& file, const header_seen::key& key, const grid_axis& axis) {
   const double extent = axis.last - axis.first;
-  if (extent < min_extent || extent > max_extent) {
-    init_fault(file, fmt::format("EXPECTED A GRID BETWEEN 1 MM AND 1 M WIDE, FOUND {} M", extent),
-               key.line);
-  }
+  if (extent >= min_extent && extent <= max_extent) return {};
+  file.line = key.line;
+  return fault_here(file,
+                    fmt::format("EXPECTED A GRID BETWEEN 1 MM AND 1 M WIDE, FOUND {} M", extent));
 }
 
-void read_statement(const word_file& file, std::string_view expected, header_seen& seen,
-                    table_nodes& nodes) {
-  const std::string_view key = known_key(file, seen).name;
+util::status read_statement(const word_file& file, std::string_view expected, header_seen& seen,
+                            table_nodes& nodes) {
+  if (auto wrong = take_key(file, seen)) return wrong;
+  const std::string_view key = file.words[0];
   const std::string_view value = file.words[1];
   if (key == "name") {
     // A table copied to another's file name would give positions that are plausible and wrong.
     nodes.name = value;
     if (!expected.empty() && value != expected) {
-      init_fault(file, fmt::format("EXPECTED TABLE NAME {}, FOUND {}", expected, value));
+      return fault_here(file, fmt::format("EXPECTED TABLE NAME {}, FOUND {}", expected, value));
     }
   } else if (key == "units") {
     if (value != "m" && value != "mm") {
-      init_fault(file, fmt::format("EXPECTED UNITS m OR mm, FOUND {}", value));
+      return fault_here(file, fmt::format("EXPECTED UNITS m OR mm, FOUND {}", value));
     }
     seen.unit = value == "m" ? 1 : metres_per_mm;
   } else if (key == "x_grid") {
-    nodes.x = read_axis(file);
+    return read_axis(file, nodes.x);
   } else if (key == "y_grid") {
-    nodes.y = read_axis(file);
+    return read_axis(file, nodes.y);
   } else if (key == "columns") {
     if (value != "phi" || file.words[2] != "dphi_dx" || file.words[3] != "dphi_dy") {
-      init_fault(file, "EXPECTED COLUMNS phi dphi_dx dphi_dy");
+      return fault_here(file, "EXPECTED COLUMNS phi dphi_dx dphi_dy");
     }
   }
+  return {};
 }
 
 // Everything up to `data`. Afterwards lengths are metres. Returns the unit of the slopes.
-double read_header(word_file& file, std::string_view expected, table_nodes& nodes) {
+util::outcome<double> read_header(word_file& file, std::string_view expected, table_nodes& nodes) {
   header_seen seen;
   for (;;) {
-    if (!next_words(file)) init_fault(file, "FILE ENDS BEFORE THE WORD data");
+    if (!next_words(file)) return fault_at_end(file, "FILE ENDS BEFORE THE WORD data");
     if (file.words[0] == "data" && file.words.size() == 1) break;
-    read_statement(file, expected, seen, nodes);
+    if (auto wrong = read_statement(file, expected, seen, nodes)) return *wrong;
   }
   for (const auto& key : seen.keys) {
-    if (key.needed && key.line == 0) init_fault(file, fmt::format("KEY {} IS MISSING", key.name));
+    if (key.needed && key.line == 0) {
+      return fault_here(file, fmt::format("KEY {} IS MISSING", key.name));
+    }
   }
   // Not while reading: the keys may come in any order, the unit last.
   for (grid_axis* axis : {&nodes.x, &nodes.y}) {
     axis->first *= seen.unit;
     axis->last *= seen.unit;
   }
-  check_extent(file, seen.keys[3], nodes.x);
-  check_extent(file, seen.keys[4], nodes.y);
+  if (auto wrong = check_extent(file, seen.keys[3], nodes.x)) return *wrong;
+  if (auto wrong = check_extent(file, seen.keys[4], nodes.y)) return *wrong;
   return seen.unit;
 }
 
-table_node read_node(const word_file& file, double unit) {
-  table_node node;
+// Reads the numbers of the node in hand; `node` is what becomes of them.
+util::status read_node(const word_file& file, double unit, table_node& node) {
   node.line = file.line;
-  if (file.words.size() == 3 && file.words[2] == "out") return node;
+  if (file.words.size() == 3 && file.words[2] == "out") return {};
   node.out = false;
   if (file.words.size() != 2 + n_columns) {
-    init_fault(file, fmt::format("EXPECTED {} VALUES OR THE WORD out, FOUND {}", n_columns,
-                                 file.words.size() - 2));
+    return fault_here(file, fmt::format("EXPECTED {} VALUES OR THE WORD out, FOUND {}", n_columns,
+                                        file.words.size() - 2));
   }
   std::size_t place = 2;
-  const auto next = [&] {
-    const auto value = real_at(file, place);
-    if (!value) init_fault(file, fmt::format("EXPECTED A NUMBER, FOUND {}", file.words[place]));
-    ++place;
-    return *value;
-  };
   for (std::size_t k = 0; k < 4; ++k) {
-    node.phi[k] = next();
-    node.dphi_dx[k] = next() / unit;  // slopes are per length: the unit divides
-    node.dphi_dy[k] = next() / unit;
+    for (double* const value : {&node.phi[k], &node.dphi_dx[k], &node.dphi_dy[k]}) {
+      const auto number = real_at(file, place);
+      if (!number) {
+        return fault_here(file, fmt::format("EXPECTED A NUMBER, FOUND {}", file.words[place]));
+      }
+      *value = *number;
+      ++place;
+    }
+    node.dphi_dx[k] /= unit;  // slopes are per length: the unit divides
+    node.dphi_dy[k] /= unit;
     if (!(node.phi[k] > 0)) {
-      init_fault(file, fmt::format("EXPECTED A SIGNAL ABOVE 0 FOR BUTTON {}, FOUND {}", k + 1,
-                                   file.words[place - 3]));
+      return fault_here(file, fmt::format("EXPECTED A SIGNAL ABOVE 0 FOR BUTTON {}, FOUND {}",
+                                          k + 1, file.words[place - 3]));
     }
   }
-  return node;
+  return {};
 }
 
-void read_data(word_file& file, double unit, table_nodes& nodes) {
+util::status read_data(word_file& file, double unit, table_nodes& nodes) {
   for (int iy = 1; iy <= nodes.y.n; ++iy) {
     for (int ix = 1; ix <= nodes.x.n; ++ix) {
-      if (!next_words(file)) init_fault(file, fmt::format("FILE ENDS BEFORE NODE {} {}", ix, iy));
+      if (!next_words(file)) {
+        return fault_at_end(file, fmt::format("FILE ENDS BEFORE NODE {} {}", ix, iy));
+      }
       // Every node says which it is: a line lost or doubled shows where it happens, not at the end.
       if (file.words.size() < 2 || integer_at(file, 0) != ix || integer_at(file, 1) != iy) {
-        init_fault(file, fmt::format("EXPECTED NODE {} {}", ix, iy));
+        return fault_here(file, fmt::format("EXPECTED NODE {} {}", ix, iy));
       }
-      nodes.node.push_back(read_node(file, unit));
+      if (auto wrong = read_node(file, unit, nodes.node.emplace_back())) return wrong;
     }
   }
-  if (!next_words(file)) init_fault(file, "FILE ENDS WITHOUT THE WORD end");
-  if (file.words.size() != 1 || file.words[0] != "end") init_fault(file, "EXPECTED THE WORD end");
+  if (!next_words(file)) return fault_at_end(file, "FILE ENDS WITHOUT THE WORD end");
+  if (file.words.size() != 1 || file.words[0] != "end") {
+    return fault_here(file, "EXPECTED THE WORD end");
+  }
   // Two tables in one file: one of them would go unread.
-  if (next_words(file)) init_fault(file, "TEXT AFTER THE WORD end");
+  if (next_words(file)) return fault_here(file, "TEXT AFTER THE WORD end");
+  return file.file.trouble;
 }
 
 /// Squared differences between slopes and central differences of the values, and squared slopes.
@@ -187,14 +197,18 @@ slope_misfit misfit_at(const table_nodes& nodes, int ix, int iy) {
   return m;
 }
 
-table_nodes read_nodes(word_file& file, const std::string& name, std::string_view expected) {
-  open_init_file(file, name, "nonlin_bpm_table");
+util::outcome<table_nodes> read_nodes(word_file& file, std::string_view expected) {
+  if (std::string wrong = wrong_first_statement(file, "nonlin_bpm_table"); !wrong.empty()) {
+    return fault_at_end(file, wrong);
+  }
   table_nodes nodes;
-  const double unit = read_header(file, expected, nodes);
-  read_data(file, unit, nodes);
+  const auto unit = read_header(file, expected, nodes);
+  if (!unit) return unit.why;
+  if (auto wrong = read_data(file, *unit, nodes)) return *wrong;
   int line = 0;
-  if (const std::string wrong = wrong_slopes(nodes, line); !wrong.empty()) {
-    init_fault(file, wrong, line);
+  if (std::string wrong = wrong_slopes(nodes, line); !wrong.empty()) {
+    if (line != 0) file.line = line;
+    return fault_here(file, wrong);
   }
   return nodes;
 }
@@ -227,16 +241,26 @@ std::string wrong_slopes(const table_nodes& nodes, int& line) {
   return wrong ? "SLOPES DO NOT GO WITH THE VALUES" : "";
 }
 
-table_nodes read_table_nodes(const std::string& name, std::string_view expected) {
+util::outcome<table_nodes> read_table_nodes(const std::string& name, std::string_view expected) {
   word_file file;
-  return read_nodes(file, name, expected);
+  if (auto wrong = open_words(file, name)) return *wrong;
+  return read_nodes(file, expected);
 }
 
-void read_table_file(const std::string& name, std::string_view expected, table_struct& table) {
+util::outcome<table_struct> read_table(word_file& file, std::string_view expected) {
+  const auto nodes = read_nodes(file, expected);
+  if (!nodes) return nodes.why;
+  table_struct table;
+  if (std::string wrong = build_table(*nodes, table); !wrong.empty()) {
+    return fault_here(file, wrong);
+  }
+  return table;
+}
+
+util::outcome<table_struct> read_table_file(const std::string& name, std::string_view expected) {
   word_file file;
-  const table_nodes nodes = read_nodes(file, name, expected);
-  const std::string fault = build_table(nodes, table);
-  if (!fault.empty()) init_fault(file, fault);
+  if (auto wrong = open_words(file, name)) return *wrong;
+  return read_table(file, expected);
 }
 
 }  // namespace nonlin_bpm_mod

@@ -3,13 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <filesystem>
+#include <utility>
 
 #include "list_io.hpp"
-#include "run_time.hpp"
-#include "standard_output.hpp"
 
 namespace nonlin_bpm_mod {
 namespace {
@@ -30,25 +26,27 @@ void split_words(std::string_view text, std::vector<std::string_view>& words) {
 
 // Texts are handed out line by line as files are, so that both end up at the same messages.
 bool next_line(word_file& file) {
-  if (file.unit.number() != 0) return util::read_line(file.unit.number(), file.text);
+  if (file.file.stream) return util::next_line(file.file);
   if (file.rest.empty()) return false;
   const std::size_t end = std::min(file.rest.find('\n'), file.rest.size());
-  file.text = file.rest.substr(0, end);
+  file.file.line = file.rest.substr(0, end);
   file.rest.remove_prefix(std::min(end + 1, file.rest.size()));
   return true;
 }
 
 }  // namespace
 
-int open_words(word_file& file, const std::string& name) {
-  file.unit = util::unit_handle{util::lunget()};
+util::status open_words(word_file& file, const std::string& name) {
   file.name = name;
   file.line = 0;  // the record may have served another file before
-  return util::open_old(file.unit.number(), name);
+  auto opened = util::open_text_file(name);
+  if (!opened) return opened.why;
+  file.file = std::move(*opened);
+  return {};
 }
 
 void open_text(word_file& file, std::string_view text, const std::string& name) {
-  file.unit = util::unit_handle{};
+  file.file = {};
   file.rest = text;
   file.name = name;
   file.line = 0;
@@ -57,7 +55,7 @@ void open_text(word_file& file, std::string_view text, const std::string& name) 
 bool next_words(word_file& file) {
   while (next_line(file)) {
     ++file.line;
-    split_words(file.text, file.words);
+    split_words(file.file.line, file.words);
     if (!file.words.empty()) return true;
   }
   file.words.clear();
@@ -85,26 +83,15 @@ std::string wrong_first_statement(word_file& file, std::string_view kind) {
   return {};
 }
 
-void open_init_file(word_file& file, const std::string& name, std::string_view kind) {
-  if (const int reason = open_words(file, name); reason != 0) {
-    util::print_line(
-        util::list_line().text("ERROR IN NONLIN_BPM_INIT. CANNOT OPEN FILE: ").text(name).str());
-    if (reason == ENOENT) {
-      fmt::print(stderr, "{}: \"bpmsim tables {}\" makes this file for default chambers\n",
-                 util::program_name, std::filesystem::path{name}.parent_path().string());
-    }
-    util::err_exit();
-  }
-  const std::string fault = wrong_first_statement(file, kind);
-  if (!fault.empty()) init_fault(file, fault);
+util::fault fault_here(const word_file& file, std::string what) {
+  // An empty file has no current line; its fault is told at line 1.
+  return {std::move(what), fmt::format("{}:{}", file.name, std::max(file.line, 1)), {}};
 }
 
-void init_fault(const word_file& file, std::string_view fault, int line) {
-  // An empty file has no current line; its fault is told at line 1.
-  const int number = std::max(line == 0 ? file.line : line, 1);
-  util::print_line(fmt::format(" ERROR IN NONLIN_BPM_INIT. {} IN LINE {} OF FILE: {}", fault,
-                               number, file.name));
-  util::err_exit();
+util::fault fault_at_end(const word_file& file, std::string what) {
+  // A disk that fails must not pass for a file that was cut short.
+  if (file.file.trouble) return *file.file.trouble;
+  return fault_here(file, std::move(what));
 }
 
 }  // namespace nonlin_bpm_mod

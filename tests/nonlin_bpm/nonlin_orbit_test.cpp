@@ -143,14 +143,15 @@ TEST(nonlin_bpm, rotation_uses_a_rough_pi) {
   EXPECT_EQ(x(3), 5);
 }
 
-TEST_F(nonlin_orbit_test, faults_in_the_small_files) {
+TEST_F(nonlin_orbit_test, faults_in_files_end_the_run) {
   struct fault {
     const char* file;
     const char* text;
     const char* said;
     int status;
   };
-  const std::string init = " ERROR IN NONLIN_BPM_INIT. ";
+  const std::string blank(1100000, ' ');
+  const std::string without_line_end = "nonlin_bpm_bad_buttons 1\n" + std::string(1100000, '#');
   const fault faults[] = {
       {"nonlin_bpm/button_coeff.dat", "", "FILE IS EMPTY IN LINE 1 OF FILE: ", 2},
       {"nonlin_bpm/button_coeff.dat", "nonlin_bpm_coeff 2\n", "EXPECTED FORMAT VERSION 1", 2},
@@ -170,6 +171,14 @@ TEST_F(nonlin_orbit_test, faults_in_the_small_files) {
        "BPM 5 WAS GIVEN BEFORE, IN LINE 2, IN LINE 3 OF FILE: ", 2},
       {"nonlin_bpm/bad_button.dat", "nonlin_bpm_bad_buttons 1\n0 1\n",
        "EXPECTED A BPM NUMBER 1..120, FOUND 0 IN LINE 2 OF FILE: ", 2},
+      {"nonlin_bpm/bpm_arc.table", "nonlin_bpm_table 1\norigins x\n",
+       "ERROR IN NONLIN_BPM_INIT. UNKNOWN KEY origins IN LINE 2 OF FILE: ", 2},
+      {"nonlin_bpm/bad_button.dat", without_line_end.c_str(),
+       "bad_button.dat:2: no line end within 1048576 characters, expected a text file", 1},
+      {"offset.bpm", blank.c_str(),
+       "offset.bpm:1: no line end within 1048576 characters, expected a text file", 1},
+      {"offset.bpm", "12 0.5 -0.25\n121 0 0\n13 0.5\n",
+       "subscript 121 of bpm_calib is outside 1..120", 1},
       {"offset.bpm", "12 0.5 -0.25\n13 0.5\n",
        " ERROR IN NONLIN_BPM_INIT_OFFSETS. ERROR READING FILE: ", 2},
       {"offset.bpm", "12 up 0\n", " ERROR IN NONLIN_BPM_INIT_OFFSETS. ERROR READING FILE: ", 2},
@@ -189,6 +198,14 @@ TEST_F(nonlin_orbit_test, faults_in_the_small_files) {
   const outcome o = run([] { nonlin_bpm_init(); });
   EXPECT_EQ(o.status, 1);
   EXPECT_NE(o.text.find("cannot open " + path("offset.bpm")), std::string::npos);
+  const std::string table = path("nonlin_bpm/bpm_48.table");
+  std::filesystem::remove(table);
+  EXPECT_EQ(run([] {
+              nonlin_bpm_init();
+            }).text.find(" ERROR IN NONLIN_BPM_INIT. CANNOT OPEN FILE: " + table + "\n"),
+            0U);
+  EXPECT_EXIT(nonlin_bpm_init(), testing::ExitedWithCode(2),
+              "\"bpmsim tables [^\"]*/nonlin_bpm\" makes this file");
 }
 
 // --- interpolation ------------------------------------------------------------------------------

@@ -15,7 +15,6 @@ namespace {
 using namespace nonlin_bpm_mod;
 using nonlin_test::facility;
 using nonlin_test::field;
-using nonlin_test::run;
 using nonlin_test::table_text;
 
 class table_file_test : public facility {};
@@ -42,8 +41,8 @@ std::string with_cr(const std::string& text) {
 }
 
 TEST_F(table_file_test, unit_scale_line_ends_and_comments_change_nothing) {
-  table_struct plain, other;
-  read_table_file(write("a", table_text("t")), "t", plain);
+  const auto plain = read_table_file(write("a", table_text("t")), "t");
+  ASSERT_TRUE(plain);
   const std::pair<const char*, std::string> variants[] = {
       {"millimetres", table_text("t", 1, 1e-3)},
       {"seven times the signals", table_text("t", 7)},
@@ -53,15 +52,16 @@ TEST_F(table_file_test, unit_scale_line_ends_and_comments_change_nothing) {
            std::regex_replace(table_text("t"), std::regex("\n"), "\t # node\n\n")}};
   for (const auto& [what, text] : variants) {
     SCOPED_TRACE(what);
-    read_table_file(write("b", text), "t", other);
-    expect_same(plain, other, 1e-14);
+    const auto other = read_table_file(write("b", text), "t");
+    ASSERT_TRUE(other);
+    expect_same(*plain, *other, 1e-14);
   }
 }
 
 TEST_F(table_file_test, what_the_maker_writes_reads_back_to_twelve_digits) {
-  const table_nodes first = read_table_nodes(write("a", table_text("t")), "t");
+  const table_nodes first = *read_table_nodes(write("a", table_text("t")), "t");
   sim::write_table(first, path("b"));
-  const table_nodes second = read_table_nodes(path("b"), "t");
+  const table_nodes second = *read_table_nodes(path("b"), "t");
   ASSERT_EQ(first.node.size(), second.node.size());
   EXPECT_EQ(first.x.last, second.x.last);
   for (std::size_t i = 0; i < first.node.size(); ++i) {
@@ -73,7 +73,7 @@ TEST_F(table_file_test, what_the_maker_writes_reads_back_to_twelve_digits) {
   }
 }
 
-TEST_F(table_file_test, every_fault_is_one_line_with_file_and_line) {
+TEST_F(table_file_test, every_fault_is_a_value_with_file_and_line) {
   struct edit {
     const char* find;  // first match of this ...
     const char* put;   // ... becomes this
@@ -113,20 +113,17 @@ TEST_F(table_file_test, every_fault_is_one_line_with_file_and_line) {
     const std::string text = std::regex_replace(table_text("t"), std::regex(find), put,
                                                 std::regex_constants::format_first_only);
     const std::string name = write("bad", text);
-    table_struct table;
-    const auto [printed, status] = run([&] { read_table_file(name, "t", table); });
-    EXPECT_EQ(status, 2) << said;
-    EXPECT_TRUE(printed.starts_with(std::string{" ERROR IN NONLIN_BPM_INIT. "} + said)) << printed;
-    const std::string end = fmt::format(" IN LINE {} OF FILE: {}\n", line, name);
-    EXPECT_NE(printed.find(end), std::string::npos) << printed << end;
+    const auto table = read_table_file(name, "t");
+    ASSERT_FALSE(table) << said;
+    EXPECT_TRUE(table.why.what.starts_with(said)) << table.why.what;
+    EXPECT_EQ(table.why.where, fmt::format("{}:{}", name, line)) << said;
   }
-  table_struct table;
-  EXPECT_TRUE(
-      run([&] {
-        read_table_file(path("none"), "t", table);
-      }).text.starts_with(" ERROR IN NONLIN_BPM_INIT. CANNOT OPEN FILE: " + path("none") + "\n"));
-  EXPECT_EXIT(read_table_file(path("none.table"), "t", table), testing::ExitedWithCode(2),
-              "\"bpmsim tables [^\"]*/orbit\" makes this file");
+  EXPECT_EQ(util::line_of(read_table_file(path("none"), "t").why),
+            path("none") + ": No such file or directory");
+  // No text at all: the fault of reading, not of what was read.
+  const std::string endless = write("endless", std::string(1100000, ' '));
+  EXPECT_EQ(util::line_of(read_table_nodes(endless, "t").why),
+            endless + ":1: no line end within 1048576 characters, expected a text file");
 }
 
 TEST_F(table_file_test, mirrored_buttons_and_wrong_slope_units_are_noticed) {
@@ -136,19 +133,12 @@ TEST_F(table_file_test, mirrored_buttons_and_wrong_slope_units_are_noticed) {
   mirrored = std::regex_replace(
       mirrored, std::regex("\n(\\d+ \\d+)" + number + number + number + number + number + number),
       "\n$1 $5 $6 $7 $2 $3 $4");
-  EXPECT_NE(run([&] {
-              table_struct t;
-              read_table_file(write("a", mirrored), "t", t);
-            }).text.find("BUTTON 1 DOES NOT GROW TOWARDS ITS OWN QUADRANT"),
-            std::string::npos);
+  EXPECT_EQ(read_table_file(write("a", mirrored), "t").why.what,
+            "BUTTON 1 DOES NOT GROW TOWARDS ITS OWN QUADRANT AT (0, 0)");
   per_mm = std::regex_replace(table_text("t", 1, 1e-3), std::regex("units mm"), "units m");
   per_mm = std::regex_replace(per_mm, std::regex("x_grid 9 -8 8\ny_grid 7 -6 6"),
                               "x_grid 9 -0.008 0.008\ny_grid 7 -0.006 0.006");
-  EXPECT_NE(run([&] {
-              table_struct t;
-              read_table_file(write("b", per_mm), "t", t);
-            }).text.find("SLOPES DO NOT GO WITH THE VALUES"),
-            std::string::npos);
+  EXPECT_EQ(read_table_file(write("b", per_mm), "t").why.what, "SLOPES DO NOT GO WITH THE VALUES");
 }
 
 // --- cells --------------------------------------------------------------------------------------

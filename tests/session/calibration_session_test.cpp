@@ -74,8 +74,9 @@ TEST(calibration_session, a_series_is_judged_in_the_chamber_that_was_given) {
 TEST(calibration_session, a_chamber_that_cannot_be_used_is_told_before_the_first_question) {
   const session::scratch here;
   session::write_file(here.path() / "bad.chamber", "nonlin_bpm_chamber 1\nname x\nunits furlong\n");
+  session::write_file(here.path() / "bad.table", "nonlin_bpm_table 1\nname x\nunits furlong\n");
   session::write_file(here.path() / "bad.txt", "hello\n");
-  for (const std::string file : {"missing.chamber", "bad.chamber", "bad.txt"}) {
+  for (const std::string file : {"missing.chamber", "bad.chamber", "bad.table", "bad.txt"}) {
     SCOPED_TRACE(file);
     const auto run = session::butngain(here.path(), {}, {.arguments = {"--chamber", file}});
     EXPECT_EQ(run.status, 2);

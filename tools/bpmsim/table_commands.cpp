@@ -25,7 +25,7 @@ struct table_files {
 bool is_table(const std::string& path) {
   nonlin_bpm_mod::word_file file;
   // By its first word, as the reader would: names of tables are anybody's choice.
-  return nonlin_bpm_mod::open_words(file, path) == 0 && nonlin_bpm_mod::next_words(file) &&
+  return !nonlin_bpm_mod::open_words(file, path) && nonlin_bpm_mod::next_words(file) &&
          file.words[0] == "nonlin_bpm_table";
 }
 
@@ -36,7 +36,7 @@ int draw_existing(const table_files& f) {
     refuse_if(fmt::format(
         "{} is a table already: it can be drawn, with --picture and no other file", f.from));
   }
-  sim::draw_table(f.from, f.picture);
+  if (const auto wrong = sim::draw_table(f.from, f.picture)) give_up(util::line_of(*wrong));
   return 0;
 }
 

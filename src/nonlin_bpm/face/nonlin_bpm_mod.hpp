@@ -13,11 +13,12 @@
 // | in reading order            | what it holds                                                  |
 // |-----------------------------|----------------------------------------------------------------|
 // | lookup_table.hpp            | one table in memory                                            |
-// | nonlin_orbit.cpp            | the entry, offsets, table choice, coordinates                  |
+// | nonlin_orbit.cpp            | the entry, table choice, coordinates                           |
+// | nonlin_bpm_init.cpp         | the files of a facility into the state below                   |
 // | nonlin_bpm_minimize.cpp     | the position fit                                               |
 // | nonlin_bpm_interpolate.cpp  | value and derivatives at one place; cell_kernel.hpp is its core |
 // | table_file, table_cells     | one table: from file to nodes, from nodes to cells             |
-// | calib_files, word_file      | the two button files; lines of words with comments             |
+// | calib_files, word_file      | the files of single BPMs; lines of words with comments         |
 // | linear_algebra              | the only door to LAPACK                                        |
 #pragma once
 #include <vector>

@@ -15,23 +15,28 @@
 #include <string>
 #include <string_view>
 
+#include "fault.hpp"
 #include "lookup_table.hpp"
 #include "table_nodes.hpp"
+#include "word_file.hpp"
 
 namespace nonlin_bpm_mod {
 
 /// Reads a table and builds its cells.
 /// given    expected  the name that must stand in the file; empty: any
-/// errors   every fault: one line (init_fault), then err_exit. Beside faults of form: slopes that
+/// errors   a file that cannot be opened, and every fault in it. Beside faults of form: slopes that
 ///          do not go with the values, a centre without data, a button that does not grow towards
 ///          its own quadrant, no node to start a fit from
-void read_table_file(const std::string& name, std::string_view expected, table_struct& table);
+util::outcome<table_struct> read_table_file(const std::string& name, std::string_view expected);
+
+/// The same from an open file. After a fault the file's line is the one that is wrong.
+util::outcome<table_struct> read_table(word_file& file, std::string_view expected);
 
 /// What is wrong with the slopes of a table; empty when they go with the values. `line` is where
 /// the file gives the worst node, 0 for nodes from no file.
 std::string wrong_slopes(const table_nodes& nodes, int& line);
 
-/// The nodes alone, as the file gives them, in metres.
-table_nodes read_table_nodes(const std::string& name, std::string_view expected);
+/// The nodes alone, as the file gives them, in metres. Errors as above, but for those of cells.
+util::outcome<table_nodes> read_table_nodes(const std::string& name, std::string_view expected);
 
 }  // namespace nonlin_bpm_mod

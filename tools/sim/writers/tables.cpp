@@ -103,13 +103,16 @@ void try_places(const table_work& work, table_report& r) {
 }
 
 // Reads what was written, with all checks of the reader, and tries it.
-void try_table(const table_work& work, const std::string& path, table_report& r) {
+util::status try_table(const table_work& work, const std::string& path, table_report& r) {
+  auto table = nonlin_bpm_mod::read_table_file(path, work.c.name);
+  if (!table) return table.why;
   // The conversion holds one set of tables for the process: whatever stood there is gone.
   nonlin_bpm_mod::reset();
-  nonlin_bpm_mod::read_table_file(path, work.c.name, nonlin_bpm_mod::bpm_arc);
+  nonlin_bpm_mod::bpm_arc = std::move(*table);
   nonlin_bpm_mod::nonlin_bpm_first_call = false;  // nothing else is to be loaded
   try_places(work, r);
   nonlin_bpm_mod::reset();
+  return {};
 }
 
 void describe(const table_work& work, table_report& r) {
@@ -176,7 +179,7 @@ util::outcome<table_report> make_table(const chamber& c, const std::string& tabl
   // Tried under another name: a table that is refused must not replace one that works.
   const std::string part = table_file + ".part";
   write_table(work.nodes, part);
-  try_table(work, part, r);
+  if (auto wrong = try_table(work, part, r)) return *wrong;
   std::error_code fault;
   if (r.not_found * most_lost > r.places) {
     fs::remove(part, fault);
@@ -216,8 +219,11 @@ util::outcome<std::vector<table_report>> make_tables(const tables_setup& s) {
   return all;
 }
 
-void draw_table(const std::string& table_file, const std::string& picture) {
-  write_picture({nonlin_bpm_mod::read_table_nodes(table_file, ""), {}}, picture);
+util::status draw_table(const std::string& table_file, const std::string& picture) {
+  auto nodes = nonlin_bpm_mod::read_table_nodes(table_file, "");
+  if (!nodes) return nodes.why;
+  write_picture({std::move(*nodes), {}}, picture);
+  return {};
 }
 
 }  // namespace sim

@@ -52,7 +52,7 @@ struct tables_setup {
 util::outcome<std::vector<table_report>> make_tables(const tables_setup& s);
 
 /// Draws a table that stands in a file.
-/// errors   a file that cannot be read ends the run as the conversion's reader does
-void draw_table(const std::string& table_file, const std::string& picture);
+/// errors   a file that is no table: the fault
+util::status draw_table(const std::string& table_file, const std::string& picture);
 
 }  // namespace sim

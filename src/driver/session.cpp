@@ -19,6 +19,7 @@
 #include "list_io.hpp"
 #include "output_directory.hpp"
 #include "plot_gains.hpp"
+#include "progress.hpp"
 #include "run_summaries.hpp"
 #include "run_time.hpp"
 #include "session_state.hpp"
@@ -131,6 +132,7 @@ void take_chamber(session_state& s, const std::string& path) {
 }  // namespace
 
 void run_session(const session_options& options) {
+  util::show_long_steps();
   static session_state s;  // too large for the stack; there is one session in a process
   take_chamber(s, options.chamber);
   create_output_directory(s.directory);

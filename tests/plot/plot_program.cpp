@@ -8,7 +8,7 @@
 
 #include "gain_fit_mod.hpp"
 #include "plot_gains.hpp"
-#include "terminal.hpp"
+#include "standard_output.hpp"
 
 namespace {
 driver::gains_plotted gains;

@@ -41,7 +41,8 @@ TEST(progress, text_fits_the_screen) {
 
 // What a step of the given length, in quarters of a second, writes to a terminal on standard error
 // while standard output goes to out; one that fails ends the run under way.
-std::string seen_on_terminal(int quarters, const char* out, bool refused, bool fails = false) {
+std::string seen_on_terminal(int quarters, const char* out, bool refused, bool fails = false,
+                             bool shown = true) {
   int master = -1;
   int terminal = -1;
   if (openpty(&master, &terminal, nullptr, nullptr, nullptr) != 0) return "no terminal";
@@ -56,7 +57,8 @@ std::string seen_on_terminal(int quarters, const char* out, bool refused, bool f
       unsetenv("NO_PROGRESS");
     }
     {
-      util::progress line("fitting", 4);
+      if (shown) util::show_long_steps();
+      util::long_step line("fitting", 4);
       for (int done = 0; done <= quarters; ++done) {
         line.at(done);
         if (done < quarters) std::this_thread::sleep_for(250ms);
@@ -91,6 +93,7 @@ TEST(progress, stays_silent) {
   EXPECT_EQ(seen_on_terminal(0, "/dev/null", false), "") << "short step";
   EXPECT_EQ(seen_on_terminal(3, nullptr, false), "") << "printed lines are on the same screen";
   EXPECT_EQ(seen_on_terminal(3, "/dev/null", true), "") << "NO_PROGRESS";
+  EXPECT_EQ(seen_on_terminal(3, "/dev/null", false, false, false), "") << "a library's user";
 }
 
 }  // namespace

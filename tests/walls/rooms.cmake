@@ -20,6 +20,11 @@ foreach(header terminal.hpp line_editor.hpp progress.hpp interrupt.hpp)
   wall(rawfile_user butngain_terminal ${header})
 endforeach()
 wall(rawfile_user butngain_units file_units.hpp)
+# The same with data sets: how far a load is may be seen where somebody shows it, and nowhere else.
+door(tbt_user tbt_mod.hpp)
+wall(tbt_user butngain_terminal terminal.hpp)
+wall(tbt_user butngain_terminal progress.hpp)
+wall(butngain_tbt butngain_terminal progress.hpp)
 
 # Plots: who draws sees one header; input and output do not draw.
 door(butngain_driver quick_plot.hpp)
@@ -86,6 +91,8 @@ door(butngain_sim_physics machine.hpp)
 wall(butngain_sim_physics butngain_sim series.hpp)
 wall(butngain_sim_physics bpmsim machine_options.hpp)
 wall(butngain_sim bpmsim machine_options.hpp)
+wall(butngain_sim butngain_terminal terminal.hpp)
+wall(butngain_sim_tables butngain_terminal progress.hpp)
 door(butngain_sim series.hpp)
 shut(butngain_sim_physics CLI/CLI.hpp)
 

@@ -11,7 +11,7 @@
 #include "file_units.hpp"
 #include "list_io.hpp"
 #include "run_time.hpp"
-#include "terminal.hpp"
+#include "standard_output.hpp"
 #include "text.hpp"
 
 namespace sim {

@@ -1,8 +1,10 @@
 // bpmsim: makes everything that butngain reads, from one physical model, with the truth beside it.
 #include "commands.hpp"
+#include "progress.hpp"
 #include "run_time.hpp"
 
 int main(int argc, char** argv) {
   util::program_name = "bpmsim";
+  util::show_long_steps();
   util::stop_program(commands::run(argc, argv));
 }

@@ -13,7 +13,7 @@
 #include "machine_options.hpp"
 #include "options.hpp"
 #include "orbit_store.hpp"
-#include "terminal.hpp"
+#include "standard_output.hpp"
 
 namespace commands {
 namespace {

@@ -7,8 +7,8 @@
 #include "chamber_file.hpp"
 #include "commands.hpp"
 #include "options.hpp"
+#include "standard_output.hpp"
 #include "tables.hpp"
-#include "terminal.hpp"
 #include "word_file.hpp"
 
 namespace commands {

@@ -12,8 +12,8 @@
 #include "kbpm_rawfile.hpp"
 #include "kbpm_read_rawfile.hpp"
 #include "list_io.hpp"
+#include "long_step.hpp"
 #include "nonlin_bpm_mod.hpp"
-#include "progress.hpp"
 #include "run_time.hpp"
 #include "standard_output.hpp"
 
@@ -180,9 +180,9 @@ bool has_arrays(const std::string& name, const load& file) {
 
 void take_instruments(tbt_all_data_struct& tbt, const load& file, const std::string& run_name) {
   util::fixed_text<100> padded;
-  util::progress line("positions of " + run_name, rawfile::kbpm_rawfile_num_instruments());
+  util::long_step step("positions of " + run_name, rawfile::kbpm_rawfile_num_instruments());
   for (int done = 0; kfi::kbpm_rawfile_inst_names_f(padded.item) == 0; ++done) {
-    line.at(done);
+    step.at(done);
     const std::string name{padded.trimmed()};
     const auto index = find_bpm(tbt, name);
     if (!index || !has_arrays(name, file)) {

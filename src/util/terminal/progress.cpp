@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 
 #include "run_time.hpp"
 
@@ -30,6 +31,8 @@ std::size_t screen_width() {
   const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
   return known ? size.ws_col : 80;  // where the terminal does not tell
 }
+
+std::optional<progress> long_step_line;  // of the long step that is going on
 
 }  // namespace
 
@@ -59,6 +62,16 @@ std::string progress_text(std::string_view what, long long done, long long total
   // The last column stays free: a terminal wraps there, and \r no longer finds the line's start.
   const std::size_t room = width > count.size() + 1 ? width - count.size() - 1 : 0;
   return fmt::format("{}{}", what.substr(0, room), count);
+}
+
+void show_long_steps() {
+  shown_steps.begin = [](std::string_view what, long long total, output_during output) {
+    long_step_line.emplace(what, total, output);
+  };
+  shown_steps.at = [](long long done) {
+    if (long_step_line) long_step_line->at(done);
+  };
+  shown_steps.end = [] { long_step_line.reset(); };
 }
 
 void erase_progress() {

@@ -10,11 +10,9 @@
 #include <string>
 #include <string_view>
 
-namespace util {
+#include "long_step.hpp"
 
-/// Whether anything is printed on standard output during the step. A silent one shows its line also
-/// when standard output is a terminal.
-enum class output_during { lines, silence };
+namespace util {
 
 /// The line of one long step; erased when it goes out of scope.
 ///     util::progress line("reading RD-001234.dat", total);
@@ -42,6 +40,9 @@ class progress {
   bool watched_;                                // somebody can see the line
   std::chrono::steady_clock::time_point next_;  // not drawn again before
 };
+
+/// Shows the steps of rooms that do not know the terminal (long_step.hpp) from now on.
+void show_long_steps();
 
 /// The line as it is shown: "reading RD-001234.dat:  45 %", cut to the width of the screen.
 std::string progress_text(std::string_view what, long long done, long long total,

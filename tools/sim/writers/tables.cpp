@@ -10,8 +10,8 @@
 
 #include "directories.hpp"
 #include "file_units.hpp"
+#include "long_step.hpp"
 #include "nonlin_bpm_mod.hpp"
-#include "progress.hpp"
 #include "random.hpp"
 #include "run_time.hpp"
 #include "table_cells.hpp"
@@ -38,10 +38,10 @@ constexpr int arc_bpm = 20;  // a BPM whose table is bpm_arc
 
 table_work work_out(const chamber& c) {
   // The wall costs about as much as the rows together.
-  util::progress line("table " + c.name, 2LL * c.y.n, util::output_during::silence);
+  util::long_step step("table " + c.name, 2LL * c.y.n, util::output_during::silence);
   auto work = chamber_solver::begin_table(c);
   for (int iy = 1; iy <= c.y.n; ++iy) {
-    line.at(c.y.n + iy - 1);
+    step.at(c.y.n + iy - 1);
     chamber_solver::fill_row(work, iy);
   }
   return work;

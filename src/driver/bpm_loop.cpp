@@ -19,6 +19,8 @@
 #include "list_io.hpp"
 #include "nonlin_bpm_mod.hpp"
 #include "progress.hpp"
+#include "result_files.hpp"
+#include "result_rows.hpp"
 #include "run_summaries.hpp"
 #include "swap_buttons.hpp"
 #include "terminal.hpp"
@@ -40,8 +42,9 @@ bool all_zero(const store::bpm_struct& reading) {
 
 // What the data sets gave one BPM.
 struct kept_sets {
-  std::vector<int> start;       // its first kept orbit in each set that has one, from 0
-  bool pedestals_known = true;  // in all of these sets
+  std::vector<int> start;        // its first kept orbit in each set that has one, from 0
+  std::vector<std::size_t> set;  // which these are
+  bool pedestals_known = true;   // in all of these sets
 };
 
 // Notes the data sets that begin at a kept orbit. Several may: a set of which the BPM has no orbit
@@ -55,6 +58,7 @@ void note_set(const std::vector<data_set>& sets, std::size_t orbit, std::size_t 
   }
   if (!begins) return;
   noted.start.push_back(static_cast<int>(kept));
+  noted.set.push_back(behind - 1);
   noted.pedestals_known = noted.pedestals_known && sets[behind - 1].pedestals_known;
 }
 
@@ -229,7 +233,16 @@ void treat_bpm(session_state& s, const output::run_record& run) {
   output::write_rd_out(run, result);
   output::write_rd_err(run, result);
   s.fitted.push_back({data.bpm, data.name, verdict.word});
+  s.results.bpm.push_back(
+      row_of_fitted(result, verdict, coefficients_of(s.sets, kept.set, data.bpm)));
   add_to_plot(s, result);
+}
+
+// What was fitted is worth as much as in a run that came to its end.
+[[noreturn]] void leave(session_state& s) {
+  s.interrupted = true;
+  write_results(s);
+  util::leave_interrupted();
 }
 
 }  // namespace
@@ -241,7 +254,7 @@ void treat_bpms(session_state& s) {
   // An interrupt ends the run between two BPMs: what one of them leaves in the files is whole.
   util::watch_interrupts();
   for (int index = 0; index <= last; ++index) {
-    if (util::interrupted()) util::leave_interrupted();
+    if (util::interrupted()) leave(s);
     progress.at(index);
     // One chosen BPM is looked at in every pass, until it was treated or the indices are through: a
     // BPM silent in orbit 1 is told as often as there are indices. Kept for compatibility.
@@ -253,7 +266,7 @@ void treat_bpms(session_state& s) {
     treat_bpm(s, run);
     if (s.just_one) break;
   }
-  if (util::interrupted()) util::leave_interrupted();
+  if (util::interrupted()) leave(s);
   util::restore_interrupts();
 }
 

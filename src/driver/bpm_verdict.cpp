@@ -91,6 +91,7 @@ bpm_verdict verdict_of(const gain_fit_mod::bpm_result& result, const calibration
                                  .sigma_p = setting.sigma_p,
                                  .fits = multipliers_of(result.fits)};
   bpm_verdict verdict;
+  verdict.has_table = true;
   verdict.calibrated = calibration::calibrate(run);
   verdict.word = verdict.calibrated.verdict.word;
   verdict.line = calibration::text_of(verdict.calibrated.verdict) + figures_of(verdict.calibrated);

@@ -28,6 +28,7 @@ struct calibration_setting {
 struct bpm_verdict {
   calibration::verdict_word word = calibration::verdict_word::not_determined;
   std::string line;                  ///< one line: word, reason, errors, how far the fits are off
+  bool has_table = false;            ///< false: the four fits alone were judged
   calibration::record calibrated{};  ///< empty where the BPM has no table
 };
 

@@ -3,6 +3,6 @@
 #include "session.hpp"
 
 int main(int count, char** arguments) {
-  driver::run_session(driver::read_command_line(count, arguments));
-  util::stop_program(0);
+  const int status = driver::run_session(driver::read_command_line(count, arguments));
+  util::stop_program(status);
 }

@@ -34,6 +34,9 @@ session_options read_command_line(int count, const char* const* arguments) {
   app.add_option("--chamber", options.chamber,
                  "Chamber, or table of one, of BPMs without a table of their own")
       ->type_name("FILE");
+  app.add_flag("--orbits", options.list_orbits, "Write every orbit of every BPM: orbits.csv");
+  app.add_flag("--coefficients", options.list_coefficients,
+               "Write the new factors of the position tables: button_coeff.dat");
   try {
     app.parse(count, arguments);
   } catch (const CLI::Success& asked) {  // the library's way to tell of --help and --version

@@ -6,7 +6,9 @@ namespace driver {
 
 /// What was given on the command line.
 struct session_options {
-  std::string chamber;  ///< file of a chamber or a table; empty: none
+  std::string chamber;             ///< file of a chamber or a table; empty: none
+  bool list_orbits = false;        ///< orbits.csv is wanted
+  bool list_coefficients = false;  ///< button_coeff.dat is wanted
 };
 
 /// Returns when the session is to begin; otherwise the process ends: --help and --version print

@@ -20,6 +20,7 @@
 #include "output_directory.hpp"
 #include "plot_gains.hpp"
 #include "progress.hpp"
+#include "result_files.hpp"
 #include "run_summaries.hpp"
 #include "run_time.hpp"
 #include "session_state.hpp"
@@ -131,10 +132,12 @@ void take_chamber(session_state& s, const std::string& path) {
 
 }  // namespace
 
-void run_session(const session_options& options) {
+int run_session(const session_options& options) {
   util::show_long_steps();
   static session_state s;  // too large for the stack; there is one session in a process
   take_chamber(s, options.chamber);
+  s.list_orbits = options.list_orbits;
+  s.list_coefficients = options.list_coefficients;
   create_output_directory(s.directory);
   fit::expert = false;
 
@@ -160,9 +163,11 @@ void run_session(const session_options& options) {
   output::close_bpm_raw_data();
   output::close_run_summaries();
   util::print_line(std::string{"output written to directory "}.append(s.directory.trimmed()));
+  write_results(s);
   tell_summary(s);
   plot_gains(s.bpm_max, s.bpm_min, s.bpm_gain, s.bpm_mat, s.plotted,
              std::string{s.directory.trimmed()}, plot_title(s));
+  return s.exit_status;
 }
 
 }  // namespace driver

@@ -13,8 +13,9 @@ namespace driver {
 
 /// Runs one session to its end.
 /// given    options  a chamber file that cannot be used is told before the first question, status 2
+/// returns  the exit status: 0, or 1 when a file beside the described ones could not be written
 /// errors   bad answers are told and asked again; what cannot go on ends the run (run_time.hpp)
 ///          with everything written so far on disk
-void run_session(const session_options& options);
+int run_session(const session_options& options);
 
 }  // namespace driver

@@ -13,6 +13,7 @@
 #include "orbit_store.hpp"
 #include "plot_gains.hpp"
 #include "rd_files.hpp"
+#include "run_results.hpp"
 #include "template_gains.hpp"
 #include "text.hpp"
 
@@ -27,8 +28,10 @@ struct fitted_bpm {
 
 /// Where a data set lies in the store, and what is known of it.
 struct data_set {
-  int first = 0;                 ///< its first orbit, from 0
-  bool pedestals_known = false;  ///< they were subtracted
+  int first = 0;                            ///< its first orbit, from 0
+  bool pedestals_known = false;             ///< they were subtracted
+  bool divided = false;                     ///< readings were divided by the coefficients
+  std::vector<report::four> coefficient{};  ///< of the electronics, by BPM; nan or absent: not told
 };
 
 struct session_state {
@@ -57,6 +60,11 @@ struct session_state {
   util::unit_handle file_list;    // file_list.dat
 
   std::vector<fitted_bpm> fitted;  // in the order of fitting
+  report::run_results results;  // a row for each of them; after the loop for every BPM of the data
+  bool interrupted = false;     // the loop ended before its last BPM
+  bool list_orbits = false;     // orbits.csv was asked for
+  bool list_coefficients = false;  // button_coeff.dat likewise
+  int exit_status = 0;             // 1: a file beside the described ones could not be written
 
   // What the plot receives: per treated BPM its four normalised inverse gains and its index.
   gains_plotted bpm_gain;

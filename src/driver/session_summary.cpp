@@ -1,13 +1,19 @@
 #include "session_summary.hpp"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <string_view>
+#include <utility>
 
 #include "gain_fit_mod.hpp"
+#include "gains_csv.hpp"
+#include "gains_load.hpp"
+#include "text.hpp"
 
 namespace driver {
 namespace {
@@ -16,11 +22,8 @@ namespace fit = gain_fit_mod;
 
 // More data sets than this would shrink the title beyond reading.
 constexpr std::size_t most_named = 4;
-
-bool has_signal(const store::bpm_struct& reading) {
-  const auto& b = reading.button.item;
-  return std::any_of(b.begin(), b.end(), [](double signal) { return signal != 0; });
-}
+// BPMs in one line of what to look at: the files have them all.
+constexpr std::size_t most_listed = 12;
 
 // Why the loop passed a BPM over that has orbits in the store.
 std::string reason_in_store(const session_state& s, int bpm) {
@@ -29,6 +32,8 @@ std::string reason_in_store(const session_state& s, int bpm) {
   }
   const auto column = fit::orbit_data.column(bpm, s.norbits_save.get());
   const auto first = std::find_if(column.begin(), column.end(), has_signal);
+  // Only a run that was ended early leaves BPMs behind that have all they need.
+  if (s.interrupted && first == column.begin()) return "the run was interrupted before it";
   if (first == column.end()) return fmt::format("no signal in any of {} orbits", column.size());
   return fmt::format("silent in orbit 1; its first signal is in orbit {}",
                      first - column.begin() + 1);
@@ -73,16 +78,74 @@ bool no_turn_was_asked_for(const session_state& s) {
                      [](const store::bpm_remark& r) { return r.turns == 0; });
 }
 
-}  // namespace
+// "BPMs 12 (12W), 13 (13W)", not without end.
+std::string named(const std::vector<std::string>& bpms) {
+  const std::size_t listed = std::min(bpms.size(), most_listed);
+  const auto end = bpms.begin() + static_cast<std::ptrdiff_t>(listed);
+  std::string text =
+      fmt::format("BPM{} {}", bpms.size() == 1 ? "" : "s", fmt::join(bpms.begin(), end, ", "));
+  if (listed < bpms.size()) text += fmt::format(" and {} more", bpms.size() - listed);
+  return text;
+}
 
-std::vector<store::bpm_remark> bpms_not_fitted(const session_state& s) {
+// Those fitted whose gains somebody must look at, the worst first, with the same reason together.
+void add_lines_to_look_at(const session_state& s, std::vector<std::string>& lines) {
+  using word = report::verdict;
+  for (const word verdict : {word::suspect, word::not_determined, word::weak}) {
+    std::vector<std::pair<std::string, std::vector<std::string>>> groups;
+    for (const report::bpm_row& row : s.results.bpm) {
+      if (row.verdict != verdict) continue;
+      auto group = std::find_if(groups.begin(), groups.end(),
+                                [&row](const auto& g) { return g.first == row.reason; });
+      if (group == groups.end()) group = groups.insert(group, {row.reason, {}});
+      group->second.push_back(fmt::format("{} ({})", row.bpm, row.name));
+    }
+    for (const auto& [reason, bpms] : groups) {
+      lines.push_back(
+          fmt::format("look at {}: {}: {}", named(bpms), report::text_of(verdict), reason));
+    }
+  }
+}
+
+// The last line: where everything is that the lines above do not say.
+std::string line_of_files(const session_state& s) {
+  const auto& rows = s.results.bpm;
+  const auto loaded = std::count_if(rows.begin(), rows.end(), report::is_loaded);
+  const std::string_view folder = s.directory.trimmed();
+  const std::string what = loaded == 0 ? std::string{"nothing to load"}
+                                       : fmt::format("gains of {} BPM{} to load: {}/gains.load",
+                                                     loaded, loaded == 1 ? "" : "s", folder);
+  return fmt::format("{}; all results: {}/gains.csv", what, folder);
+}
+
+// What a line is about, for somebody who only glances at it.
+std::string_view colour_of(const std::string& line) {
+  constexpr std::string_view red = "\033[31m";
+  constexpr std::string_view yellow = "\033[33m";
+  constexpr std::string_view bold = "\033[1m";
+  if (line.starts_with("look at ")) {
+    return line.find(": weak: ") == std::string::npos ? red : yellow;
+  }
+  return line.starts_with("not fitted: ") ? yellow : bold;
+}
+
+bool in_colour() {
+  const char* no_colour = std::getenv("NO_COLOR");
+  const char* terminal = std::getenv("TERM");
+  return isatty(STDERR_FILENO) == 1 && (no_colour == nullptr || *no_colour == '\0') &&
+         terminal != nullptr && std::string_view{terminal} != "dumb";
+}
+
+// Every reason for which a BPM was not fitted; of those that were not chosen only when asked for.
+std::vector<store::bpm_remark> remarks_of(const session_state& s, bool of_all) {
   std::map<int, store::bpm_remark> by_index;
   const auto remark = [&](int bpm, const std::string& name, const std::string& reason) {
-    if (was_fitted(s, bpm) || (s.just_one && bpm != fit::bpm)) return;
+    const bool chosen = !s.just_one || bpm == fit::bpm;
+    if (was_fitted(s, bpm) || !(chosen || of_all)) return;
     store::bpm_remark& at = by_index[bpm];
     at.bpm = bpm;
     if (!name.empty()) at.name = name;
-    add_reason(at.reason, reason);
+    add_reason(at.reason, chosen ? reason : "another BPM was chosen");
   };
   for (int bpm = 0; bpm <= store::max_bpm; ++bpm) {
     if (fit::orbit_data.holds(bpm)) {
@@ -94,6 +157,21 @@ std::vector<store::bpm_remark> bpms_not_fitted(const session_state& s) {
   all.reserve(by_index.size());
   for (auto& [bpm, at] : by_index) all.push_back(std::move(at));
   return all;
+}
+
+}  // namespace
+
+bool has_signal(const store::bpm_struct& reading) {
+  const auto& b = reading.button.item;
+  return std::any_of(b.begin(), b.end(), [](double signal) { return signal != 0; });
+}
+
+std::vector<store::bpm_remark> bpms_not_fitted(const session_state& s) {
+  return remarks_of(s, false);
+}
+
+std::vector<store::bpm_remark> all_not_fitted(const session_state& s) {
+  return remarks_of(s, true);
 }
 
 std::vector<std::string> summary_lines(const session_state& s,
@@ -111,6 +189,7 @@ std::vector<std::string> summary_lines(const session_state& s,
     lines[0] += s.fitted.empty() ? ": nothing was read"
                                  : ": the last file has no orbit, and its number holds for all";
   }
+  add_lines_to_look_at(s, lines);
   std::vector<bool> told(not_fitted.size(), false);
   for (std::size_t i = 0; i < not_fitted.size(); ++i) {
     if (told[i]) continue;
@@ -124,17 +203,24 @@ std::vector<std::string> summary_lines(const session_state& s,
     lines.push_back(fmt::format("not fitted: BPM{} {}: {}", bpms.size() == 1 ? "" : "s",
                                 fmt::join(bpms, ", "), not_fitted[i].reason));
   }
+  if (!s.results.bpm.empty()) lines.push_back(line_of_files(s));
   return lines;
 }
 
 void tell_summary(const session_state& s) {
   std::fflush(stdout);
+  const bool colour = in_colour();
   for (const std::string& line : summary_lines(s, bpms_not_fitted(s))) {
-    fmt::print(stderr, "butngain: {}\n", line);
+    const std::string text = util::shown(line);  // names and reasons come from files
+    if (colour) {
+      fmt::print(stderr, "butngain: {}{}\033[0m\n", colour_of(line), text);
+    } else {
+      fmt::print(stderr, "butngain: {}\n", text);
+    }
   }
 }
 
-std::string plot_title(const session_state& s) {
+std::string data_title(const session_state& s) {
   std::vector<std::string> sets{s.data_sets};
   const bool synthetic = s.type == "fake";
   const int last = s.bpm_count.get();
@@ -143,9 +229,13 @@ std::string plot_title(const session_state& s) {
   }
   const std::size_t more = sets.size() > most_named ? sets.size() - most_named : 0;
   sets.resize(sets.size() - more);
-  std::string title = fmt::format("Button gains, {}", fmt::join(sets, ", "));
+  std::string title = fmt::format("{}", fmt::join(sets, ", "));
   if (more > 0) title += fmt::format(" and {} more", more);
-  return title + fmt::format(", {} orbits, {}", s.norbits_save.get(), s.directory.trimmed());
+  return title + fmt::format(", {} orbits", s.norbits_save.get());
+}
+
+std::string plot_title(const session_state& s) {
+  return fmt::format("Button gains, {}, {}", data_title(s), s.directory.trimmed());
 }
 
 }  // namespace driver

@@ -3,7 +3,9 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <string>
+#include <vector>
 
 #include "gain_fit_mod.hpp"
 #include "get_turn_by_turn.hpp"
@@ -70,6 +72,20 @@ void hand_over() {
   orbit_data_save.clear();
 }
 
+// What the data set just read says about the electronics; nan where it says nothing.
+std::vector<report::four> coefficients_told() {
+  std::vector<report::four> told(last_bpm_visited + 1, report::unknown_four);
+  for (int bpm = 0; bpm <= last_bpm_visited; ++bpm) {
+    for (int k = 1; k <= 4; ++k) {
+      const double coefficient = fit::gain_coefficient(k, bpm);
+      if (coefficient != 0) {
+        told[static_cast<std::size_t>(bpm)][static_cast<std::size_t>(k) - 1] = coefficient;
+      }
+    }
+  }
+  return told;
+}
+
 // Reads one data set and appends it; false when there is no room to count more.
 bool add_data_set(session_state& s) {
   // The question promises 0 as its default, for every data set.
@@ -85,7 +101,10 @@ bool add_data_set(session_state& s) {
   util::print_line(
       util::list_line().text(" Number of orbits so far ").integer(n_so_far + fit::norbits).str());
   if (n_so_far + fit::norbits > most_orbits_counted) return false;
-  s.sets.push_back({.first = n_so_far, .pedestals_known = fit::pedestals_subtracted});
+  s.sets.push_back({.first = n_so_far,
+                    .pedestals_known = fit::pedestals_subtracted,
+                    .divided = fit::gain_correct == 3,
+                    .coefficient = coefficients_told()});
   append_data_set(fit::norbits);
   s.norbits_save = n_so_far;
   return true;

@@ -312,6 +312,7 @@ void get_turn_by_turn(const util::fixed_text<16>& directory, std::int32_t max_no
   fit::orbit_data.clear();  // before the next set is read: a set can have 100 MB
   fit::norbits = 0;
   fit::pedestals_subtracted = false;  // text runs carry theirs
+  fit::gain_coefficient.fill(0);      // and name no coefficients
   const auto name_before = fit::in_file_0;
   // A name that led nowhere is no default for the next question.
   while (!load_data_set(directory, max_nonlin_positions)) fit::in_file_0 = name_before;

@@ -124,6 +124,14 @@ void read_turn_by_turn_3(const tbt_mod::tbt_all_data_struct& tbt, int nbunch, in
   }
   norbits_save.fill(0);
   for (const bpm_turns& at : taken.data.bpms) norbits_save(at.bpm) = at.seen.kept;
+  for (int bpm = 0; bpm <= last_bpm_read; ++bpm) {
+    for (int k = 1; from.bunch.bpm(bpm).data_ok && k <= 4; ++k) {
+      const double coefficient = from.bunch.bpm(bpm).gain(k);
+      // 0 would say that there is none: a card that was never calibrated counts as 1, as it does
+      // where readings are divided.
+      fit::gain_coefficient(k, bpm) = coefficient == 0 ? 1 : coefficient;
+    }
+  }
   take_over(taken.data);
   // The question for the BPM offers it as its default: kept for compatibility.
   fit::bpm = last_bpm_read + 1;

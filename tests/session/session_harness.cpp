@@ -160,6 +160,14 @@ std::vector<std::string> lines_of(std::string_view text) {
   return lines;
 }
 
+std::string without_line_of_files(std::string_view err) {
+  std::string rest;
+  for (const std::string& line : lines_of(err)) {
+    if (!contains(line, "; all results: ")) rest += line + "\n";
+  }
+  return rest;
+}
+
 bool contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
 }

@@ -47,6 +47,9 @@ outcome bpmsim(const std::filesystem::path& directory, const std::vector<std::st
 std::string read_file(const std::filesystem::path& path);
 void write_file(const std::filesystem::path& path, std::string_view content);
 std::vector<std::string> lines_of(std::string_view text);
+/// A session's standard error without the line that tells where its results lie: it has the run's
+/// date in it.
+std::string without_line_of_files(std::string_view err);
 bool contains(std::string_view text, std::string_view part);
 
 /// The blank-separated numbers of a line, D exponents too; other words are passed over.

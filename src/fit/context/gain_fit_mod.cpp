@@ -16,6 +16,7 @@ void reset() {
   arb_gain.fill(0);
   gain_correct = 0;
   pedestals_subtracted = false;
+  gain_coefficient.fill(0);
   rd_number = 0;
   in_file = {};
   in_file_0 = {};

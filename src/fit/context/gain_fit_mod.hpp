@@ -60,6 +60,11 @@ inline int gain_correct = 0;
 // bunch. Set by the readers and the turn-by-turn dialog. Read by the session, for the calibration.
 inline bool pedestals_subtracted = false;
 
+// Gain coefficients of the electronics that the data set just read names, by button and BPM [-]; 0
+// where it names none. Set by the turn-by-turn dialog and the reader of raw data. Read by the session,
+// for what is to be loaded.
+inline util::bounded2<double, 1, 4, 0, 5000, "gain_coefficient"> gain_coefficient{};
+
 // Run of the last data set. Set by the turn-by-turn dialog.
 inline int rd_number = 0;
 

@@ -51,8 +51,12 @@ struct bpm_row {
   four pedestal = unknown_four, pedestal_sigma = unknown_four;  ///< [median signal]
   double mean_x_mm = unknown, mean_y_mm = unknown;              ///< of the places
   double sd_x_mm = unknown, sd_y_mm = unknown;                  ///< their scatter
-  double noise = unknown;          ///< rms of one reading [median signal]
-  four true_gain = unknown_four;   ///< known for simulated data [-]
+  double noise = unknown;         ///< rms of one reading [median signal]
+  four true_gain = unknown_four;  ///< known for simulated data [-]
+  /// Coefficients by which the electronics divide readings: while these were taken (unknown where the
+  /// data do not tell), and those to be loaded (unknown: the old ones stay). Not in gains.csv.
+  four coefficient = unknown_four, new_coefficient = unknown_four;
+  std::string stays;  ///< why the old coefficients stay, where the verdict does not say it
   std::vector<orbit_row> orbit{};  ///< empty after reading back
 };
 

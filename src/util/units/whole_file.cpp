@@ -41,17 +41,40 @@ int write_all(int file, std::string_view text) {
 
 }  // namespace
 
-status write_whole_file(const std::string& path, std::string_view text) {
-  std::string scratch;
-  const int file = open_scratch(path, scratch);
-  if (file < 0) return fault{system_text(errno), path, {}};
-  int trouble = write_all(file, text);
-  // Some file systems tell of a full disk only here.
-  if (close(file) != 0 && trouble == 0) trouble = errno;
-  if (trouble == 0 && std::rename(scratch.c_str(), path.c_str()) != 0) trouble = errno;
-  if (trouble == 0) return {};
+unfinished_file::~unfinished_file() {
+  if (file < 0) return;
+  static_cast<void>(close(file));
   static_cast<void>(unlink(scratch.c_str()));
-  return fault{system_text(trouble), path, {}};
+}
+
+status begin_whole_file(unfinished_file& whole, const std::string& path) {
+  whole.path = path;
+  whole.file = open_scratch(path, whole.scratch);
+  if (whole.file < 0) return fault{system_text(errno), path, {}};
+  return {};
+}
+
+void put(unfinished_file& whole, std::string_view text) {
+  if (whole.trouble == 0) whole.trouble = write_all(whole.file, text);
+}
+
+status finish(unfinished_file& whole) {
+  // Some file systems tell of a full disk only here.
+  if (close(whole.file) != 0 && whole.trouble == 0) whole.trouble = errno;
+  whole.file = -1;
+  if (whole.trouble == 0 && std::rename(whole.scratch.c_str(), whole.path.c_str()) != 0) {
+    whole.trouble = errno;
+  }
+  if (whole.trouble == 0) return {};
+  static_cast<void>(unlink(whole.scratch.c_str()));
+  return fault{system_text(whole.trouble), whole.path, {}};
+}
+
+status write_whole_file(const std::string& path, std::string_view text) {
+  unfinished_file whole;
+  if (auto fault = begin_whole_file(whole, path)) return fault;
+  put(whole, text);
+  return finish(whole);
 }
 
 }  // namespace util

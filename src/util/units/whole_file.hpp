@@ -10,6 +10,26 @@
 
 namespace util {
 
+/// A file in the making, under a scratch name in the folder where it will stand. One that is given up
+/// before it is finished leaves nothing.
+struct unfinished_file {
+  std::string path, scratch;  ///< its name to be, and where it is written
+  int file = -1;              ///< the system's handle
+  int trouble = 0;  ///< errno value of the first write that failed; the later ones are left out
+
+  unfinished_file() = default;
+  unfinished_file(const unfinished_file&) = delete;
+  unfinished_file& operator=(const unfinished_file&) = delete;
+  ~unfinished_file();
+};
+
+/// Begins it, writes more of it, and gives it its name once all of it arrived; a file of that name
+/// is replaced. For files that are larger than one likes to hold in memory.
+/// errors   those of write_whole_file; put keeps them for finish
+status begin_whole_file(unfinished_file& whole, const std::string& path);
+void put(unfinished_file& whole, std::string_view text);
+status finish(unfinished_file& whole);
+
 /// Writes the text under a scratch name in the same folder, checks that all of it arrived, and gives
 /// it its name; a file of that name is replaced. A link in the place of the name is replaced too,
 /// never followed.

@@ -1,0 +1,95 @@
+#include "result_files.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "fault.hpp"
+#include "gain_fit_mod.hpp"
+#include "gains_csv.hpp"
+#include "gains_load.hpp"
+#include "nonlin_bpm_mod.hpp"
+#include "orbits_csv.hpp"
+#include "progress.hpp"
+#include "result_rows.hpp"
+#include "session_summary.hpp"
+#include "whole_file.hpp"
+
+namespace driver {
+namespace {
+
+namespace fit = gain_fit_mod;
+
+int orbits_with_signal(const session_state& s, int bpm) {
+  const auto column = fit::orbit_data.column(bpm, s.norbits_save.get());
+  return static_cast<int>(std::count_if(column.begin(), column.end(), has_signal));
+}
+
+void add_rows_of_left_out(session_state& s) {
+  auto& rows = s.results.bpm;
+  // No orbit of theirs was treated, so any set may tell what the electronics divide by.
+  std::vector<std::size_t> every_set(s.sets.size());
+  std::iota(every_set.begin(), every_set.end(), std::size_t{0});
+  for (const store::bpm_remark& remark : all_not_fitted(s)) {
+    rows.push_back(row_of_left_out(remark, orbits_with_signal(s, remark.bpm),
+                                   coefficients_of(s.sets, every_set, remark.bpm)));
+  }
+  std::sort(rows.begin(), rows.end(),
+            [](const report::bpm_row& a, const report::bpm_row& b) { return a.bpm < b.bpm; });
+}
+
+// What the readings were, for those who load what came of them.
+std::string about(const session_state& s) {
+  std::string text = s.results.info.title + fmt::format(", {}; ", s.directory.trimmed());
+  if (fit::gain_correct == 0)
+    return text + "the readings name no old coefficients: 1 stands for them";
+  return text +
+         (fit::gain_correct == 3
+              ? "correction 3: readings divided by the old coefficients; new = old x gain"
+              : fmt::format("correction {}: readings not divided by the old coefficients; new = "
+                            "their mean x gain",
+                            fit::gain_correct));
+}
+
+// The list of factors that is in force; nothing where the session did not need the tables.
+std::vector<report::listed_multiplier> listed_now() {
+  std::vector<report::listed_multiplier> listed;
+  if (nonlin_bpm_mod::nonlin_bpm_first_call) return listed;
+  for (int bpm = 1; bpm <= nonlin_bpm_mod::max_bpm; ++bpm) {
+    const report::four factor = nonlin_bpm_mod::bpm_calib(bpm).coeff.item;
+    if (factor != report::four{1, 1, 1, 1}) listed.push_back({bpm, factor});
+  }
+  return listed;
+}
+
+void tell(session_state& s, const util::status& fault) {
+  if (!fault) return;
+  s.exit_status = 1;
+  std::fflush(stdout);
+  util::erase_progress();
+  fmt::print(stderr, "butngain: cannot write {}\n", util::line_of(*fault));
+}
+
+}  // namespace
+
+void write_results(session_state& s) {
+  add_rows_of_left_out(s);
+  s.results.info.directory = s.directory.trimmed();
+  s.results.info.title = data_title(s);
+  const std::string folder = s.results.info.directory + "/";
+  const auto& rows = s.results.bpm;
+  tell(s, report::write_gains_csv(folder + "gains.csv", rows));
+  tell(s, util::write_whole_file(folder + "gains.load", report::gains_load_text(rows, about(s))));
+  if (s.list_coefficients) {
+    tell(s, util::write_whole_file(folder + "button_coeff.dat",
+                                   report::button_coeff_text(rows, listed_now(), about(s))));
+  }
+  if (s.list_orbits) tell(s, report::write_orbits_csv(folder + "orbits.csv", rows));
+}
+
+}  // namespace driver

@@ -1,0 +1,139 @@
+#include "gains_load.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <map>
+
+#include "csv_text.hpp"
+#include "gains_csv.hpp"
+#include "text.hpp"
+
+namespace report {
+namespace {
+
+constexpr std::array<std::string_view, 4> button_names{"BI", "BO", "TI", "TO"};
+constexpr int last_listed_bpm = 120;
+
+// Words are separated by blanks in both files.
+std::string one_word(const std::string& name) {
+  std::string word = field_text(name);
+  std::replace(word.begin(), word.end(), ' ', '_');
+  return word.empty() ? "-" : word;
+}
+
+bool has_old(const bpm_row& row) { return std::isfinite(row.coefficient[0]); }
+
+// What a new coefficient is compared with: 1 where the data name none.
+double old_of(const bpm_row& row, std::size_t k) { return has_old(row) ? row.coefficient[k] : 1; }
+
+// Why the old coefficients stay, behind the line.
+std::string why_kept(const bpm_row& row) {
+  std::string why{text_of(row.verdict)};
+  if (!row.reason.empty()) why += ": " + row.reason;
+  if (!row.stays.empty()) why = row.stays;
+  return field_text(why);
+}
+
+int count_loaded(const std::vector<bpm_row>& rows) {
+  return static_cast<int>(std::count_if(rows.begin(), rows.end(), is_loaded));
+}
+
+// What is in both files, for the person who opens them.
+std::string first_lines(const std::vector<bpm_row>& rows, const std::string& about) {
+  const int loaded = count_loaded(rows);
+  std::string text = fmt::format("# {}\n", util::shown(about));
+  return text + (loaded == 0 ? "# nothing can be loaded: no BPM is determined\n"
+                             : fmt::format("# {} of {} BPMs determined; the others keep what they "
+                                           "have\n",
+                                           loaded, rows.size()));
+}
+
+}  // namespace
+
+four new_coefficients(const four& old, const four& gain, bool divided) {
+  four now = old;
+  double product = 1;
+  for (double& c : now) {
+    if (c == 0) c = 1;  // exactly: the readers divide by 1 then
+    product *= std::abs(c);
+  }
+  const double mean = std::sqrt(std::sqrt(product));
+  for (std::size_t k = 0; k < now.size(); ++k) {
+    // A sign that the electronics have is not the fit's, which takes sizes of signals.
+    now[k] = (divided ? now[k] : std::copysign(mean, now[k])) * gain[k];
+  }
+  return now;
+}
+
+bool is_loaded(const bpm_row& row) {
+  return std::all_of(row.new_coefficient.begin(), row.new_coefficient.end(),
+                     [](double c) { return std::isfinite(c); });
+}
+
+std::string gains_load_text(const std::vector<bpm_row>& rows, const std::string& about) {
+  std::string text =
+      "# gains.load: gain coefficients of the electronics, by which they divide readings\n" +
+      first_lines(rows, about) +
+      "# Load these or button_coeff.dat, not both. change is new/old - 1; error that of a gain\n"
+      "# ratio. 'load' or 'keep' says what to do; what stands behind # says why.\n";
+  text += fmt::format("#{:>4} {:<12} {:<6} {:>12} {:>12} {:>9} {:>9}  {}\n", "bpm", "name",
+                      "button", "old", "new", "change_%", "error_%", "do");
+  for (const bpm_row& row : rows) {
+    const bool loaded = is_loaded(row);
+    for (std::size_t k = 0; k < button_names.size(); ++k) {
+      const double old = old_of(row, k);
+      text += fmt::format("{:>5} {:<12} {:<6} ", row.bpm, one_word(row.name), button_names[k]);
+      if (loaded) {
+        const double now = row.new_coefficient[k];
+        text += fmt::format("{:>12.7g} {:>12.7g} {:>+9.4f} {:>9.4f}  load\n", old, now,
+                            100 * (now / old - 1), 100 * row.error);
+      } else {
+        // A 1 in the place of what nobody told would be loaded by somebody.
+        const std::string kept = has_old(row) ? fmt::format("{:.7g}", old) : "-";
+        text += fmt::format("{0:>12} {0:>12} {1:>+9.4f} {2:>9}  keep  # {3}\n", kept, 0.0, "-",
+                            why_kept(row));
+      }
+    }
+  }
+  return text;
+}
+
+std::string button_coeff_text(const std::vector<bpm_row>& rows,
+                              const std::vector<listed_multiplier>& listed,
+                              const std::string& about) {
+  std::map<int, four> factor;
+  for (const listed_multiplier& at : listed) factor[at.bpm] = at.factor;
+  std::map<int, std::string> remark;
+  std::string outside;
+  for (const bpm_row& row : rows) {
+    const std::string name = field_text(row.name);
+    if (!is_loaded(row)) {
+      remark[row.bpm] = fmt::format("{}, as before: {}", name, why_kept(row));
+      continue;
+    }
+    if (row.bpm < 1 || row.bpm > last_listed_bpm) {
+      outside += fmt::format("# BPM {} ({}) has no place in this list\n", row.bpm, name);
+      continue;
+    }
+    for (std::size_t k = 0; k < 4; ++k) {
+      factor[row.bpm][k] = old_of(row, k) / row.new_coefficient[k];
+    }
+    remark[row.bpm] = name;
+  }
+  std::string text =
+      "nonlin_bpm_coeff 1                  # button_coeff.dat: factors of BI, BO, TI, TO\n" +
+      first_lines(rows, about) + "# Load these or gains.load, not both.\n" + outside;
+  for (const auto& [bpm, f] : factor) {
+    text += fmt::format("{:>3} {:.9f} {:.9f} {:.9f} {:.9f}", bpm, f[0], f[1], f[2], f[3]);
+    text += remark.contains(bpm) ? fmt::format("  # {}\n", remark[bpm]) : "\n";
+    remark.erase(bpm);
+  }
+  for (const auto& [bpm, why] : remark) text += fmt::format("# {:>3} 1 1 1 1  {}\n", bpm, why);
+  return text;
+}
+
+}  // namespace report

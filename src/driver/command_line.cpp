@@ -3,9 +3,13 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <cstddef>
 #include <cstdio>
 #include <string>
+#include <vector>
 
+#include "dialog_options.hpp"
+#include "fault.hpp"
 #include "run_time.hpp"
 #include "site.hpp"
 
@@ -16,12 +20,38 @@ constexpr const char* about =
     "Fits the four relative button gains of beam position monitors (BPMs) from recorded beam\n"
     "passages. Everything is asked in a dialog on the terminal; answers may also come from a "
     "pipe,\n"
-    "one line each. Results go into a directory named after date and time, such as\n"
-    "20240131_235959, below the current one.\n"
+    "one line each, or be given beforehand as options. Results go into a directory named after "
+    "date\n"
+    "and time, such as 20240131_235959, below the current one or that of --output.\n"
     "\n"
     "The environment variable KOVR_ONLINE names the root of the facility's data tree.\n";
 
+constexpr const char* answers_group = "Answers given beforehand";
+
 constexpr int usage_error = 2;
+
+[[noreturn]] void refuse(const std::string& why) {
+  fmt::print(stderr, "butngain: {}; try butngain --help\n", why);
+  util::stop_program(usage_error);
+}
+
+void add_dialog_options(CLI::App& app, std::vector<std::vector<std::string>>& values) {
+  const auto& options = dialog_options();
+  values.resize(options.size());
+  for (std::size_t i = 0; i < options.size(); ++i) {
+    const dialog_option& option = options[i];
+    CLI::Option* added =
+        app.add_option(std::string{option.name}, values[i], std::string{option.help});
+    // One value each time: what follows it is no further one.
+    added->expected(1)->allow_extra_args(false)->group(answers_group);
+    added->multi_option_policy(option.times == counted::once ? CLI::MultiOptionPolicy::Throw
+                                                             : CLI::MultiOptionPolicy::TakeAll);
+    if (option.check != nullptr) {
+      added->check(CLI::Validator(option.check, std::string{}));
+    }
+    added->type_name(std::string{option.type});
+  }
+}
 
 }  // namespace
 
@@ -29,23 +59,32 @@ session_options read_command_line(int count, const char* const* arguments) {
   CLI::App app(about, "butngain");
   app.set_version_flag("--version", fmt::format("butngain {}", site::version));
   app.get_version_ptr()->description("Print the version and exit");
-  app.set_help_flag("--help", "Print this help and exit");
+  app.set_help_flag("-h,--help", "Print this help and exit");
   session_options options;
+  std::vector<std::vector<std::string>> answers;
+  bool batch = false;
   app.add_option("--chamber", options.chamber,
                  "Chamber, or table of one, of BPMs without a table of their own")
       ->type_name("FILE");
   app.add_flag("--orbits", options.list_orbits, "Write every orbit of every BPM: orbits.csv");
   app.add_flag("--coefficients", options.list_coefficients,
                "Write the new factors of the position tables: button_coeff.dat");
+  app.add_option("--output", options.output, "Where the run's files go; made where it is missing")
+      ->type_name("DIR");
+  app.add_flag("--batch", batch, "Ask nothing: take the defaults of questions without an option");
+  add_dialog_options(app, answers);
   try {
     app.parse(count, arguments);
   } catch (const CLI::Success& asked) {  // the library's way to tell of --help and --version
     app.exit(asked);
     util::stop_program(0);
   } catch (const CLI::ParseError& fault) {
-    fmt::print(stderr, "butngain: {}; try butngain --help\n", fault.what());
-    util::stop_program(usage_error);
+    refuse(fault.what());
   }
+  auto dialog = prepare_dialog(answers, batch);
+  if (!dialog) refuse(util::line_of(dialog.why));
+  options.dialog = std::move(*dialog);
+  options.arguments.assign(arguments + 1, arguments + count);
   return options;
 }
 

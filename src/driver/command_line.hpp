@@ -1,6 +1,9 @@
-// The command line: butngain asks for everything but what no dialog can know of.
+// The command line: what no dialog can know of, and answers to its questions given beforehand.
 #pragma once
 #include <string>
+#include <vector>
+
+#include "prepared_answers.hpp"
 
 namespace driver {
 
@@ -9,6 +12,9 @@ struct session_options {
   std::string chamber;             ///< file of a chamber or a table; empty: none
   bool list_orbits = false;        ///< orbits.csv is wanted
   bool list_coefficients = false;  ///< button_coeff.dat is wanted
+  std::string output;              ///< directory that the run's files go to; empty: the working one
+  util::prepared_dialog dialog;    ///< answers to its questions
+  std::vector<std::string> arguments;  ///< as given, without the program's name
 };
 
 /// Returns when the session is to begin; otherwise the process ends: --help and --version print

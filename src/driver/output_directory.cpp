@@ -54,19 +54,21 @@ void create_output_directory(util::fixed_text<16>& directory) {
 
   const std::string name = date + "_" + time.substr(0, 6);
   directory = name;
+  // The name is told as it is, wherever it lies: readers of transcripts know its form.
+  const std::string path = util::output_path(name);
   constexpr mode_t everybody = 0777;  // less what the umask takes away
-  if (mkdir(name.c_str(), everybody) != 0) {
+  if (mkdir(path.c_str(), everybody) != 0) {
     // Nothing is said here. The first file that cannot be opened for want of the directory ends the
     // run, and "no such file" would send the reader looking for the wrong cause.
     if (errno != EEXIST) {
-      util::note_unmade_directory(name, errno);
+      util::note_unmade_directory(path, errno);
       return;
     }
     // Two runs of one second: the transcript keeps its silence, the user should know all the same.
     std::fflush(stdout);
     fmt::print(stderr,
                "{}: the directory {} existed already: files of the run before are replaced\n",
-               util::program_name, name);
+               util::program_name, path);
     return;
   }
   std::string made;

@@ -4,7 +4,7 @@
 
 namespace driver {
 
-/// Makes the run's output directory below the working directory.
+/// Makes the run's output directory where outputs go: the working directory, or that of --output.
 ///
 /// returns  directory: its name CCYYMMDD_hhmmss, blank-padded
 /// errors   none here: when the directory cannot be made, the first output file that cannot be

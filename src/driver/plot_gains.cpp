@@ -9,6 +9,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "file_units.hpp"
 #include "gain_fit_mod.hpp"
 #include "quick_plot.hpp"
 #include "run_time.hpp"
@@ -89,13 +90,15 @@ void tell_copy(const std::string& name) {
 // Makes a copy; returns whether there is one.
 bool copy(const plotted& plot, std::string_view device, const std::string& name,
           const std::string& run_directory) {
-  const std::string reason = draw(plot, device, name);
+  // With --output the copy lies there too, also where its name begins with a slash.
+  const std::string path = util::output_path(util::output_name(name));
+  const std::string reason = draw(plot, device, path);
   if (reason.empty()) {
-    tell_copy(name);
+    tell_copy(path);
     return true;
   }
   // The label of a synthetic series begins with "/", and few may write to the root folder.
-  if (name.starts_with('/')) {
+  if (path.starts_with('/') && util::output_base.empty()) {
     const std::string second = std::string{util::trim_right(run_directory)} + name;
     const std::string second_reason = draw(plot, device, second);
     const std::string outcome = second_reason.empty()
@@ -105,7 +108,7 @@ bool copy(const plotted& plot, std::string_view device, const std::string& name,
     if (second_reason.empty()) tell_copy(second);
     return second_reason.empty();
   }
-  util::print_line(fmt::format(" cannot write {}: {}", name, reason));
+  util::print_line(fmt::format(" cannot write {}: {}", path, reason));
   return false;
 }
 

@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
+#include <filesystem>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "bpm_data_files.hpp"
 #include "bpm_loop.hpp"
@@ -19,6 +22,7 @@
 #include "list_io.hpp"
 #include "output_directory.hpp"
 #include "plot_gains.hpp"
+#include "prepared_answers.hpp"
 #include "progress.hpp"
 #include "result_files.hpp"
 #include "run_summaries.hpp"
@@ -26,6 +30,7 @@
 #include "session_state.hpp"
 #include "session_summary.hpp"
 #include "terminal.hpp"
+#include "text.hpp"
 #include "turn_by_turn.hpp"
 
 namespace driver {
@@ -130,6 +135,30 @@ void take_chamber(session_state& s, const std::string& path) {
   s.stand_in = std::move(*chamber);
 }
 
+// Made before anything is asked: nobody answers twenty questions to learn that a disk is missing.
+void take_output(const std::string& directory) {
+  if (directory.empty()) return;
+  std::error_code fault;
+  std::filesystem::create_directories(directory, fault);
+  if (!fault && !std::filesystem::is_directory(directory, fault) && !fault) {
+    fault = std::make_error_code(std::errc::not_a_directory);
+  }
+  if (fault) {
+    fmt::print(stderr, "butngain: --output: cannot make {}: {}\n", util::shown(directory),
+               fault.message());
+    util::stop_program(2);
+  }
+  util::output_base = directory;
+}
+
+// An option whose question never came up did nothing: whoever gave it may have meant another one.
+void tell_unused_options() {
+  for (const std::string& option : util::options_not_asked(util::prepared)) {
+    std::fflush(stdout);
+    fmt::print(stderr, "butngain: {} was given, but its question was not asked\n", option);
+  }
+}
+
 }  // namespace
 
 int run_session(const session_options& options) {
@@ -138,6 +167,8 @@ int run_session(const session_options& options) {
   take_chamber(s, options.chamber);
   s.list_orbits = options.list_orbits;
   s.list_coefficients = options.list_coefficients;
+  take_output(options.output);
+  util::prepared = options.dialog;
   create_output_directory(s.directory);
   fit::expert = false;
 
@@ -167,6 +198,7 @@ int run_session(const session_options& options) {
   tell_summary(s);
   plot_gains(s.bpm_max, s.bpm_min, s.bpm_gain, s.bpm_mat, s.plotted,
              std::string{s.directory.trimmed()}, plot_title(s));
+  tell_unused_options();
   return s.exit_status;
 }
 

@@ -161,7 +161,7 @@ void get_orbit_data() {
   }
 
   // Written when all orbits have been read: a run that ends before leaves no half list behind.
-  util::open_output(out_unit, out_file);
+  util::open_output(out_unit, util::output_name(out_file));
   const std::string message = " Data written to file " + out_file;
   util::print_line(message);
   util::write_line(out_unit, message);

@@ -1,9 +1,12 @@
 #include "terminal.hpp"
 
+#include <unistd.h>
+
 #include <cstdio>
 
 #include "file_units.hpp"
 #include "line_editor.hpp"
+#include "prepared_answers.hpp"
 #include "run_time.hpp"
 #include "text.hpp"
 
@@ -28,12 +31,37 @@ std::optional<std::string> plain_answer() {
   return answer;
 }
 
-std::optional<std::string> answer_to(const std::string& prompt, answer_kind kind) {
+std::optional<std::string> typed_answer(const std::string& prompt, answer_kind kind) {
   if (editing_possible()) return edited_line(prompt, kind);
   // A pipe is not flushed by reading: whoever drives the dialog waits for the prompt.
   print_text(prompt);
   flush_standard_output();
   return plain_answer();
+}
+
+// The terminal itself puts a typed line behind its question; here the program does. What a pipe
+// brought in stood nowhere, and does not when its run is repeated.
+void show_prepared(const std::string& prompt, const given_answer& given) {
+  print_text(prompt);
+  if (given.by != given_by::pipe) print_line(given.answer);
+  flush_standard_output();
+}
+
+// The one place where an answer comes in.
+std::optional<std::string> answer_to(const std::string& prompt, answer_kind kind) {
+  const std::string question{trim(prompt)};
+  const auto found = prepared_answer(prepared, question);
+  if (!found) run_time_error(line_of(found.why));
+  if (*found) {
+    show_prepared(prompt, **found);
+    answers_given.push_back(**found);
+    return (*found)->answer;
+  }
+  auto answer = typed_answer(prompt, kind);
+  if (!answer) return answer;
+  const given_by by = isatty(STDIN_FILENO) == 1 ? given_by::terminal : given_by::pipe;
+  answers_given.push_back({question, *answer, by});
+  return answer;
 }
 
 }  // namespace

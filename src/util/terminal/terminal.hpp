@@ -2,7 +2,8 @@
 //
 // On a pipe prompts and answers are plain bytes, one line an answer; on a terminal answers can be
 // edited, recalled and completed (line_editor.hpp). Before each question everything written so far
-// is handed to the system, so an interrupt at a prompt loses nothing.
+// is handed to the system, so an interrupt at a prompt loses nothing. A question may have its answer
+// before it is asked (prepared_answers.hpp); every answer is remembered there.
 #pragma once
 #include <cstdint>
 #include <optional>

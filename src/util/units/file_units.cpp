@@ -111,7 +111,17 @@ int open_old(int unit, const std::string& path) {
   return 0;
 }
 
-void open_output(int unit, const std::string& path) {
+std::string output_path(const std::string& name) {
+  if (output_base.empty() || name.starts_with('/')) return name;
+  return output_base + (output_base.ends_with('/') ? "" : "/") + name;
+}
+
+std::string output_name(const std::string& name) {
+  return output_base.empty() ? name : name.substr(name.rfind('/') + 1);
+}
+
+void open_output(int unit, const std::string& name) {
+  const std::string path = output_path(name);
   const bool again = written_before.contains(path);
   const int failed = attach(unit, path, again ? "ae" : "we");
   if (failed != 0) {

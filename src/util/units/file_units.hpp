@@ -2,7 +2,7 @@
 //
 // Units 30..60 are handed out by lunget; 1, 11, 26, 67 and 111 have fixed uses. Writing to a unit
 // that nothing opened goes to fort.N in the working directory, made on the first write: diagnostic
-// lines need no opening. Every write and every close is checked: a full disk ends the run with the
+// lines need no opening. With an output_base set, outputs go there instead. Every write and every close is checked: a full disk ends the run with the
 // file's name and the reason, never a short file with status 0.
 #pragma once
 #include <optional>
@@ -19,6 +19,17 @@ inline constexpr int last_free_unit = 60;
 /// Whether lunget ends the run (err_exit) when no unit is left. Set by default.
 inline bool exit_on_error = true;
 
+/// Where all that a run leaves goes: what has no leading slash lies below it. Empty: the working
+/// directory. Names that are told in the transcript stay as they are; messages show the whole path.
+inline std::string output_base;
+
+/// Where an output of this name lies: below output_base, unless it has a place of its own.
+std::string output_path(const std::string& name);
+
+/// The name of an output that is named after an input and would lie beside it: with an output_base
+/// its last part, so that it lies there too, wherever the input is.
+std::string output_name(const std::string& name);
+
 /// The first unit from 30 to 60 that is not open.
 /// errors   all open: prints "NO LOGICAL UNIT OPENABLE BETWEEN 30 AND 60!" as an error of lunget,
 ///          then err_exit; with exit_on_error off returns 0
@@ -28,12 +39,12 @@ int lunget();
 /// returns  0, or the errno value of the failure (a directory gives EISDIR)
 int open_old(int unit, const std::string& path);
 
-/// Opens a file for writing: replaced the first time this run opens that path, appended to when
-/// the run comes back to it.
+/// Opens a file for writing, at its output_path: replaced the first time this run opens that path,
+/// appended to when the run comes back to it.
 /// errors   a failing open ends the run: "cannot open <path> for writing: <reason>"
-void open_output(int unit, const std::string& path);
+void open_output(int unit, const std::string& name);
 
-/// Remembers why a directory could not be made. An open_output below it that fails because the
+/// Remembers why a directory (its path) could not be made. An open_output below it that fails because the
 /// directory is not there names this reason, which the open itself cannot know.
 void note_unmade_directory(const std::string& directory, int reason);
 

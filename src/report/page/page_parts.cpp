@@ -1,0 +1,223 @@
+#include "page_parts.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+
+#include "bpm_pictures.hpp"
+#include "canvas.hpp"
+#include "gains_csv.hpp"
+#include "report_page.hpp"
+#include "symbols.hpp"
+#include "words.hpp"
+
+namespace report {
+namespace {
+
+using chart::html;
+
+// The verdict as a class of the style sheet.
+std::string class_of(verdict word) {
+  std::string name{text_of(word)};
+  std::replace(name.begin(), name.end(), ' ', '_');
+  return name;
+}
+
+// Numbers as people read them; nothing where a value is not known.
+std::string number(double value, const char* format) {
+  return std::isfinite(value) ? fmt::format(fmt::runtime(format), value) : std::string{};
+}
+
+// A cell whose column is sorted by the full number.
+std::string cell(double value, const char* format) {
+  if (!std::isfinite(value)) return "<td data-v=\"\">–</td>";
+  return fmt::format("<td data-v=\"{}\">{}</td>", value, number(value, format));
+}
+
+std::string text_cell(std::string_view text, std::string_view kind = "t") {
+  return fmt::format("<td class=\"{}\">{}</td>", kind, html(text));
+}
+
+std::string link_to(const bpm_row& row) {
+  return fmt::format("<a href=\"#bpm-{}\">{}</a>", row.bpm, html(name_of(row)));
+}
+
+void add_fact(std::string& out, std::string_view name, std::string_view value) {
+  if (value.empty()) return;
+  fmt::format_to(std::back_inserter(out), "<dt>{}</dt><dd>{}</dd>", html(name), html(value));
+}
+
+std::string counts_list(const run_results& run) {
+  std::string out = "<ul class=\"counts\">";
+  for (auto word = verdicts_by_need.rbegin(); word != verdicts_by_need.rend(); ++word) {
+    const std::size_t count = count_of(run, *word);
+    if (count == 0 && *word != verdict::determined) continue;
+    fmt::format_to(std::back_inserter(out),
+                   "<li class=\"{}\"><b>{}</b><span class=\"word\">{}</span></li>",
+                   class_of(*word), count, text_of(*word));
+  }
+  return out + "</ul>\n";
+}
+
+std::string names_of(const std::vector<input_file>& files) {
+  std::string text;
+  constexpr std::size_t most = 4;
+  for (std::size_t i = 0; i < std::min(files.size(), most); ++i) {
+    text += (i == 0 ? "" : ", ") + files[i].path;
+  }
+  if (files.size() > most) text += fmt::format(" and {} more", files.size() - most);
+  return text;
+}
+
+std::string table_head() {
+  std::string out = "<thead><tr><th class=\"t\">BPM</th><th>index</th><th class=\"t\">verdict</th>";
+  for (std::size_t k = 0; k < 4; ++k) {
+    fmt::format_to(std::back_inserter(out), "<th class=\"c{}\">t {}</th>", k + 1,
+                   chart::button_names[k]);
+  }
+  return out +
+         "<th>error E</th><th>orbits</th><th>outliers</th><th>noise</th><th>fits differ</th>"
+         "<th>mean x [mm]</th><th>mean y [mm]</th><th>sd x [mm]</th><th>sd y [mm]</th>"
+         "<th class=\"t\">reason</th></tr></thead>\n";
+}
+
+std::string table_row(const bpm_row& row) {
+  std::string out = fmt::format("<tr class=\"{}\"><td class=\"t\">{}</td><td>{}</td>",
+                                class_of(row.verdict), link_to(row), row.bpm);
+  out += text_cell(text_of(row.verdict), "t word");
+  for (const double t : row.gain) out += cell(t, "{:.5f}");
+  out += cell(row.error, "{:.1e}");
+  out += fmt::format("<td>{}</td><td>{}</td>", row.orbits, row.outliers);
+  out += cell(row.noise, "{:.1e}") + cell(row.fit_distance, "{:.1e}");
+  out += cell(row.mean_x_mm, "{:.3f}") + cell(row.mean_y_mm, "{:.3f}");
+  out += cell(row.sd_x_mm, "{:.3f}") + cell(row.sd_y_mm, "{:.3f}");
+  return out + text_cell(row.reason, "t why") + "</tr>\n";
+}
+
+// The numbers of one BPM, a line a button.
+std::string button_table(const bpm_row& row) {
+  std::string out =
+      "<div class=\"scroll\"><table><thead><tr><th class=\"t\">button</th><th>gain t</th>"
+      "<th>noise σ</th><th>multiplier of the four fits</th><th>pedestal</th><th>its σ</th>";
+  const bool truth = std::isfinite(row.true_gain[0]);
+  out += truth ? "<th>true t</th></tr></thead><tbody>" : "</tr></thead><tbody>";
+  for (std::size_t k = 0; k < 4; ++k) {
+    out += fmt::format("<tr><td class=\"t c{}\">{}</td>", k + 1, chart::button_names[k]);
+    out += cell(row.gain[k], "{:.6f}") + cell(row.sigma[k], "{:.1e}");
+    out += cell(row.fit_gain[k], "{:.6f}") + cell(row.pedestal[k], "{:.1e}");
+    out += cell(row.pedestal_sigma[k], "{:.1e}");
+    if (truth) out += cell(row.true_gain[k], "{:.6f}");
+    out += "</tr>";
+  }
+  return out + "</tbody></table></div>\n";
+}
+
+std::string fold_out(const bpm_row& row, std::size_t most_points) {
+  std::string rest = row.reason.empty() ? "" : fmt::format(": {}", row.reason);
+  if (std::isfinite(row.error)) rest += fmt::format("; E {:.1e}", row.error);
+  std::string out = fmt::format(
+      "<details id=\"bpm-{}\" class=\"{}\"><summary><span class=\"name\">{}</span> "
+      "<span class=\"word\">{}</span><span class=\"rest\">{}</span></summary><div>\n",
+      row.bpm, class_of(row.verdict), html(name_of(row)), text_of(row.verdict), html(rest));
+  if (row.verdict == verdict::not_fitted) {
+    out += "<p>This BPM was not fitted: there is nothing to show.</p>\n";
+  } else {
+    out += fmt::format("<p>{} orbits, {} used, {} left out.</p>\n", row.orbits, row.orbits_used,
+                       row.outliers);
+    out += button_table(row);
+    out += "<div class=\"figures\">\n" + bpm_pictures(row, most_points) + "</div>\n";
+  }
+  return out + "</div></details>\n";
+}
+
+std::string file_list(std::string_view title, const std::vector<input_file>& files) {
+  if (files.empty()) return {};
+  std::string out = fmt::format("<h3>{}</h3><div class=\"scroll\"><table><thead><tr>"
+                                "<th class=\"t\">file</th><th>bytes</th><th class=\"t\">SHA-256"
+                                "</th></tr></thead><tbody>", title);
+  for (const input_file& f : files) {
+    out += fmt::format("<tr>{}<td>{}</td>{}</tr>", text_cell(f.path, "t path"), f.size,
+                       text_cell(f.sha256, "t path"));
+  }
+  return out + "</tbody></table></div>\n";
+}
+
+}  // namespace
+
+std::string head_of(const run_results& run) {
+  const std::size_t good = count_of(run, verdict::determined);
+  const char* kind = good == 0 ? " none" : (good < run.bpm.size() ? " some" : "");
+  std::string out = fmt::format("<header><h1>Button gains: {}</h1>\n<p class=\"verdict{}\">{}</p>\n",
+                                html(run.info.title), kind, html(first_sentence(run)));
+  if (const std::string ended = how_it_ended(run.info); !ended.empty()) {
+    out += fmt::format("<p class=\"ended\">{}</p>\n", html(ended));
+  }
+  out += counts_list(run) + "<dl class=\"facts\">";
+  add_fact(out, "results", run.info.directory);
+  add_fact(out, "started", run.info.started);
+  add_fact(out, "inputs", names_of(run.info.inputs));
+  add_fact(out, "tables", names_of(run.info.tables));
+  add_fact(out, "command", run.info.command);
+  add_fact(out, "host", run.info.host);
+  add_fact(out, "version", run.info.version + (run.info.build.empty() ? "" : ", ") + run.info.build);
+  return out + "</dl></header>\n";
+}
+
+std::string look_list(const run_results& run) {
+  const auto groups = bpms_to_look_at(run);
+  if (groups.empty()) return {};
+  std::string out = "<section><h2>BPMs that need a look</h2>\n<ul class=\"look\">\n";
+  for (const look_group& g : groups) {
+    std::string names;
+    for (const bpm_row* row : g.bpm) names += (names.empty() ? "" : ", ") + link_to(*row);
+    out += fmt::format("<li class=\"{}\"><span class=\"word\">{}</span>{} {} <br>{}</li>\n",
+                       class_of(g.verdict), text_of(g.verdict), g.reason.empty() ? "" : ":",
+                       html(g.reason), names);
+  }
+  return out + "</ul></section>\n";
+}
+
+std::string table_of(const run_results& run) {
+  std::string out =
+      "<section><h2>All BPMs</h2>\n<p>Button gains t: what each button makes of its signal, their "
+      "product 1. E is the error of a ratio of two of them, all in all; noise and errors are in "
+      "parts of the signal.</p>\n<div class=\"scroll\"><table class=\"sortable\">" +
+      table_head() + "<tbody>\n";
+  for (const bpm_row& row : run.bpm) out += table_row(row);
+  return out + "</tbody></table></div></section>\n";
+}
+
+std::string fold_outs(const run_results& run) {
+  // A few points less a BPM where there are many: the page must stay fit for a mail.
+  constexpr std::size_t points_of_a_page = 40000, least = 60, most = 500;
+  const std::size_t points =
+      std::clamp(points_of_a_page / std::max<std::size_t>(run.bpm.size(), 1), least, most);
+  std::string out = "<section><h2>BPM by BPM</h2>\n";
+  for (const bpm_row& row : run.bpm) out += fold_out(row, points);
+  return out + "</section>\n";
+}
+
+std::string how_made(const run_results& run) {
+  const run_info& info = run.info;
+  std::string out = "<section><h2>How it was made</h2>\n<details><summary>Answers, files and times"
+                    "</summary><div>\n";
+  if (!info.dialog.empty()) {
+    out += "<h3>Questions and answers</h3><div class=\"scroll\"><table><tbody>";
+    for (const answered& a : info.dialog) {
+      out += fmt::format("<tr>{}{}</tr>", text_cell(a.question), text_cell(a.answer));
+    }
+    out += "</tbody></table></div>\n";
+  }
+  out += file_list("Files read", info.inputs) + file_list("Tables", info.tables);
+  out += "<h3>Places and times</h3><dl class=\"facts\">";
+  add_fact(out, "working directory", info.working_directory);
+  for (const auto& [name, value] : info.site_paths) add_fact(out, name, value);
+  for (const auto& [stage, seconds] : info.seconds) {
+    add_fact(out, stage, fmt::format("{:.2f} s", seconds));
+  }
+  return out + "</dl></div></details></section>\n";
+}
+
+}  // namespace report

@@ -1,0 +1,115 @@
+#include "words.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "gains_csv.hpp"
+#include "report_page.hpp"
+
+namespace report {
+namespace {
+
+bool all_positive(const four& values) {
+  return std::all_of(values.begin(), values.end(),
+                     [](double v) { return std::isfinite(v) && v > 0; });
+}
+
+// Multipliers as button gains with product 1.
+four button_gains(const four& multiplier) {
+  const double mean = std::pow(multiplier[0] * multiplier[1] * multiplier[2] * multiplier[3], 0.25);
+  four t{};
+  for (std::size_t k = 0; k < 4; ++k) t[k] = mean / multiplier[k];
+  return t;
+}
+
+}  // namespace
+
+std::string bpms_in_words(std::size_t count) {
+  return fmt::format("{} BPM{}", count, count == 1 ? "" : "s");
+}
+
+std::string name_of(const bpm_row& row) {
+  return row.name.empty() ? fmt::format("BPM {}", row.bpm) : row.name;
+}
+
+std::size_t count_of(const run_results& run, verdict word) {
+  return static_cast<std::size_t>(
+      std::count_if(run.bpm.begin(), run.bpm.end(),
+                    [word](const bpm_row& row) { return row.verdict == word; }));
+}
+
+std::vector<look_group> bpms_to_look_at(const run_results& run) {
+  std::vector<look_group> groups;
+  for (const verdict word : verdicts_by_need) {
+    if (word == verdict::determined) continue;
+    const std::size_t first = groups.size();
+    for (const bpm_row& row : run.bpm) {
+      if (row.verdict != word) continue;
+      const auto same = std::find_if(groups.begin() + static_cast<std::ptrdiff_t>(first),
+                                     groups.end(), [&row](const look_group& g) {
+                                       return g.reason == row.reason;
+                                     });
+      if (same == groups.end()) {
+        groups.push_back({word, row.reason, {&row}});
+      } else {
+        same->bpm.push_back(&row);
+      }
+    }
+  }
+  return groups;
+}
+
+std::optional<shown_gains> gains_shown(const bpm_row& row) {
+  shown_gains shown;
+  shown.usable = row.verdict == verdict::determined || row.verdict == verdict::weak;
+  if (all_positive(row.gain)) {
+    shown.t = row.gain;
+    shown.error = row.error;
+  } else if (all_positive(row.fit_gain)) {
+    shown.t = button_gains(row.fit_gain);
+    shown.error = row.fit_error;
+  } else {
+    return {};
+  }
+  return shown;
+}
+
+std::string how_it_ended(const run_info& info) {
+  if (info.ended == "whole" || info.ended == "running" || info.ended.empty()) return {};
+  if (info.ended == "interrupted") {
+    return "The run was interrupted: BPMs that it did not reach are missing.";
+  }
+  return fmt::format("The run did not come to its end: {}.", info.ended);
+}
+
+std::string counts_in_words(const run_results& run) {
+  std::string text;
+  for (auto word = verdicts_by_need.rbegin(); word != verdicts_by_need.rend(); ++word) {
+    const std::size_t count = count_of(run, *word);
+    if (count == 0) continue;
+    if (!text.empty()) text += ", ";
+    text += fmt::format("{} {}", count, text_of(*word));
+  }
+  return text;
+}
+
+std::string first_sentence(const run_results& run) {
+  const std::size_t all = run.bpm.size(), good = count_of(run, verdict::determined);
+  if (all == 0) return "Nothing can be loaded: the data hold no BPM.";
+  if (good == 0) {
+    return fmt::format("Nothing can be loaded: {} determined ({}).",
+                       all == 1 ? "the only BPM is not" : fmt::format("none of {} BPMs is", all),
+                       counts_in_words(run));
+  }
+  if (good == all) {
+    return all == 1 ? "The only BPM is determined: load gains.load."
+                    : fmt::format("All {} BPMs are determined: load gains.load.", all);
+  }
+  const std::size_t others = all - good;
+  return fmt::format("{} of {} BPMs {} determined: load gains.load. {} need{} a look.", good, all,
+                     good == 1 ? "is" : "are", bpms_in_words(others), others == 1 ? "s" : "");
+}
+
+}  // namespace report

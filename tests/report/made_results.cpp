@@ -55,7 +55,7 @@ void put_orbits(const round_pipe::made_run& made, const calibration::record& r, 
 
 void put_numbers(const calibration::record& r, bpm_row& row) {
   const calibration::fit_result& fit = calibration::chosen_fit(r);
-  if (!(r.verdict.E > 0)) return;
+  if (!(r.verdict.E > 0) || !std::isfinite(r.verdict.E)) return;
   for (int k = 1; k <= 4; ++k) {
     const auto i = static_cast<std::size_t>(k - 1);
     row.gain[i] = r.t(k);

@@ -85,7 +85,8 @@ canvas open_canvas(medium kind, double width, double height, double scale) {
   if (kind == medium::svg) {
     c.sheet.reset(cairo_svg_surface_create_for_stream(take_bytes, c.bytes.get(), width, height));
   } else if (kind == medium::pdf) {
-    c.sheet.reset(cairo_pdf_surface_create_for_stream(take_bytes, c.bytes.get(), width, height));
+    c.sheet.reset(cairo_pdf_surface_create_for_stream(take_bytes, c.bytes.get(), width * scale,
+                                                      height * scale));
   } else {
     c.sheet.reset(cairo_image_surface_create(CAIRO_FORMAT_RGB24,
                                              static_cast<int>(std::ceil(width * scale)),
@@ -93,6 +94,7 @@ canvas open_canvas(medium kind, double width, double height, double scale) {
     cairo_surface_set_device_scale(c.sheet.get(), scale, scale);
   }
   c.pen.reset(cairo_create(c.sheet.get()));
+  if (kind == medium::pdf) cairo_scale(c.pen.get(), scale, scale);
   if (kind == medium::png) {
     set_ink(c, ink::paper);
     cairo_paint(c.pen.get());
@@ -132,6 +134,7 @@ void draw_dashed_line(canvas& c, point from, point to, ink colour, double width)
 
 void draw_lines(canvas& c, std::span<const point> corners, ink colour, double width) {
   cairo_set_line_join(c.pen.get(), CAIRO_LINE_JOIN_ROUND);
+  cairo_new_path(c.pen.get());  // a text leaves its end behind, from which a line would go on
   for (const point& p : corners) cairo_line_to(c.pen.get(), p.x, p.y);
   stroke(c, colour, width);
 }
@@ -161,6 +164,7 @@ void draw_dots(canvas& c, std::span<const point> at, ink colour, double diameter
 
 void fill_area(canvas& c, std::span<const point> corners, ink colour, double opacity) {
   if (corners.empty()) return;
+  cairo_new_path(c.pen.get());
   for (const point& p : corners) cairo_line_to(c.pen.get(), p.x, p.y);
   cairo_close_path(c.pen.get());
   set_ink(c, colour, opacity);
@@ -168,6 +172,7 @@ void fill_area(canvas& c, std::span<const point> corners, ink colour, double opa
 }
 
 void fill_box(canvas& c, point corner, double width, double height, ink colour, double opacity) {
+  cairo_new_path(c.pen.get());
   cairo_rectangle(c.pen.get(), corner.x, corner.y, width, height);
   set_ink(c, colour, opacity);
   cairo_fill(c.pen.get());

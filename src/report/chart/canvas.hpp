@@ -53,6 +53,7 @@ struct canvas {
   };
   chart::medium medium = medium::svg;
   double width = 0, height = 0;        ///< [points]
+  double growth = 1;                   ///< of an SVG: how much larger it may be shown
   std::unique_ptr<std::string> bytes;  ///< what the sheet has written; it keeps the address
   std::unique_ptr<_cairo_surface, closer> sheet;
   std::unique_ptr<_cairo, closer> pen;
@@ -60,7 +61,7 @@ struct canvas {
 };
 
 /// An empty drawing.
-/// given    scale  pixels a point, of a PNG
+/// given    scale  pixels a point of a PNG; of a PDF, how much smaller or larger all is printed
 /// note     a picture too large for memory gives a canvas that draws nothing; `finish` tells
 canvas open_canvas(medium kind, double width, double height, double scale = 1);
 

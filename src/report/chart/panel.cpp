@@ -62,10 +62,11 @@ span_of_axis robust_range(std::vector<double> values) {
   std::sort(values.begin(), values.end());
   // Of a handful of values none is "the few".
   constexpr std::size_t enough = 16;
-  constexpr double most_stretch = 2.5;
+  constexpr double most_stretch = 3;
   span_of_axis whole{values.front(), values.back()};
   if (values.size() < enough) return whole;
-  const double low = values[values.size() / 20], high = values[values.size() - 1 - values.size() / 20];
+  const std::size_t few = values.size() / 10;
+  const double low = values[few], high = values[values.size() - 1 - few];
   const double room = (most_stretch - 1) / 2 * (high - low);
   if (high > low) {
     whole.low = std::max(whole.low, low - room);

@@ -40,7 +40,8 @@ inline constexpr double small_text = 10;
 
 /// A range that holds nearly all of the values with some room, whatever a few of them do: those
 /// beyond it are to be told in words. Values that are not finite do not count.
-/// returns  the whole range unless a few values stretch it beyond 2.5 times what holds nine in ten
+/// returns  the whole range unless a few values stretch it beyond three times what holds eight in ten,
+///          which leaves a normal spread whole (3.8 sigma)
 span_of_axis robust_range(std::vector<double> values);
 
 }  // namespace chart

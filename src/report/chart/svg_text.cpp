@@ -36,27 +36,46 @@ const ink_colour* ink_of(std::string_view percentages) {
 }
 
 // Numbers are written with six decimals; two are finer than any screen.
-void append_number(std::string& out, std::string_view number) {
+std::string short_number(std::string_view number) {
   const std::size_t point = number.find('.');
-  if (point == std::string_view::npos || number.size() - point <= 3) {
-    out += number;
-    return;
-  }
   const auto value = util::scan_real(number);
-  std::string text = value ? fmt::format("{:.2f}", *value) : std::string{number};
-  while (value && text.back() == '0') text.pop_back();
+  if (point == std::string_view::npos || number.size() - point <= 3 || !value) {
+    return std::string{number};
+  }
+  std::string text = fmt::format("{:.2f}", *value);
+  while (text.back() == '0') text.pop_back();
   if (text.back() == '.') text.pop_back();
-  out += text;
+  return text;
 }
 
+// A path in fewer characters: clouds of dots, "M x y L x y" each, are most of a page.
 void append_path(std::string& out, std::string_view path) {
-  std::size_t at = 0;
-  while (at < path.size()) {
-    const std::size_t end = std::min(path.find_first_of(" ,", at), path.size());
-    append_number(out, path.substr(at, end - at));
-    if (end < path.size()) out += path[end];
-    at = end + 1;
+  std::string begin;  // of the stroke, while it has no other corner
+  std::string corner;
+  char letter = 0;
+  const auto put_corner = [&] {
+    if (letter == 'L' && corner == begin) {
+      out += "h0";
+    } else if (letter != 0) {
+      out.append(1, letter).append(corner);
+    }
+    if (letter == 'M') begin = corner;
+    if (letter != 'M') begin.clear();
+    corner.clear();
+  };
+  while (!path.empty()) {
+    const std::size_t end = std::min(path.find_first_of(" ,"), path.size());
+    const std::string_view word = path.substr(0, end);
+    path.remove_prefix(std::min(end + 1, path.size()));
+    if (word.size() == 1 && word[0] >= 'A') {
+      put_corner();
+      letter = word[0];
+    } else if (!word.empty()) {
+      if (!corner.empty()) corner += ' ';
+      corner += short_number(word);
+    }
   }
+  put_corner();
 }
 
 // Values of properties that are what they are without being written.
@@ -126,8 +145,7 @@ void append_tag(std::string& out, std::string_view tag) {
     for (const char* name : {"x", "y", "width", "height"}) {
       if (const auto value = attribute(tag, name)) {
         fmt::format_to(std::back_inserter(out), " {}=\"", name);
-        append_number(out, *value);
-        out += '"';
+        out += short_number(*value) + '"';
       }
     }
     out += "/>";
@@ -173,8 +191,8 @@ std::string svg_element(std::string_view file, const canvas& c, std::string_view
   if (root == std::string_view::npos) return {};
   std::string out = fmt::format(
       "<svg role=\"img\" viewBox=\"0 0 {0:.0f} {1:.0f}\" width=\"{0:.0f}\" height=\"{1:.0f}\" "
-      "aria-label=\"{2}\">",
-      c.width, c.height, html(title));
+      "style=\"max-width:min(100%,{2:.0f}px)\" aria-label=\"{3}\">",
+      c.width, c.height, c.width * c.growth, html(title));
   // Groups around the shapes carry nothing but ids, which would stand twice in a page of several
   // pictures.
   for (std::size_t at = file.find('<', root + 4); at != std::string_view::npos;) {

@@ -18,7 +18,13 @@ using chart::ink;
 using chart::point;
 
 constexpr double width = 330, height = 250;  // of a picture [points]
-constexpr double left = 44, top = 22, right = 10, bottom = 34;
+constexpr double left = 44, top = 22, right = 16, bottom = 34;
+
+chart::canvas open_picture() {
+  chart::canvas c = chart::open_canvas(chart::medium::svg, width, height);
+  c.growth = 1.45;
+  return c;
+}
 
 chart::panel usual_panel() {
   return {.left = left, .top = top, .width = width - left - right, .height = height - top - bottom,
@@ -38,14 +44,14 @@ std::string figure(chart::canvas& c, std::string_view title, std::string_view ca
 // A power of a thousand that makes numbers of this size readable.
 struct unit {
   double factor = 1;
-  std::string text;  // "1e-3 of the signal"
+  std::string text;  // "1e-3"
 };
 
 unit unit_of(double largest) {
   if (!(largest > 0) || !std::isfinite(largest)) largest = 1;
   const int power = 3 * static_cast<int>(std::floor(std::log10(largest) / 3));
-  if (power >= 0) return {1, "parts of the signal"};
-  return {std::pow(10.0, -power), fmt::format("1e{} of the signal", power)};
+  if (power >= 0) return {1, "1"};
+  return {std::pow(10.0, -power), fmt::format("1e{}", power)};
 }
 
 // --- point clouds ---------------------------------------------------------------------------------
@@ -158,11 +164,13 @@ cloud residual_cloud(const bpm_row& row, double factor, const four* t) {
   return all;
 }
 
-// How the residuals are spread, at the right edge of the box, with the normal curve of their rms.
+constexpr double histogram_room = 44;  // beside the box
+
+// How the residuals are spread, beside the box, with the normal curve of their rms.
 void draw_histogram(chart::canvas& c, const chart::panel& p, const std::vector<point>& points,
                     double rms) {
   constexpr std::size_t n_bins = 32;
-  constexpr double longest = 46;
+  constexpr double longest = histogram_room - 4;
   std::array<double, n_bins> count{};
   for (const point& at : points) {
     const double bin = (at.y - p.y.low) / (p.y.high - p.y.low) * n_bins;
@@ -171,17 +179,17 @@ void draw_histogram(chart::canvas& c, const chart::panel& p, const std::vector<p
   const double step = (p.y.high - p.y.low) / n_bins;
   const double peak = static_cast<double>(points.size()) * step / (rms * std::sqrt(2 * M_PI));
   const double scale = longest / std::max(*std::max_element(count.begin(), count.end()), peak);
-  const double edge = p.left + p.width;
+  const double edge = p.left + p.width + 4;
   std::vector<point> curve;
   for (std::size_t i = 0; i < n_bins; ++i) {
     const double middle = p.y.low + (static_cast<double>(i) + 0.5) * step;
     const double y = chart::down(p, middle), thick = p.height / n_bins;
     if (count[i] > 0) {
-      fill_box(c, {edge - scale * count[i], y - thick / 2 + 0.4}, scale * count[i], thick - 0.8,
+      fill_box(c, {edge, y - thick / 2 + 0.4}, scale * count[i], thick - 0.8,
                ink::quiet, 0.55);
     }
     const double expected = peak * std::exp(-0.5 * middle * middle / (rms * rms));
-    curve.push_back({edge - scale * expected, y});
+    curve.push_back({edge + scale * expected, y});
   }
   draw_lines(c, curve, ink::text, 1);
 }
@@ -191,12 +199,10 @@ std::string residuals_over_orbits(const bpm_row& row, std::size_t most) {
   const unit in = unit_of(rms);
   cloud all = residual_cloud(row, in.factor, nullptr);
   if (all.used.empty() || !(rms > 0)) return {};
-  chart::canvas c = chart::open_canvas(chart::medium::svg, width, height);
+  chart::canvas c = open_picture();
   chart::panel p = usual_panel();
-  auto x = range_of(all.used, &point::x);
-  // A quarter more than the orbits need: the histogram stands there.
-  x.low = 0;
-  x.high *= 1.25;
+  p.width -= histogram_room;
+  const chart::span_of_axis x{0, static_cast<double>(row.orbit.back().orbit)};
   draw_box(c, p, x, range_of(all.used, &point::y), "orbit", fmt::format("residual [{}]", in.text));
   draw_histogram(c, p, all.used, rms * in.factor);
   thin(all.used, most);
@@ -205,7 +211,7 @@ std::string residuals_over_orbits(const bpm_row& row, std::size_t most) {
   beyond += draw_crosses(c, p, all.left_out);
   tell_beyond(c, p, beyond);
   return figure(c, "Residual against orbit",
-                "What each orbit says about the BPM alone, in time; right, its spread beside the "
+                "What each orbit says about the BPM alone, in parts of the signal; right, its spread beside the "
                 "normal curve. Red crosses: left out.");
 }
 
@@ -213,7 +219,7 @@ std::string residuals_over_u(const bpm_row& row, const shown_gains& gains, std::
   const unit in = unit_of(rms_residual(row));
   cloud all = residual_cloud(row, in.factor, &gains.t);
   if (all.used.size() < 2) return {};
-  chart::canvas c = chart::open_canvas(chart::medium::svg, width, height);
+  chart::canvas c = open_picture();
   chart::panel p = usual_panel();
   draw_box(c, p, range_of(all.used, &point::x), range_of(all.used, &point::y), "u = X Y",
            fmt::format("residual [{}]", in.text));
@@ -235,7 +241,7 @@ std::string skew_over_u(const bpm_row& row, const shown_gains& gains, std::size_
     if (std::isfinite(at.q)) points.push_back({at.x * at.y, at.q});
   }
   if (points.size() < 2) return {};
-  chart::canvas c = chart::open_canvas(chart::medium::svg, width, height);
+  chart::canvas c = open_picture();
   chart::panel p = usual_panel();
   draw_box(c, p, range_of(points, &point::x), range_of(points, &point::y), "u = X Y", "Q");
   thin(points, most);
@@ -255,20 +261,20 @@ void make_round(chart::span_of_axis& x, chart::span_of_axis& y, double shape) {
   y = {(y.low + y.high) / 2 - half, (y.low + y.high) / 2 + half};
 }
 
-std::string places(const bpm_row& row, std::size_t most) {
+std::string places(const bpm_row& row, bool corrected, std::size_t most) {
   std::vector<point> before, after;
   for (const orbit_row& o : row.orbit) {
     if (std::isfinite(o.before_x_mm) && std::isfinite(o.before_y_mm)) {
       before.push_back({o.before_x_mm, o.before_y_mm});
     }
-    if (std::isfinite(o.after_x_mm) && std::isfinite(o.after_y_mm)) {
+    if (corrected && std::isfinite(o.after_x_mm) && std::isfinite(o.after_y_mm)) {
       after.push_back({o.after_x_mm, o.after_y_mm});
     }
   }
   if (before.empty() && after.empty()) return {};
   std::vector<point> all{before};
   all.insert(all.end(), after.begin(), after.end());
-  chart::canvas c = chart::open_canvas(chart::medium::svg, width, height);
+  chart::canvas c = open_picture();
   chart::panel p = usual_panel();
   auto x = range_of(all, &point::x), y = range_of(all, &point::y);
   make_round(x, y, p.width / p.height);
@@ -348,8 +354,8 @@ std::string signals(const bpm_row& row) {
   const auto range = chart::robust_range(values);
   const auto scale = quick_plot::general_scale(std::max(0.0, range.low), range.high, 2, 3, false);
   const auto time = quick_plot::general_scale(0, row.orbit.back().orbit, 3, 6, false);
-  chart::canvas c = chart::open_canvas(chart::medium::svg, width, height);
-  constexpr double gap = 8;
+  chart::canvas c = open_picture();
+  constexpr double gap = 14;  // the numbers of two boxes stand above each other
   chart::panel p = usual_panel();
   p.x = chart::bounds_of(time);
   p.y = chart::bounds_of(scale);
@@ -440,14 +446,15 @@ void draw_pedestals(chart::canvas& c, const bpm_row& row, double from, double to
 }
 
 std::string gains_and_pedestals(const bpm_row& row, const shown_gains& gains) {
-  chart::canvas c = chart::open_canvas(chart::medium::svg, width, height);
+  chart::canvas c = open_picture();
   constexpr double middle = width / 2;
   draw_gains(c, row, gains, left, middle - 6);
   draw_pedestals(c, row, middle + 36, width - right);
   const bool truth = std::isfinite(row.true_gain[0]);
   return figure(c, "Gains and pedestals",
-                truth ? "Gains and pedestals with their errors; a line is the true gain."
-                      : "Gains and pedestals with their errors.");
+                truth ? "Gains, and pedestals in parts of the signal, with their errors; a line is "
+                        "the true gain."
+                      : "Gains, and pedestals in parts of the signal, with their errors.");
 }
 
 }  // namespace
@@ -455,13 +462,14 @@ std::string gains_and_pedestals(const bpm_row& row, const shown_gains& gains) {
 std::string bpm_pictures(const bpm_row& row, std::size_t most_points) {
   std::string all;
   const auto gains = gains_shown(row);
-  if (has_residuals(row)) {
+  // What was worked out with gains means nothing where there are none.
+  if (gains && has_residuals(row)) {
     all += residuals_over_orbits(row, most_points);
-    if (gains) all += residuals_over_u(row, *gains, most_points);
+    all += residuals_over_u(row, *gains, most_points);
   } else if (gains) {
     all += skew_over_u(row, *gains, most_points);
   }
-  all += places(row, most_points);
+  all += places(row, gains.has_value(), most_points);
   if (!row.orbit.empty()) all += signals(row);
   if (gains) all += gains_and_pedestals(row, *gains);
   return all;

@@ -31,6 +31,7 @@ void draw_overview(chart::canvas& c, const overview& o, point corner) {
 std::string overview_svg(const run_results& run, double width) {
   const overview o = lay_out(run, width);
   chart::canvas c = chart::open_canvas(chart::medium::svg, o.width, height_of(o));
+  c.growth = 1.25;
   draw_overview(c, o, {0, 0});
   return finish(c, overview_in_words(run));
 }

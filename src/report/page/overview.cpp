@@ -19,12 +19,12 @@ constexpr double left_margin = 46;   // numbers of the axes
 constexpr double right_margin = 12;
 constexpr double title_room = 20;    // title of the axis, above the box
 constexpr double gains_height = 170;
-constexpr double gap = 12;
+constexpr double gap = 24;           // with the title of the errors' axis
 constexpr double errors_height = 46;
 constexpr double marks_height = 16;
 constexpr double row_gap = 14;
 constexpr double least_pitch = 23;   // four symbols that can still be told apart
-constexpr double most_pitch = 64;
+constexpr double most_pitch = 92;
 constexpr double least_width = 360;
 constexpr double name_size = 10;
 constexpr double longest_name = 84;  // upright [points]; longer ones are shortened
@@ -70,7 +70,7 @@ const char* mark_of(verdict word) {
     case verdict::weak: return "w";
     case verdict::suspect: return "!";
     case verdict::not_determined: return "?";
-    case verdict::not_fitted: return "×";
+    case verdict::not_fitted:  // the cross on the axis says it
     case verdict::determined: break;
   }
   return "";
@@ -111,6 +111,7 @@ void draw_error_axis(chart::canvas& c, const overview& o, const chart::panel& p)
     draw_text(c, decade == 0 ? "1" : fmt::format("1e{}", decade), {p.left - 4, y + 3.5},
               {.size = chart::small_text, .at = 1, .ink = ink::quiet});
   }
+  draw_text(c, "error E", {p.left, p.top - 6}, {.size = chart::small_text, .ink = ink::quiet});
   for (const double bound : {weak_above, open_above}) {
     const double y = chart::down(p, std::log10(bound));
     draw_dashed_line(c, {p.left, y}, {p.left + p.width, y}, ink::quiet, 0.8);
@@ -147,7 +148,7 @@ void write_off_scale(chart::canvas& c, const chart::panel& p, double x, double t
 
 void draw_gains(chart::canvas& c, const chart::panel& p, const shown_gains& gains, double middle,
                 double pitch) {
-  const double step = std::min(0.21 * pitch, 9.0);  // from symbol to symbol
+  const double step = std::min(0.21 * pitch, 6 + 0.1 * pitch);  // from symbol to symbol
   const double size = std::clamp(0.24 * pitch, 5.0, 8.0);
   int told_above = 0, told_below = 0;
   for (std::size_t k = 0; k < 4; ++k) {
@@ -156,7 +157,7 @@ void draw_gains(chart::canvas& c, const chart::panel& p, const shown_gains& gain
       write_off_scale(c, p, middle, t, k, t > p.y.high ? told_above : told_below);
       continue;
     }
-    if (gains.error > 0) {
+    if (gains.error > 0 && std::isfinite(gains.error)) {
       const double high = std::min(t * std::exp(gains.error), p.y.high);
       const double low = std::max(t * std::exp(-gains.error), p.y.low);
       draw_line(c, {x, chart::down(p, low)}, {x, chart::down(p, high)}, chart::button_inks[k],
@@ -210,9 +211,10 @@ overview lay_out(const run_results& run, double width) {
   const auto most = std::max<std::size_t>(static_cast<std::size_t>(room / least_pitch), 1);
   o.rows = (n + most - 1) / most;
   o.in_row = (n + o.rows - 1) / o.rows;
-  o.pitch = std::min(room / static_cast<double>(o.in_row), most_pitch);
-  o.width = std::clamp(left_margin + o.pitch * static_cast<double>(o.in_row) + right_margin,
-                       std::min(least_width, width), width);
+  const double columns = static_cast<double>(o.in_row);
+  const double needed = left_margin + columns * most_pitch + right_margin;
+  o.width = std::min(std::max(needed, least_width), width);
+  o.pitch = (o.width - left_margin - right_margin) / columns;
   const double half = half_range(o.bpm);
   o.gain_scale = quick_plot::general_scale(1 - half, 1 + half, 4, 8, false);
   choose_decades(o);
@@ -258,7 +260,7 @@ constexpr std::array<legend_word, 11> legend{{{0, "BI"},
                                               {3, "TO"},
                                               {4, "hollow: do not use"},
                                               {5, "bar: ± error E"},
-                                              {6, "no gains"},
+                                              {6, "not fitted, no gains"},
                                               {7, "E above 1e-3 weak, 1e-2 not determined"},
                                               {8, "w weak"},
                                               {8, "! suspect"},

@@ -46,7 +46,7 @@ std::string link_to(const bpm_row& row) {
 
 void add_fact(std::string& out, std::string_view name, std::string_view value) {
   if (value.empty()) return;
-  fmt::format_to(std::back_inserter(out), "<dt>{}</dt><dd>{}</dd>", html(name), html(value));
+  fmt::format_to(std::back_inserter(out), "<div><dt>{}</dt><dd>{}</dd></div>\n", html(name), html(value));
 }
 
 std::string counts_list(const run_results& run) {
@@ -78,8 +78,8 @@ std::string table_head() {
                    chart::button_names[k]);
   }
   return out +
-         "<th>error E</th><th>orbits</th><th>outliers</th><th>noise</th><th>fits differ</th>"
-         "<th>mean x [mm]</th><th>mean y [mm]</th><th>sd x [mm]</th><th>sd y [mm]</th>"
+         "<th>error<br>E</th><th>orbits</th><th>outliers</th><th>noise</th><th>fits<br>differ</th>"
+         "<th>mean x<br>[mm]</th><th>mean y<br>[mm]</th><th>sd x<br>[mm]</th><th>sd y<br>[mm]</th>"
          "<th class=\"t\">reason</th></tr></thead>\n";
 }
 

@@ -25,25 +25,27 @@ background:var(--paper);border-left:6px solid var(--good);border-radius:4px}
 .counts{display:flex;flex-wrap:wrap;gap:.5rem;padding:0;margin:0 0 .8rem;list-style:none}
 .counts li{background:var(--paper);border:1px solid var(--grid);border-radius:4px;padding:.25rem .7rem}
 .counts b{font-size:1.15rem;margin-right:.35rem;font-variant-numeric:tabular-nums}
-.facts{display:grid;grid-template-columns:max-content 1fr;gap:.1rem .9rem;margin:0;font-size:.92rem}
-.facts dt{color:var(--quiet)}.facts dd{margin:0}
-.look{list-style:none;margin:0;padding:0}
+.facts{display:flex;flex-wrap:wrap;gap:.1rem 1.6rem;margin:0;font-size:.92rem}
+.facts dt,.facts dd{display:inline;margin:0}.facts dt{color:var(--quiet);margin-right:.45rem}
+.look{list-style:none;margin:0;padding:0;display:grid;gap:.4rem;
+grid-template-columns:repeat(auto-fill,minmax(min(440px,100%),1fr))}
 .look li{background:var(--paper);border:1px solid var(--grid);border-left:4px solid var(--alarm);
-border-radius:4px;padding:.4rem .8rem;margin:0 0 .4rem}
+border-radius:4px;padding:.4rem .8rem}
 .look .weak,.look .not_fitted{border-left-color:var(--warn)}
 .word{font-weight:600;white-space:nowrap}
 .determined .word{color:var(--good)}.weak .word{color:var(--warn)}.not_fitted .word{color:var(--quiet)}
 .suspect .word,.not_determined .word{color:var(--alarm)}
 .picture{background:var(--paper);border:1px solid var(--grid);border-radius:4px;padding:8px;margin:0}
-svg{display:block;max-width:100%;height:auto;margin:0 auto}
+svg{display:block;width:100%;height:auto;margin:0 auto}
 svg text{fill:var(--ink);font-family:"DejaVu Sans",Verdana,"Segoe UI",Roboto,sans-serif}
-.narrow{display:none}
-@media (max-width:900px){.wide{display:none}.narrow{display:block}}
+.narrow,.middle{display:none}
+@media (max-width:1100px){.wide{display:none}.middle{display:block}}
+@media (max-width:700px){.middle{display:none}.narrow{display:block}}
 .scroll{overflow-x:auto;border:1px solid var(--grid);border-radius:4px;background:var(--paper)}
-table{border-collapse:collapse;font-size:.88rem;font-variant-numeric:tabular-nums;width:100%}
-th,td{padding:.28rem .6rem;text-align:right;white-space:nowrap;border-bottom:1px solid var(--grid)}
-th{position:sticky;top:0;background:var(--band);font-weight:600;text-align:right}
-td.t,th.t{text-align:left}td.why{white-space:normal;min-width:16rem}
+table{border-collapse:collapse;font-size:.85rem;font-variant-numeric:tabular-nums;width:100%}
+th,td{padding:.25rem .5rem;text-align:right;white-space:nowrap;border-bottom:1px solid var(--grid)}
+th{vertical-align:bottom;background:var(--band);font-weight:600;text-align:right}
+details table{width:auto}details .scroll{width:fit-content;max-width:100%}td.t,th.t{text-align:left}td.why{white-space:normal;min-width:18rem}
 th button{all:unset;cursor:pointer;font:inherit}th button:focus-visible{outline:2px solid var(--link)}
 th[aria-sort=ascending] button::after{content:" ▲"}
 th[aria-sort=descending] button::after{content:" ▼"}
@@ -52,15 +54,15 @@ details{background:var(--paper);border:1px solid var(--grid);border-radius:4px;m
 summary{cursor:pointer;padding:.4rem .8rem}
 summary .name{font-weight:650}summary .rest{color:var(--quiet)}
 details>div{padding:0 .8rem .8rem}
-.figures{display:grid;grid-template-columns:repeat(auto-fill,minmax(min(320px,100%),1fr));gap:12px;
+.figures{display:grid;grid-template-columns:repeat(auto-fill,minmax(min(400px,100%),1fr));gap:12px;
 margin-top:.6rem}
 figure{margin:0;min-width:0}figcaption{font-size:.82rem;color:var(--quiet);padding:.2rem .3rem}
 .c1{color:var(--b1)}.c2{color:var(--b2)}.c3{color:var(--b3)}.c4{color:var(--b4)}
 code,.path{font-family:ui-monospace,"DejaVu Sans Mono",monospace;font-size:.88em}
 footer{color:var(--quiet);font-size:.85rem;margin-top:2rem}
 @media print{body{background:#fff;font-size:10pt}main{padding:0;max-width:none}
-.wide{display:block}.narrow{display:none}.scroll{overflow:visible}table{font-size:6.5pt}
-th,td{padding:.1rem .25rem}td.why{min-width:0}th{position:static}details:not([open]){display:none}
+.middle{display:block}.wide,.narrow{display:none}.scroll{overflow:visible}table{font-size:6.5pt}
+th,td{padding:.1rem .25rem}td.why{min-width:0}details:not([open]){display:none}
 .picture,details,figure,.look li,tr{break-inside:avoid}a{color:inherit;text-decoration:none}}
 )css";
 }

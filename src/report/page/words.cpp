@@ -95,14 +95,25 @@ std::string counts_in_words(const run_results& run) {
   return text;
 }
 
+namespace {
+
+// Why nothing can be loaded.
+std::string none_in_words(const run_results& run) {
+  const std::size_t all = run.bpm.size();
+  const verdict word = run.bpm[0].verdict;
+  if (count_of(run, word) == all) {
+    return all == 1 ? fmt::format("the only BPM is {}", text_of(word))
+                    : fmt::format("all {} BPMs are {}", all, text_of(word));
+  }
+  return fmt::format("none of {} BPMs is determined ({})", all, counts_in_words(run));
+}
+
+}  // namespace
+
 std::string first_sentence(const run_results& run) {
   const std::size_t all = run.bpm.size(), good = count_of(run, verdict::determined);
   if (all == 0) return "Nothing can be loaded: the data hold no BPM.";
-  if (good == 0) {
-    return fmt::format("Nothing can be loaded: {} determined ({}).",
-                       all == 1 ? "the only BPM is not" : fmt::format("none of {} BPMs is", all),
-                       counts_in_words(run));
-  }
+  if (good == 0) return fmt::format("Nothing can be loaded: {}.", none_in_words(run));
   if (good == all) {
     return all == 1 ? "The only BPM is determined: load gains.load."
                     : fmt::format("All {} BPMs are determined: load gains.load.", all);

@@ -24,10 +24,14 @@ void spoil(const std::string& kind, int i, round_pipe::plan& plan, double& sigma
 
 report::verdict word_of(calibration::verdict_word word) {
   switch (word) {
-    case calibration::verdict_word::determined: return report::verdict::determined;
-    case calibration::verdict_word::weak: return report::verdict::weak;
-    case calibration::verdict_word::suspect: return report::verdict::suspect;
-    case calibration::verdict_word::not_determined: break;
+    case calibration::verdict_word::determined:
+      return report::verdict::determined;
+    case calibration::verdict_word::weak:
+      return report::verdict::weak;
+    case calibration::verdict_word::suspect:
+      return report::verdict::suspect;
+    case calibration::verdict_word::not_determined:
+      break;
   }
   return report::verdict::not_determined;
 }

@@ -11,10 +11,10 @@ int main(int count, char** arguments) {
   if (count != 5) return 2;
   const std::string directory = arguments[4];
   const auto run = made::results(arguments[1], std::atoi(arguments[2]), std::atoi(arguments[3]));
-  for (const auto& trouble : {report::write_report_html(directory + "/report.html", run),
-                              report::write_gains_png(directory + "/gains.png", run),
-                              report::write_gains_pdf(directory + "/gains.pdf", run,
-                                                      report::paper::a4)}) {
+  for (const auto& trouble :
+       {report::write_report_html(directory + "/report.html", run),
+        report::write_gains_png(directory + "/gains.png", run),
+        report::write_gains_pdf(directory + "/gains.pdf", run, report::paper::a4)}) {
     if (!trouble) continue;
     fmt::print(stderr, "{}\n", util::line_of(*trouble));
     return 1;

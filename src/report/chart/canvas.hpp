@@ -14,7 +14,7 @@
 #include <vector>
 
 extern "C" {
-struct _cairo;          // the drawing library's own names; who includes this need not see it
+struct _cairo;  // the drawing library's own names; who includes this need not see it
 struct _cairo_surface;
 }
 
@@ -32,11 +32,11 @@ struct point {
 
 /// How a text stands at its place.
 struct text_style {
-  double size = 10;       ///< [points]
-  double at = 0;          ///< 0, 0.5 or 1: its start, middle or end is at the place
+  double size = 10;  ///< [points]
+  double at = 0;     ///< 0, 0.5 or 1: its start, middle or end is at the place
   chart::ink ink = ink::text;
   bool bold = false;
-  bool upright = false;   ///< runs upwards
+  bool upright = false;  ///< runs upwards
 };
 
 /// A text of an SVG, kept until the end.
@@ -83,8 +83,7 @@ void draw_strokes(canvas& c, std::span<const point> ends, ink colour, double wid
 void draw_dots(canvas& c, std::span<const point> at, ink colour, double diameter,
                double opacity = 1);
 void fill_area(canvas& c, std::span<const point> corners, ink colour, double opacity = 1);
-void fill_box(canvas& c, point corner, double width, double height, ink colour,
-              double opacity = 1);
+void fill_box(canvas& c, point corner, double width, double height, ink colour, double opacity = 1);
 
 /// A text from its baseline at `place`. Characters that would not show stand as escapes.
 void draw_text(canvas& c, std::string_view text, point place, const text_style& style = {});

@@ -81,9 +81,9 @@ void append_path(std::string& out, std::string_view path) {
 // Values of properties that are what they are without being written.
 bool says_nothing(std::string_view property) {
   constexpr std::array<std::string_view, 9> defaults{
-      "fill-rule:nonzero",     "fill-opacity:1",    "stroke-opacity:1",
-      "stroke-linecap:butt",   "stroke-width:1",    "stroke-linejoin:miter",
-      "stroke-miterlimit:10",  "stroke:none",       ""};
+      "fill-rule:nonzero",    "fill-opacity:1", "stroke-opacity:1",
+      "stroke-linecap:butt",  "stroke-width:1", "stroke-linejoin:miter",
+      "stroke-miterlimit:10", "stroke:none",    ""};
   return std::find(defaults.begin(), defaults.end(), property) != defaults.end();
 }
 
@@ -123,9 +123,9 @@ std::optional<std::string_view> attribute(std::string_view tag, std::string_view
 std::string style_of(std::string_view tag) {
   if (const auto style = attribute(tag, "style")) return std::string{*style};
   std::string style;
-  for (const char* name : {"fill", "fill-rule", "fill-opacity", "stroke", "stroke-width",
-                           "stroke-linecap", "stroke-linejoin", "stroke-opacity",
-                           "stroke-dasharray"}) {
+  for (const char* name :
+       {"fill", "fill-rule", "fill-opacity", "stroke", "stroke-width", "stroke-linecap",
+        "stroke-linejoin", "stroke-opacity", "stroke-dasharray"}) {
     if (const auto value = attribute(tag, name)) style += fmt::format("{}:{};", name, *value);
   }
   return style;
@@ -158,7 +158,8 @@ void append_text(std::string& out, const placed_text& t) {
   const auto put = std::back_inserter(out);
   fmt::format_to(put, "<text x=\"{:.1f}\" y=\"{:.1f}\" font-size=\"{}\"", t.place.x, t.place.y,
                  t.style.size);
-  if (anchor > 0) fmt::format_to(put, " text-anchor=\"{}\"", anchors[std::min<std::size_t>(anchor, 2)]);
+  if (anchor > 0)
+    fmt::format_to(put, " text-anchor=\"{}\"", anchors[std::min<std::size_t>(anchor, 2)]);
   if (t.style.bold) out += " font-weight=\"bold\"";
   if (t.style.ink != ink::text) {
     fmt::format_to(put, " style=\"fill:var({})\"", colour_of(t.style.ink).variable);
@@ -175,12 +176,23 @@ std::string html(std::string_view text) {
   std::string out;
   for (const char c : util::shown(text)) {
     switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      case '\'': out += "&#39;"; break;
-      default: out += c;
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      case '\'':
+        out += "&#39;";
+        break;
+      default:
+        out += c;
     }
   }
   return out;

@@ -12,12 +12,15 @@ std::vector<point> outline(std::size_t button, point at, double size) {
   std::vector<point> corners;
   if (button == 1) {
     const double side = 0.89 * half;
-    return {{at.x - side, at.y - side}, {at.x + side, at.y - side}, {at.x + side, at.y + side},
+    return {{at.x - side, at.y - side},
+            {at.x + side, at.y - side},
+            {at.x + side, at.y + side},
             {at.x - side, at.y + side}};
   }
   if (button == 2) {
     const double side = 1.3 * half;
-    return {{at.x, at.y - side}, {at.x + side, at.y + 0.75 * side}, {at.x - side, at.y + 0.75 * side}};
+    return {
+        {at.x, at.y - side}, {at.x + side, at.y + 0.75 * side}, {at.x - side, at.y + 0.75 * side}};
   }
   if (button == 3) {
     const double side = 1.25 * half;

@@ -27,8 +27,12 @@ chart::canvas open_picture() {
 }
 
 chart::panel usual_panel() {
-  return {.left = left, .top = top, .width = width - left - right, .height = height - top - bottom,
-          .x = {}, .y = {}};
+  return {.left = left,
+          .top = top,
+          .width = width - left - right,
+          .height = height - top - bottom,
+          .x = {},
+          .y = {}};
 }
 
 std::string figure(const std::string& svg, std::string_view caption) {
@@ -87,7 +91,8 @@ std::size_t draw_cloud(chart::canvas& c, const chart::panel& p, const std::vecto
   return points.size() - dots.size();
 }
 
-std::size_t draw_crosses(chart::canvas& c, const chart::panel& p, const std::vector<point>& points) {
+std::size_t draw_crosses(chart::canvas& c, const chart::panel& p,
+                         const std::vector<point>& points) {
   std::size_t beyond = 0;
   for (const point& at : points) {
     if (inside(p, at.x, at.y)) {
@@ -185,8 +190,7 @@ void draw_histogram(chart::canvas& c, const chart::panel& p, const std::vector<p
     const double middle = p.y.low + (static_cast<double>(i) + 0.5) * step;
     const double y = chart::down(p, middle), thick = p.height / n_bins;
     if (count[i] > 0) {
-      fill_box(c, {edge, y - thick / 2 + 0.4}, scale * count[i], thick - 0.8,
-               ink::quiet, 0.55);
+      fill_box(c, {edge, y - thick / 2 + 0.4}, scale * count[i], thick - 0.8, ink::quiet, 0.55);
     }
     const double expected = peak * std::exp(-0.5 * middle * middle / (rms * rms));
     curve.push_back({edge + scale * expected, y});
@@ -211,7 +215,8 @@ std::string residuals_over_orbits(const bpm_row& row, std::size_t most) {
   beyond += draw_crosses(c, p, all.left_out);
   tell_beyond(c, p, beyond);
   return figure(c, "Residual against orbit",
-                "What each orbit says about the BPM alone, in parts of the signal; right, its spread beside the "
+                "What each orbit says about the BPM alone, in parts of the signal; right, its "
+                "spread beside the "
                 "normal curve. Red crosses: left out.");
 }
 
@@ -360,7 +365,8 @@ std::string signals(const bpm_row& row) {
   p.x = chart::bounds_of(time);
   p.y = chart::bounds_of(scale);
   // Whole counts of five digits need more room than other numbers.
-  const double room = text_width(c, axis_number(scale, scale.first + scale.divisions), chart::small_text);
+  const double room =
+      text_width(c, axis_number(scale, scale.first + scale.divisions), chart::small_text);
   p.width -= std::max(0.0, room + 8 - p.left);
   p.left = std::max(p.left, room + 8);
   p.height = (p.height - 3 * gap) / 4;
@@ -380,8 +386,8 @@ std::string signals(const bpm_row& row) {
 // --- gains and pedestals -------------------------------------------------------------------------
 
 // A box with one column a button.
-chart::panel button_panel(chart::canvas& c, double from, double to, const std::vector<double>& values,
-                          std::string_view title) {
+chart::panel button_panel(chart::canvas& c, double from, double to,
+                          const std::vector<double>& values, std::string_view title) {
   chart::panel p = usual_panel();
   p.left = from;
   p.width = to - from;
@@ -399,7 +405,8 @@ chart::panel button_panel(chart::canvas& c, double from, double to, const std::v
   return p;
 }
 
-void draw_value(chart::canvas& c, const chart::panel& p, std::size_t k, double value, double sigma) {
+void draw_value(chart::canvas& c, const chart::panel& p, std::size_t k, double value,
+                double sigma) {
   const double x = chart::across(p, static_cast<double>(k));
   if (sigma > 0) {
     draw_line(c, {x, chart::down(p, std::max(value - sigma, p.y.low))},
@@ -408,7 +415,8 @@ void draw_value(chart::canvas& c, const chart::panel& p, std::size_t k, double v
   draw_symbol(c, k, {x, chart::down(p, value)}, 8);
 }
 
-void draw_gains(chart::canvas& c, const bpm_row& row, const shown_gains& gains, double from, double to) {
+void draw_gains(chart::canvas& c, const bpm_row& row, const shown_gains& gains, double from,
+                double to) {
   std::vector<double> values;
   const double error = std::isfinite(gains.error) ? gains.error : 0;
   for (std::size_t k = 0; k < 4; ++k) {

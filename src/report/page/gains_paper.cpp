@@ -14,7 +14,7 @@ namespace {
 using chart::ink;
 using chart::point;
 
-constexpr double reduced = 0.72;          // so that a hundred BPMs take two pages
+constexpr double reduced = 0.72;         // so that a hundred BPMs take two pages
 constexpr double margin = 42 / reduced;  // 15 mm: what printers leave free [points]
 
 // The sheet being filled from above.
@@ -52,8 +52,8 @@ void write_paragraph(sheet& s, std::string_view text, const chart::text_style& s
   std::string line;
   while (!text.empty()) {
     const std::size_t end = std::min(text.find(' '), text.size());
-    const std::string longer =
-        line.empty() ? std::string{text.substr(0, end)} : fmt::format("{} {}", line, text.substr(0, end));
+    const std::string longer = line.empty() ? std::string{text.substr(0, end)}
+                                            : fmt::format("{} {}", line, text.substr(0, end));
     if (!line.empty() && text_width(s.c, longer, style.size, style.bold) > room) {
       write_line(s, line, style);
       line = text.substr(0, end);
@@ -77,8 +77,9 @@ void write_head(sheet& s, const run_results& run) {
   for (const look_group& g : bpms_to_look_at(run)) {
     std::string names;
     for (const bpm_row* row : g.bpm) names += (names.empty() ? "" : ", ") + name_of(*row);
-    write_paragraph(s, fmt::format("{}: {}{}{}", names, text_of(g.verdict),
-                                   g.reason.empty() ? "" : ": ", g.reason),
+    write_paragraph(s,
+                    fmt::format("{}: {}{}{}", names, text_of(g.verdict),
+                                g.reason.empty() ? "" : ": ", g.reason),
                     {.size = 11});
   }
   s.y += 8;
@@ -90,8 +91,7 @@ std::string gains_pdf(const run_results& run, paper size) {
   const bool a4 = size == paper::a4;
   sheet s{chart::open_canvas(chart::medium::pdf, (a4 ? 595.276 : 612) / reduced,
                              (a4 ? 841.89 : 792) / reduced, reduced),
-          margin, 1,
-          fmt::format("{}  {}", run.info.directory, run.info.started)};
+          margin, 1, fmt::format("{}  {}", run.info.directory, run.info.started)};
   write_head(s, run);
   const overview o = lay_out(run, s.c.width - 2 * margin);
   make_room(s, legend_height(o) + row_height(o));

@@ -15,15 +15,15 @@ using chart::ink;
 using chart::point;
 
 // Lengths of a row [points].
-constexpr double left_margin = 46;   // numbers of the axes
+constexpr double left_margin = 46;  // numbers of the axes
 constexpr double right_margin = 12;
-constexpr double title_room = 20;    // title of the axis, above the box
+constexpr double title_room = 20;  // title of the axis, above the box
 constexpr double gains_height = 170;
-constexpr double gap = 24;           // with the title of the errors' axis
+constexpr double gap = 24;  // with the title of the errors' axis
 constexpr double errors_height = 46;
 constexpr double marks_height = 16;
 constexpr double row_gap = 14;
-constexpr double least_pitch = 23;   // four symbols that can still be told apart
+constexpr double least_pitch = 23;  // four symbols that can still be told apart
 constexpr double most_pitch = 92;
 constexpr double least_width = 360;
 constexpr double name_size = 10;
@@ -67,11 +67,15 @@ void choose_decades(overview& o) {
 
 const char* mark_of(verdict word) {
   switch (word) {
-    case verdict::weak: return "w";
-    case verdict::suspect: return "!";
-    case verdict::not_determined: return "?";
+    case verdict::weak:
+      return "w";
+    case verdict::suspect:
+      return "!";
+    case verdict::not_determined:
+      return "?";
     case verdict::not_fitted:  // the cross on the axis says it
-    case verdict::determined: break;
+    case verdict::determined:
+      break;
   }
   return "";
 }
@@ -139,8 +143,7 @@ void write_off_scale(chart::canvas& c, const chart::panel& p, double x, double t
   const bool up = t > p.y.high;
   const double edge = up ? p.top : p.top + p.height;
   if (told == 0) draw_pointer(c, {x, up ? edge + 1 : edge - 1}, pointer, up, ink::quiet);
-  const double base = up ? edge + pointer + size + line * told
-                         : edge - pointer - 3 - line * told;
+  const double base = up ? edge + pointer + size + line * told : edge - pointer - 3 - line * told;
   draw_text(c, fmt::format("{:.3g}", t), {x, base},
             {.size = size, .at = 0.5, .ink = chart::button_inks[k], .bold = true});
   ++told;
@@ -160,8 +163,7 @@ void draw_gains(chart::canvas& c, const chart::panel& p, const shown_gains& gain
     if (gains.error > 0 && std::isfinite(gains.error)) {
       const double high = std::min(t * std::exp(gains.error), p.y.high);
       const double low = std::max(t * std::exp(-gains.error), p.y.low);
-      draw_line(c, {x, chart::down(p, low)}, {x, chart::down(p, high)}, chart::button_inks[k],
-                1.4);
+      draw_line(c, {x, chart::down(p, low)}, {x, chart::down(p, high)}, chart::button_inks[k], 1.4);
     }
     draw_symbol(c, k, {x, chart::down(p, t)}, size, gains.usable);
   }
@@ -194,8 +196,9 @@ void draw_name(chart::canvas& c, const overview& o, const bpm_row& row, point un
 void place_names(chart::canvas& c, overview& o) {
   double widest = 0;
   for (const overview::entry& e : o.bpm) {
-    widest = std::max(widest, text_width(c, chart::shortened(c, name_of(*e.row), name_size,
-                                                             longest_name), name_size));
+    widest = std::max(
+        widest,
+        text_width(c, chart::shortened(c, name_of(*e.row), name_size, longest_name), name_size));
   }
   o.upright_names = widest > o.pitch - 3;
   o.name_height = o.upright_names ? widest : name_size + 3;

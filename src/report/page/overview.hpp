@@ -20,11 +20,11 @@ struct overview {
     std::optional<shown_gains> gains;
   };
   std::vector<entry> bpm;
-  double width = 0;             ///< of the picture [points]
-  double pitch = 0;             ///< from BPM to BPM [points]
-  std::size_t in_row = 1;       ///< BPMs in a row
+  double width = 0;        ///< of the picture [points]
+  double pitch = 0;        ///< from BPM to BPM [points]
+  std::size_t in_row = 1;  ///< BPMs in a row
   std::size_t rows = 1;
-  double name_height = 0;       ///< room for the names below a row [points]
+  double name_height = 0;  ///< room for the names below a row [points]
   bool upright_names = false;
   quick_plot::axis_scale gain_scale;
   int low_decade = -5, high_decade = -1;  ///< of the errors

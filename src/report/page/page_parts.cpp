@@ -46,7 +46,8 @@ std::string link_to(const bpm_row& row) {
 
 void add_fact(std::string& out, std::string_view name, std::string_view value) {
   if (value.empty()) return;
-  fmt::format_to(std::back_inserter(out), "<div><dt>{}</dt><dd>{}</dd></div>\n", html(name), html(value));
+  fmt::format_to(std::back_inserter(out), "<div><dt>{}</dt><dd>{}</dd></div>\n", html(name),
+                 html(value));
 }
 
 std::string counts_list(const run_results& run) {
@@ -55,8 +56,8 @@ std::string counts_list(const run_results& run) {
     const std::size_t count = count_of(run, *word);
     if (count == 0 && *word != verdict::determined) continue;
     fmt::format_to(std::back_inserter(out),
-                   "<li class=\"{}\"><b>{}</b><span class=\"word\">{}</span></li>",
-                   class_of(*word), count, text_of(*word));
+                   "<li class=\"{}\"><b>{}</b><span class=\"word\">{}</span></li>", class_of(*word),
+                   count, text_of(*word));
   }
   return out + "</ul>\n";
 }
@@ -134,9 +135,11 @@ std::string fold_out(const bpm_row& row, std::size_t most_points) {
 
 std::string file_list(std::string_view title, const std::vector<input_file>& files) {
   if (files.empty()) return {};
-  std::string out = fmt::format("<h3>{}</h3><div class=\"scroll\"><table><thead><tr>"
-                                "<th class=\"t\">file</th><th>bytes</th><th class=\"t\">SHA-256"
-                                "</th></tr></thead><tbody>", title);
+  std::string out = fmt::format(
+      "<h3>{}</h3><div class=\"scroll\"><table><thead><tr>"
+      "<th class=\"t\">file</th><th>bytes</th><th class=\"t\">SHA-256"
+      "</th></tr></thead><tbody>",
+      title);
   for (const input_file& f : files) {
     out += fmt::format("<tr>{}<td>{}</td>{}</tr>", text_cell(f.path, "t path"), f.size,
                        text_cell(f.sha256, "t path"));
@@ -149,8 +152,9 @@ std::string file_list(std::string_view title, const std::vector<input_file>& fil
 std::string head_of(const run_results& run) {
   const std::size_t good = count_of(run, verdict::determined);
   const char* kind = good == 0 ? " none" : (good < run.bpm.size() ? " some" : "");
-  std::string out = fmt::format("<header><h1>Button gains: {}</h1>\n<p class=\"verdict{}\">{}</p>\n",
-                                html(run.info.title), kind, html(first_sentence(run)));
+  std::string out =
+      fmt::format("<header><h1>Button gains: {}</h1>\n<p class=\"verdict{}\">{}</p>\n",
+                  html(run.info.title), kind, html(first_sentence(run)));
   if (const std::string ended = how_it_ended(run.info); !ended.empty()) {
     out += fmt::format("<p class=\"ended\">{}</p>\n", html(ended));
   }
@@ -161,7 +165,8 @@ std::string head_of(const run_results& run) {
   add_fact(out, "tables", names_of(run.info.tables));
   add_fact(out, "command", run.info.command);
   add_fact(out, "host", run.info.host);
-  add_fact(out, "version", run.info.version + (run.info.build.empty() ? "" : ", ") + run.info.build);
+  add_fact(out, "version",
+           run.info.version + (run.info.build.empty() ? "" : ", ") + run.info.build);
   return out + "</dl></header>\n";
 }
 
@@ -201,8 +206,9 @@ std::string fold_outs(const run_results& run) {
 
 std::string how_made(const run_results& run) {
   const run_info& info = run.info;
-  std::string out = "<section><h2>How it was made</h2>\n<details><summary>Answers, files and times"
-                    "</summary><div>\n";
+  std::string out =
+      "<section><h2>How it was made</h2>\n<details><summary>Answers, files and times"
+      "</summary><div>\n";
   if (!info.dialog.empty()) {
     out += "<h3>Questions and answers</h3><div class=\"scroll\"><table><tbody>";
     for (const answered& a : info.dialog) {

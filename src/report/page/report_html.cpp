@@ -30,8 +30,9 @@ std::string report_html(const run_results& run) {
       chart::html(run.info.title), page_style());
   out += head_of(run) + look_list(run) + picture_section(run) + table_of(run) + fold_outs(run) +
          how_made(run);
-  return out + fmt::format("<footer>butngain {}</footer></main>\n<script>{}</script></body></html>\n",
-                           chart::html(run.info.version), page_script());
+  return out +
+         fmt::format("<footer>butngain {}</footer></main>\n<script>{}</script></body></html>\n",
+                     chart::html(run.info.version), page_script());
 }
 
 util::status write_report_html(const std::string& path, const run_results& run) {

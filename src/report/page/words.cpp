@@ -35,9 +35,8 @@ std::string name_of(const bpm_row& row) {
 }
 
 std::size_t count_of(const run_results& run, verdict word) {
-  return static_cast<std::size_t>(
-      std::count_if(run.bpm.begin(), run.bpm.end(),
-                    [word](const bpm_row& row) { return row.verdict == word; }));
+  return static_cast<std::size_t>(std::count_if(
+      run.bpm.begin(), run.bpm.end(), [word](const bpm_row& row) { return row.verdict == word; }));
 }
 
 std::vector<look_group> bpms_to_look_at(const run_results& run) {
@@ -47,10 +46,9 @@ std::vector<look_group> bpms_to_look_at(const run_results& run) {
     const std::size_t first = groups.size();
     for (const bpm_row& row : run.bpm) {
       if (row.verdict != word) continue;
-      const auto same = std::find_if(groups.begin() + static_cast<std::ptrdiff_t>(first),
-                                     groups.end(), [&row](const look_group& g) {
-                                       return g.reason == row.reason;
-                                     });
+      const auto same =
+          std::find_if(groups.begin() + static_cast<std::ptrdiff_t>(first), groups.end(),
+                       [&row](const look_group& g) { return g.reason == row.reason; });
       if (same == groups.end()) {
         groups.push_back({word, row.reason, {&row}});
       } else {
@@ -101,9 +99,10 @@ namespace {
 std::string none_in_words(const run_results& run) {
   const std::size_t all = run.bpm.size();
   const verdict word = run.bpm[0].verdict;
+  if (all == 1) return fmt::format("the only BPM is {}", text_of(word));
   if (count_of(run, word) == all) {
-    return all == 1 ? fmt::format("the only BPM is {}", text_of(word))
-                    : fmt::format("all {} BPMs are {}", all, text_of(word));
+    return word == verdict::not_determined ? fmt::format("none of {} BPMs is determined", all)
+                                           : fmt::format("all {} BPMs are {}", all, text_of(word));
   }
   return fmt::format("none of {} BPMs is determined ({})", all, counts_in_words(run));
 }

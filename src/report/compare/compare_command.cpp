@@ -1,0 +1,102 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "compare_runs.hpp"
+#include "run_time.hpp"
+#include "whole_file.hpp"
+
+namespace report {
+namespace {
+
+constexpr int nothing_changed = 0, something_changed = 1, trouble = 2;
+
+struct compare_options {
+  std::vector<std::string> runs;
+  std::string csv, picture;
+  change_limits limits;
+};
+
+int tell(const util::fault& f) {
+  fmt::print(stderr, "butngain: {}\n", util::line_of(f));
+  return trouble;
+}
+
+void add_options(CLI::App& app, compare_options& options) {
+  app.set_help_flag("--help", "Print this help and exit");
+  app.add_option("RUN", options.runs, "Directories of runs, or their gains.csv; two or more")
+      ->required()
+      ->expected(2, -1);
+  app.add_option("--csv", options.csv, "Write the comparison for programs")->type_name("FILE");
+  app.add_option("--picture", options.picture, "Draw the gains against the run (PNG)")
+      ->type_name("FILE");
+  app.add_option("--errors", options.limits.errors, "A change is more than this many of its errors")
+      ->capture_default_str()
+      ->check(CLI::NonNegativeNumber)
+      ->type_name("N");
+  app.add_option("--floor", options.limits.floor, "and more than this of a ratio of two buttons")
+      ->capture_default_str()
+      ->check(CLI::NonNegativeNumber)
+      ->type_name("CHANGE");
+}
+
+// Not through the session's printing: that would end with the status that says "something changed".
+util::status print(const std::string& text) {
+  errno = 0;
+  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) {
+    return {};
+  }
+  return util::fault{util::system_text(errno), "writing standard output", {}};
+}
+
+util::status write_files(const comparison& c, const compare_options& options) {
+  if (!options.csv.empty()) {
+    if (auto fault = util::write_whole_file(options.csv, comparison_csv(c))) return fault;
+  }
+  if (options.picture.empty()) return {};
+  const std::string bytes = comparison_png(c);
+  if (bytes.empty()) return util::fault{"the picture could not be drawn", options.picture, {}};
+  return util::write_whole_file(options.picture, bytes);
+}
+
+int run(const compare_options& options) {
+  std::vector<read_run> runs;
+  for (const std::string& path : options.runs) {
+    auto read = read_run_directory(path);
+    if (!read) return tell(read.why);
+    runs.push_back(std::move(*read));
+  }
+  const comparison c = compare_runs(std::move(runs), options.limits);
+  if (auto fault = print(comparison_text(c))) return tell(*fault);
+  if (auto fault = write_files(c, options)) return tell(*fault);
+  const bool changed = std::any_of(c.bpm.begin(), c.bpm.end(),
+                                   [](const compared_bpm& b) { return !b.disagree.empty(); });
+  return changed ? something_changed : nothing_changed;
+}
+
+}  // namespace
+
+int compare_command(int count, const char* const* arguments) {
+  CLI::App app(
+      "Compares the gains of two or more runs: which BPMs changed, by how much, and in "
+      "units of the error.\nExit status: 0 nothing changed, 1 something did, 2 a fault.",
+      "butngain compare");
+  compare_options options;
+  add_options(app, options);
+  try {
+    app.parse(count, arguments);
+  } catch (const CLI::Success& asked) {  // the library's way to tell of --help
+    app.exit(asked);
+    return nothing_changed;
+  } catch (const CLI::ParseError& fault) {
+    fmt::print(stderr, "butngain: {}; try butngain compare --help\n", fault.what());
+    return trouble;
+  }
+  return run(options);
+}
+
+}  // namespace report

@@ -40,7 +40,11 @@ quick_plot::axis_scale scale_of(const comparison& c) {
       }
     }
   }
-  const double half = values.empty() ? 1 : std::max(chart::robust_range(values).high, least);
+  // What changed must be seen: up to this many times what holds the rest.
+  constexpr double most_stretch = 4;
+  const double rest = values.empty() ? 1 : std::max(chart::robust_range(values).high, least);
+  double half = least;
+  for (const double v : values) half = v <= most_stretch * rest ? std::max(half, v) : half;
   return quick_plot::general_scale(-half, half, 2, 6, false);
 }
 
@@ -54,7 +58,7 @@ void draw_run(chart::canvas& c, const chart::panel& p, const bpm_row& row, const
       const bool up = value > p.y.high;
       const double edge = up ? p.top : p.top + p.height;
       draw_pointer(c, {x, edge}, 5, up, chart::button_inks[k]);
-      draw_text(c, fmt::format("{:+.3g}", value), {x, up ? edge + 14 : edge - 7},
+      draw_text(c, fmt::format("{:+.2g}", value), {x, up ? edge + 14 : edge - 7},
                 {.size = 8, .at = 0.5, .ink = chart::button_inks[k], .bold = true});
       continue;
     }

@@ -58,6 +58,12 @@ void tell_runs(const comparison& c, std::string& out) {
   }
 }
 
+// In which run a change shows first, where the runs are more than two.
+std::string first_seen(const comparison& c, const compared_bpm& b) {
+  if (c.run.size() < 3) return {};
+  return fmt::format("; first seen in run {}", b.disagree.front().to + 1);
+}
+
 void tell_changes(const comparison& c, std::string& out) {
   fmt::format_to(
       std::back_inserter(out),
@@ -71,9 +77,10 @@ void tell_changes(const comparison& c, std::string& out) {
     const gain_change& most = largest(b);
     fmt::format_to(std::back_inserter(out),
                    "  BPM {}: {:.4f} from run {} to run {}, {:.1f} times its error; most of it {} "
-                   "{:+.4f}\n",
+                   "{:+.4f}{}\n",
                    bpm_in_words(b), most.change, most.from + 1, most.to + 1,
-                   most.change / most.error, chart::button_names[most.button], most.of_button);
+                   most.change / most.error, chart::button_names[most.button], most.of_button,
+                   first_seen(c, b));
   }
   if (!any) out += "  none\n";
 }
@@ -87,7 +94,13 @@ void tell_disagreeing_runs(const comparison& c, std::string& out) {
   }
   if (pairs.empty() || c.run.size() < 3) return;
   out += "\nruns that disagree\n";
+  constexpr std::size_t most_lines = 40;
+  std::size_t lines = 0;
   for (const auto& [runs, names] : pairs) {
+    if (++lines > most_lines) {
+      out += fmt::format("  and {} more pairs of runs\n", pairs.size() - most_lines);
+      return;
+    }
     fmt::format_to(std::back_inserter(out), "  {} and {}: {} BPM{}: {}\n", runs.first + 1,
                    runs.second + 1, names.size(), names.size() == 1 ? "" : "s",
                    fmt::join(names, ", "));

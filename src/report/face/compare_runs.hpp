@@ -52,7 +52,8 @@ struct compared_bpm {
   std::string name;
   std::vector<const bpm_row*> row;    ///< by run; null where the run does not hold it
   std::vector<gain_change> since;     ///< against the first usable run, for each later usable one
-  std::vector<gain_change> disagree;  ///< every two runs whose change is beyond the limits
+  std::vector<gain_change> disagree;  ///< every two runs whose change is beyond the
+                                      ///< limits, by the later one
 };
 
 struct comparison {

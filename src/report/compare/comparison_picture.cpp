@@ -45,7 +45,7 @@ quick_plot::axis_scale scale_of(const comparison& c) {
   const double rest = values.empty() ? 1 : std::max(chart::robust_range(values).high, least);
   double half = least;
   for (const double v : values) half = v <= most_stretch * rest ? std::max(half, v) : half;
-  return quick_plot::general_scale(-half, half, 2, 6, false);
+  return quick_plot::general_scale(-half, half, 4, 6, false);
 }
 
 void draw_run(chart::canvas& c, const chart::panel& p, const bpm_row& row, const bpm_row& first,

@@ -24,7 +24,9 @@ constexpr const char* about =
     "date\n"
     "and time, such as 20240131_235959, below the current one or that of --output.\n"
     "\n"
-    "The environment variable KOVR_ONLINE names the root of the facility's data tree.\n";
+    "The environment variable KOVR_ONLINE names the root of the facility's data tree.\n"
+    "\n"
+    "butngain compare RUN RUN... compares the gains of earlier runs: butngain compare --help\n";
 
 constexpr const char* answers_group = "Answers given beforehand";
 
@@ -69,6 +71,9 @@ session_options read_command_line(int count, const char* const* arguments) {
   app.add_flag("--orbits", options.list_orbits, "Write every orbit of every BPM: orbits.csv");
   app.add_flag("--coefficients", options.list_coefficients,
                "Write the new factors of the position tables: button_coeff.dat");
+  app.add_option("--pdf", options.pdf, "Write all gains on paper of this size: gains.pdf")
+      ->check(CLI::IsMember({"a4", "letter"}))
+      ->type_name("a4|letter");
   app.add_option("--output", options.output, "Where the run's files go; made where it is missing")
       ->type_name("DIR");
   app.add_flag("--batch", batch, "Ask nothing: take the defaults of questions without an option");

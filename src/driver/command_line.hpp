@@ -12,6 +12,7 @@ struct session_options {
   std::string chamber;             ///< file of a chamber or a table; empty: none
   bool list_orbits = false;        ///< orbits.csv is wanted
   bool list_coefficients = false;  ///< button_coeff.dat is wanted
+  std::string pdf;                 ///< "a4" or "letter": gains.pdf is wanted; empty: it is not
   std::string output;              ///< directory that the run's files go to; empty: the working one
   util::prepared_dialog dialog;    ///< answers to its questions
   std::vector<std::string> arguments;  ///< as given, without the program's name

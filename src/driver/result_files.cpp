@@ -10,12 +10,14 @@
 #include <vector>
 
 #include "fault.hpp"
+#include "file_units.hpp"
 #include "gain_fit_mod.hpp"
 #include "gains_csv.hpp"
 #include "gains_load.hpp"
 #include "nonlin_bpm_mod.hpp"
 #include "orbits_csv.hpp"
 #include "progress.hpp"
+#include "report_page.hpp"
 #include "result_rows.hpp"
 #include "session_summary.hpp"
 #include "whole_file.hpp"
@@ -75,13 +77,21 @@ void tell(session_state& s, const util::status& fault) {
   fmt::print(stderr, "butngain: cannot write {}\n", util::line_of(*fault));
 }
 
+void write_report(session_state& s, const std::string& folder) {
+  tell(s, report::write_report_html(folder + "report.html", s.results));
+  tell(s, report::write_gains_png(folder + "gains.png", s.results));
+  if (s.pdf.empty()) return;
+  const auto size = s.pdf == "letter" ? report::paper::letter : report::paper::a4;
+  tell(s, report::write_gains_pdf(folder + "gains.pdf", s.results, size));
+}
+
 }  // namespace
 
 void write_results(session_state& s) {
   add_rows_of_left_out(s);
   s.results.info.directory = s.directory.trimmed();
   s.results.info.title = data_title(s);
-  const std::string folder = s.results.info.directory + "/";
+  const std::string folder = util::output_path(s.results.info.directory) + "/";
   const auto& rows = s.results.bpm;
   tell(s, report::write_gains_csv(folder + "gains.csv", rows));
   tell(s, util::write_whole_file(folder + "gains.load", report::gains_load_text(rows, about(s))));
@@ -90,6 +100,7 @@ void write_results(session_state& s) {
                                    report::button_coeff_text(rows, listed_now(), about(s))));
   }
   if (s.list_orbits) tell(s, report::write_orbits_csv(folder + "orbits.csv", rows));
+  write_report(s, folder);
 }
 
 }  // namespace driver

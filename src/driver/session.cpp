@@ -167,6 +167,7 @@ int run_session(const session_options& options) {
   take_chamber(s, options.chamber);
   s.list_orbits = options.list_orbits;
   s.list_coefficients = options.list_coefficients;
+  s.pdf = options.pdf;
   take_output(options.output);
   util::prepared = options.dialog;
   create_output_directory(s.directory);

@@ -64,6 +64,7 @@ struct session_state {
   bool interrupted = false;     // the loop ended before its last BPM
   bool list_orbits = false;     // orbits.csv was asked for
   bool list_coefficients = false;  // button_coeff.dat likewise
+  std::string pdf;                 // paper of gains.pdf, empty: not asked for
   int exit_status = 0;             // 1: a file beside the described ones could not be written
 
   // What the plot receives: per treated BPM its four normalised inverse gains and its index.

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "file_units.hpp"
 #include "gain_fit_mod.hpp"
 #include "gains_csv.hpp"
 #include "gains_load.hpp"
@@ -111,11 +112,11 @@ void add_lines_to_look_at(const session_state& s, std::vector<std::string>& line
 std::string line_of_files(const session_state& s) {
   const auto& rows = s.results.bpm;
   const auto loaded = std::count_if(rows.begin(), rows.end(), report::is_loaded);
-  const std::string_view folder = s.directory.trimmed();
+  const std::string folder = util::output_path(std::string{s.directory.trimmed()});
   const std::string what = loaded == 0 ? std::string{"nothing to load"}
                                        : fmt::format("gains of {} BPM{} to load: {}/gains.load",
                                                      loaded, loaded == 1 ? "" : "s", folder);
-  return fmt::format("{}; all results: {}/gains.csv", what, folder);
+  return fmt::format("{}; all results: {}/report.html", what, folder);
 }
 
 // What a line is about, for somebody who only glances at it.

@@ -43,6 +43,8 @@ bool holds(const std::string& text, std::string_view part) {
 TEST(first_sentence, says_what_can_be_loaded) {
   const auto good = row(1, "1W", verdict::determined), weak = row(2, "2W", verdict::weak),
              bad = row(3, "3W", verdict::suspect), open = row(4, "4W", verdict::not_determined);
+  auto stays = good;  // determined, and not loaded all the same
+  stays.stays = "no table: only the four fits speak for these gains";
   const struct {
     std::vector<report::bpm_row> rows;
     const char* sentence;
@@ -52,6 +54,9 @@ TEST(first_sentence, says_what_can_be_loaded) {
       {{good, good}, "All 2 BPMs are determined: load gains.load."},
       {{good, good, weak}, "2 of 3 BPMs are determined: load gains.load. 1 BPM needs a look."},
       {{good, weak, bad}, "1 of 3 BPMs is determined: load gains.load. 2 BPMs need a look."},
+      {{good, stays}, "1 of 2 BPMs can be loaded: load gains.load. 1 BPM needs a look."},
+      {{stays, weak},
+       "Nothing can be loaded: 1 of 2 BPMs is determined, but old coefficients stay."},
       {{open}, "Nothing can be loaded: the only BPM is not determined."},
       {{open, open}, "Nothing can be loaded: none of 2 BPMs is determined."},
       {{weak, weak}, "Nothing can be loaded: all 2 BPMs are weak."},
@@ -82,6 +87,8 @@ TEST(gains_shown, of_the_fits_are_inverted_with_product_1) {
   EXPECT_NEAR(shown->t[3], 0.5, 1e-15);
   r.fit_gain[1] = 0;
   EXPECT_FALSE(report::gains_shown(r));
+  r.true_gain = {4, 2, 2, 1};  // as files give them: any common factor
+  EXPECT_NEAR(report::true_gains_shown(r)[0], 2, 1e-15);
 }
 
 // One wild gain must not press all others onto a line; a normal spread is shown whole.

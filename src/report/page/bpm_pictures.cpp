@@ -308,7 +308,7 @@ struct stretch {
   double low = 0, high = 0, mean = 0, middle = 0;
 };
 
-std::vector<stretch> stretches_of(const bpm_row& row, std::size_t button) {
+std::vector<stretch> stretches_of(const bpm_row& row, std::size_t button, double factor) {
   constexpr std::size_t most = 100;
   const std::size_t n = row.orbit.size(), bins = std::min(n, most);
   std::vector<stretch> all;
@@ -317,7 +317,7 @@ std::vector<stretch> stretches_of(const bpm_row& row, std::size_t button) {
     stretch s{HUGE_VAL, -HUGE_VAL, 0, 0};
     std::size_t count = 0;
     for (std::size_t j = begin; j < end; ++j) {
-      const double signal = row.orbit[j].signal[button];
+      const double signal = factor * row.orbit[j].signal[button];
       if (!std::isfinite(signal)) continue;
       s.low = std::min(s.low, signal);
       s.high = std::max(s.high, signal);
@@ -348,11 +348,24 @@ void draw_strip(chart::canvas& c, const chart::panel& p, const std::vector<stret
   draw_lines(c, line, chart::button_inks[button], 1.2);
 }
 
+// A power of a thousand that keeps the numbers of counts short.
+unit unit_of_counts(const bpm_row& row) {
+  double largest = 0;
+  for (const orbit_row& o : row.orbit) {
+    for (const double signal : o.signal) {
+      if (std::isfinite(signal)) largest = std::max(largest, std::abs(signal));
+    }
+  }
+  const int power = largest >= 1e4 ? 3 * static_cast<int>(std::floor(std::log10(largest) / 3)) : 0;
+  return {std::pow(10.0, -power), power == 0 ? "counts" : fmt::format("1e{} counts", power)};
+}
+
 std::string signals(const bpm_row& row) {
+  const unit in = unit_of_counts(row);
   std::array<std::vector<stretch>, 4> all;
   std::vector<double> values;
   for (std::size_t k = 0; k < 4; ++k) {
-    all[k] = stretches_of(row, k);
+    all[k] = stretches_of(row, k, in.factor);
     for (const stretch& s : all[k]) values.insert(values.end(), {s.low, s.high});
   }
   if (values.empty()) return {};
@@ -371,7 +384,7 @@ std::string signals(const bpm_row& row) {
   p.left = std::max(p.left, room + 8);
   p.height = (p.height - 3 * gap) / 4;
   for (std::size_t k = 0; k < 4; ++k) {
-    draw_y_axis(c, p, scale, k == 0 ? "signal [counts]" : "");
+    draw_y_axis(c, p, scale, k == 0 ? fmt::format("signal [{}]", in.text) : std::string{});
     if (k == 3) draw_x_axis(c, p, time, "orbit");
     draw_frame(c, p);
     draw_strip(c, p, all[k], k);
@@ -419,15 +432,16 @@ void draw_gains(chart::canvas& c, const bpm_row& row, const shown_gains& gains, 
                 double to) {
   std::vector<double> values;
   const double error = std::isfinite(gains.error) ? gains.error : 0;
+  const four truth = true_gains_shown(row);
   for (std::size_t k = 0; k < 4; ++k) {
     values.insert(values.end(), {gains.t[k] - error, gains.t[k] + error});
-    if (std::isfinite(row.true_gain[k])) values.push_back(row.true_gain[k]);
+    if (std::isfinite(truth[k])) values.push_back(truth[k]);
   }
   const chart::panel p = button_panel(c, from, to, values, "button gain t");
   for (std::size_t k = 0; k < 4; ++k) {
     const double x = chart::across(p, static_cast<double>(k));
-    if (std::isfinite(row.true_gain[k])) {
-      const double y = chart::down(p, row.true_gain[k]);
+    if (std::isfinite(truth[k])) {
+      const double y = chart::down(p, truth[k]);
       draw_line(c, {x - 11, y}, {x + 11, y}, ink::text, 1.2);
     }
     draw_value(c, p, k, gains.t[k], error);
@@ -458,7 +472,7 @@ std::string gains_and_pedestals(const bpm_row& row, const shown_gains& gains) {
   constexpr double middle = width / 2;
   draw_gains(c, row, gains, left, middle - 6);
   draw_pedestals(c, row, middle + 36, width - right);
-  const bool truth = std::isfinite(row.true_gain[0]);
+  const bool truth = std::isfinite(true_gains_shown(row)[0]);
   return figure(c, "Gains and pedestals",
                 truth ? "Gains, and pedestals in parts of the signal, with their errors; a line is "
                         "the true gain."

@@ -102,14 +102,15 @@ std::string button_table(const bpm_row& row) {
   std::string out =
       "<div class=\"scroll\"><table><thead><tr><th class=\"t\">button</th><th>gain t</th>"
       "<th>noise σ</th><th>multiplier of the four fits</th><th>pedestal</th><th>its σ</th>";
-  const bool truth = std::isfinite(row.true_gain[0]);
+  const four true_gain = true_gains_shown(row);
+  const bool truth = std::isfinite(true_gain[0]);
   out += truth ? "<th>true t</th></tr></thead><tbody>" : "</tr></thead><tbody>";
   for (std::size_t k = 0; k < 4; ++k) {
     out += fmt::format("<tr><td class=\"t c{}\">{}</td>", k + 1, chart::button_names[k]);
     out += cell(row.gain[k], "{:.6f}") + cell(row.sigma[k], "{:.1e}");
     out += cell(row.fit_gain[k], "{:.6f}") + cell(row.pedestal[k], "{:.1e}");
     out += cell(row.pedestal_sigma[k], "{:.1e}");
-    if (truth) out += cell(row.true_gain[k], "{:.6f}");
+    if (truth) out += cell(true_gain[k], "{:.6f}");
     out += "</tr>";
   }
   return out + "</tbody></table></div>\n";

@@ -39,18 +39,22 @@ std::size_t count_of(const run_results& run, verdict word) {
       run.bpm.begin(), run.bpm.end(), [word](const bpm_row& row) { return row.verdict == word; }));
 }
 
+bool can_be_loaded(const bpm_row& row) {
+  return row.verdict == verdict::determined && row.stays.empty();
+}
+
 std::vector<look_group> bpms_to_look_at(const run_results& run) {
   std::vector<look_group> groups;
   for (const verdict word : verdicts_by_need) {
-    if (word == verdict::determined) continue;
     const std::size_t first = groups.size();
     for (const bpm_row& row : run.bpm) {
-      if (row.verdict != word) continue;
+      if (row.verdict != word || can_be_loaded(row)) continue;
+      const std::string& reason = word == verdict::determined ? row.stays : row.reason;
       const auto same =
           std::find_if(groups.begin() + static_cast<std::ptrdiff_t>(first), groups.end(),
-                       [&row](const look_group& g) { return g.reason == row.reason; });
+                       [&reason](const look_group& g) { return g.reason == reason; });
       if (same == groups.end()) {
-        groups.push_back({word, row.reason, {&row}});
+        groups.push_back({word, reason, {&row}});
       } else {
         same->bpm.push_back(&row);
       }
@@ -72,6 +76,13 @@ std::optional<shown_gains> gains_shown(const bpm_row& row) {
     return {};
   }
   return shown;
+}
+
+four true_gains_shown(const bpm_row& row) {
+  if (!all_positive(row.true_gain)) return unknown_four;
+  four inverse{};
+  for (std::size_t k = 0; k < 4; ++k) inverse[k] = 1 / row.true_gain[k];
+  return button_gains(inverse);
 }
 
 std::string how_it_ended(const run_info& info) {
@@ -110,16 +121,24 @@ std::string none_in_words(const run_results& run) {
 }  // namespace
 
 std::string first_sentence(const run_results& run) {
-  const std::size_t all = run.bpm.size(), good = count_of(run, verdict::determined);
+  const std::size_t all = run.bpm.size(), determined = count_of(run, verdict::determined);
+  const auto good =
+      static_cast<std::size_t>(std::count_if(run.bpm.begin(), run.bpm.end(), can_be_loaded));
   if (all == 0) return "Nothing can be loaded: the data hold no BPM.";
-  if (good == 0) return fmt::format("Nothing can be loaded: {}.", none_in_words(run));
+  if (determined == 0) return fmt::format("Nothing can be loaded: {}.", none_in_words(run));
+  const char* are = good == 1 ? "is" : "are";
+  if (good == 0) {
+    return fmt::format("Nothing can be loaded: {} of {} {} determined, but old coefficients stay.",
+                       determined, bpms_in_words(all), determined == 1 ? "is" : "are");
+  }
   if (good == all) {
     return all == 1 ? "The only BPM is determined: load gains.load."
                     : fmt::format("All {} BPMs are determined: load gains.load.", all);
   }
   const std::size_t others = all - good;
-  return fmt::format("{} of {} BPMs {} determined: load gains.load. {} need{} a look.", good, all,
-                     good == 1 ? "is" : "are", bpms_in_words(others), others == 1 ? "s" : "");
+  return fmt::format("{} of {} BPMs {}: load gains.load. {} need{} a look.", good, all,
+                     good == determined ? fmt::format("{} determined", are) : "can be loaded",
+                     bpms_in_words(others), others == 1 ? "s" : "");
 }
 
 }  // namespace report

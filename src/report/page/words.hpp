@@ -23,7 +23,10 @@ inline constexpr std::array verdicts_by_need{verdict::suspect, verdict::not_dete
 
 std::size_t count_of(const run_results& run, verdict word);
 
-/// BPMs that are not determined and share verdict and reason.
+/// Whether gains.load has new coefficients for it: it is determined, and nothing else keeps the old.
+bool can_be_loaded(const bpm_row& row);
+
+/// BPMs whose gains are not loaded, and that share verdict and reason.
 struct look_group {
   report::verdict verdict = verdict::suspect;
   std::string reason;
@@ -43,6 +46,10 @@ struct shown_gains {
 /// The calibrated gains, or those of the four fits where nothing was calibrated.
 /// returns  nothing where neither is known
 std::optional<shown_gains> gains_shown(const bpm_row& row);
+
+/// The true gains of simulated data with product 1, to stand beside those above: as files give them
+/// they have any common factor. Unknown where they are.
+four true_gains_shown(const bpm_row& row);
 
 /// A sentence on a run that did not end as it should; empty otherwise.
 std::string how_it_ended(const run_info& info);

@@ -27,7 +27,7 @@ int tell(const util::fault& f) {
 }
 
 void add_options(CLI::App& app, compare_options& options) {
-  app.set_help_flag("--help", "Print this help and exit");
+  app.set_help_flag("-h,--help", "Print this help and exit");
   app.add_option("RUN", options.runs, "Directories of runs, or their gains.csv; two or more")
       ->required()
       ->expected(2, -1);

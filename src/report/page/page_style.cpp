@@ -62,7 +62,8 @@ code,.path{font-family:ui-monospace,"DejaVu Sans Mono",monospace;font-size:.88em
 footer{color:var(--quiet);font-size:.85rem;margin-top:2rem}
 @media print{body{background:#fff;font-size:10pt}main{padding:0;max-width:none}
 .middle{display:block}.wide,.narrow{display:none}.scroll{overflow:visible}table{font-size:6.5pt}
-th,td{padding:.1rem .25rem}td.why{min-width:0}details:not([open]){display:none}
+th,td{padding:.1rem .25rem}td.why{min-width:12em}
+section:has(details):not(:has(details[open])){display:none}details:not([open]){display:none}
 .picture,details,figure,.look li,tr{break-inside:avoid}a{color:inherit;text-decoration:none}}
 )css";
 }

@@ -110,13 +110,9 @@ void add_lines_to_look_at(const session_state& s, std::vector<std::string>& line
 
 // The last line: where everything is that the lines above do not say.
 std::string line_of_files(const session_state& s) {
-  const auto& rows = s.results.bpm;
-  const auto loaded = std::count_if(rows.begin(), rows.end(), report::is_loaded);
   const std::string folder = util::output_path(std::string{s.directory.trimmed()});
-  const std::string what = loaded == 0 ? std::string{"nothing to load"}
-                                       : fmt::format("gains of {} BPM{} to load: {}/gains.load",
-                                                     loaded, loaded == 1 ? "" : "s", folder);
-  return fmt::format("{}; all results: {}/report.html", what, folder);
+  return fmt::format("{}: {}/gains.load; all results: {}/report.html",
+                     report::what_to_load(s.results.bpm), folder, folder);
 }
 
 // What a line is about, for somebody who only glances at it.

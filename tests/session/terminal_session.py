@@ -3,6 +3,7 @@
 usage: terminal_session.py BUTNGAIN BPMSIM VERSION; status 77: pexpect is not installed
 """
 
+import csv
 import os
 import signal
 import subprocess
@@ -100,6 +101,30 @@ def ctrl_c_in_the_fits_leaves_whole_files(folder):
         fitted = sum(line.split()[0].isdigit() for line in table if line.split())
     assert 1 <= fitted < 60
     assert sum(name.endswith(".dat_fit") for name in written) == fitted
+    with open(f"{run}/gains.csv", encoding="utf-8") as file:
+        rows = list(csv.DictReader(file))
+    left = [row for row in rows if row["verdict"] == "not fitted"]
+    assert len(rows) == 60 and len(left) == 60 - fitted, (len(rows), len(left), fitted)
+    assert {row["reason"] for row in left} == {"the run was interrupted before it"}, left[0]
+    assert os.path.exists(f"{run}/gains.load")
+
+
+def the_summary_is_in_colour_for_a_person_who_wants_it(folder):
+    make_series(folder, 1)
+    for name, value, coloured in (("LANG", "C", True), ("NO_COLOR", "1", False),
+                                  ("TERM", "dumb", False)):
+        child = pexpect.spawn(BUTNGAIN, env={**environment(folder), name: value}, cwd=folder,
+                              timeout=60, encoding="utf-8", dimensions=(24, 200))
+        for answer, question in zip(("F", "exp_0.txt", "exp_0.txt"), QUESTIONS):
+            child.expect_exact(question)
+            child.send(answer + "\r")
+        child.expect_exact("= no>:")
+        told = "butngain: " + ("\x1b[1m" if coloured else "") + "1 BPM fitted: "
+        assert told in child.before, (name, child.before[-600:])
+        child.send("no\r")
+        child.expect(pexpect.EOF)
+        child.close()
+        assert child.exitstatus == 0
 
 
 def progress_is_for_a_person_who_sees_nothing_else(folder):
@@ -108,7 +133,7 @@ def progress_is_for_a_person_who_sees_nothing_else(folder):
     with open(answers, "w", encoding="ascii") as file:
         file.write("F\nexp_0.txt\nexp_39.txt\nno\n")
     child = pexpect.spawn("/bin/sh", ["-c", f"'{BUTNGAIN}' < {answers} > {folder}/log"],
-                          env=environment(folder), cwd=folder, timeout=120, encoding="utf-8")
+                          env={**environment(folder), "NO_COLOR": "1"}, cwd=folder, timeout=120, encoding="utf-8")
     child.expect(pexpect.EOF)
     child.close()
     assert child.exitstatus == 0
@@ -123,7 +148,9 @@ def progress_is_for_a_person_who_sees_nothing_else(folder):
 
 
 CASES = [options_need_no_session, a_session_on_a_terminal_says_what_it_says_on_a_pipe,
-         ctrl_c_in_the_fits_leaves_whole_files, progress_is_for_a_person_who_sees_nothing_else]
+         ctrl_c_in_the_fits_leaves_whole_files,
+         the_summary_is_in_colour_for_a_person_who_wants_it,
+         progress_is_for_a_person_who_sees_nothing_else]
 
 for case in CASES:
     with tempfile.TemporaryDirectory() as scratch:

@@ -3,6 +3,8 @@
 
 #include <filesystem>
 #include <memory>
+#include <string>
+#include <utility>
 
 #include "commands.hpp"
 #include "machine_options.hpp"
@@ -30,6 +32,21 @@ int run_series(sim::series_setup& s) {
       "{} BPMs, {} orbits each, {} to {}: {}", s.bpms, s.orbits, sim::series_file_name(s.first),
       sim::series_file_name(s.first + s.bpms - 1), sim::series_directory(s.base)));
   return 0;
+}
+
+// Takes over what was loaded into the electronics; no name, nothing.
+void load_coefficients(sim::raw_setup& s, const std::string& path) {
+  if (path.empty()) return;
+  auto loaded = sim::read_coefficients(util::fullfilename(path));
+  if (!loaded) give_up(util::line_of(loaded.why));
+  s.loaded = std::move(*loaded);
+}
+
+std::shared_ptr<std::string> add_coefficients(CLI::App& app) {
+  auto path = std::make_shared<std::string>();
+  options::add_text({&app}, "--coefficients", *path,
+                    "gains.load of a session: gain coefficients loaded since, by name of the BPM");
+  return path;
 }
 
 int run_raw(const sim::raw_setup& s) {
@@ -117,6 +134,7 @@ void add_raw(CLI::App& app, int& status) {
   add_whole({&sub}, "--turns", s->turns, "turns of each bunch");
   add_real({&sub}, "--coefficient-spread", s->coefficient_spread,
            "rms of the file's gain coefficients about 1");
+  const auto coefficients = add_coefficients(sub);
   add_word({&sub}, "--species", {"positrons", "electrons", "dual"}, s->species,
            "particles in the ring");
   options::add_text({&sub}, "--timing-setup", s->timing_setup, "such as 14ns_VAR_G or 4ns_P_FIX_G");
@@ -126,9 +144,10 @@ void add_raw(CLI::App& app, int& status) {
   add_real({&sub}, "--current", s->current, "beam current", milliamperes);
   add_passages(sub, s->machine);
   const auto chosen = add_machine(sub, s->machine);
-  sub.callback([s, chosen, &status] {
+  sub.callback([s, chosen, coefficients, &status] {
     settle(s->machine, *chosen);
     refuse_if(sim::raw_fault(*s));
+    load_coefficients(*s, *coefficients);
     status = run_raw(*s);
   });
 }
@@ -206,6 +225,7 @@ void add_tree(CLI::App& app, int& status) {
   add_whole({&sub}, "--turns", s->raw.turns, "turns of every run");
   add_real({&sub}, "--coefficient-spread", s->raw.coefficient_spread,
            "rms of the raw files' gain coefficients about 1");
+  const auto coefficients = add_coefficients(sub);
   options::add_text({&sub}, "--when", s->raw.when, "date and time of the oldest raw run");
   add_real({&sub}, "--current", s->raw.current, "beam current", milliamperes);
   add_real({&sub}, "--offset-spread", s->offset_spread, "rms of the BPMs' position offsets",
@@ -214,9 +234,10 @@ void add_tree(CLI::App& app, int& status) {
            "replace position tables and calibration lists that stand there");
   add_passages(sub, s->raw.machine);
   const auto chosen = add_machine(sub, s->raw.machine);
-  sub.callback([s, chosen, &status] {
+  sub.callback([s, chosen, coefficients, &status] {
     settle(s->raw.machine, *chosen);
     refuse_if(sim::tree_fault(*s));
+    load_coefficients(s->raw, *coefficients);
     status = run_tree(*s);
   });
 }

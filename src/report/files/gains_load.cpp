@@ -44,15 +44,28 @@ int count_loaded(const std::vector<bpm_row>& rows) {
 
 // What is in both files, for the person who opens them.
 std::string first_lines(const std::vector<bpm_row>& rows, const std::string& about) {
-  const int loaded = count_loaded(rows);
-  std::string text = fmt::format("# {}\n", util::shown(about));
-  return text + (loaded == 0 ? "# nothing can be loaded: no BPM is determined\n"
-                             : fmt::format("# {} of {} BPMs determined; the others keep what they "
-                                           "have\n",
-                                           loaded, rows.size()));
+  return fmt::format("# {}\n# {} of {} BPMs determined: {}\n", util::shown(about),
+                     count_loaded(rows), rows.size(), util::shown(what_to_load(rows)));
 }
 
 }  // namespace
+
+std::string what_to_load(const std::vector<bpm_row>& rows) {
+  const int loaded = count_loaded(rows);
+  if (loaded == 0) return "nothing to load";
+  double largest = 0;
+  std::string where;
+  for (const bpm_row& row : rows) {
+    for (std::size_t k = 0; is_loaded(row) && k < button_names.size(); ++k) {
+      const double change = row.new_coefficient[k] / old_of(row, k) - 1;
+      if (!where.empty() && std::abs(change) <= std::abs(largest)) continue;
+      largest = change;
+      where = fmt::format("{} ({}) {}", row.bpm, row.name, button_names[k]);
+    }
+  }
+  return fmt::format("gains of {} BPM{} to load, largest change {:+.2g} %: {}", loaded,
+                     loaded == 1 ? "" : "s", 100 * largest, where);
+}
 
 four new_coefficients(const four& old, const four& gain, bool divided) {
   four now = old;

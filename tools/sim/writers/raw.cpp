@@ -52,8 +52,8 @@ std::int32_t in_column(double reading, const std::string& name, int turn) {
 
 // The data lines of one bunch. Its motion is its own; the electronics are the BPM's.
 void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, int bunch,
-                 const rawfile::RDV3_INST_DATA& header, const std::string& name,
-                 const passage_log& log) {
+                 const rawfile::RDV3_INST_DATA& header, const buttons& left,
+                 const std::string& name, const passage_log& log) {
   const int block = block_of(s, bunch);
   const bool has_beam = bunch < s.bunches - s.empty;
   // The tables keep pointing here, so the array has to live as long as lines are written.
@@ -63,7 +63,9 @@ void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, 
     // Also without beam, so that a bunch's turns go on alike; such a passage is no truth of the
     // file.
     const passage p = next_passage(s.machine, at);
-    if (has_beam) note(log, name, bunch + 1, turn + 1, p);
+    passage told = p;
+    for (int k = 1; k <= 4; ++k) told.gain(k) *= left(k);
+    if (has_beam) note(log, name, bunch + 1, turn + 1, told);
     columns[1] = phase_word(s, turn);
     for (int card = 0; card < rawfile::num_cards; ++card) {
       const int k = button_of_card[card];
@@ -79,13 +81,32 @@ void write_bunch(rawfile::kbpmfio_stream& file, const raw_setup& s, monitor at, 
   }
 }
 
+// Puts the coefficients that were loaded into timing block 0 of the header.
+// Returns what is left of each button's gain: drawn over loaded coefficient.
+buttons load_coefficients(const raw_setup& s, const std::string& name,
+                          rawfile::RDV3_INST_DATA& header) {
+  buttons left{{1, 1, 1, 1}};
+  const auto found = s.loaded.find(name);
+  if (found == s.loaded.end()) return left;
+  for (int card = 0; card < rawfile::num_cards; ++card) {
+    const int k = button_of_card[card];
+    float& coefficient = header.gain_coeffs(0, card);
+    const auto loaded = static_cast<float>(found->second(k));  // as the file keeps it
+    left(k) = double{coefficient} / double{loaded};
+    coefficient = loaded;
+  }
+  return left;
+}
+
 // One instrument; returns what is true about it.
 bpm_truth write_instrument(rawfile::kbpmfio_stream& file, const raw_setup& s, int bpm, int ix_run,
                            const std::string& name, const passage_log& log) {
   // The header is the BPM's, whatever the bunch; gains and pedestals come from this seat.
   const seat first_seat{bpm, 0, s.turns, ring_number(name)};
   const monitor first = make_monitor(s.machine, first_seat);
-  rawfile::RDV3_INST_DATA header = instrument_header(s, first, name);
+  const rawfile::RDV3_INST_DATA drawn = instrument_header(s, first, name);
+  rawfile::RDV3_INST_DATA header = drawn;
+  const buttons left = load_coefficients(s, name, header);
   rawfile::kbpmfio_map_instrument_header(header);
   rawfile::kbpmfio_rw_instrument_header(file, rawfile::KBPMFIO_WRITE);
   static_cast<void>(rawfile::kbpmfio_rw_file_section(file, rawfile::KBPMFIO_WRITE,
@@ -97,9 +118,13 @@ bpm_truth write_instrument(rawfile::kbpmfio_stream& file, const raw_setup& s, in
     const int stream = (ix_run * rawfile::max_bunches) + bunch;
     seat of_bunch = first_seat;
     of_bunch.bunch = stream;
-    write_bunch(file, s, make_monitor(s.machine, of_bunch), bunch, header, name, log);
+    // Readings come from the electronics as they are built, not from what was loaded.
+    const buttons in_bunch = block_of(s, bunch) == 0 ? left : buttons{{1, 1, 1, 1}};
+    write_bunch(file, s, make_monitor(s.machine, of_bunch), bunch, drawn, in_bunch, name, log);
   }
-  return truth_of(name, first.electronics);
+  bpm_truth truth = truth_of(name, first.electronics);
+  for (int k = 1; k <= 4; ++k) truth.true_gain(k) *= left(k);
+  return truth;
 }
 
 void write_run(const raw_setup& s, int ix_run, std::time_t when, const std::string& path) {

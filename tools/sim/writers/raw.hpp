@@ -8,13 +8,16 @@
 //     raw reading = pedestal + coefficient * (reading of the simulated electronics - its pedestal)
 //
 // Pedestals and coefficients are those of the bunch's timing block and stand in the file; block 0
-// has the simulated electronics' own pedestals. The shaker's phase words are the phases that the
+// has the simulated electronics' own pedestals. Coefficients that were loaded since change what the
+// file says, not what is read: the true gains, and the truth beside the file, are then what is left.
+// The shaker's phase words are the phases that the
 // betatron oscillation of the machine has at the first BPM, in 512ths of a cycle.
 #pragma once
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "coefficients.hpp"
 #include "machine.hpp"
 
 namespace sim {
@@ -36,6 +39,8 @@ struct raw_setup {
   int empty = 0;       // so many of the last bunches hold no beam: they read their pedestals
   int turns = 1024;
   double coefficient_spread = 0.02;  // rms of the gain coefficients about 1
+  // Those loaded since, of timing block 0: the file names them, the readings keep the drawn ones.
+  loaded_coefficients loaded;
   particles species = particles::positrons;
   std::string timing_setup = "14ns_VAR_G";
   std::string when = "2014-03-04 12:00:00";  // of the first run; a run a minute

@@ -45,9 +45,10 @@ void add_rows_of_left_out(session_state& s) {
             [](const report::bpm_row& a, const report::bpm_row& b) { return a.bpm < b.bpm; });
 }
 
-// What the readings were, for those who load what came of them.
+// What the readings were, for those who load what came of them. Without the time: the same readings
+// give the same file.
 std::string about(const session_state& s) {
-  std::string text = s.results.info.title + fmt::format(", {}; ", s.directory.trimmed());
+  const std::string text = s.results.info.title + "; ";
   if (fit::gain_correct == 0)
     return text + "the readings name no old coefficients: 1 stands for them";
   return text +
@@ -89,7 +90,7 @@ void write_report(session_state& s, const std::string& folder) {
 
 void write_results(session_state& s) {
   add_rows_of_left_out(s);
-  s.results.info.directory = s.directory.trimmed();
+  s.results.info.directory = util::output_path(std::string{s.directory.trimmed()});
   s.results.info.title = data_title(s);
   const std::string folder = util::output_path(s.results.info.directory) + "/";
   const auto& rows = s.results.bpm;

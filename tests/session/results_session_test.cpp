@@ -32,6 +32,15 @@ session::outcome make_machine(const session::scratch& here, const std::string& n
   return session::bpmsim(here.path(), arguments);
 }
 
+// The run directory below a place.
+fs::path run_in(const fs::path& place) {
+  for (const auto& entry : fs::directory_iterator(place)) {
+    if (entry.is_directory()) return entry.path();
+  }
+  ADD_FAILURE() << "no run directory in " << place;
+  return {};
+}
+
 // A session in a folder of its own; its run directory.
 fs::path run_on(const session::scratch& here, const std::string& tree, const std::string& run,
                 const std::string& correction, const std::vector<std::string>& options = {}) {
@@ -43,11 +52,7 @@ fs::path run_on(const session::scratch& here, const std::string& tree, const std
   const auto done =
       session::butngain(place, {"T", "1000", run, correction, "1", "2", "", "n", "-1", "no"}, how);
   EXPECT_EQ(done.status, 0) << done.err;
-  for (const auto& entry : fs::directory_iterator(place)) {
-    if (entry.is_directory()) return entry.path();
-  }
-  ADD_FAILURE() << "no run directory";
-  return {};
+  return run_in(place);
 }
 
 std::vector<report::bpm_row> gains_of(const fs::path& run) {
@@ -215,16 +220,18 @@ TEST(results_session, a_file_that_cannot_be_written_is_told_and_the_session_goes
   EXPECT_TRUE(contains(run.out, "Postscript (p) or Gif (g) ?"));
 }
 
-// One BPM was chosen: the others are in the data, and so in the file.
+// One BPM was chosen: the others are in the data, and so in the file, wherever that goes.
 TEST(results_session, every_bpm_that_the_data_hold_has_a_line) {
   const session::scratch here;
   ASSERT_EQ(make_machine(here, "t").status, 0);
   session::settings how;
   how.environment["KOVR_ONLINE"] = (here.path() / "t/online").string();
+  how.arguments = {"--output", "elsewhere"};
   const auto run = session::butngain(
       here.path(), {"T", "1000", "4567", "3", "1", "2", "", "n", "28", "no"}, how);
   ASSERT_EQ(run.status, 0) << run.err;
-  const auto rows = gains_of(here.run_directory());
+  const auto rows = gains_of(run_in(here.path() / "elsewhere"));
+  EXPECT_TRUE(contains(run.err, "; all results: elsewhere/2")) << run.err;
   ASSERT_EQ(rows.size(), 4U);
   for (const report::bpm_row& row : rows) {
     EXPECT_EQ(row.verdict == report::verdict::not_fitted, row.bpm != 28) << row.bpm;

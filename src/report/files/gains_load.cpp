@@ -107,8 +107,13 @@ std::string gains_load_text(const std::vector<bpm_row>& rows, const std::string&
       } else {
         // A 1 in the place of what nobody told would be loaded by somebody.
         const std::string kept = has_old(row) ? fmt::format("{:.7g}", old) : "-";
-        text += fmt::format("{0:>12} {0:>12} {1:>+9.4f} {2:>9}  keep  # {3}\n", kept, 0.0, "-",
+        text += fmt::format("{0:>12} {0:>12} {1:>+9.4f} {2:>9}  keep  # {3}", kept, 0.0, "-",
                             why_kept(row));
+        // Right within their error, which may be good enough for somebody who decides so.
+        if (row.verdict == verdict::weak && std::isfinite(row.gain[k])) {
+          text += fmt::format("; gain {:.5f} found, error {:.2g} %", row.gain[k], 100 * row.error);
+        }
+        text += '\n';
       }
     }
   }

@@ -23,6 +23,7 @@ std::array<std::vector<double>, 4> columns_of(std::span<const store::bpm_struct>
   return column;
 }
 
+// As the fits have them, not as button gains: the calibration turns them itself.
 calibration::four_fits multipliers_of(const gain_fit_mod::four_fits& fits) {
   calibration::four_fits all;
   for (int f = 1; f <= 4; ++f) {
@@ -46,6 +47,7 @@ bpm_verdict verdict_of_fits(const gain_fit_mod::bpm_result& result) {
       verdict.word = verdict_word::not_determined;
       break;
   }
+  // The number, not the name: it is what decides which table a BPM has.
   verdict.line = fmt::format("no table for BPM {}: calibration left out; {}", result.data.bpm,
                              result.quality.reason);
   return verdict;
@@ -61,6 +63,7 @@ std::string figures_of(const calibration::record& r) {
     text +=
         fmt::format("; button gains {:.5f} {:.5f} {:.5f} {:.5f}", r.t(1), r.t(2), r.t(3), r.t(4));
   }
+  // Only when they are the reason: a pedestal within its error says nothing to anybody.
   if (r.verdict.reason == verdict_reason::pedestals) {
     text += "; pedestals";
     for (int k = 1; k <= 4; ++k) {
@@ -84,6 +87,7 @@ std::string figures_of(const calibration::record& r) {
 bpm_verdict verdict_of(const gain_fit_mod::bpm_result& result, const calibration_setting& setting) {
   if (setting.table.table == nullptr) return verdict_of_fits(result);
   const auto column = columns_of(result.data.orbits);
+  // The run only points at the columns, so they stand here until the calibration has ended.
   const calibration::bpm_run run{.signal = {column[0], column[1], column[2], column[3]},
                                  .set_start = setting.set_start,
                                  .table = setting.table.table,

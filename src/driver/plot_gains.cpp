@@ -42,6 +42,7 @@ double least_distance(const plotted& plot) {
   for (int point = 2; point <= plot.j; ++point) {
     least = std::min(least, plot.bpm_mat(1, point) - plot.bpm_mat(1, point - 1));
   }
+  // Indices are whole numbers; a single BPM, or none, still needs a width.
   return std::max(least, 1.0);
 }
 
@@ -53,7 +54,9 @@ std::string draw(const plotted& plot, std::string_view device, const std::string
   qp_set_margin(0.02, 0.02, 0.015, 0.015, "%PAGE");
   qp_set_box(1, 1, 1, 1);
   qp_set_axis_counts("X", least_distance(plot));
+  // Between four and eight divisions: fewer are hard to read between, more crowd their numbers.
   qp_calc_and_set_axis("X", plot.bpm_min, plot.bpm_max, 4, 8, "GENERAL");
+  // Fixed, so that two plots can be laid side by side; a gain beyond it is a wedge on the frame.
   qp_calc_and_set_axis("Y", 0.8, 1.2, 4, 8, "GENERAL");
   qp_draw_axes("BPM", "gain", plot.title);
   qp_set_symbol_attrib("plus", 10, "red");
@@ -63,6 +66,7 @@ std::string draw(const plotted& plot, std::string_view device, const std::string
     qp_draw_note("no BPM fitted");
   }
   for (int point = 1; point <= plot.j; ++point) {
+    // The four buttons of a BPM as one stroke: its length shows how far they disagree.
     std::array<double, 4> bpms{};
     std::array<double, 4> gains{};
     for (int k = 1; k <= 4; ++k) {

@@ -40,6 +40,7 @@ std::string reason_in_store(const session_state& s, int bpm) {
                      first - column.begin() + 1);
 }
 
+// A BPM may be left out of each of several data sets, mostly for the same reason: told once.
 void add_reason(std::string& reasons, const std::string& reason) {
   if (reasons.find(reason) != std::string::npos) return;
   if (!reasons.empty()) reasons += "; ";
@@ -135,6 +136,7 @@ bool in_colour() {
 
 // Every reason for which a BPM was not fitted; of those that were not chosen only when asked for.
 std::vector<store::bpm_remark> remarks_of(const session_state& s, bool of_all) {
+  // By index, whichever remark came first: people look for a BPM by its number.
   std::map<int, store::bpm_remark> by_index;
   const auto remark = [&](int bpm, const std::string& name, const std::string& reason) {
     const bool chosen = !s.just_one || bpm == fit::bpm;
@@ -149,6 +151,7 @@ std::vector<store::bpm_remark> remarks_of(const session_state& s, bool of_all) {
       remark(bpm, std::string{fit::bpm_names(bpm).trimmed()}, reason_in_store(s, bpm));
     }
   }
+  // Also of those that never came into the store: their readers left a remark.
   for (const store::bpm_remark& r : store::left_out) remark(r.bpm, r.name, r.reason);
   std::vector<store::bpm_remark> all;
   all.reserve(by_index.size());
@@ -187,6 +190,7 @@ std::vector<std::string> summary_lines(const session_state& s,
                                  : ": the last file has no orbit, and its number holds for all";
   }
   add_lines_to_look_at(s, lines);
+  // BPMs with the same reason in one line, where the first of them would have stood.
   std::vector<bool> told(not_fitted.size(), false);
   for (std::size_t i = 0; i < not_fitted.size(); ++i) {
     if (told[i]) continue;
@@ -219,6 +223,7 @@ void tell_summary(const session_state& s) {
 
 std::string data_title(const session_state& s) {
   std::vector<std::string> sets{s.data_sets};
+  // The files of a series are its BPMs, a hundred names; the first and last say as much.
   const bool synthetic = s.type == "fake";
   const int last = s.bpm_count.get();
   if (synthetic && last >= 1) {

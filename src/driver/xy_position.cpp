@@ -10,6 +10,8 @@ struct length_scales {
   float v;  // [m]
 };
 
+// What difference over sum is multiplied by. Single-precision literals, and of these BPMs alone,
+// not of all that have their chamber (nonlin_bpm_set_pointers): kept for compatibility.
 length_scales scales_of(int bpm) {
   switch (bpm) {
     case 48:

@@ -12,6 +12,7 @@ namespace {
 using bpm_lines = util::bounded<int, 1, max_bpm, "lines">;  // where each BPM was given, 0 nowhere
 
 // The BPM number that begins a line of `words` words; each may stand once in the file.
+// Both files begin their lines alike, so their faults are told alike.
 util::outcome<int> listed_bpm(const word_file& file, std::size_t words, std::string_view what,
                               bpm_lines& seen) {
   if (file.words.size() != words) {

@@ -24,6 +24,7 @@ struct quotient {
   int neighbours = 0;  // 0: none is usable, the value is 0
 };
 
+// One-sided at the rim: there the node itself stands in for the neighbour that is missing.
 quotient difference(const table_nodes& nodes, int ix, int iy, int dx, int dy, double step,
                     const std::array<double, 4> table_node::*slope, std::size_t k) {
   const bool after = nodes.usable(ix + dx, iy + dy);
@@ -257,6 +258,7 @@ std::string build_table(const table_nodes& nodes, table_struct& table) {
   table = table_struct{};
   const bool none = std::all_of(nodes.node.begin(), nodes.node.end(),
                                 [](const table_node& node) { return node.out; });
+  // Asked first: the checks below would blame the centre alone.
   if (none) return "NO USABLE NODE";
   fill_axis(nodes.x, table.x.item, table.x_per_step);
   fill_axis(nodes.y, table.y.item, table.y_per_step);
@@ -266,6 +268,7 @@ std::string build_table(const table_nodes& nodes, table_struct& table) {
   fill_cells(nodes, table);
 
   cell_values centre{};
+  // Through the kernel that positions will use: what it gives at the centre is scaled to sum 1.
   evaluate_cell<false>(table, 0, 0, centre);
   std::string fault = wrong_centre(centre);
   if (!fault.empty()) return fault;
@@ -277,6 +280,7 @@ std::string build_table(const table_nodes& nodes, table_struct& table) {
   }
   table.start = start_nodes(nodes);
   if (table.start.empty()) return "NO USABLE NODE TO START FROM";
+  // Behind the check: without a start node there is none to fill the last group with.
   fill_cosines(table);
   return {};
 }

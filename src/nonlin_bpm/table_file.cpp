@@ -16,8 +16,10 @@ constexpr int n_columns = 12;  // three for each button
 // the table (wrong unit, exchanged columns). The tables of the default chambers stay below both.
 constexpr double node_misfit = 0.25;
 constexpr double table_misfit = 0.01;
+// The nearest double, other than the widened single that offsets are converted with.
 constexpr double metres_per_mm = 0.001;
 
+// One list serves reading, the count of words, and the question what is missing.
 /// Which keys the header has given, and what it said of units.
 struct header_seen {
   struct key {
@@ -138,6 +140,7 @@ util::status read_node(const word_file& file, double unit, table_node& node) {
   }
   std::size_t place = 2;
   for (std::size_t k = 0; k < 4; ++k) {
+    // In the order of the words, so that a fault names the first bad one.
     for (double* const value : {&node.phi[k], &node.dphi_dx[k], &node.dphi_dy[k]}) {
       const auto number = real_at(file, place);
       if (!number) {
@@ -183,6 +186,7 @@ struct slope_misfit {
   double misfit = 0, size = 0;
 };
 
+// Central differences are off by the square of the pitch: hence limits far above rounding.
 slope_misfit misfit_at(const table_nodes& nodes, int ix, int iy) {
   slope_misfit m;
   const table_node& node = nodes.at(ix, iy);
@@ -251,6 +255,7 @@ util::outcome<table_struct> read_table(word_file& file, std::string_view expecte
   const auto nodes = read_nodes(file, expected);
   if (!nodes) return nodes.why;
   table_struct table;
+  // With the last line, the end of the table: what is wrong with it as a whole stands in no other.
   if (std::string wrong = build_table(*nodes, table); !wrong.empty()) {
     return fault_here(file, wrong);
   }

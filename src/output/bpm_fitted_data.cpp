@@ -21,6 +21,7 @@ std::string four_fixed(std::string_view text, const gain_fit_mod::gains& values)
   return line;
 }
 
+// A name has eleven columns, whatever its length, so that the numbers stand below one another.
 std::string one_exponent(std::string_view text, double value) {
   std::string line = "#";
   util::put_text(line, text, 11);
@@ -47,6 +48,7 @@ gain_fit_mod::gains button_gains(const gain_fit_mod::gains& multiplier) {
   return relative;
 }
 
+// True gains are button gains already: only the common factor, which no fit finds, is taken out.
 gain_fit_mod::gains relative_truth(const gain_fit_mod::gains& true_gain) {
   gain_fit_mod::gains relative;
   const double first = true_gain(1);
@@ -68,6 +70,7 @@ void write_settings(int unit, const gain_fit_mod::bpm_result& result) {
   util::write_line(unit, four_fixed(" coef = ", {mean.coefficients.item}));
   // The amplitude is that of the last fit, not the mean above it: kept for compatibility.
   util::write_line(unit, one_exponent(" const = ", result.fits.fit.back().coefficients(1)));
+  // Nothing here measures an offset: the lines are kept for compatibility.
   for (const char* offset : {" delta_h = ", " delta_v = "}) {
     std::string offset_line{"#"};
     util::put_text(offset_line, offset, 11);
@@ -99,6 +102,7 @@ void write_fits(int unit, const gain_fit_mod::four_fits& fits) {
     for (const double c : fit.coefficients.item) util::put_fixed(line, c);
     util::write_line(unit, line);
 
+    // Rows and columns of the gain that was held are zeros: all four matrices have one shape.
     util::write_line(unit, "# covariance matrix of gains 1..4, Am, k, h2, h3");
     for (int i = 1; i <= gain_fit_mod::max_parameters; ++i) {
       std::string row{"#"};
@@ -124,6 +128,7 @@ std::vector<fitted_orbit> fitted_orbits(const gain_fit_mod::bpm_result& result) 
   for (const store::bpm_struct& reading : result.data.orbits) {
     const gain_fit_mod::signals but{reading.button.item};
     fitted_orbit orbit{.at = combine(but, gain), .residual = gain_fit_mod::chi1(param, but)};
+    // From the residual, so that the model is written down in one place.
     orbit.curve = orbit.residual + orbit.at.Q;
     orbits.push_back(orbit);
   }
@@ -148,6 +153,7 @@ void write_reading_aids(int unit, std::string_view name, const std::string& verd
   util::put_exponent(line, std::sqrt(sum_Q / n));
   util::write_line(unit, line);
 
+  // To be copied as they stand. Points beside the curve and a shape in the residual are bad signs.
   for (const char* curves : {"' using 8:3 title 'readings', '' using 8:9 smooth unique title 'fit'",
                              "' using 8:10 title 'residual: noise without a shape is good'"}) {
     std::string aid{"# gnuplot: set datafile fortran; plot '"};
@@ -162,6 +168,7 @@ void write_table(int unit, std::span<const store::bpm_struct> column,
                                    "Bppmm.G", "Bpmmp.G", "chis_1"}));
   for (std::size_t i = 0; i < orbits.size(); ++i) {
     const auto& [at, curve, residual] = orbits[i];
+    // What the model takes for its argument, so it is what the table is drawn against.
     const double u = at.X * at.Y;
     std::string line;
     for (const double value :
@@ -184,6 +191,7 @@ void write_bpm_fitted_data(const run_record& run, const gain_fit_mod::bpm_result
   write_fits(unit, result.fits);
   const auto orbits = fitted_orbits(result);
   write_reading_aids(unit, bpm.name, result.quality.reason, orbits);
+  // One current for all rows, that of the last orbit: kept for compatibility.
   write_table(unit, bpm.orbits, orbits, bpm.current.empty() ? 0 : bpm.current.back());
 }
 

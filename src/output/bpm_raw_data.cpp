@@ -42,6 +42,7 @@ void write_header(const run_record& run, const gain_fit_mod::bpm_data& bpm) {
 
   line.clear();
   util::put_text(line, " const = ", 11);
+  // What the fit before this BPM left: its own comes later. Kept for compatibility.
   util::put_exponent(line, bpm.const_before);
   util::write_line(unit, line);
   for (const char* offset : {" delta_h =  0.  ", " delta_v =  0.  "}) {
@@ -63,6 +64,7 @@ void write_header(const run_record& run, const gain_fit_mod::bpm_data& bpm) {
 }  // namespace
 
 void write_bpm_raw_data(const run_record& run, const gain_fit_mod::bpm_data& bpm, int orbit_num) {
+  // Orbits come one by one and BPM by BPM, so one open file is enough.
   if (bpm.bpm != raw.m_last) {
     close_bpm_raw_data();
     raw.lun24 = util::lunget();

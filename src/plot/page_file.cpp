@@ -30,6 +30,7 @@ void scratch_folder::remove() {
   path_.clear();
 }
 
+// Not finished, for whatever reason: the part goes, and what stood under the name stays.
 whole_file::~whole_file() {
   if (part_.empty()) return;
   if (stream_ != nullptr) std::fclose(stream_);
@@ -55,6 +56,7 @@ std::string whole_file::finish() {
   if (std::fclose(stream_) != 0 && written) reason = errno;
   stream_ = nullptr;
   if (!written || reason != 0) return util::system_text(reason != 0 ? reason : EIO);
+  // Either the whole copy or the file before it: nobody ever finds half a picture.
   if (std::rename(part_.c_str(), path_.c_str()) != 0) return util::system_text(errno);
   part_.clear();
   return {};

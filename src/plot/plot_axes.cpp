@@ -105,6 +105,7 @@ void draw_labels(const page_state& p, std::string_view x_label, std::string_view
             90);
   // Centred over the frame, but never beyond the box.
   const double room = 2 * std::min(middle - p.box.left, p.box.right - middle);
+  // Names of runs and of the directory make it long: smaller letters, down to what can be read.
   const double width = text_width(title, title_size);
   const double size =
       width <= room ? title_size : std::max(least_title_size, title_size * room / width);

@@ -56,6 +56,7 @@ sides in_points(double x1, double x2, double y1, double y2, std::string_view uni
 
 // Size of a symbol that does not touch its nearest neighbour.
 double symbol_size_here(const page_state& p) {
+  // An axis of other numbers than counts tells no spacing.
   if (!p.x.counts) return p.symbol_size;
   const double spacing = x_of(p, steps_of(p.x, p.x.apart)) - x_of(p, 0);
   return std::min(p.symbol_size, std::max(least_symbol_size, symbol_room * spacing));
@@ -159,6 +160,7 @@ void qp_set_margin(double x1, double x2, double y1, double y2, std::string_view 
   open_page_state().margin = in_points(x1, x2, y1, y2, unit);
 }
 
+// Boxes are counted from the lower left one.
 void qp_set_box(int ix, int iy, int nx, int ny) {
   page_state& p = open_page_state();
   const double width = (p.width - p.border.left - p.border.right) / nx;

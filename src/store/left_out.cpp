@@ -9,6 +9,7 @@
 namespace store {
 namespace {
 
+// In the order of the store: bottom before top, inner before outer.
 constexpr std::array<std::string_view, 4> button_names{"BI", "BO", "TI", "TO"};
 
 // "BI", "BI and TO", "BI, BO and TO".

@@ -12,6 +12,7 @@
 namespace commands {
 namespace {
 
+// Apart from 1, which says that the work failed: scripts tell a slip of the pen from a full disk.
 constexpr int usage_error = 2;
 
 using texts = std::vector<std::string>;
@@ -22,6 +23,7 @@ std::string parser_word(std::string word) {
   return word;
 }
 
+// The parser breaks some messages into lines; ours are one line each.
 int refuse(std::string fault) {
   std::replace(fault.begin(), fault.end(), '\n', ' ');
   fmt::print(stderr, "bpmsim: {} (bpmsim --help tells what can be typed)\n", fault);

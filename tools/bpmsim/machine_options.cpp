@@ -9,6 +9,7 @@ namespace {
 
 void add_chamber(CLI::App& app, chamber_choice& c, sim::machine& m) {
   const place drawn{&app, "Chamber (round pipe, buttons on its diagonals)"};
+  // The defaults are those of the session's round pipe: without --chamber both sides agree.
   add_real(drawn, "--radius", c.round.radius, "inner radius of the pipe", millimetres);
   add_word(drawn, "--button", {"strip", "disc"}, c.round.shape, "shape of the buttons");
   add_real(drawn, "--button-angle", c.round.angle,
@@ -33,6 +34,7 @@ void add_chamber(CLI::App& app, chamber_choice& c, sim::machine& m) {
       real, "--real-button", {"strip", "disc"},
       [&m](int ix) { m.change.shape = static_cast<sim::button_shape>(ix); }, {}, "",
       "shape of the buttons");
+  // Half sizes, not walls: any cross-section can be drawn wider and lower.
   add_real(real, "--real-ellipse", m.change.ellipse,
            "half width larger, half height smaller by this part");
   add_real(real, "--real-radius", m.change.radius, "both larger by this part");
@@ -45,6 +47,7 @@ void add_beam(CLI::App& app, sim::beam& b) {
   add_planes(at, "--spread", b.x.spread, b.y.spread,
              "half width (uniform) or rms (gaussian) of the random part", millimetres);
   add_planes(at, "--orbit", b.x.orbit, b.y.orbit, "closed orbit", millimetres);
+  // Per orbit, not per second: an orbit is what a reading is of.
   add_planes(at, "--tune", b.x.tune, b.y.tune, "betatron oscillations per orbit");
   add_planes(at, "--amplitude", b.x.amplitude, b.y.amplitude, "of the betatron oscillation",
              millimetres);
@@ -52,11 +55,14 @@ void add_beam(CLI::App& app, sim::beam& b) {
              degrees);
   add_planes(at, "--advance", b.x.advance, b.y.advance,
              "of the oscillation's phase from BPM to BPM", degrees);
+  // One number for both directions: what matters to a fit is that the planes are not independent.
   add_real(at, "--coupling", b.coupling, "part of one plane's motion that shows in the other");
 
   // Typed per millimetre as lengths are, kept per metre.
   constexpr unit per_mm{1 / sim::mm, "per_mm"};
   const place current{&app, "Current of the beam, and orbits of other kinds"};
+  // Two slow and smooth ways to change, one at random, and one with the position, which is easily
+  // taken for gains.
   add_real(current, "--current-drift", b.current.drift,
            "relative change from the first orbit to the last");
   add_real(current, "--current-decay", b.current.decay,
@@ -76,6 +82,7 @@ void add_beam(CLI::App& app, sim::beam& b) {
 
 void add_electronics(CLI::App& app, sim::electronics_setup& e) {
   const place at{&app, "Electronics"};
+  // Noise and most troubles are typed in parts of this one, so that it can be changed alone.
   add_real(at, "--signal", e.signal, "reading of a button of gain 1, beam centred", counts);
   add_real(at, "--gain-spread", e.gain_spread, "rms of the true gains about 1");
   add_buttons(at, "--gain", e.gains, "true gain of one button, any number of these", true);
@@ -87,12 +94,14 @@ void add_electronics(CLI::App& app, sim::electronics_setup& e) {
   add_real(at, "--pedestal", e.pedestal, "mean pedestal", counts);
   add_real(at, "--pedestal-spread", e.pedestal_spread, "rms of the pedestals from button to button",
            counts);
+  // Reads its pedestal: a cable that is off is not a channel that reads nothing.
   add_buttons(at, "--dead", e.dead, "button that reads its pedestal only", false);
   add_real(at, "--full-scale", e.full_scale, "readings stop here; 0: no limit", counts);
   add_buttons(at, "--saturated", e.saturated,
               "button that stops at VALUE times its own centred signal (1 when not given)", false);
   add_real(at, "--wild", e.wild, "probability that one button of a reading holds any value");
 
+  // None of these is known to any correction or table: they are what a verdict should notice.
   const place wrong{&app, "Troubles of the electronics"};
   add_buttons(wrong, "--gain-step", e.gain_steps, "gain that changes by the part VALUE in the run",
               true);
@@ -109,6 +118,7 @@ void add_electronics(CLI::App& app, sim::electronics_setup& e) {
               false);
   add_buttons(wrong, "--swapped", e.swapped, "button whose cable is exchanged with button VALUE's",
               true);
+  // Of the full scale where there is one; else of a range that every usual reading fits into.
   add_whole(wrong, "--adc-bits", e.adc_bits,
             "steps of --full-scale (or twice --signal) over 2^N; 0: none");
   add_whole(wrong, "--outliers", e.outliers, "readings of a run with one button off");
@@ -122,6 +132,8 @@ std::shared_ptr<chamber_choice> add_machine(CLI::App& app, sim::machine& m) {
   add_chamber(app, *choice, m);
   add_beam(app, m.beam);
   add_electronics(app, m.electronics);
+  // One seed for everything: each purpose and BPM has a stream of its own, so that one option more
+  // does not change the numbers of the others.
   add_seed({&app}, "--seed", m.seed, "of all random numbers: the same seed, the same files");
   return choice;
 }

@@ -50,6 +50,7 @@ std::shared_ptr<std::string> add_coefficients(CLI::App& app) {
 }
 
 int run_raw(const sim::raw_setup& s) {
+  // Told when all are written: a run that fails halfway has one line, its fault.
   for (const std::string& path : sim::make_raw_files(s)) {
     util::print_line(fmt::format("{} BPMs, {} bunches of {} turns: {}",
                                  sim::instrument_names(s).size(), s.bunches, s.turns, path));
@@ -72,6 +73,7 @@ int run_orbits(sim::orbits_setup& s) {
   return 0;
 }
 
+// A template says gains without readings, so it needs no chamber and no beam.
 int run_template(const sim::template_setup& s) {
   sim::make_template(s);
   util::print_line(fmt::format("gains of {} BPMs: {}", s.bpms, s.file));
@@ -89,6 +91,7 @@ int run_tree(sim::tree_setup& s) {
   util::print_line(fmt::format("{} BPMs, {} turns; raw runs {} to {}, text runs {}", s.raw.bpms,
                                s.raw.turns, s.raw.run - sim::older_runs, s.raw.run,
                                s.raw.run - sim::older_runs - 1));
+  // To be pasted as it stands, wherever the next command is typed.
   util::print_line(fmt::format("export KOVR_ONLINE={}",
                                std::filesystem::absolute(s.directory + "/online").string()));
   return 0;
@@ -99,12 +102,14 @@ int run_tree(sim::tree_setup& s) {
 void add_series(CLI::App& app, int& status) {
   // Options point into the record, which so must live as long as the command line.
   auto s = std::make_shared<sim::series_setup>();
+  // The directory that the session will look in: without --dir the two meet.
   s->base = std::string{site::fake_data_dir};
   CLI::App& sub =
       *app.add_subcommand("series", "make a synthetic series with known gains, one file per BPM");
   options::add_text({&sub}, "--dir", s->base, "base directory, as the session knows it");
   add_whole({&sub}, "--bpms", s->bpms, "number of BPMs: one file each");
   add_whole({&sub}, "--orbits", s->orbits, "number of orbits: lines per file");
+  // Two series in one directory: the second can begin behind the first.
   add_whole({&sub}, "--first", s->first, "number of the first file");
   add_passages(sub, s->machine);
   const auto chosen = add_machine(sub, s->machine);
@@ -120,18 +125,23 @@ void add_raw(CLI::App& app, int& status) {
   auto s = std::make_shared<sim::raw_setup>(sim::usual_raw_setup());
   CLI::App& sub =
       *app.add_subcommand("raw", "make raw data files as the BPM electronics write them");
+  // A path for one file by itself, a tree for runs that a session finds by number.
   options::add_text({&sub}, "--out", s->out,
                     "path of the file; without it the run goes into the facility tree");
   options::add_text({&sub}, "--tree", s->tree, "root of the facility tree; without it KOVR_ONLINE");
   add_whole({&sub}, "--run", s->run, "run number, of the first run");
+  // Several in one go have one truth of gains and pedestals, and motion and noise of their own.
   add_whole({&sub}, "--runs", s->runs, "consecutive runs");
   add_whole({&sub}, "--bpms", s->bpms, "number of BPMs, from the ring's list");
+  // For names that no ring has: how a reader takes an unknown BPM is tried with them.
   options::add_text({&sub}, "--names", s->names, "names of the BPMs instead, with commas between");
   add_whole({&sub}, "--bunches", s->bunches, "number of bunches");
   add_whole({&sub}, "--bunch-step", s->bunch_step, "from one filled bunch to the next");
+  // Counted from the last bunch, as the empty ones are: bunch 1 stays as it is in every run.
   add_whole({&sub}, "--block-1", s->block_1, "so many of the last bunches are in timing block 1");
   add_whole({&sub}, "--empty", s->empty, "so many of the last bunches hold no beam");
   add_whole({&sub}, "--turns", s->turns, "turns of each bunch");
+  // What correction 3 divides by: without a spread a forgotten division would go unnoticed.
   add_real({&sub}, "--coefficient-spread", s->coefficient_spread,
            "rms of the file's gain coefficients about 1");
   const auto coefficients = add_coefficients(sub);
@@ -157,9 +167,11 @@ void add_text(CLI::App& app, int& status) {
   CLI::App& sub =
       *app.add_subcommand("text", "make a text run of the older kinds, with the truth beside it");
   options::add_text({&sub}, "--dir", s->directory, "directory of the run");
+  // In the order of the enumeration: the place of a word is its value.
   add_word({&sub}, "--form", {"plain", "swapped", "older"}, s->form,
            "plain text run, the same with positions first (RDe), or the older electronics' (kbpm)");
   add_whole({&sub}, "--run", s->run, "run number");
+  // By number, not by the ring's list: text runs know no other names.
   add_whole({&sub}, "--bpms", s->bpms, "number of BPMs, from 1W on");
   add_whole({&sub}, "--turns", s->turns, "turns of each BPM");
   add_passages(sub, s->machine);
@@ -172,6 +184,7 @@ void add_text(CLI::App& app, int& status) {
 }
 
 void add_orbits(CLI::App& app, int& status) {
+  // Not the usual beam: orbits that a session can tell apart are frozen oscillations.
   auto s = std::make_shared<sim::orbits_setup>(sim::default_orbits());
   CLI::App& sub = *app.add_subcommand(
       "orbits", "make button files with simulated closed orbits, and a command file");
@@ -184,6 +197,7 @@ void add_orbits(CLI::App& app, int& status) {
   add_whole({&sub}, "--bpms", s->bpms, "number of BPMs in each file");
   add_real({&sub}, "--electrons", s->electrons, "electron current", milliamperes);
   add_real({&sub}, "--positrons", s->positrons, "positron current", milliamperes);
+  // The command file then asks for none either: the session takes 1 for each orbit.
   add_flag({&sub}, "--no-currents", s->no_currents, "files without currents");
   add_passages(sub, s->machine);
   const auto chosen = add_machine(sub, s->machine);
@@ -203,6 +217,7 @@ void add_template(CLI::App& app, int& status) {
   add_real({&sub}, "--gain-spread", s->electronics.gain_spread, "rms of the true gains about 1");
   add_buttons({&sub}, "--gain", s->electronics.gains,
               "true gain of one button, any number of these", true);
+  // Small beside the spread of buttons: the ranges of one front end share its parts.
   add_real({&sub}, "--range-spread", s->range_spread,
            "relative rms of the other ranges about range 0");
   add_seed({&sub}, "--seed", s->seed, "of all random numbers: the same seed, the same file");
@@ -228,8 +243,10 @@ void add_tree(CLI::App& app, int& status) {
   const auto coefficients = add_coefficients(sub);
   options::add_text({&sub}, "--when", s->raw.when, "date and time of the oldest raw run");
   add_real({&sub}, "--current", s->raw.current, "beam current", milliamperes);
+  // So that a position with its offset forgotten is seen to be off.
   add_real({&sub}, "--offset-spread", s->offset_spread, "rms of the BPMs' position offsets",
            millimetres);
+  // Not by default: a site's measured tables are worth more than any that are made here.
   add_flag({&sub}, "--replace", s->replace_tables,
            "replace position tables and calibration lists that stand there");
   add_passages(sub, s->raw.machine);

@@ -33,13 +33,16 @@ struct card {
   const char* name;
   std::span<std::int32_t> RDV3_INST_DATA::*raw;
 };
+// Names as the file's own titles have them, so that both can be laid side by side.
 constexpr std::array<card, 4> cards{{{"b3(TI)", &RDV3_INST_DATA::TIraw},
                                      {"b1(BI)", &RDV3_INST_DATA::BIraw},
                                      {"b2(BO)", &RDV3_INST_DATA::BOraw},
                                      {"b4(TO)", &RDV3_INST_DATA::TOraw}}};
 
+// Counts of a damaged file may be negative: nothing is then shown, instead of everything.
 std::size_t count(std::int32_t n) { return static_cast<std::size_t>(std::max(n, 0)); }
 
+// The order in which one asks: which run, who wrote it, what beam, how much of it.
 void print_headers(const rawfile::raw_file& file) {
   const rawfile::RDV3_FILE_HEADER& h = file.file_header;
   const rawfile::RDV3_KOVR_HEADER& k = file.kovr_header;
@@ -89,11 +92,13 @@ void print_instrument(const RDV3_INST_DATA& d) {
   for (int k = 0; k < rawfile::num_cards; ++k) {
     const auto& [name, which] = cards[count(k)];
     const std::span<const std::int32_t> raw = d.*which;
+    // The name once: four lines below one name read as one instrument.
     fmt::print("{:<9}  {}", k == 0 ? text_of(d.location) : "", name);
     if (raw.empty()) {
       fmt::print("  {:>8}  {:>8}  {:>10}", "-", "-", "-");
     } else {
       const auto [least, most] = std::minmax_element(raw.begin(), raw.end());
+      // In double: a million readings of five digits leave 32 bits.
       const double sum = std::accumulate(raw.begin(), raw.end(), 0.0);
       fmt::print("  {:8}  {:8}  {:10.1f}", *least, *most, sum / static_cast<double>(raw.size()));
     }
@@ -138,7 +143,9 @@ util::status print_turns(const rawfile::raw_file& file, std::string_view instrum
       "# {}, bunch {} (number {}), timing block {}: turn, readings TI BI BO TO, corrected TI "
       "BI BO TO, x, y, phases h v rest\n",
       shown_name, bunch, number_of(rawfile::bunches_enabled(file.file_header), count(bunch - 1)),
+      // By its place in the file, as everything that is kept by bunch.
       d.timing_blocks[count(bunch - 1)]);
+  // Columns with blanks between, for gnuplot and the like; the title is a comment to them.
   for (std::size_t t = 0; t < turns; ++t) {
     const std::size_t n = count(bunch - 1) * turns + t;
     fmt::print("{} {} {} {} {} {} {} {} {} {} {} {} {} {}\n", t + 1, d.TIraw[n], d.BIraw[n],

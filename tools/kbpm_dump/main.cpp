@@ -41,10 +41,12 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", std::string{site::version});
   app.add_option("FILE", o.file, "raw data file")->required();
   auto* inst = app.add_option("--inst", o.instrument, "the turns of this instrument, as columns");
+  // Only with an instrument: one bunch of all of them is a file's worth of columns.
   app.add_option("--bunch", o.bunch, "of this bunch, from 1 by its place in the file")->needs(inst);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
+    // Help and version come as errors of code 0. What was mistyped ends with 2, the work with 1.
     return e.get_exit_code() == 0 ? app.exit(e) : told(e.what(), 2);
   }
   return dump_file(o);
@@ -60,5 +62,6 @@ int main(int argc, char** argv) {
   } catch (const std::exception& e) {
     told(e.what(), 1);
   }
+  // Also after a fault of the standard library: standard output is flushed, and a full disk told.
   util::stop_program(status);
 }

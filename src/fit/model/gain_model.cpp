@@ -55,6 +55,8 @@ double chi1(const parameters& param, const signals& but) {
   return param(5) * ((s1 + param(7) * s2) + param(8) * s3) - Q;
 }
 
+// Each step starts from the parameters as they were given: stepped back and forth in one copy they
+// would come to rest a rounding away.
 derivatives chi1_derivatives(const parameters& param, const signals& but) {
   derivatives dyda;
   for (int i = 1; i <= max_parameters; ++i) {
@@ -64,6 +66,7 @@ derivatives chi1_derivatives(const parameters& param, const signals& but) {
     work = param;
     work(i) -= derivative_step;
     const double y_m = chi1(work, but);
+    // Central: what a one-sided quotient leaves out is of first order in the step, this of second.
     dyda(i) = ((y_p - y_m) * 0.5) / derivative_step;
   }
   return dyda;
@@ -75,6 +78,7 @@ double unnormalised_residual(const gains& gain, double c, const signals& but, do
   combination Bpmpm;
   combination Bppmm;
   bvecs(but, Bpmmp, Bpmpm, Bppmm);
+  // The weight holds the gains at unit length: without it all gains zero would fit anything.
   double G = 0;
   for (int i = 1; i <= 4; ++i) G += gain(i) * gain(i);
   const double P = dot(gain, Bpmmp);

@@ -90,6 +90,7 @@ void mrqcof(const problem& p, std::span<const double> a, work_space& work, matri
     chisq += dy * dy * wt;
   }
   for (int j = 1; j <= mfit; ++j)
+    // Symmetric: half of the sums were enough.
     for (int k = 1; k < j; ++k) alpha(k, j) = alpha(j, k);
 }
 
@@ -144,6 +145,8 @@ elimination solve_step(const matrix& alpha, double alamda, matrix& covar, fit_st
   work.right_hand_side.reshape(mfit, 1);
   for (int j = 1; j <= mfit; ++j) {
     std::ranges::copy(alpha.row(j).first(n), work.curvature.row(j).begin());
+    // Damping scales the diagonal instead of adding to it: each parameter is held back in its own
+    // unit, so that gains near 1 and a wave number near 10 share one alamda.
     work.curvature(j, j) *= 1 + alamda;
     work.right_hand_side(j, 1) = state.beta[at(j)];
   }
@@ -268,6 +271,7 @@ util::status mrqmin(const problem& p, std::span<double> a, matrix& covar, matrix
         "a step before the initialising call (alamda < 0) of this fit", "mrqmin", {}};
 
   const elimination ended = solve_step(alpha, alamda, covar, state);
+  // Unlike a pivot of zero, which damping mends, this is a fault of the search: no trial helps.
   if (ended == elimination::pivot_twice) return util::fault{"singular matrix (1)", "gaussj", {}};
   state.zero_pivot = ended == elimination::zero_pivot;
   if (alamda == 0) {

@@ -46,12 +46,14 @@ std::string open_template(int unit, file_name& fit_gain_file) {
       std::string path = util::fullfilename(name);
       fit_gain_file.assign(name);
       if (util::open_old(unit, path) == 0) return path;
+      // Told and asked for, also when the name was given beforehand: it may be an old one.
       util::print_line(" ERROR: CANNOT OPEN FILE: " + path);
     }
     name.clear();
   }
 }
 
+// Without the mark and the one blank behind it; further blanks are the author's own indentation.
 void keep_comment(std::string_view line, progress& at, comment_list& comments) {
   line.remove_prefix(1);
   if (!line.empty() && line[0] == ' ') line.remove_prefix(1);

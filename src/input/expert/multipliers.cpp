@@ -25,6 +25,8 @@ namespace fit = gain_fit_mod;
 std::string def_arb_name = "manual_gain_set.dat";  // the last answer is the next default
 util::bounded<int, 0, 5000, "arb_but"> arb_but{};  // BPM index of each line of the last file
 
+// A mark in one of the first five columns; one further on stands behind the numbers of its line and
+// is never reached by the reader of the list.
 bool is_comment(const std::string& line) {
   constexpr std::size_t columns = 5;
   return line.substr(0, columns).find('!') != std::string::npos;
@@ -55,6 +57,7 @@ int take_multipliers(const std::string& text, const std::string& path, int line)
   util::start_record(record, text);
   const std::optional<std::int32_t> bpm = util::take_int(record);
   for (int j = 1; j <= 4; ++j) {
+    // Put in as it is read: what a faulty line leaves half done is never used, for the run ends.
     const auto multiplier = util::take_real(record);
     if (!bpm || !multiplier) {
       util::run_time_error(
@@ -86,6 +89,7 @@ int read_multipliers() {
 
 void ask_multipliers() {
   const std::string answer = util::ask_or_end(" Read file of arbitrary multipliers ? ");
+  // Only a plain yes: gains changed by a stray answer would look like gains that were measured.
   const auto word = util::trim(answer);
   if (word != "y" && word != "Y") return;
   const int listed = read_multipliers();

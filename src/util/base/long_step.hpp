@@ -36,7 +36,7 @@ class long_step {
     if (shown_steps.end != nullptr) shown_steps.end();
   }
   /// Tells how much is done, 0..total.
-  void at(long long done) {
+  void at(long long done) {  // NOLINT(*-to-static): of a step that is going on
     if (shown_steps.at != nullptr) shown_steps.at(done);
   }
 };

@@ -110,6 +110,7 @@ std::string shown(std::string_view text) {
 }
 
 std::string_view unquote(std::string_view text) {
+  // Two at least: one quotation mark is a name, if an odd one.
   const bool quoted = text.size() >= 2 && (text.front() == '"' || text.front() == '\'') &&
                       text.front() == text.back();
   return quoted ? text.substr(1, text.size() - 2) : text;
@@ -128,6 +129,7 @@ std::string fullfilename(std::string_view name, std::size_t width) {
       path_error("environment variable " + variable + " is not set; it is needed for the path " +
                  std::string{plain});
     }
+    // Not expanded again: a $ within the value is part of a name.
     path = value + std::string{plain.substr(end)};
   }
   // Checked after the expansion: the variable's value is what makes a path long.

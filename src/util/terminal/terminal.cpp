@@ -100,6 +100,7 @@ void ask_integer(std::string_view prompt, std::int32_t& value) {
   for (;;) {
     list_record record = ask_record(prompt);
     const taken got = take(record, value);
+    // An empty place or a slash leaves the value as it was: that is how a default is taken.
     if (got != taken::bad) return;
     tell_bad_answer(record.item, "a whole number; type one, such as 12");
   }
@@ -125,6 +126,7 @@ bool strget(std::string_view prompt, std::string& value, answer_kind kind) {
     value = "EXIT";  // kept for compatibility: a caller may look at the word instead of the result
     return false;
   }
+  // Blanks alone count as no answer; an answer with blanks around it is kept as typed.
   if (!trim(*answer).empty()) value = *answer;
   return true;
 }

@@ -72,6 +72,7 @@ int attach(int unit, const std::string& path, const char* mode) {
   file.for_writing = mode[0] != 'r';
   if (!file.for_writing) return 0;
   file.buffer.resize(buffer_size);
+  // Ours, not the library's: its size is then the same on every system.
   std::setvbuf(stream, file.buffer.data(), _IOFBF, buffer_size);
   return 0;
 }
@@ -161,6 +162,7 @@ bool read_line(int unit, std::string& line) {
 bool read_record(int unit, list_record& record) {
   std::string line;
   while (read_line(unit, line)) {
+    // Empty lines count too: the number is that of an editor.
     ++record.line;
     if (line.find_first_not_of(" \t") == std::string::npos) continue;
     start_record(record, line);
@@ -173,6 +175,7 @@ void rewind_unit(int unit) {
   open_file& file = units(unit);
   if (file.stream == nullptr) return;
   std::rewind(file.stream);
+  // The block in hand is of the place before: dropped with it.
   file.cutter = {};
 }
 
@@ -222,12 +225,14 @@ bool close_units(int first, int last, bool ending) {
   return well;
 }
 
+// Fixed units too: tables that the session writes by number live there.
 bool close_all_units(bool ending) { return close_units(1, max_unit, ending); }
 
 void flush_all_units() {
   for (open_file& file : units.item) {
     if (file.stream == nullptr || !file.for_writing) continue;
     errno = 0;
+    // A full disk shows here, at a question, rather than at the end of the run.
     if (std::fflush(file.stream) != 0) write_error(file, errno);
   }
 }

@@ -44,6 +44,7 @@ line_cut cut_line(line_cutter& cutter, std::FILE* stream, std::string& line) {
     if (more == line_cut::end) break;
   }
   if (line.size() > longest_line) return line_cut::endless;
+  // One only: what stands before it is the line's own.
   if (!line.empty() && line.back() == '\r') line.pop_back();
   return line_cut::line;
 }

@@ -179,6 +179,7 @@ util::outcome<table_report> make_table(const chamber& c, const std::string& tabl
   // Tried under another name: a table that is refused must not replace one that works.
   const std::string part = table_file + ".part";
   write_table(work.nodes, part);
+  // A reader that refuses what was just written is a fault of ours, told as any other.
   if (auto wrong = try_table(work, part, r)) return *wrong;
   std::error_code fault;
   if (r.not_found * most_lost > r.places) {

@@ -14,6 +14,8 @@ constexpr std::size_t line = 8;  // numbers: 64 bytes, on every processor we kno
 std::vector<const batch_kernels*> usable_kernels() {
   std::vector<const batch_kernels*> usable{&generic_kernels};
 #ifdef __x86_64__
+  // Not fused multiply-adds, which round once where the model rounds twice: all sets give the same
+  // bits, so that a run does not depend on its processor.
   if (__builtin_cpu_supports("avx2")) usable.push_back(&avx2_kernels);
 #endif
   return usable;
@@ -24,6 +26,7 @@ const batch_kernels* kernels_named(std::string_view name) {
   static const std::vector<const batch_kernels*> usable = usable_kernels();
   for (const batch_kernels* k : usable)
     if (k->name == name) return k;
+  // An unknown name, the empty one included, means the fastest.
   return usable.back();
 }
 
@@ -34,6 +37,7 @@ signal_batch make_batch(std::span<const signals> readings, std::string_view inst
   batch.kernels = kernels_named(instruction_set);
   const std::size_t n = readings.size();
   const std::size_t length = (n + line - 1) / line * line;
+  // One line more than the columns fill: where the memory begins is the allocator's choice.
   batch.copied.assign((4 * length) + line, 0.0);
   void* start_of_line = batch.copied.data();
   std::size_t room = batch.copied.size() * sizeof(double);
@@ -65,6 +69,7 @@ double stepped_residual(const double* a, const signal_columns& d, std::size_t or
   using kernel = gain_kernels<1>;
   const auto at = kernel::combine(a, d, orbit);
   const auto angle = a[5] * (at.X * at.Y);
+  // The choice that the kernels make lane by lane: the same angle must go the same way here.
   const bool near = kernel::l::magnitude(angle)[0] < near_limit;
   const auto f = functions_of(near ? near_reduction<1>(angle) : far_reduction(angle[0]));
   return kernel::residual(a, f.sin1, f.sin2, at.Q)[0];

@@ -1,4 +1,4 @@
-// The record behind the described loaders and accessors: one for the whole process. Everything that
+// The record behind the process-wide loaders and accessors: one for all callers. Everything that
 // works on files takes its record as an argument; only those faces come here for theirs.
 #pragma once
 #include <cstdint>

@@ -27,6 +27,8 @@ std::int32_t padded(std::span<char> string, std::int32_t (*routine)(std::span<ch
 // A view over what an array accessor gave: nothing, the one value of a bad argument, or the array.
 template <class T>
 std::span<T> view(T* address, const T* bad, std::int32_t outer, std::int32_t inner) {
+  // The value of a bad argument is seen as an array of one: who reads its first element gets -999
+  // here as from the accessors.
   if (address == nullptr) return {};
   if (address == bad) return {address, 1};
   // Files with negative counts load; their arrays are empty.

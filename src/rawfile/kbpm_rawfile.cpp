@@ -67,6 +67,7 @@ std::int32_t* fill_list(std::span<std::int32_t> RDV3_INST_DATA::*which, const ch
                         value_of_bunch value) {
   const raw_file& file = held().file;
   if (!file.loaded || file.instruments.empty()) return bad_integer_address();
+  // As long as the file has bunches. A pattern with fewer leaves zeros behind its last one.
   const std::span<std::int32_t> list = file.instruments[0].*which;
   std::size_t position = 0;
   for (const std::int32_t bunch : bunches_enabled(file.file_header)) {
@@ -155,10 +156,13 @@ float kbpm_rawfile_gain_factor(std::string_view name, std::int32_t bunch, std::i
   return calibration(&RDV3_INST_DATA::gain_coeffs, name, bunch, button);
 }
 
+// Another button is a bad argument and gives the value's address; another plane or selector, below,
+// gives null. Kept for compatibility.
 std::int32_t* kbpm_rawfile_raw_ptr(std::string_view name, std::int32_t button) {
   if (is_bad_name(name) || !is_button(button)) return bad_integer_address();
   const RDV3_INST_DATA* d = instrument_of(name);
   if (d == nullptr) return nullptr;
+  // By card: TI stands first there, BI in the store of orbits.
   const std::array<std::int32_t*, num_cards> raw{d->TIraw.data(), d->BIraw.data(), d->BOraw.data(),
                                                  d->TOraw.data()};
   return raw[static_cast<std::size_t>(button)];
@@ -177,7 +181,6 @@ float* kbpm_rawfile_pos_ptr(std::string_view name, std::int32_t plane) {
   if (is_bad_name(name)) return bad_real_address();
   const RDV3_INST_DATA* d = instrument_of(name);
   if (d == nullptr) return nullptr;
-  // Another plane is no bad argument but one without an array; so are the phases' selectors.
   if (plane == 0) return d->Xpos.data();
   return plane == 1 ? d->Ypos.data() : nullptr;
 }

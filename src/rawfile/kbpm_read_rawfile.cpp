@@ -1,4 +1,4 @@
-// The described loaders: they find the file, load it into the record of the whole process, and say
+// The process-wide loaders: they find the file, load it into the record that all share, and say
 // on standard output what came of it. The work is done in rawfile_location.cpp and raw_load.cpp.
 #include "kbpm_read_rawfile.hpp"
 
@@ -35,7 +35,7 @@ void show_held() {
   if (!file.instruments.empty()) kbpmfio_map_instrument_header(file.instruments.back());
 }
 
-// The described status of a load, with its message.
+// The status of a load, with its message.
 std::int32_t status_of(const load_result& result, const std::string& path) {
   if (!result.fault) return 0;
   switch (result.end) {
@@ -83,6 +83,7 @@ std::int32_t load_file(const std::string& path) {
 RDV3_INST_DATA& held_instrument(std::int32_t i) {
   auto& instruments = held().file.instruments;
   const auto count = static_cast<std::int32_t>(instruments.size());
+  // By what is held, not by the header's count, which anyone may have written to.
   if (i < 0 || i >= count) util::subscript_error("p_v3_inst_array", i, 0, count - 1);
   return instruments[static_cast<std::size_t>(i)];
 }

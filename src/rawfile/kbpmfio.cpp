@@ -114,7 +114,8 @@ std::string_view kbpmfio_replace_str(std::string_view text, std::string_view sea
 
 std::int32_t kbpmfio_file_subdir(std::int32_t run, std::span<char> output) {
   if (output.empty()) return 0;
-  // Two digits at least; from run 100000 on as many as there are.
+  // Two digits at least, so that names sort as their numbers do; from run 100000 on as many as
+  // there are.
   const std::string name = fmt::format("{:02d}/", run / 1000);
   const std::size_t length = name.copy(output.data(), output.size() - 1);
   output[length] = '\0';

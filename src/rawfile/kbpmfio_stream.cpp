@@ -40,6 +40,7 @@ void refill(kbpmfio_stream& stream) {
 
 }  // namespace
 
+// Without a look at what was written: whoever cares for it has called close().
 kbpmfio_stream::~kbpmfio_stream() {
   if (fd >= 0) ::close(fd);
   if (out != nullptr) static_cast<void>(std::fclose(out));
@@ -62,7 +63,7 @@ util::status open_for_reading(kbpmfio_stream& stream, const std::string& path,
 void open_text(kbpmfio_stream& stream, std::string_view text) {
   stream.block.assign(text.begin(), text.end());
   stream.filled = text.size();
-  stream.at_end = true;
+  stream.at_end = true;  // the text is all there is: nothing is ever read from a file
 }
 
 util::status open_for_writing(kbpmfio_stream& stream, const std::string& path) {
@@ -81,6 +82,7 @@ std::optional<std::int64_t> size_of(const kbpmfio_stream& stream) {
 }
 
 std::string_view look_ahead(kbpmfio_stream& stream, std::size_t least) {
+  // Until it is enough: a pipe gives what it has at hand, which may be less than was asked for.
   while (stream.filled - stream.next < least && !stream.at_end) refill(stream);
   return {stream.block.data() + stream.next, stream.filled - stream.next};
 }

@@ -68,14 +68,16 @@ constexpr std::array<KBPMFIO_FIELD_SPEC, num_RDV3_header_specs> header_rows{{
     {16, both, noop, scan_out, "Trigger           : ****"},
 }};
 
+// What the ring says of itself in a run. The current twice: in counts as it was read, and in mA.
 constexpr std::array<KBPMFIO_FIELD_SPEC, num_RDV3_kovr_specs> kovr_rows{{
     {0, both, scan_in, scan_out, "KOVR CONDX        : %d\n"},
     {1, both, scan_in, scan_out, "CERN Current Raw  : %d\n"},
     {2, both, scan_in, scan_out, "CERN Current mA   : %f\n"},
 }};
 
-// Two groups of four are timing block 0, cards 0 to 3, then block 1; the wider gap between them is
-// part of the line.
+// What one BPM's electronics say of themselves. Turns and spacing stand here once more, and nobody
+// reads on by them: the file header's counts are what the arrays are made by. Two groups of four are
+// timing block 0, cards 0 to 3, then block 1; the wider gap between them is part of the line.
 constexpr std::array<KBPMFIO_FIELD_SPEC, num_RDV3_inst_header_specs> instrument_rows{{
     {0, both, scan_in, scan_out, "Location          : %s\n"},
     {1, both, scan_in, scan_out, "BPM_hostname      : %s\n"},
@@ -115,12 +117,14 @@ constexpr std::array<KBPMFIO_FIELD_SPEC, num_RDV3_raw_data_label_specs> label_ro
     {2, write, noop, scan_out, "--BEGIN DATA--\n"},
 }};
 
+// One row, pointed at its six numbers once: a file has a hundred thousand such lines and more.
 constexpr std::array<KBPMFIO_FIELD_SPEC, 1> data_rows{{
     {0, write, scan_in, scan_out, data_line_format},
 }};
 
 }  // namespace
 
+// The tables of the whole process: whoever maps them changes them for everybody.
 std::array<KBPMFIO_FIELD_SPEC, num_RDV3_header_specs> RDV3_header_specs = header_rows;
 std::array<KBPMFIO_FIELD_SPEC, num_RDV3_kovr_specs> RDV3_kovr_specs = kovr_rows;
 std::array<KBPMFIO_FIELD_SPEC, num_RDV3_inst_header_specs> RDV3_inst_header_specs = instrument_rows;
@@ -128,8 +132,10 @@ std::array<KBPMFIO_FIELD_SPEC, num_RDV3_raw_data_label_specs> RDV3_raw_data_labe
     label_rows;
 std::array<KBPMFIO_FIELD_SPEC, 1> RDV3_raw_data_spec = data_rows;
 
+// A set of one's own, for loads that may run side by side.
 field_tables fresh_tables() { return {header_rows, kovr_rows, instrument_rows}; }
 
+// A target knows its size, so that neither a text nor a pattern runs over its end.
 kbpmfio_target target(std::int32_t& value) { return {kbpmfio_target::kind::int32, &value, 1}; }
 
 kbpmfio_target target(float& value) { return {kbpmfio_target::kind::float32, &value, 1}; }

@@ -21,6 +21,8 @@ bool is_set(const RDV3_FILE_HEADER& header, std::int32_t bit) {
 }  // namespace
 
 util::outcome<raw_file> read_raw_file(const std::string& path) {
+  // Too many instruments, or no bunches, are a fault here: of such a file no caller wants the rest.
+  // The loader of the whole process keeps it.
   kbpmfio_stream stream;
   if (auto fault = open_for_reading(stream, path)) return std::move(*fault);
   raw_file file;
@@ -69,6 +71,7 @@ std::optional<std::int32_t> rf_bucket_of(const RDV3_FILE_HEADER& header, std::in
 }
 
 std::vector<std::int32_t> bunches_enabled(const RDV3_FILE_HEADER& header) {
+  // Bunches are kept by place, and told by number: this list is the only link between the two.
   std::vector<std::int32_t> numbers;
   for (std::int32_t bit = 0; bit < max_bunches; ++bit) {
     if (is_set(header, bit)) numbers.push_back(bit + 1);

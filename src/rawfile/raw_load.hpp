@@ -12,7 +12,7 @@
 
 namespace rawfile {
 
-/// How a load ended: the callers with described statuses say something else to each.
+/// How a load ended: the loaders of the whole process have another message for each.
 enum class load_end : std::uint8_t {
   complete,
   endless,         ///< text without line ends

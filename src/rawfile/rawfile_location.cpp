@@ -46,6 +46,8 @@ std::string online_path(std::int32_t run) {
 }
 
 std::string offline_path(std::int32_t run) {
+  // Without a place of its own the archive mirrors the online tree beside it. The word is looked for
+  // in the expanded path: it usually stands in the value of KOVR_ONLINE.
   std::string directory{site::raw_offline_dir};
   if (directory.empty()) {
     directory = made_offline(util::fullfilename(site::raw_online_dir, path_width));

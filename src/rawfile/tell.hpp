@@ -1,4 +1,4 @@
-// A fault of a raw data file, told where the described faces cannot say it.
+// A fault of a raw data file, told where a status or a sentinel cannot say it.
 #pragma once
 #include "fault.hpp"
 

@@ -6,8 +6,11 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <random>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "literal_rawfile.hpp"
 
@@ -19,6 +22,11 @@ using rawfile::data_columns;
 int lines_to_scan() {
   const char* wanted = std::getenv("BUTNGAIN_SCANNED_LINES");
   return wanted == nullptr ? 300000 : std::atoi(wanted);
+}
+
+std::vector<std::string> words_of(const std::string& text) {
+  std::istringstream in{text};
+  return {std::istream_iterator<std::string>{in}, {}};
 }
 
 struct line_maker {
@@ -60,45 +68,16 @@ struct line_maker {
   // Columns of odd widths and spacings.
   std::string spaced() {
     static constexpr const char* gaps[] = {" ", "  ", "\t", "", "   ", " \r", "\v", ","};
-    static constexpr const char* values[] = {"0",
-                                             "1",
-                                             "-1",
-                                             "+7",
-                                             "12345678",
-                                             "-1234567",
-                                             "0x1f",
-                                             "0x",
-                                             "0X",
-                                             "-0x",
-                                             "-0x12",
-                                             "+0xabcdef",
-                                             "abcdefg",
-                                             "ABCDEF0",
-                                             "-",
-                                             "+",
-                                             "--1",
-                                             "2147483648",
-                                             "4294967297",
-                                             "0xg",
-                                             "00000000012",
-                                             "1.5",
-                                             "1e5",
-                                             "-fffffff",
-                                             "x",
-                                             "99999999999999999999",
-                                             "-99999999999999999999",
-                                             "9223372036854775807",
-                                             "9223372036854775808",
-                                             "-9223372036854775808",
-                                             "-9223372036854775809",
-                                             "0000000x1",
-                                             "+",
-                                             "nan",
-                                             "\xff",
-                                             "1_0"};
+    static const auto values = words_of(
+        "0 1 -1 +7 12345678 -1234567 0x1f 0x 0X -0x -0x12 +0xabcdef abcdefg ABCDEF0 - + --1 "
+        "2147483648 4294967297 0xg 00000000012 1.5 1e5 -fffffff x 99999999999999999999 "
+        "-99999999999999999999 9223372036854775807 9223372036854775808 -9223372036854775808 "
+        "-9223372036854775809 0000000x1 + nan \xff 1_0");
     std::string line;
     for (int k = below(8); k >= 0; --k) {
-      line += below(3) == 0 ? std::to_string(number(9) - 1000) : values[below(std::size(values))];
+      line += below(3) == 0
+                  ? std::to_string(number(9) - 1000)
+                  : values[static_cast<std::size_t>(below(static_cast<int>(values.size())))];
       line += gaps[below(std::size(gaps))];
     }
     return line + "\n";

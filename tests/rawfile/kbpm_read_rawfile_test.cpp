@@ -3,8 +3,6 @@
 
 #include <fmt/core.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <random>
 #include <thread>
 
@@ -22,6 +19,7 @@
 #include "literal_rawfile.hpp"
 #include "run_time.hpp"
 #include "sample_text.hpp"
+#include "scratch.hpp"
 
 namespace {
 
@@ -56,6 +54,17 @@ std::string printed_by(action act) {
 
 // Where the status is not the point.
 void load_at(const std::string& path) { static_cast<void>(kbpm_read_rawfile_at(path)); }
+
+// The status of a load, and behind it what the load printed.
+template <class loader>
+std::string told_by(loader load) {
+  std::int32_t status = -1;
+  const std::string printed = printed_by([&] { status = load(); });
+  return std::to_string(status) + " " + printed;
+}
+std::string told_at(const std::string& path) {
+  return told_by([&path] { return kbpm_read_rawfile_at(path); });
+}
 
 template <class T>
 bool same_bits(std::span<const T> a, std::span<const T> b) {
@@ -109,11 +118,6 @@ std::string facility() {
   const std::string root = sample::scratch_directory() + "t/online";
   setenv("KOVR_ONLINE", root.c_str(), 1);
   return root;
-}
-
-void put_file(const std::string& path, std::string_view content) {
-  std::filesystem::create_directories(std::filesystem::path{path}.parent_path());
-  std::ofstream{path} << content;
 }
 
 // A text that is read from a pipe.
@@ -339,12 +343,10 @@ TEST(a_pipe, loses_no_instrument_behind_a_short_block) {
 
 TEST(a_pipe, cannot_tell_the_size_that_counts_call_for) {
   const piped in{header_with("Number_of_Turns", "500000000")};
-  std::int32_t status = -1;
-  EXPECT_EQ(printed_by([&] { status = kbpm_read_rawfile_at(in.path); }),
-            "Error: " + in.path +
+  EXPECT_EQ(told_at(in.path),
+            "1 Error: " + in.path +
                 ": Number_of_Turns : 500000000: 2000000056 lines expected; a pipe or device cannot "
                 "tell its size\n");
-  EXPECT_EQ(status, 1);
 }
 
 TEST(text_without_a_line_end, is_refused) {
@@ -383,10 +385,8 @@ TEST(counts, that_cannot_be_are_refused_or_told) {
       {"Number_of_Bunches", "-3", "Error: Empty RD file, no bunches, %\n"}};
   for (const auto& c : cases) {
     const std::string path = sample::written("counts.dat", header_with(c.key, c.value));
-    std::int32_t status = -1;
-    const std::string told = printed_by([&] { status = kbpm_read_rawfile_at(path); });
-    EXPECT_EQ(status, 1) << c.value;
-    std::string expected = c.message;
+    const std::string told = told_at(path);
+    std::string expected = std::string{"1 "} + c.message;
     expected.replace(expected.find('%'), 1, path);
     EXPECT_EQ(told.substr(0, expected.size()), expected);
     EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 1);
@@ -397,20 +397,14 @@ TEST(counts, that_cannot_be_are_refused_or_told) {
   EXPECT_EQ(kbpm_rawfile_num_instruments(), 120);
 }
 
-TEST(counts, of_bunches_without_turns_are_refused_too) {
-  std::string text = header_with("Number_of_Bunches", "666666666");
-  const std::size_t at = text.find("Number_of_Turns") + 20;
-  const std::string path = sample::written("counts.dat", text.replace(at, 1, "0"));
-  std::int32_t status = -1;
-  const std::string told = printed_by([&] { status = kbpm_read_rawfile_at(path); });
-  EXPECT_EQ(status, 1);
-  EXPECT_NE(told.find("Number_of_Bunches : 666666666"), std::string::npos) << told;
-}
-
 TEST(counts, that_are_refused_leave_nothing_loaded) {
   ASSERT_EQ(kbpm_read_rawfile_at(sample::written("a.dat", sample::text({}))), 0);
-  printed_by(
-      [] { load_at(sample::written("b.dat", header_with("Number_of_Turns", "2000000000"))); });
+  // Bunches without turns: no line of data at all, and still too many.
+  std::string text = header_with("Number_of_Bunches", "666666666");
+  text.replace(text.find("Number_of_Turns") + 20, 1, "0");
+  const std::string told = told_at(sample::written("b.dat", text));
+  EXPECT_TRUE(told.starts_with("1 ")) << told;
+  EXPECT_NE(told.find("Number_of_Bunches : 666666666"), std::string::npos) << told;
   EXPECT_EQ(kbpm_rawfile_num_turns(), 0);
   EXPECT_EQ(kbpm_rawfile_pedestal("1W", 1, 0), -999.0F);
 }
@@ -418,17 +412,14 @@ TEST(counts, that_are_refused_leave_nothing_loaded) {
 TEST(a_run, is_found_online_then_offline) {
   const std::string online = facility() + "/kbpmII/raw/04/RD-004567.dat";
   const std::string offline = sample::scratch_directory() + "t/offline/kbpmII/raw/04/RD-004567.dat";
-  std::int32_t status = -1;
-  const auto load = [&status] { status = kbpm_read_rawfile(4567); };
+  const auto load = [] { return kbpm_read_rawfile(4567); };
 
-  EXPECT_EQ(printed_by(load), "Unable to stat " + online + "\nUnable to stat " + offline + "\n");
-  EXPECT_EQ(status, 1);
-  put_file(offline, sample::text({1, 1, 1}));
-  EXPECT_EQ(printed_by(load), "Unable to stat " + online + "\n");
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(told_by(load), "1 Unable to stat " + online + "\nUnable to stat " + offline + "\n");
+  scratch::write(offline, sample::text({1, 1, 1}));
+  EXPECT_EQ(told_by(load), "0 Unable to stat " + online + "\n");
   EXPECT_EQ(text_of(p_v3_file_header->full_filename), offline);
-  put_file(online, sample::text({2, 1, 1}));
-  EXPECT_EQ(printed_by(load), "");
+  scratch::write(online, sample::text({2, 1, 1}));
+  EXPECT_EQ(told_by(load), "0 ");
   EXPECT_EQ(kbpm_rawfile_num_instruments(), 2);
 }
 
@@ -439,15 +430,14 @@ TEST(a_given_path, is_laid_over_the_runs_online_path) {
   ASSERT_EQ(kbpm_read_rawfile_from_fullfilename(path), 0);
   EXPECT_EQ(text_of(p_v3_file_header->full_filename), path);
 
-  std::int32_t status = -1;
-  const auto told = printed_by([&] { status = kbpm_read_rawfile_from_fullfilename("/tmp/x"); });
-  EXPECT_EQ(told, "Unable to stat /tmp/x\n") << "the tail of the online path stays behind it";
-  EXPECT_EQ(status, 1);
+  EXPECT_EQ(told_by([] { return kbpm_read_rawfile_from_fullfilename("/tmp/x"); }),
+            "1 Unable to stat /tmp/x\n")
+      << "the tail of the online path stays behind it";
   EXPECT_EQ(kbpm_rawfile_num_instruments(), 2) << "the previous load is kept";
 
   // A shorter one whose overlay happens to be a file does load.
   const std::string online = facility() + "/kbpmII/raw/00/RD-000000.dat";
-  put_file(online, sample::text({1, 1, 1}));
+  scratch::write(online, sample::text({1, 1, 1}));
   EXPECT_EQ(kbpm_read_rawfile_from_fullfilename(online.substr(0, online.size() - 4)), 0);
   EXPECT_EQ(kbpm_rawfile_num_instruments(), 1);
   std::filesystem::remove(online);
@@ -456,46 +446,30 @@ TEST(a_given_path, is_laid_over_the_runs_online_path) {
 TEST(a_file, that_is_there_but_cannot_be_opened_answers_0_and_keeps_the_previous_load) {
   ASSERT_EQ(kbpm_read_rawfile_at(sample::written("a.dat", sample::text({}))), 0);
   const std::int32_t* readings = kbpm_rawfile_raw_ptr("1W", 0);
-  // A socket can be examined, but not opened - not even by root.
   const std::string path = sample::scratch_directory() + "socket";
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  ASSERT_LT(path.size(), sizeof address.sun_path);
-  path.copy(address.sun_path, path.size());
-  const int socket_fd = socket(AF_UNIX, SOCK_STREAM, 0);
-  unlink(path.c_str());
-  ASSERT_EQ(bind(socket_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-
-  std::int32_t status = -1;
+  const scratch::unopenable socket{path};
   testing::internal::CaptureStderr();
-  const std::string told = printed_by([&] { status = kbpm_read_rawfile_at(path); });
-  EXPECT_EQ(told, "[kbpm_read_rawfile_extended] ERROR opening data file " + path + "!\n");
+  EXPECT_EQ(told_at(path),
+            "0 [kbpm_read_rawfile_extended] ERROR opening data file " + path + "!\n");
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "kbpm_read_rawfile_extended: No such device or address\n");
-  EXPECT_EQ(status, 0);
   EXPECT_EQ(kbpm_rawfile_raw_ptr("1W", 0), readings);
   EXPECT_FALSE(kbpm_rawfile_is_current());
-  ::close(socket_fd);
 }
 
 TEST(a_file, that_is_not_there_is_told_and_leaves_the_previous_load_marked_as_such) {
   ASSERT_EQ(kbpm_read_rawfile_at(sample::written("a.dat", sample::text({}))), 0);
   EXPECT_TRUE(kbpm_rawfile_is_current());
   const std::string path = sample::scratch_directory() + "not\x1b[2Jthere";
-  std::int32_t status = -1;
-  EXPECT_EQ(printed_by([&] { status = kbpm_read_rawfile_at(path); }),
-            "Unable to stat " + sample::scratch_directory() + "not\\x1b[2Jthere\n");
-  EXPECT_EQ(status, 1);
+  EXPECT_EQ(told_at(path),
+            "1 Unable to stat " + sample::scratch_directory() + "not\\x1b[2Jthere\n");
   EXPECT_EQ(kbpm_rawfile_num_instruments(), 2) << "the previous load is kept";
   EXPECT_FALSE(kbpm_rawfile_is_current());
 }
 
 TEST(a_directory, reads_as_an_empty_file) {
   const std::string path = sample::scratch_directory();
-  std::int32_t status = -1;
-  EXPECT_EQ(printed_by([&] { status = kbpm_read_rawfile_at(path); }),
-            "Error: Empty RD file, no instruments, " + path + "\n");
-  EXPECT_EQ(status, 1);
+  EXPECT_EQ(told_at(path), "1 Error: Empty RD file, no instruments, " + path + "\n");
 }
 
 TEST(the_next_load, uses_the_memory_again) {

@@ -1,23 +1,15 @@
 // One line at a time: field tables, their reader and writer, texts.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "kbpm_read_rawfile.hpp"
 #include "kbpmfio_stream.hpp"
 #include "run_time.hpp"
 #include "sample_text.hpp"
+#include "scratch.hpp"
 
 namespace {
 
 using namespace rawfile;
-
-std::string content_of(const std::string& path) {
-  std::ostringstream all;
-  all << std::ifstream{path, std::ios::binary}.rdbuf();
-  return all.str();
-}
 
 // What a routine writes.
 template <class writer>
@@ -27,7 +19,7 @@ std::string written_by(writer write) {
   EXPECT_FALSE(open_for_writing(stream, path));
   write(stream);
   close(stream);
-  return content_of(path);
+  return scratch::content(path);
 }
 
 std::string rest_of(kbpmfio_stream& stream) {

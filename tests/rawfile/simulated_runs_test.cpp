@@ -6,8 +6,6 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "kbpm_rawfile.hpp"
 #include "kbpm_read_rawfile.hpp"
@@ -15,6 +13,7 @@
 #include "raw.hpp"
 #include "raw_records.hpp"
 #include "sample_text.hpp"
+#include "scratch.hpp"
 #include "truth.hpp"
 
 namespace {
@@ -35,12 +34,6 @@ sim::raw_setup small_run() {
   s.timing_setup = "4ns_E_FIX_G";
   s.species = sim::particles::electrons;
   return s;
-}
-
-std::string content_of(const std::string& path) {
-  std::ostringstream all;
-  all << std::ifstream{path}.rdbuf();
-  return all.str();
 }
 
 }  // namespace
@@ -135,19 +128,8 @@ TEST(a_tree, gets_its_runs_its_truth_and_its_index_once) {
   EXPECT_NE(*kbpm_rawfile_raw_ptr("12W", 0), first) << "each run has its own motion";
   EXPECT_EQ(kbpm_rawfile_whole_phase_ptr("12W")[7], phase) << "and the shaker's phases";
 
-  EXPECT_EQ(content_of(s.tree + "/machine_data/meas/run_index/tbt.idx"),
+  EXPECT_EQ(scratch::content(s.tree + "/machine_data/meas/run_index/tbt.idx"),
             "# run, date, time\n999 2014-03-04 12:00:00\n1000 2014-03-04 12:01:00\n");
-}
-
-TEST(ring_names, stand_at_the_numbers_of_their_bpms) {
-  const auto names = sim::ring_names();
-  ASSERT_EQ(names.size(), 113U);
-  struct {
-    std::size_t number;
-    const char* name;
-  } const known[] = {{1, "X5C"},  {10, "10AW"}, {11, "11W"}, {49, "49W"},  {50, "49E"},
-                     {88, "11E"}, {89, "10AE"}, {92, "9E"},  {108, "X4D"}, {113, "47W_XBSM"}};
-  for (const auto& k : known) EXPECT_EQ(names[k.number - 1], k.name);
 }
 
 TEST(raw_setup, that_cannot_be_is_told) {

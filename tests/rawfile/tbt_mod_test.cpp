@@ -1,9 +1,6 @@
 #include "tbt_mod.hpp"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -14,6 +11,7 @@
 #include <vector>
 
 #include "nonlin_bpm_mod.hpp"
+#include "raw.hpp"
 #include "scratch.hpp"
 
 namespace {
@@ -173,6 +171,12 @@ TEST(tbt_mod, names_along_the_ring) {
   for (const auto& [index, name] : names) {
     EXPECT_EQ(tbt_mod::tbt_bpm_name(index).trimmed(), name) << index;
   }
+  // The simulator's list of the ring, from index 1 on: its order chooses chambers and tables.
+  const auto ring = sim::ring_names();
+  ASSERT_EQ(ring.size(), 113U);
+  for (int index = 1; index <= 113; ++index) {
+    EXPECT_EQ(ring[static_cast<std::size_t>(index) - 1], tbt_mod::tbt_bpm_name(index).trimmed());
+  }
 }
 
 // 12W is index 12; 30E is 69, which counts its turns one later.
@@ -312,19 +316,12 @@ TEST(tbt_mod, a_run_that_cannot_be_opened_is_not_the_run_before) {
   at.put(4567, {});
   tbt_all_data_struct tbt;
   load(tbt);
-  // A socket can be examined, but not opened.
-  const std::string path = (at.path() / "kbpmII/raw/04/RD-004566.dat").string();
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  ASSERT_LT(path.size(), sizeof address.sun_path);
-  path.copy(address.sun_path, path.size());
-  const int socket_fd = socket(AF_UNIX, SOCK_STREAM, 0);
-  ASSERT_EQ(bind(socket_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const std::string path = at / "kbpmII/raw/04/RD-004566.dat";
+  const scratch::unopenable socket{path};
   const std::string said = load(tbt, {.run = 4566, .init_needed = false, .fails = true});
   EXPECT_TRUE(contains(said, ("ERROR opening data file " + path + "!\n").c_str())) << said;
   EXPECT_TRUE(contains(said, " Error opening TBT file:         4566\n")) << said;
   EXPECT_EQ(tbt.file_number, 4567);
-  close(socket_fd);
 }
 
 TEST(tbt_mod_death, other_corrections_end_the_run) {

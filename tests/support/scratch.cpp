@@ -1,5 +1,7 @@
 #include "scratch.hpp"
 
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -40,6 +42,17 @@ workplace::~workplace() {
   std::error_code ignored;
   fs::current_path(before_, ignored);
 }
+
+unopenable::unopenable(const std::string& name) : socket_{socket(AF_UNIX, SOCK_STREAM, 0)} {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (name.size() >= sizeof address.sun_path) std::abort();
+  name.copy(address.sun_path, name.size());
+  unlink(name.c_str());
+  if (bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) std::abort();
+}
+
+unopenable::~unopenable() { close(socket_); }
 
 void write(const fs::path& name, std::string_view text) {
   if (name.has_parent_path()) fs::create_directories(name.parent_path());

@@ -46,6 +46,19 @@ void write(const std::filesystem::path& name, std::string_view text);
 std::string content(const std::filesystem::path& name);
 std::vector<std::string> lines_of(const std::filesystem::path& name);
 
+/// While it lives a socket stands under this name: a file that is there and can be examined, but not
+/// opened - not even by root.
+class unopenable {
+ public:
+  explicit unopenable(const std::string& name);
+  unopenable(const unopenable&) = delete;
+  unopenable& operator=(const unopenable&) = delete;
+  ~unopenable();
+
+ private:
+  int socket_;
+};
+
 /// Makes this text the standard input.
 void answer(std::string_view text);
 

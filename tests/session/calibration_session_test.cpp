@@ -34,12 +34,10 @@ std::string verdict_line(const session::scratch& here, const std::string& bpm) {
 TEST(calibration_session, a_series_is_judged_in_the_chamber_that_was_given) {
   const session::scratch here;
   session::write_file(here.path() / "ellipse.chamber", ellipse);
-  const auto made =
-      session::bpmsim(here.path(), {"series", "--bpms", "2", "--orbits", "400", "--chamber",
-                                    "ellipse.chamber", "--orbit", "4", "3", "--noise", "1e-4"});
-  ASSERT_EQ(made.status, 0) << made.err;
-  const auto table = session::bpmsim(here.path(), {"table", "ellipse.chamber", "ellipse.table"});
-  ASSERT_EQ(table.status, 0) << table.err;
+  session::simulate(here.path(),
+                    "series --bpms 2 --orbits 400 --chamber ellipse.chamber --orbit 4 3 "
+                    "--noise 1e-4");
+  session::simulate(here.path(), "table ellipse.chamber ellipse.table");
   const struct {
     std::vector<std::string> arguments;
     const char* word;
@@ -90,9 +88,7 @@ TEST(calibration_session, a_chamber_that_cannot_be_used_is_told_before_the_first
 // calibration finds them, and says how far the fits are off.
 TEST(calibration_session, raw_data_are_judged_with_their_own_tables_and_pedestals) {
   const session::scratch here;
-  const auto made = session::bpmsim(here.path(), {"tree", "tree", "--bpms", "3", "--turns", "300",
-                                                  "--seed", "5", "--chamber", "own"});
-  ASSERT_EQ(made.status, 0) << made.err;
+  session::simulate(here.path(), "tree tree --bpms 3 --turns 300 --seed 5 --chamber own");
   const struct {
     const char* what;
     std::vector<std::string> corrections;  // correction, bunch, pedestal bunch
@@ -103,12 +99,11 @@ TEST(calibration_session, raw_data_are_judged_with_their_own_tables_and_pedestal
   for (const auto& [what, corrections, least, most] : cases) {
     SCOPED_TRACE(what);
     std::filesystem::remove_all(here.run_directory());
-    session::settings how;
-    how.environment["KOVR_ONLINE"] = (here.path() / "tree/online").string();
     std::vector<std::string> answers{"T", "1000", "4566"};
     answers.insert(answers.end(), corrections.begin(), corrections.end());
     for (const char* last : {"", "n", "-1", "no"}) answers.emplace_back(last);
-    const auto run = session::butngain(here.path(), answers, how);
+    const auto run =
+        session::butngain(here.path(), answers, session::at_site(here.path() / "tree/online"));
     ASSERT_EQ(run.status, 0) << run.err;
     const std::string line = verdict_line(here, "X5C");
     EXPECT_TRUE(line.starts_with("# determined; error ")) << line;

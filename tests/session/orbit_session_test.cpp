@@ -16,13 +16,9 @@ using session::read_file;
 // A facility tree with six orbits, numbers 41..46, of 50 BPMs, and a command file that lists them.
 struct orbit_tree {
   session::scratch here;
-  session::settings how;
+  session::settings how = session::at_site(here.path());
   orbit_tree() {
-    how.environment["KOVR_ONLINE"] = here.path().string();
-    const auto made = session::bpmsim(
-        here.path(),
-        {"orbits", "--orbits", "6", "--first", "41", "--bpms", "50", "--signal", "100000"}, how);
-    EXPECT_EQ(made.status, 0) << made.err;
+    session::simulate(here.path(), "orbits --orbits 6 --first 41 --bpms 50 --signal 100000", how);
   }
   session::outcome run(const std::vector<std::string>& answers) const {
     return session::butngain(here.path(), answers, how);

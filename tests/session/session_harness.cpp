@@ -12,7 +12,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <sstream>
+#include <stdexcept>
 
 #include "list_io.hpp"
 
@@ -144,6 +146,18 @@ outcome bpmsim(const fs::path& directory, const std::vector<std::string>& argume
   std::vector<std::string> command{BPMSIM_BINARY};
   command.insert(command.end(), arguments.begin(), arguments.end());
   return run(command, directory, "", how);
+}
+
+void simulate(const fs::path& directory, const std::string& words, const settings& how) {
+  std::istringstream in{words};
+  const outcome made = bpmsim(directory, {std::istream_iterator<std::string>{in}, {}}, how);
+  if (made.status != 0) throw std::runtime_error("bpmsim " + words + ": " + made.err);
+}
+
+settings at_site(const fs::path& online) {
+  settings how;
+  how.environment["KOVR_ONLINE"] = online.string();
+  return how;
 }
 
 std::string read_file(const fs::path& path) { return ::scratch::content(path); }

@@ -44,6 +44,14 @@ outcome butngain(const std::filesystem::path& directory, const std::vector<std::
 outcome bpmsim(const std::filesystem::path& directory, const std::vector<std::string>& arguments,
                const settings& how = {});
 
+/// The same for the data that a test stands on: its words in one text, blanks between. Throws what was
+/// said when it fails: no test goes on without its data.
+void simulate(const std::filesystem::path& directory, const std::string& words,
+              const settings& how = {});
+
+/// How to run with this facility tree.
+settings at_site(const std::filesystem::path& online);
+
 std::string read_file(const std::filesystem::path& path);
 void write_file(const std::filesystem::path& path, std::string_view content);
 std::vector<std::string> lines_of(std::string_view text);

@@ -14,13 +14,6 @@ using session::lines_of;
 
 constexpr const char* series_dir = "inputs_1000random_xy_and_timing_offset";
 
-session::outcome run_in_tree(const session::scratch& here,
-                             const std::vector<std::string>& answers) {
-  session::settings how;
-  how.environment["KOVR_ONLINE"] = (here.path() / "tree/online").string();
-  return session::butngain(here.path(), answers, how);
-}
-
 struct summary_case {
   const char* what;
   std::vector<std::string> answers;
@@ -30,10 +23,8 @@ struct summary_case {
 // Twelve BPMs: 19W without a signal, 43E (index 56) with a dead button.
 TEST(session_summary, dead_bpms_and_buttons_are_named_with_their_reason) {
   const session::scratch here;
-  const auto made =
-      session::bpmsim(here.path(), {"tree", "tree", "--bpms", "12", "--turns", "40", "--seed", "5",
-                                    "--dead", "3:1", "3:2", "3:3", "3:4", "7:3"});
-  ASSERT_EQ(made.status, 0) << made.err;
+  session::simulate(here.path(),
+                    "tree tree --bpms 12 --turns 40 --seed 5 --dead 3:1 3:2 3:3 3:4 7:3");
   // The raw run, then a text run of other BPMs: 30W has signals in its second turn only, 31W never
   // in all four buttons, 200W lies beyond the loop, and 19W comes to life.
   session::write_file(here.path() / "other_bpms.txt",
@@ -76,7 +67,8 @@ TEST(session_summary, dead_bpms_and_buttons_are_named_with_their_reason) {
        {"no BPM fitted: nothing was read"}}};
   for (const auto& [what, answers, told] : cases) {
     SCOPED_TRACE(what);
-    const auto run = run_in_tree(here, answers);
+    const auto run =
+        session::butngain(here.path(), answers, session::at_site(here.path() / "tree/online"));
     EXPECT_EQ(run.status, 0) << run.out << run.err;
     std::string expected;
     for (const char* line : told) expected.append("butngain: ").append(line).append("\n");

@@ -51,10 +51,7 @@ std::vector<std::string> lines_with(const std::string& text, const std::string& 
 
 TEST(synthetic_session, recovers_the_gains_that_the_simulator_put_in) {
   const session::scratch here;
-  ASSERT_EQ(
-      session::bpmsim(here.path(), {"series", "--bpms", "3", "--orbits", "400", "--seed", "7"})
-          .status,
-      0);
+  session::simulate(here.path(), "series --bpms 3 --orbits 400 --seed 7");
   const auto run = session::butngain(here.path(), {"F", "exp_0.txt", "exp_2.txt", "no"}, {});
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(session::without_line_of_files(run.err),
@@ -138,14 +135,6 @@ TEST(synthetic_session, orbits_without_signal) {
   EXPECT_EQ(lines_with(read_file(here.run_directory() / "EXP_1.dat"), "D+").size(), 30U + 2);
 }
 
-TEST(synthetic_session, a_thousand_orbits_are_used_of_more) {
-  const session::scratch here;
-  put_series_file(here.path(), 0, plain_orbits(1500));
-  const auto run = session::butngain(here.path(), {"F", "exp_0.txt", "", "no"});
-  ASSERT_EQ(run.status, 0) << run.err;
-  EXPECT_TRUE(contains(run.out, "      1000  orbits for BPM           1\n"));
-}
-
 // Short lines end a file; a value of the wrong type leaves it and all behind it as they were.
 TEST(synthetic_session, short_and_wrong_lines) {
   const session::scratch here;
@@ -206,12 +195,14 @@ TEST(synthetic_session, what_of_a_file_could_not_be_used_is_told) {
   EXPECT_TRUE(contains(run.err, ": the last file has no orbit, and its number holds for all\n"));
 }
 
+// The file has more orbits than the thousand that are used.
 TEST(synthetic_session, a_first_name_without_a_number_is_asked_again) {
   const session::scratch here;
-  put_series_file(here.path(), 3, plain_orbits(30));
+  put_series_file(here.path(), 3, plain_orbits(1500));
   const auto run = session::butngain(
       here.path(), {"F", "exp_3", "exp_a.txt", "", "exp_-1.txt", "exp_3.txt", "", "no"});
   EXPECT_EQ(run.status, 0) << run.out << run.err;
+  EXPECT_TRUE(contains(run.out, "      1000  orbits for BPM           1\n"));
   for (const char* answer : {"exp_3", "exp_a.txt", "", "exp_-1.txt"}) {
     EXPECT_TRUE(contains(run.out, " \"" + std::string{answer} +
                                       "\" is not a name with the first number of a series"))
@@ -273,9 +264,8 @@ TEST(synthetic_session, a_full_disk_or_a_missing_directory_never_ends_in_success
   EXPECT_EQ(full.err, "butngain: run-time error: writing fort.67: No space left on device\n");
 
   fs::remove(here.path() / "fort.67");
-  session::settings to_full;
-  to_full.standard_output = "/dev/full";
-  const auto silent = session::butngain(here.path(), {"F", "exp_0.txt", "", "no"}, to_full);
+  const auto silent = session::butngain(here.path(), {"F", "exp_0.txt", "", "no"},
+                                        {.standard_output = "/dev/full"});
   EXPECT_EQ(silent.status, 1);
   EXPECT_TRUE(contains(silent.err, "writing standard output: No space left on device"));
 
@@ -325,10 +315,8 @@ TEST(synthetic_session, waits_for_a_file_that_is_still_to_come) {
   const session::scratch here;
   put_series_file(here.path(), 0, plain_orbits(40));
   fs::rename(here.path() / series_dir / "exp_0.txt", here.path() / "later.txt");
-  session::settings short_wait;
-  short_wait.seconds = 1;
   const auto waiting =
-      session::butngain(here.path(), {"F", "exp_0.txt", "exp_1.txt", "no"}, short_wait);
+      session::butngain(here.path(), {"F", "exp_0.txt", "exp_1.txt", "no"}, {.seconds = 1});
   EXPECT_TRUE(waiting.timed_out);
   EXPECT_EQ(waiting.err, std::string{"butngain: waiting for ./"} + series_dir +
                              "/exp_0.txt; the last file asked for is exp_1.txt\n");

@@ -33,16 +33,13 @@ std::vector<std::string> and_then(std::vector<std::string> first,
 
 session::outcome run_with(const session::scratch& here, const std::string& online,
                           const std::vector<std::string>& answers) {
-  session::settings how;
-  how.environment["KOVR_ONLINE"] = (here.path() / online).string();
-  return session::butngain(here.path(), and_then({"T"}, answers), how);
+  return session::butngain(here.path(), and_then({"T"}, answers),
+                           session::at_site(here.path() / online));
 }
 
 // A facility tree of four BPMs: two of each half of the ring.
 void make_tree(const session::scratch& here) {
-  const auto made = session::bpmsim(
-      here.path(), {"tree", "tree", "--bpms", "4", "--turns", to_string(turns), "--seed", "3"});
-  ASSERT_EQ(made.status, 0) << made.err;
+  session::simulate(here.path(), "tree tree --bpms 4 --turns " + to_string(turns) + " --seed 3");
 }
 
 // A data tree without any data; the index says that 4567 is the newest run.
@@ -52,6 +49,13 @@ void make_empty_tree(const session::scratch& here) {
 
 fs::path raw_path(const session::scratch& here, int run) {
   return here.path() / "tree/online/kbpmII/raw/04" / ("RD-00" + to_string(run) + ".dat");
+}
+
+// The gains of a run are the true ones.
+void expect_gains(const fs::path& truth, const fs::path& results) {
+  const auto compared =
+      session::bpmsim(results, {"compare", truth.string(), results.string(), "--within", "2e-3"});
+  EXPECT_EQ(compared.status, 0) << compared.out << compared.err;
 }
 
 std::vector<std::vector<double>> rows_of(const fs::path& path) {
@@ -84,10 +88,7 @@ TEST(turn_by_turn_session, two_data_sets_end_with_the_true_gains) {
 
   // Summaries are named after the last answer.
   EXPECT_TRUE(contains(read_file(results / "-1_out"), "gain_and_pedestal_correction to tbt data"));
-  const auto compared =
-      session::bpmsim(here.path(), {"compare", raw_path(here, 4566).replace_extension("truth"),
-                                    results.string(), "--within", "2e-3"});
-  EXPECT_EQ(compared.status, 0) << compared.out << compared.err;
+  expect_gains(raw_path(here, 4566).replace_extension("truth"), results);
 
   const fs::path offline = here.path() / "tree/offline/kbpmII/raw/04/RD-004564.dat";
   const struct {
@@ -138,17 +139,12 @@ TEST(turn_by_turn_session, corrections_1_and_2_leave_the_coefficients_in_the_gai
   for (const auto& [correction, pedestal_bunch, label] : cases) {
     SCOPED_TRACE(label);
     const session::scratch place;
-    session::settings how;
-    how.environment["KOVR_ONLINE"] = (here.path() / "tree/online").string();
     const auto run = session::butngain(
         place.path(), {"T", "1000", "4567", correction, "1", pedestal_bunch, "", "n", "-1", "no"},
-        how);
+        session::at_site(here.path() / "tree/online"));
     ASSERT_EQ(run.status, 0) << run.out << run.err;
     EXPECT_TRUE(contains(read_file(place.run_directory() / "RD-004567.dat_out"), label));
-    const auto compared = session::bpmsim(
-        here.path(),
-        {"compare", "with_coefficients", place.run_directory().string(), "--within", "2e-3"});
-    EXPECT_EQ(compared.status, 0) << compared.out << compared.err;
+    expect_gains(here.path() / "with_coefficients", place.run_directory());
   }
 }
 
@@ -167,15 +163,11 @@ TEST(turn_by_turn_session, text_runs_of_both_kinds) {
   for (const auto& [answer, truth, said] : cases) {
     SCOPED_TRACE(answer);
     const session::scratch place;
-    session::settings how;
-    how.environment["KOVR_ONLINE"] = (here.path() / "tree/online").string();
-    const auto run = session::butngain(place.path(), {"T", "", answer, "n", "-1", "no"}, how);
+    const auto run = session::butngain(place.path(), {"T", "", answer, "n", "-1", "no"},
+                                       session::at_site(here.path() / "tree/online"));
     ASSERT_EQ(run.status, 0) << run.out << run.err;
     EXPECT_TRUE(contains(run.out, said)) << run.out;
-    const auto compared =
-        session::bpmsim(here.path(), {"compare", (here.path() / "tree/online" / truth).string(),
-                                      place.run_directory().string(), "--within", "2e-3"});
-    EXPECT_EQ(compared.status, 0) << compared.out << compared.err;
+    expect_gains(here.path() / "tree/online" / truth, place.run_directory());
   }
 }
 
@@ -312,10 +304,7 @@ TEST(turn_by_turn_session, a_file_behind_a_variable_opens_twice) {
 // run takes 150 of 200 turns, which leave 100 to bunch 2: too few to correct bunch 1.
 TEST(turn_by_turn_session, a_dead_button_spares_the_others_a_short_pedestal_bunch_ends_the_run) {
   const session::scratch here;
-  ASSERT_EQ(session::bpmsim(here.path(), {"tree", "t", "--bpms", "6", "--turns", "200", "--seed",
-                                          "5", "--dead", "6:3"})
-                .status,
-            0);
+  session::simulate(here.path(), "tree t --bpms 6 --turns 200 --seed 5 --dead 6:3");
   // The second data set is asked for its turns afresh: no turns, and no limit.
   const auto run = run_with(here, "t/online",
                             {"1000", "4566", "3", "1", "2", "150", "y", "",  //
@@ -351,7 +340,7 @@ TEST(turn_by_turn_session, a_21st_file_is_one_too_many) {
 TEST(turn_by_turn_session, orbits_beyond_3000_end_the_run) {
   const session::scratch here;
   make_empty_tree(here);
-  ASSERT_EQ(session::bpmsim(here.path(), {"text", "--bpms", "1", "--turns", "1600"}).status, 0);
+  session::simulate(here.path(), "text --bpms 1 --turns 1600");
   const auto run = run_with(here, "ko", {"0", "./RD-004567.dat", "y", "", "./RD-004567.dat", "n"});
   EXPECT_EQ(run.status, 1);
   EXPECT_TRUE(contains(run.out, "  Number of orbits so far         3200\n")) << run.out;
@@ -362,10 +351,8 @@ TEST(turn_by_turn_session, orbits_beyond_3000_end_the_run) {
 TEST(turn_by_turn_session, a_turn_limit_lets_long_runs_in) {
   const session::scratch here;
   make_tree(here);
-  ASSERT_EQ(session::bpmsim(here.path(), {"raw", "--tree", "tree/online", "--run", "4570", "--runs",
-                                          "2", "--names", "12W", "--turns", "4096"})
-                .status,
-            0);
+  session::simulate(here.path(),
+                    "raw --tree tree/online --run 4570 --runs 2 --names 12W --turns 4096");
   const auto whole = run_with(here, "tree/online", {"4096", "4571", "3", "1", "0", ""});
   EXPECT_TRUE(contains(whole.err, "subscript 3001 of orbit_data is outside 1..3000")) << whole.err;
   const auto cut = run_with(here, "tree/online", {"4096", "4571", "3", "1", "0", "1000", "n"});
@@ -379,10 +366,7 @@ TEST(turn_by_turn_session, a_turn_limit_lets_long_runs_in) {
 TEST(turn_by_turn_session, choice_among_the_first_hundred_bpms) {
   const session::scratch here;
   make_empty_tree(here);
-  ASSERT_EQ(session::bpmsim(here.path(), {"raw", "--tree", "ko", "--run", "4566", "--runs", "2",
-                                          "--bpms", "103", "--turns", "2"})
-                .status,
-            0);
+  session::simulate(here.path(), "raw --tree ko --run 4566 --runs 2 --bpms 103 --turns 2");
   const auto run =
       run_with(here, "ko", {"", "4567", "3", "9", "0", "1", "0", "", "n", "101", "100"});
   EXPECT_TRUE(contains(run.out, " there is data for bunches            1\n try again\n"))
@@ -399,10 +383,7 @@ TEST(turn_by_turn_session, choice_among_the_first_hundred_bpms) {
 TEST(turn_by_turn_session, runs_that_are_missing_or_cannot_be_opened) {
   const session::scratch here;
   make_empty_tree(here);
-  ASSERT_EQ(session::bpmsim(here.path(),
-                            {"raw", "--tree", "ko", "--run", "4567", "--bpms", "1", "--turns", "2"})
-                .status,
-            0);
+  session::simulate(here.path(), "raw --tree ko --run 4567 --bpms 1 --turns 2");
   const auto second = run_with(here, "ko", {"0", "4567", "3"});
   EXPECT_EQ(second.status, 1);
   EXPECT_TRUE(contains(second.out, " Success reading file         4567 total_current= "))

@@ -30,58 +30,45 @@ beam_run resting() {
   return run;
 }
 
+buttons all(double reading) { return {{reading, reading, reading, reading}}; }
+
 // Readings of the first, the middle and the last orbit.
 struct trouble {
   const char* what;
-  void (*set)(beam_run& run);
+  void (*set)(sim::bpm_electronics& e, sim::current_law& c);
   buttons first, middle, last;
 };
-const trouble troubles[] = {{"none",
-                             [](beam_run&) {},
-                             {{1000, 1000, 1000, 1000}},
-                             {{1000, 1000, 1000, 1000}},
-                             {{1000, 1000, 1000, 1000}}},
-                            {"gain step",
-                             [](beam_run& r) { r.electronics.gain_step(2) = 0.01; },
-                             {{1000, 1000, 1000, 1000}},
-                             {{1000, 1010, 1000, 1000}},
-                             {{1000, 1010, 1000, 1000}}},
-                            {"late gain step",
-                             [](beam_run& r) {
-                               r.electronics.gain_step(2) = 0.01;
-                               r.electronics.gain_step_at = 0.51;
-                             },
-                             {{1000, 1000, 1000, 1000}},
-                             {{1000, 1000, 1000, 1000}},
-                             {{1000, 1010, 1000, 1000}}},
-                            {"gain drift",
-                             [](beam_run& r) { r.electronics.gain_drift(4) = -0.02; },
-                             {{1000, 1000, 1000, 1000}},
-                             {{1000, 1000, 1000, 990}},
-                             {{1000, 1000, 1000, 980}}},
-                            {"current drift",
-                             [](beam_run& r) { r.beam.current.drift = 0.1; },
-                             {{950, 950, 950, 950}},
-                             {{1000, 1000, 1000, 1000}},
-                             {{1050, 1050, 1050, 1050}}},
-                            {"decay to a half",
-                             [](beam_run& r) { r.beam.current.decay = std::log(2.0); },
-                             {{1000, 1000, 1000, 1000}},
-                             {{707.1067811865, 707.1067811865, 707.1067811865, 707.1067811865}},
-                             {{500, 500, 500, 500}}},
-                            {"pedestals left in",
-                             [](beam_run& r) {
-                               r.electronics.pedestal_left = {{1, 2, 3, 4}};
-                             },
-                             {{1001, 1002, 1003, 1004}},
-                             {{1001, 1002, 1003, 1004}},
-                             {{1001, 1002, 1003, 1004}}}};
+
+void late_step(sim::bpm_electronics& e, sim::current_law& /*c*/) {
+  e.gain_step(2) = 0.01;
+  e.gain_step_at = 0.51;
+}
+
+const buttons stepped{{1000, 1010, 1000, 1000}};
+const buttons left_in{{1001, 1002, 1003, 1004}};
+const trouble troubles[] = {
+    {"none", [](auto&, auto&) {}, all(1000), all(1000), all(1000)},
+    {"gain step", [](auto& e, auto&) { e.gain_step(2) = 0.01; }, all(1000), stepped, stepped},
+    {"late gain step", late_step, all(1000), all(1000), stepped},
+    {"gain drift",
+     [](auto& e, auto&) { e.gain_drift(4) = -0.02; },
+     all(1000),
+     {{1000, 1000, 1000, 990}},
+     {{1000, 1000, 1000, 980}}},
+    {"current drift", [](auto&, auto& c) { c.drift = 0.1; }, all(950), all(1000), all(1050)},
+    {"decay to a half", [](auto&, auto& c) { c.decay = std::log(2.0); }, all(1000),
+     all(707.1067811865), all(500)},
+    {"pedestals left in",
+     [](auto& e, auto&) {
+       e.pedestal_left.item = {1, 2, 3, 4};
+     },
+     left_in, left_in, left_in}};
 
 TEST(bpmsim_beam_run, troubles_in_time_take_their_course) {
   for (const auto& [what, set, first, middle, last] : troubles) {
     SCOPED_TRACE(what);
     beam_run run = resting();
-    set(run);
+    set(run.electronics, run.beam.current);
     const run_signals made = made_of(run);
     ASSERT_EQ(made.signal.size(), 11U);
     for (int k = 1; k <= 4; ++k) {

@@ -92,7 +92,7 @@ void write_results(session_state& s) {
   add_rows_of_left_out(s);
   s.results.info.directory = util::output_path(std::string{s.directory.trimmed()});
   s.results.info.title = data_title(s);
-  const std::string folder = util::output_path(s.results.info.directory) + "/";
+  const std::string folder = s.results.info.directory + "/";
   const auto& rows = s.results.bpm;
   tell(s, report::write_gains_csv(folder + "gains.csv", rows));
   tell(s, util::write_whole_file(folder + "gains.load", report::gains_load_text(rows, about(s))));

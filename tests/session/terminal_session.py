@@ -47,7 +47,7 @@ def options_need_no_session(folder):
     assert status_and_texts("--version") == (0, f"butngain {VERSION}\n", "")
     status, out, err = status_and_texts("--help")
     assert status == 0 and "--version" in out and "KOVR_ONLINE" in out and err == ""
-    for wrong in (["--loud"], ["RD-001234.dat"], ["-h"]):
+    for wrong in (["--loud"], ["RD-001234.dat"], ["-x"]):
         status, out, err = status_and_texts(*wrong)
         assert (status, out) == (2, "") and wrong[0] in err and err.count("\n") == 1, err
     assert os.listdir(folder) == []

@@ -91,7 +91,7 @@ std::string gains_pdf(const run_results& run, paper size) {
   const bool a4 = size == paper::a4;
   sheet s{chart::open_canvas(chart::medium::pdf, (a4 ? 595.276 : 612) / reduced,
                              (a4 ? 841.89 : 792) / reduced, reduced),
-          margin, 1, fmt::format("{}  {}", run.info.directory, run.info.started)};
+          margin, 1, run.info.title};
   write_head(s, run);
   const overview o = lay_out(run, s.c.width - 2 * margin);
   make_room(s, legend_height(o) + row_height(o));

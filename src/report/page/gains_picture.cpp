@@ -45,10 +45,8 @@ std::string gains_png(const run_results& run) {
                                        height_of(o) + head + margin, pixels_a_point);
   draw_text(c, shortened(c, fmt::format("Button gains, {}", run.info.title), 15, text_width * 0.95),
             {margin, 28}, {.size = 15, .bold = true});
-  draw_text(
-      c,
-      shortened(c, fmt::format("{}  {}", run.info.directory, first_sentence(run)), 11, text_width),
-      {margin, 48}, {.size = 11, .ink = ink::quiet});
+  draw_text(c, shortened(c, first_sentence(run), 11, text_width), {margin, 48},
+            {.size = 11, .ink = ink::quiet});
   draw_overview(c, o, {margin, head});
   return finish(c);
 }

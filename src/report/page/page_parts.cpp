@@ -159,13 +159,10 @@ std::string head_of(const run_results& run) {
   if (const std::string ended = how_it_ended(run.info); !ended.empty()) {
     out += fmt::format("<p class=\"ended\">{}</p>\n", html(ended));
   }
+  // When, where and by which command stands in run.json: the same readings give the same page.
   out += counts_list(run) + "<dl class=\"facts\">";
-  add_fact(out, "results", run.info.directory);
-  add_fact(out, "started", run.info.started);
   add_fact(out, "inputs", names_of(run.info.inputs));
   add_fact(out, "tables", names_of(run.info.tables));
-  add_fact(out, "command", run.info.command);
-  add_fact(out, "host", run.info.host);
   add_fact(out, "version",
            run.info.version + (run.info.build.empty() ? "" : ", ") + run.info.build);
   return out + "</dl></header>\n";
@@ -208,7 +205,7 @@ std::string fold_outs(const run_results& run) {
 std::string how_made(const run_results& run) {
   const run_info& info = run.info;
   std::string out =
-      "<section><h2>How it was made</h2>\n<details><summary>Answers, files and times"
+      "<section><h2>How it was made</h2>\n<details><summary>Answers and files"
       "</summary><div>\n";
   if (!info.dialog.empty()) {
     out += "<h3>Questions and answers</h3><div class=\"scroll\"><table><tbody>";
@@ -218,13 +215,9 @@ std::string how_made(const run_results& run) {
     out += "</tbody></table></div>\n";
   }
   out += file_list("Files read", info.inputs) + file_list("Tables", info.tables);
-  out += "<h3>Places and times</h3><dl class=\"facts\">";
-  add_fact(out, "working directory", info.working_directory);
-  for (const auto& [name, value] : info.site_paths) add_fact(out, name, value);
-  for (const auto& [stage, seconds] : info.seconds) {
-    add_fact(out, stage, fmt::format("{:.2f} s", seconds));
-  }
-  return out + "</dl></div></details></section>\n";
+  return out +
+         "<p>When, where and by which command: <code>run.json</code> beside this page.</p>"
+         "</div></details></section>\n";
 }
 
 }  // namespace report

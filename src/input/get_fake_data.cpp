@@ -12,6 +12,7 @@
 
 #include "fields.hpp"
 #include "file_units.hpp"
+#include "files_read.hpp"
 #include "gain_fit_mod.hpp"
 #include "list_io.hpp"
 #include "note.hpp"
@@ -77,6 +78,7 @@ void wait_for(const std::string& path, const std::string& last_name, std::string
 
 // Reads one file into BPM k of the session's store; returns the number of orbits it held.
 int read_series(const std::string& path, int k) {
+  util::note_file_read(path);
   kept.gain = fit::gain;  // the true gains are read into the session's own
   const series_file read = read_series_file(path, k, kept, fit::orbit_data);
   fit::gain = kept.gain;

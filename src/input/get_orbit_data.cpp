@@ -9,6 +9,7 @@
 #include "fields.hpp"
 #include "file_answer.hpp"
 #include "file_units.hpp"
+#include "files_read.hpp"
 #include "gain_fit_mod.hpp"
 #include "note.hpp"
 #include "run_time.hpp"
@@ -50,6 +51,7 @@ std::string ask_command_file() {
 
 // What to read, by whichever of the two kinds of file it is.
 void read_command(const std::string& name, command& wanted) {
+  util::note_file_read(name);
   const auto kind = kind_of_command(name);
   if (!kind) end_run(kind.why);
   if (*kind == command_kind::group) {
@@ -131,6 +133,7 @@ orbit_found read_orbit(int number, int slot, bool read_current) {
         util::shown(fmt::format("cannot open {}, the button file of orbit {} in the list: {}",
                                 found.path, slot, read.fault->what)));
   }
+  util::note_file_read(found.path);
   if (read.fault) end_run(*read.fault);
   found.bpms = read.bpms;
   if (read_current) {

@@ -8,6 +8,7 @@
 
 #include "bunch_dialog.hpp"
 #include "bunch_turns.hpp"
+#include "files_read.hpp"
 #include "gain_fit_mod.hpp"
 #include "in4get.hpp"
 #include "list_io.hpp"
@@ -69,6 +70,7 @@ util::status read_text(text_run (*reader)(util::text_file&), std::string_view he
   fit::norbits = 0;
   auto file = open_run();
   if (!file) return file.why;
+  util::note_file_read(file->path);
   text_run run = reader(*file);
   // What came before a fault belongs into the transcript as if the lines had been shown one by one.
   show(run);

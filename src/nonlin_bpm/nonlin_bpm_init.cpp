@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "calib_files.hpp"
+#include "files_read.hpp"
 #include "list_io.hpp"
 #include "nonlin_bpm_mod.hpp"
 #include "run_time.hpp"
@@ -27,7 +28,9 @@ constexpr std::string_view orbit_folder = "$KOVR_ONLINE/machine_data/meas/orbit/
 constexpr double metres_per_millimetre{0.001F};
 
 std::string facility_file(std::string_view name) {
-  return util::fullfilename(std::string{orbit_folder}.append(name));
+  std::string path = util::fullfilename(std::string{orbit_folder}.append(name));
+  util::note_file_read(path, util::read_as::table);
+  return path;
 }
 
 // A disk that fails, or a file that is no text: not the contents' fault, and told as any other

@@ -9,6 +9,7 @@
 
 #include "array_arena.hpp"
 #include "field_tables.hpp"
+#include "files_read.hpp"
 #include "held_file.hpp"
 #include "raw_load.hpp"
 #include "rawfile_place.hpp"
@@ -77,6 +78,7 @@ std::int32_t load_file(const std::string& path) {
     fmt::print(stderr, "{}: {}\n", routine, fault->what);
     return 0;
   }
+  util::note_file_read(path);
   return kbpm_read_rawfile_stream(stream);
 }
 

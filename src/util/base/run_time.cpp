@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "standard_output.hpp"
 #include "text.hpp"
@@ -39,12 +40,20 @@ bool flush_output() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 
 
 }  // namespace
 
+int ending_noted(std::string_view how, int status) {
+  // Taken away first: a fault on the way would come back here.
+  const auto note = std::exchange(note_ending, nullptr);
+  if (note == nullptr || note(how, status)) return status;
+  return status == 0 ? 1 : status;
+}
+
 void run_time_error(std::string_view what) {
   // What was printed before comes first, then the fault, then what closing the files adds to it.
   std::fflush(stdout);
-  tell(std::string{"run-time error: "}.append(what));
+  const std::string line = std::string{"run-time error: "}.append(what);
+  tell(line);
   close_for_the_end(closing::every);
-  leave(1);
+  leave(ending_noted(line, 1));
 }
 
 void subscript_error(std::string_view array, long long subscript, long long lower, long long upper,
@@ -85,7 +94,7 @@ void err_exit() {
   const int depth = backtrace(frames.data(), deepest);
   backtrace_symbols_fd(frames.data(), depth, STDERR_FILENO);
   close_for_the_end(closing::every);
-  leave(2);
+  leave(ending_noted("fatal exit", 2));
 }
 
 void stop_program(int status) {
@@ -98,7 +107,9 @@ void stop_program(int status) {
         system_text(reason != 0 ? reason : EIO)));
   }
   // A run whose last lines are lost has not ended well, whatever its caller thinks.
-  leave(status == 0 && !(printed && closed) ? 1 : status);
+  const int outcome = status == 0 && !(printed && closed) ? 1 : status;
+  leave(ending_noted(outcome == 0 ? "whole" : "stopped with status " + std::to_string(outcome),
+                     outcome));
 }
 
 std::string system_text(int error_number) {

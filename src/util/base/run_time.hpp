@@ -35,6 +35,15 @@ inline bool (*close_files)(closing which) = nullptr;
 /// sets it; null as long as nobody has drawn.
 inline void (*erase_unfinished_line)() = nullptr;
 
+/// Told of the end of a run, once, when every file is closed: how it ended ("whole", "interrupted",
+/// "run-time error: ...") and with which status. Returns false when the note of it could not be made,
+/// which it has told. Who keeps a record of the run sets it; null as long as nobody does.
+inline bool (*note_ending)(std::string_view how, int status) = nullptr;
+
+/// For an ending of another storey: notes it. Returns the status to leave with: 1 in place of 0 when
+/// the note could not be made.
+int ending_noted(std::string_view how, int status);
+
 /// Ends the run with one line "butngain: run-time error: <what>", status 1.
 [[noreturn]] void run_time_error(std::string_view what);
 

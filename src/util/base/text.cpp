@@ -21,28 +21,6 @@ std::uint8_t byte_at(std::string_view text, std::size_t i) {
   return i < text.size() ? static_cast<std::uint8_t>(text[i]) : std::uint8_t{0};
 }
 
-// Bytes of the well-formed UTF-8 character that begins here; 0 where none does. Overlong forms,
-// surrogates and values beyond U+10FFFF are none: the bounds of the second byte keep them out.
-std::size_t utf8_length(std::string_view text) {
-  const std::uint8_t first = byte_at(text, 0);
-  std::uint8_t low = 0x80, high = 0xBF;
-  std::size_t length = 0;
-  if (first < 0x80) return 1;
-  if (first >= 0xC2 && first <= 0xDF) length = 2;
-  if (first >= 0xE0 && first <= 0xEF) length = 3;
-  if (first >= 0xF0 && first <= 0xF4) length = 4;
-  if (first == 0xE0) low = 0xA0;
-  if (first == 0xED) high = 0x9F;
-  if (first == 0xF0) low = 0x90;
-  if (first == 0xF4) high = 0x8F;
-  for (std::size_t i = 1; i < length; ++i) {
-    if (byte_at(text, i) < low || byte_at(text, i) > high) return 0;
-    low = 0x80;  // only the second byte is bounded more narrowly
-    high = 0xBF;
-  }
-  return length;
-}
-
 // U+0080..U+009F, written C2 80..C2 9F, are controls too: 9B alone begins what ESC [ begins.
 bool is_control(std::string_view text) {
   const std::uint8_t first = byte_at(text, 0);
@@ -72,6 +50,27 @@ void append_escaped(std::string& out, char c) {
 }
 
 }  // namespace
+
+// Overlong forms, surrogates and values beyond U+10FFFF are kept out by the bounds of the second byte.
+std::size_t utf8_length(std::string_view text) {
+  const std::uint8_t first = byte_at(text, 0);
+  std::uint8_t low = 0x80, high = 0xBF;
+  std::size_t length = 0;
+  if (first < 0x80) return 1;
+  if (first >= 0xC2 && first <= 0xDF) length = 2;
+  if (first >= 0xE0 && first <= 0xEF) length = 3;
+  if (first >= 0xF0 && first <= 0xF4) length = 4;
+  if (first == 0xE0) low = 0xA0;
+  if (first == 0xED) high = 0x9F;
+  if (first == 0xF0) low = 0x90;
+  if (first == 0xF4) high = 0x8F;
+  for (std::size_t i = 1; i < length; ++i) {
+    if (byte_at(text, i) < low || byte_at(text, i) > high) return 0;
+    low = 0x80;  // only the second byte is bounded more narrowly
+    high = 0xBF;
+  }
+  return length;
+}
 
 // Blanks only: that is what padded strings are padded with.
 std::string_view trim_right(std::string_view text) {

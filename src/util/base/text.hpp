@@ -51,6 +51,10 @@ struct fixed_text {
 /// note     a backslash is not doubled: an ordinary name is shown as it is, byte for byte
 std::string shown(std::string_view text);
 
+/// Bytes of the well-formed UTF-8 character that the text begins with; 0 where none does: also for
+/// overlong forms, surrogates and values beyond U+10FFFF.
+std::size_t utf8_length(std::string_view text);
+
 /// Removes one pair of surrounding quotes, single or double; the text itself when there is none.
 std::string_view unquote(std::string_view text);
 

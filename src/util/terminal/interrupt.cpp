@@ -53,11 +53,13 @@ void leave_interrupted() {
   } else {
     fmt::print(stderr, "{}: interrupted\n", program_name);
   }
+  constexpr int status = 130;  // what a shell shows for the signal
+  ending_noted("interrupted", status);
   struct sigaction by_default = {};
   by_default.sa_handler = SIG_DFL;
   sigaction(SIGINT, &by_default, nullptr);
   raise(SIGINT);
-  _exit(130);  // the signal is blocked: leave with the status that a shell would show
+  _exit(status);  // the signal is blocked
 }
 
 }  // namespace util

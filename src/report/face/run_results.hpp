@@ -63,22 +63,24 @@ struct bpm_row {
 /// A question of the dialog and what was answered.
 struct answered {
   std::string question, answer;
+  std::string given{};  ///< how: "terminal", "pipe", "option" or "default"
 };
 
 /// A file that was read.
 struct input_file {
   std::string path;
   std::uint64_t size = 0;  ///< [bytes]
-  std::string sha256;      ///< 64 hexadecimal digits
+  std::string sha256{};    ///< 64 hexadecimal digits
 };
 
 /// How and when a run was made: run.json.
 struct run_info {
   std::string version, build, host, directory, working_directory, command;
-  std::string started;             ///< local time with its offset, ISO 8601
-  std::vector<answered> dialog;    ///< in the order asked
-  std::vector<input_file> inputs;  ///< in the order read
-  std::vector<input_file> tables;  ///< position tables, calibration lists, chamber files
+  std::vector<std::string> arguments;  ///< of the command line; of a repeated run that run's
+  std::string started;                 ///< local time with its offset, ISO 8601
+  std::vector<answered> dialog;        ///< in the order asked
+  std::vector<input_file> inputs;      ///< in the order read
+  std::vector<input_file> tables;      ///< position tables, calibration lists, chamber files
   std::vector<std::pair<std::string, std::string>> site_paths;  ///< name, expanded value
   std::vector<std::pair<std::string, double>> seconds;          ///< wall time of each stage
   std::string title;              ///< the data in words: "runs 4566, 4567, 1000 orbits"

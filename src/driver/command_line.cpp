@@ -3,15 +3,20 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "dialog_options.hpp"
 #include "fault.hpp"
+#include "run_json.hpp"
 #include "run_time.hpp"
 #include "site.hpp"
+#include "text.hpp"
 
 namespace driver {
 namespace {
@@ -55,9 +60,55 @@ void add_dialog_options(CLI::App& app, std::vector<std::vector<std::string>>& va
   }
 }
 
-}  // namespace
+// What a shell would have to be given to make this word.
+std::string quoted(const std::string& word) {
+  constexpr std::string_view plain =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-+=.,:/@%^";
+  if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) return word;
+  std::string text = "'";
+  for (const char c : word) text += c == '\'' ? std::string{"'\\''"} : std::string(1, c);
+  return text + "'";
+}
 
-session_options read_command_line(int count, const char* const* arguments) {
+std::string command_of(const std::vector<std::string>& arguments) {
+  std::string line = "butngain";
+  for (const std::string& word : arguments) line += " " + quoted(word);
+  return line;
+}
+
+// A record says all that the command line of its run said. Only where the results go is chosen anew.
+void refuse_beside_repeat(const CLI::App& app) {
+  for (const CLI::Option* option : app.get_options()) {
+    const std::string name = option->get_name();
+    if (option->count() == 0 || name == "--repeat" || name == "--output") continue;
+    refuse(name + " cannot be given with --repeat, which takes it from the record");
+  }
+}
+
+session_options parse(const std::vector<std::string>& arguments);
+
+// The options of the recorded run, with the places of this one.
+session_options options_of_record(const session_options& asked) {
+  auto record = report::read_run_json(asked.repeat);
+  if (!record) {
+    fmt::print(stderr, "butngain: --repeat: {}\n", util::shown(util::line_of(record.why)));
+    util::stop_program(usage_error);
+  }
+  const std::vector<std::string> recorded = record->info.arguments;
+  // Its own --repeat would lead on to another record; ours hold none.
+  if (std::any_of(recorded.begin(), recorded.end(),
+                  [](const std::string& word) { return word.starts_with("--repeat"); })) {
+    refuse("--repeat: " + asked.repeat + " names another record");
+  }
+  session_options options = parse(recorded);
+  options.output = asked.output;
+  options.command = asked.command;
+  options.repeat = asked.repeat;
+  options.repeated = std::move(record->info);
+  return options;
+}
+
+session_options parse(const std::vector<std::string>& arguments) {
   CLI::App app(about, "butngain");
   app.set_version_flag("--version", fmt::format("butngain {}", site::version));
   app.get_version_ptr()->description("Print the version and exit");
@@ -76,21 +127,34 @@ session_options read_command_line(int count, const char* const* arguments) {
       ->type_name("a4|letter");
   app.add_option("--output", options.output, "Where the run's files go; made where it is missing")
       ->type_name("DIR");
+  app.add_option("--repeat", options.repeat, "Make the run of this record (run.json) once more")
+      ->type_name("FILE");
   app.add_flag("--batch", batch, "Ask nothing: take the defaults of questions without an option");
   add_dialog_options(app, answers);
   try {
-    app.parse(count, arguments);
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));  // last one first
   } catch (const CLI::Success& asked) {  // the library's way to tell of --help and --version
     app.exit(asked);
     util::stop_program(0);
   } catch (const CLI::ParseError& fault) {
     refuse(fault.what());
   }
+  options.arguments = arguments;
+  options.command = command_of(arguments);
+  if (!options.repeat.empty()) {
+    refuse_beside_repeat(app);
+    return options_of_record(options);
+  }
   auto dialog = prepare_dialog(answers, batch);
   if (!dialog) refuse(util::line_of(dialog.why));
   options.dialog = std::move(*dialog);
-  options.arguments.assign(arguments + 1, arguments + count);
   return options;
+}
+
+}  // namespace
+
+session_options read_command_line(int count, const char* const* arguments) {
+  return parse({arguments + 1, arguments + count});
 }
 
 }  // namespace driver

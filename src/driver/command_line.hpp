@@ -1,9 +1,11 @@
 // The command line: what no dialog can know of, and answers to its questions given beforehand.
 #pragma once
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "prepared_answers.hpp"
+#include "run_results.hpp"
 
 namespace driver {
 
@@ -15,7 +17,11 @@ struct session_options {
   std::string pdf;                 ///< "a4" or "letter": gains.pdf is wanted; empty: it is not
   std::string output;              ///< directory that the run's files go to; empty: the working one
   util::prepared_dialog dialog;    ///< answers to its questions
-  std::vector<std::string> arguments;  ///< as given, without the program's name
+  std::string command;             ///< the whole line, as a shell takes it
+  std::vector<std::string>
+      arguments;       ///< without the program's name; of a run that is repeated its own
+  std::string repeat;  ///< the record of a run to be repeated; empty: none
+  std::optional<report::run_info> repeated;  ///< what it says
 };
 
 /// Returns when the session is to begin; otherwise the process ends: --help and --version print

@@ -16,6 +16,7 @@
 #include "fault.hpp"
 #include "fields.hpp"
 #include "file_units.hpp"
+#include "files_read.hpp"
 #include "gain_fit_mod.hpp"
 #include "get_fake_data.hpp"
 #include "get_orbit_data.hpp"
@@ -24,7 +25,9 @@
 #include "plot_gains.hpp"
 #include "prepared_answers.hpp"
 #include "progress.hpp"
+#include "repeat_run.hpp"
 #include "result_files.hpp"
+#include "run_record.hpp"
 #include "run_summaries.hpp"
 #include "run_time.hpp"
 #include "session_state.hpp"
@@ -132,6 +135,7 @@ void take_chamber(session_state& s, const std::string& path) {
     fmt::print(stderr, "butngain: --chamber: {}\n", util::line_of(chamber.why));
     util::stop_program(2);
   }
+  util::note_file_read(path, util::read_as::table);
   s.stand_in = std::move(*chamber);
 }
 
@@ -164,13 +168,16 @@ void tell_unused_options() {
 int run_session(const session_options& options) {
   util::show_long_steps();
   static session_state s;  // too large for the stack; there is one session in a process
-  take_chamber(s, options.chamber);
   s.list_orbits = options.list_orbits;
   s.list_coefficients = options.list_coefficients;
   s.pdf = options.pdf;
   take_output(options.output);
   util::prepared = options.dialog;
+  if (options.repeated) prepare_repeat(*options.repeated, options.repeat);
+  take_chamber(s, options.chamber);
   create_output_directory(s.directory);
+  s.results.info.directory = util::output_path(std::string{s.directory.trimmed()});
+  begin_record(s.results, options);
   fit::expert = false;
 
   const char answer = util::ask_letter(" TBT data (T), Orbit data(O) or fake data (F) ? ");
@@ -188,6 +195,7 @@ int run_session(const session_options& options) {
   s.just_one = fit::bpm > 0;
   open_file_list(s);
 
+  begin_stage("fit");
   treat_bpms(s);
 
   s.file_list = {};
@@ -195,8 +203,10 @@ int run_session(const session_options& options) {
   output::close_bpm_raw_data();
   output::close_run_summaries();
   util::print_line(std::string{"output written to directory "}.append(s.directory.trimmed()));
+  begin_stage("results");
   write_results(s);
   tell_summary(s);
+  begin_stage("plot");
   plot_gains(s.bpm_max, s.bpm_min, s.bpm_gain, s.bpm_mat, s.plotted,
              std::string{s.directory.trimmed()}, plot_title(s));
   tell_unused_options();

@@ -241,6 +241,7 @@ void treat_bpm(session_state& s, const output::run_record& run) {
 // What was fitted is worth as much as in a run that came to its end.
 [[noreturn]] void leave(session_state& s) {
   s.interrupted = true;
+  s.results.info.ended = "interrupted";
   write_results(s);
   util::leave_interrupted();
 }

@@ -73,8 +73,8 @@ void show_text(canvas& c, const std::string& text, point place, const text_style
 
 }  // namespace
 
-void canvas::closer::operator()(_cairo* pen) const { cairo_destroy(pen); }
-void canvas::closer::operator()(_cairo_surface* sheet) const { cairo_surface_destroy(sheet); }
+void canvas::closer::operator()(_cairo* held) const { cairo_destroy(held); }
+void canvas::closer::operator()(_cairo_surface* held) const { cairo_surface_destroy(held); }
 
 canvas open_canvas(medium kind, double width, double height, double scale) {
   canvas c;

@@ -48,8 +48,8 @@ struct placed_text {
 
 struct canvas {
   struct closer {
-    void operator()(_cairo* pen) const;
-    void operator()(_cairo_surface* sheet) const;
+    void operator()(_cairo* held) const;
+    void operator()(_cairo_surface* held) const;
   };
   chart::medium medium = medium::svg;
   double width = 0, height = 0;        ///< [points]

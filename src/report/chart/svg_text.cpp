@@ -156,7 +156,7 @@ void append_text(std::string& out, const placed_text& t) {
   constexpr std::array anchors{"start", "middle", "end"};
   const auto anchor = static_cast<std::size_t>(std::lround(2 * t.style.at));
   const auto put = std::back_inserter(out);
-  fmt::format_to(put, "<text x=\"{:.1f}\" y=\"{:.1f}\" font-size=\"{}\"", t.place.x, t.place.y,
+  fmt::format_to(put, R"(<text x="{:.1f}" y="{:.1f}" font-size="{}")", t.place.x, t.place.y,
                  t.style.size);
   if (anchor > 0)
     fmt::format_to(put, " text-anchor=\"{}\"", anchors[std::min<std::size_t>(anchor, 2)]);

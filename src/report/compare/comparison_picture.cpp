@@ -13,7 +13,6 @@ namespace report {
 namespace {
 
 using chart::ink;
-using chart::point;
 
 constexpr double cell_width = 150, cell_height = 128;  // [points]
 constexpr double margin = 16, axis_room = 40, title_size = 10;

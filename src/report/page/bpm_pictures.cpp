@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
-#include <numeric>
+#include <iterator>
+#include <numbers>
 #include <vector>
 
 #include "panel.hpp"
@@ -182,7 +184,8 @@ void draw_histogram(chart::canvas& c, const chart::panel& p, const std::vector<p
     if (bin >= 0 && bin < n_bins) ++count[static_cast<std::size_t>(bin)];
   }
   const double step = (p.y.high - p.y.low) / n_bins;
-  const double peak = static_cast<double>(points.size()) * step / (rms * std::sqrt(2 * M_PI));
+  const double peak =
+      static_cast<double>(points.size()) * step / (rms * std::sqrt(2 * std::numbers::pi));
   const double scale = longest / std::max(*std::max_element(count.begin(), count.end()), peak);
   const double edge = p.left + p.width + 4;
   std::vector<point> curve;
@@ -343,7 +346,8 @@ void draw_strip(chart::canvas& c, const chart::panel& p, const std::vector<stret
     band.push_back(at(s.middle, s.high));
     line.push_back(at(s.middle, s.mean));
   }
-  for (auto s = all.rbegin(); s != all.rend(); ++s) band.push_back(at(s->middle, s->low));
+  std::transform(all.rbegin(), all.rend(), std::back_inserter(band),
+                 [&at](const stretch& s) { return at(s.middle, s.low); });
   fill_area(c, band, chart::button_inks[button], 0.35);
   draw_lines(c, line, chart::button_inks[button], 1.2);
 }

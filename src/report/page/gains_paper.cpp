@@ -12,7 +12,6 @@ namespace report {
 namespace {
 
 using chart::ink;
-using chart::point;
 
 constexpr double reduced = 0.72;         // so that a hundred BPMs take two pages
 constexpr double margin = 42 / reduced;  // 15 mm: what printers leave free [points]

@@ -214,7 +214,7 @@ overview lay_out(const run_results& run, double width) {
   const auto most = std::max<std::size_t>(static_cast<std::size_t>(room / least_pitch), 1);
   o.rows = (n + most - 1) / most;
   o.in_row = (n + o.rows - 1) / o.rows;
-  const double columns = static_cast<double>(o.in_row);
+  const auto columns = static_cast<double>(o.in_row);
   const double needed = left_margin + columns * most_pitch + right_margin;
   o.width = std::min(std::max(needed, least_width), width);
   o.pitch = (o.width - left_margin - right_margin) / columns;

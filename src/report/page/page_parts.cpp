@@ -52,12 +52,12 @@ void add_fact(std::string& out, std::string_view name, std::string_view value) {
 
 std::string counts_list(const run_results& run) {
   std::string out = "<ul class=\"counts\">";
-  for (auto word = verdicts_by_need.rbegin(); word != verdicts_by_need.rend(); ++word) {
-    const std::size_t count = count_of(run, *word);
-    if (count == 0 && *word != verdict::determined) continue;
+  for (const verdict word : verdicts_by_worth) {
+    const std::size_t count = count_of(run, word);
+    if (count == 0 && word != verdict::determined) continue;
     fmt::format_to(std::back_inserter(out),
-                   "<li class=\"{}\"><b>{}</b><span class=\"word\">{}</span></li>", class_of(*word),
-                   count, text_of(*word));
+                   R"(<li class="{}"><b>{}</b><span class="word">{}</span></li>)", class_of(word),
+                   count, text_of(word));
   }
   return out + "</ul>\n";
 }
@@ -73,7 +73,7 @@ std::string names_of(const std::vector<input_file>& files) {
 }
 
 std::string table_head() {
-  std::string out = "<thead><tr><th class=\"t\">BPM</th><th>index</th><th class=\"t\">verdict</th>";
+  std::string out = R"(<thead><tr><th class="t">BPM</th><th>index</th><th class="t">verdict</th>)";
   for (std::size_t k = 0; k < 4; ++k) {
     fmt::format_to(std::back_inserter(out), "<th class=\"c{}\">t {}</th>", k + 1,
                    chart::button_names[k]);
@@ -85,7 +85,7 @@ std::string table_head() {
 }
 
 std::string table_row(const bpm_row& row) {
-  std::string out = fmt::format("<tr class=\"{}\"><td class=\"t\">{}</td><td>{}</td>",
+  std::string out = fmt::format(R"(<tr class="{}"><td class="t">{}</td><td>{}</td>)",
                                 class_of(row.verdict), link_to(row), row.bpm);
   out += text_cell(text_of(row.verdict), "t word");
   for (const double t : row.gain) out += cell(t, "{:.5f}");
@@ -94,7 +94,7 @@ std::string table_row(const bpm_row& row) {
   out += cell(row.noise, "{:.1e}") + cell(row.fit_distance, "{:.1e}");
   out += cell(row.mean_x_mm, "{:.3f}") + cell(row.mean_y_mm, "{:.3f}");
   out += cell(row.sd_x_mm, "{:.3f}") + cell(row.sd_y_mm, "{:.3f}");
-  return out + text_cell(row.reason, "t why") + "</tr>\n";
+  return out + text_cell(reason_of(row), "t why") + "</tr>\n";
 }
 
 // The numbers of one BPM, a line a button.
@@ -117,7 +117,7 @@ std::string button_table(const bpm_row& row) {
 }
 
 std::string fold_out(const bpm_row& row, std::size_t most_points) {
-  std::string rest = row.reason.empty() ? "" : fmt::format(": {}", row.reason);
+  std::string rest = reason_of(row).empty() ? "" : fmt::format(": {}", reason_of(row));
   if (std::isfinite(row.error)) rest += fmt::format("; E {:.1e}", row.error);
   std::string out = fmt::format(
       "<details id=\"bpm-{}\" class=\"{}\"><summary><span class=\"name\">{}</span> "

@@ -43,13 +43,17 @@ bool can_be_loaded(const bpm_row& row) {
   return row.verdict == verdict::determined && row.stays.empty();
 }
 
+const std::string& reason_of(const bpm_row& row) {
+  return row.verdict == verdict::determined && row.reason.empty() ? row.stays : row.reason;
+}
+
 std::vector<look_group> bpms_to_look_at(const run_results& run) {
   std::vector<look_group> groups;
   for (const verdict word : verdicts_by_need) {
     const std::size_t first = groups.size();
     for (const bpm_row& row : run.bpm) {
       if (row.verdict != word || can_be_loaded(row)) continue;
-      const std::string& reason = word == verdict::determined ? row.stays : row.reason;
+      const std::string& reason = reason_of(row);
       const auto same =
           std::find_if(groups.begin() + static_cast<std::ptrdiff_t>(first), groups.end(),
                        [&reason](const look_group& g) { return g.reason == reason; });
@@ -95,11 +99,11 @@ std::string how_it_ended(const run_info& info) {
 
 std::string counts_in_words(const run_results& run) {
   std::string text;
-  for (auto word = verdicts_by_need.rbegin(); word != verdicts_by_need.rend(); ++word) {
-    const std::size_t count = count_of(run, *word);
+  for (const verdict word : verdicts_by_worth) {
+    const std::size_t count = count_of(run, word);
     if (count == 0) continue;
     if (!text.empty()) text += ", ";
-    text += fmt::format("{} {}", count, text_of(*word));
+    text += fmt::format("{} {}", count, text_of(word));
   }
   return text;
 }

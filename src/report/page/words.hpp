@@ -21,10 +21,18 @@ inline constexpr std::array verdicts_by_need{verdict::suspect, verdict::not_dete
                                              verdict::weak, verdict::not_fitted,
                                              verdict::determined};
 
+/// And from best to worst, as they are counted.
+inline constexpr std::array verdicts_by_worth{verdict::determined, verdict::not_fitted,
+                                              verdict::weak, verdict::not_determined,
+                                              verdict::suspect};
+
 std::size_t count_of(const run_results& run, verdict word);
 
 /// Whether gains.load has new coefficients for it: it is determined, and nothing else keeps the old.
 bool can_be_loaded(const bpm_row& row);
+
+/// Why it needs a look: behind its verdict, or, where that is good, why old coefficients stay.
+const std::string& reason_of(const bpm_row& row);
 
 /// BPMs whose gains are not loaded, and that share verdict and reason.
 struct look_group {

@@ -51,7 +51,7 @@ TEST(gains_load, what_is_not_determined_keeps_its_value_and_says_so) {
   const report::bpm_row unknown = row(121, report::verdict::not_fitted);
   const std::string text = report::gains_load_text({loaded, kept, unknown}, "run 1");
   for (const char* line :
-       {"# 1 of 3 BPMs determined: gains of 1 BPM to load, largest change +5 %: 1 (B1) BI\n",
+       {"# 1 of 3 BPMs determined: gains of 1 BPM to load, largest change +5 % (B1 BI)\n",
         "    1 B1           BI                1         1.05   +5.0000    0.0400  load\n",
         "    1 B1           TI              1.2          1.2   +0.0000    0.0400  load\n",
         "    2 B2           BI              1.5          1.5   +0.0000         -  keep  # suspect: "

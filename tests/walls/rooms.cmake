@@ -140,3 +140,10 @@ wall(butngain_compare butngain_page_interior overview.hpp)
 foreach(room page compare chart report_files)
   blind(butngain_${room} gain_fit_mod.hpp)
 endforeach()
+
+# What is made of a run stands on its rows alone.
+door(butngain_report_files run_results.hpp)
+wall(butngain_report_files butngain_fit_context gain_fit_mod.hpp)
+wall(butngain_report_files butngain_calibration calibration.hpp)
+wall(butngain_report_files butngain_driver session_state.hpp)
+wall(butngain_report_files butngain_terminal terminal.hpp)

@@ -33,7 +33,7 @@ four new_coefficients(const four& old, const four& gain, bool divided);
 /// Whether the BPM's coefficients are to be loaded.
 bool is_loaded(const bpm_row& row);
 
-/// In words: "gains of 8 BPMs to load, largest change +7.9 %: 1 (X5C) TI", or "nothing to load".
+/// In words: "gains of 8 BPMs to load, largest change +7.9 % (X5C TI)", or "nothing to load".
 std::string what_to_load(const std::vector<bpm_row>& rows);
 
 /// gains.load as text: a line for each button, those of BPMs whose old value stays too.

@@ -60,10 +60,10 @@ std::string what_to_load(const std::vector<bpm_row>& rows) {
       const double change = row.new_coefficient[k] / old_of(row, k) - 1;
       if (!where.empty() && std::abs(change) <= std::abs(largest)) continue;
       largest = change;
-      where = fmt::format("{} ({}) {}", row.bpm, row.name, button_names[k]);
+      where = fmt::format("{} {}", row.name, button_names[k]);
     }
   }
-  return fmt::format("gains of {} BPM{} to load, largest change {:+.2g} %: {}", loaded,
+  return fmt::format("gains of {} BPM{} to load, largest change {:+.2g} % ({})", loaded,
                      loaded == 1 ? "" : "s", 100 * largest, where);
 }
 

@@ -30,6 +30,8 @@ chamber drawing_of(battery_chamber which) {
   return std::move(*parsed);
 }
 
+}  // namespace
+
 // Tables are made once, when the first kind asks for them.
 const nonlin_bpm_mod::table_struct& table_for(battery_chamber which) {
   // References into a map stay valid when it grows, which those into a vector would not.
@@ -48,9 +50,12 @@ std::shared_ptr<const solved_chamber> passed_by(const battery_kind& kind) {
   return solve(*real);
 }
 
-// One fresh BPM: its number chooses gains, pedestals, slopes, motion and noise.
-run_signals make_run(const battery_kind& kind, const std::shared_ptr<const solved_chamber>& chamber,
-                     std::uint64_t seed, int bpm, const battery_setup& s) {
+namespace {
+
+// The run of one fresh BPM, described: its number chooses gains, pedestals, slopes, motion, noise.
+beam_run describe_run(const battery_kind& kind,
+                      const std::shared_ptr<const solved_chamber>& chamber, std::uint64_t seed,
+                      int bpm, const battery_setup& s) {
   beam_run run;
   run.chamber = chamber;
   run.beam = kind.beam;
@@ -71,12 +76,64 @@ run_signals make_run(const battery_kind& kind, const std::shared_ptr<const solve
     run.beam.current.slope_y = allowed_slope * normal(stream);
   }
   run.electronics = make_electronics(e, seed, bpm);
+  return run;
+}
+
+// The same run in one of its stretches, the ix-th from 1; `pedestals` drew those that are left.
+beam_run in_stretch(const beam_run& whole, const stretch& part, double sum_of_parts, int ix,
+                    const bpm_electronics& pedestals) {
+  beam_run run = whole;
+  run.orbits = std::max(1, static_cast<int>(std::lround(whole.orbits * part.part / sum_of_parts)));
+  run.bunch = ix;  // random numbers of its own
+  for (plane* p : {&run.beam.x, &run.beam.y}) {
+    p->spread *= part.motion;
+    p->amplitude *= part.motion;
+  }
+  run.beam.x.orbit += part.x;
+  run.beam.y.orbit += part.y;
+  run.electronics.signal *= part.current;
+  run.electronics.noise /= part.current;  // in parts of the signal
+  run.electronics.pedestal_left = pedestals.pedestal_left;
+  return run;
+}
+
+run_signals simulate_or_end(const beam_run& run, const std::string& name) {
   auto made = simulate(run);
-  if (!made) util::run_time_error(kind.name + ": " + util::line_of(made.why));
+  if (!made) util::run_time_error(name + ": " + util::line_of(made.why));
   return std::move(*made);
 }
 
+template <class T>
+void append(std::vector<T>& to, const std::vector<T>& from) {
+  to.insert(to.end(), from.begin(), from.end());
+}
+
 }  // namespace
+
+battery_run make_run(const battery_kind& kind, const std::shared_ptr<const solved_chamber>& chamber,
+                     std::uint64_t seed, int bpm, const battery_setup& s) {
+  const beam_run whole = describe_run(kind, chamber, seed, bpm, s);
+  if (kind.stretches.empty()) return {simulate_or_end(whole, kind.name), {}};
+  double parts = 0;
+  for (const stretch& part : kind.stretches) parts += part.part;
+  battery_run joined;
+  bpm_electronics pedestals = whole.electronics;
+  for (std::size_t i = 0; i < kind.stretches.size(); ++i) {
+    const stretch& part = kind.stretches[i];
+    // Another seed for the pedestals alone: the gains stay those of the BPM.
+    if (part.new_pedestals) pedestals = make_electronics(kind.electronics, seed + 500 + i, bpm);
+    const run_signals made = simulate_or_end(
+        in_stretch(whole, part, parts, static_cast<int>(i) + 1, pedestals), kind.name);
+    if (part.new_set || i == 0) {
+      joined.set_start.push_back(static_cast<int>(joined.made.signal.size()));
+    }
+    append(joined.made.signal, made.signal);
+    append(joined.made.at, made.at);
+    append(joined.made.intensity, made.intensity);
+    joined.made.true_gain = joined.made.mean_gain = made.true_gain;
+  }
+  return joined;
+}
 
 kind_result run_kind(const battery_kind& kind, std::size_t ix_kind, const battery_setup& s) {
   const auto chamber = passed_by(kind);
@@ -89,8 +146,9 @@ kind_result run_kind(const battery_kind& kind, std::size_t ix_kind, const batter
   for (int bpm = 1; bpm <= s.bpms; ++bpm) {
     // Kinds get seeds of their own, so that no two share their noise; 1000 exceeds the number of
     // kinds.
-    const judged_run judged =
-        judge(make_run(kind, chamber, 1000 * s.seed + ix_kind, bpm, s), known);
+    const battery_run run = make_run(kind, chamber, 1000 * s.seed + ix_kind, bpm, s);
+    known.set_start = run.set_start;
+    const judged_run judged = judge(run.made, known);
     const auto& verdict = judged.record.verdict;
     // A run that was given up before the fits were judged carries its verdict over to them.
     const auto& of_fits = judged.record.fits_verdict.value_or(verdict);

@@ -10,13 +10,22 @@
 #include <string_view>
 #include <vector>
 
-#include "beam.hpp"
-#include "chamber.hpp"
-#include "electronics.hpp"
+#include "beam_run.hpp"
+#include "nonlin_bpm_mod.hpp"
 
 namespace sim {
 
 enum class battery_chamber { round, ellipse, racetrack };
+
+/// A stretch of a run that goes on otherwise than the one before.
+struct stretch {
+  double part = 1;             // of the orbits, in parts of the other stretches'
+  double motion = 1;           // factor on spreads and amplitudes
+  double current = 1;          // factor
+  double x = 0, y = 0;         // added to the closed orbit [m]
+  bool new_set = false;        // a data set of its own begins here
+  bool new_pedestals = false;  // that have been subtracted anew: what is left differs
+};
 
 /// One kind of run.
 struct battery_kind {
@@ -27,6 +36,7 @@ struct battery_kind {
   chamber_change change{};
   battery_chamber chamber = battery_chamber::round;
   int orbits = 1000;
+  std::vector<stretch> stretches;  // none: the run is one piece
   bool draw_allowances = false;  // pedestals and slopes are drawn from what the calibration allows
 };
 
@@ -55,6 +65,22 @@ struct kind_result {
 
 /// An error above this, called determined, is a false word [-].
 inline constexpr double false_above = 2e-3;
+
+/// What a BPM of a kind reads.
+struct battery_run {
+  run_signals made;
+  std::vector<int> set_start;  // first orbit of every data set; empty: all are one
+};
+
+/// The chamber that the beam of a kind passes, and the table of the one that was drawn.
+std::shared_ptr<const solved_chamber> passed_by(const battery_kind& kind);
+const nonlin_bpm_mod::table_struct& table_for(battery_chamber which);
+
+/// The run of one fresh BPM.
+/// given    chamber  passed_by(kind)
+///          seed     with the BPM's number it chooses the random numbers
+battery_run make_run(const battery_kind& kind, const std::shared_ptr<const solved_chamber>& chamber,
+                     std::uint64_t seed, int bpm, const battery_setup& s);
 
 /// Runs one kind; ix_kind chooses the random numbers.
 kind_result run_kind(const battery_kind& kind, std::size_t ix_kind, const battery_setup& s);

@@ -1,50 +1,12 @@
-// The kinds of the battery. Noise is 1e-4 of a centred signal and the beam moves by +-5 mm unless a
-// kind says otherwise.
+// The kinds of the battery that have one trouble, or none.
 #include <fmt/format.h>
 
-#include <functional>
 #include <utility>
 
-#include "battery.hpp"
+#include "kind_words.hpp"
 
 namespace sim {
 namespace {
-
-using kinds = std::vector<battery_kind>;
-using change_of_kind = std::function<void(battery_kind&)>;
-
-void add(kinds& all, bool sound, const std::string& name, const change_of_kind& change) {
-  battery_kind kind;
-  kind.name = name;
-  kind.sound = sound;
-  kind.electronics.noise = 1e-4;
-  change(kind);
-  all.push_back(std::move(kind));
-}
-
-// Closed orbit [mm].
-void orbit(battery_kind& kind, double x, double y) {
-  kind.beam.x.orbit = x * mm;
-  kind.beam.y.orbit = y * mm;
-}
-
-// Random motion, half width or rms [mm].
-void motion(battery_kind& kind, double x, double y) {
-  kind.beam.x.spread = x * mm;
-  kind.beam.y.spread = y * mm;
-}
-
-void oscillation(battery_kind& kind, double amplitude) {
-  motion(kind, 0, 0);
-  kind.beam.x.amplitude = kind.beam.y.amplitude = amplitude * mm;
-  kind.beam.x.tune = 0.31;
-  kind.beam.y.tune = 0.22;
-}
-
-void gaussian(battery_kind& kind, double rms) {
-  motion(kind, rms, rms);
-  kind.beam.x.shape = kind.beam.y.shape = distribution::gaussian;
-}
 
 // --- sound runs ---------------------------------------------------------------------------------
 
@@ -229,7 +191,7 @@ void add_pedestals(kinds& all) {
     k.beam.current.slope_y = -1e-3 / (5 * mm);
     orbit(k, 5, 3);
   });
-  add(all, false, "two populations of different current",
+  add(all, true, "two populations of different current",
       [](battery_kind& k) { k.beam.second = {.part = 0.3, .x = 4 * mm, .y = 0, .current = 0.8}; });
 }
 
@@ -319,7 +281,7 @@ void add_poor_motion(kinds& all) {
     motion(k, 0.01, 0.01);
     orbit(k, 5, 3);
   });
-  add(all, false, "motion +-2 mm at (8, 0) mm", [](battery_kind& k) {
+  add(all, true, "motion +-2 mm at (8, 0) mm", [](battery_kind& k) {
     orbit(k, 8, 0);
     motion(k, 2, 2);
   });
@@ -382,12 +344,17 @@ void add_poor_motion(kinds& all) {
 
 }  // namespace
 
-std::vector<battery_kind> battery_kinds() {
-  kinds all;
+void add_plain_kinds(kinds& all) {
   for (const auto add_some : {add_orbits, add_motions, add_currents, add_readouts, add_chambers,
                               add_pedestals, add_changing_gains, add_buttons, add_poor_motion}) {
     add_some(all);
   }
+}
+
+std::vector<battery_kind> battery_kinds() {
+  kinds all;
+  add_plain_kinds(all);
+  add_mixed_kinds(all);
   return all;
 }
 

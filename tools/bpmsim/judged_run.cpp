@@ -163,6 +163,7 @@ judged_run judge(const run_signals& made, const knowledge& known) {
   run.table = known.table;
   run.sigma_p = known.sigma_p;
   run.exact_table = known.exact_table;
+  run.set_start = known.set_start;
   if (known.with_fits) run.fits = fit_as_session(columns);
 
   judged_run judged;

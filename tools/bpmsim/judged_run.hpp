@@ -29,6 +29,7 @@ struct knowledge {
   double sigma_p = calibration::pedestals_subtracted;   ///< of the pedestals [median signal]
   bool exact_table = false;                             ///< no allowances
   bool with_fits = true;                                ///< the four fits are wanted
+  std::vector<int> set_start = {};                      ///< as in calibration::bpm_run
 };
 
 /// Errors of the three ratios, ln(t_k/t_1) - truth, k = 2..4 [-].

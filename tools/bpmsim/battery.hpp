@@ -43,10 +43,15 @@ struct battery_kind {
 /// All kinds, in the order in which they are shown.
 std::vector<battery_kind> battery_kinds();
 
+/// Kinds drawn at random, each from the seed and its number: sound ones, and such with one or two
+/// troubles. Nobody can have chosen a limit for them.
+std::vector<battery_kind> random_kinds(int n, std::uint64_t seed);
+
 struct battery_setup {
   int bpms = 25;          // of each kind
   double sigma_p = 3e-4;  // what is said to be known of the pedestals, in parts of the signal
   std::uint64_t seed = 1;
+  int random = 0;    // above 0: so many random kinds in place of the others
   std::string only;  // kinds whose name contains this; empty: all
 };
 

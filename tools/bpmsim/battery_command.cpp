@@ -57,7 +57,8 @@ int run_battery(const sim::battery_setup& s) {
       "      rms    worst        E  usual reason");
   totals sum;
   std::size_t ix_kind = 0;
-  for (const sim::battery_kind& kind : sim::battery_kinds()) {
+  const auto all = s.random > 0 ? sim::random_kinds(s.random, s.seed) : sim::battery_kinds();
+  for (const sim::battery_kind& kind : all) {
     // Counted before the choice by name: a kind alone meets the same random numbers as among all.
     ++ix_kind;
     if (kind.name.find(s.only) == std::string::npos) continue;
@@ -96,6 +97,8 @@ void add_battery(CLI::App& app, int& status) {
   add_real({&sub}, "--known", s->sigma_p,
            "what is said to be known of the pedestals, in parts of the signal");
   add_seed({&sub}, "--seed", s->seed, "chooses the random numbers");
+  add_whole({&sub}, "--random", s->random,
+            "so many kinds drawn at random instead of the usual ones");
   options::add_text({&sub}, "--only", s->only, "kinds whose name contains this");
   sub.callback([s, &status] {
     refuse_if(s->bpms < 1 ? "at least 1 BPM is needed" : "");

@@ -5,6 +5,7 @@
 
 #include "input_check.hpp"
 #include "one_fit.hpp"
+#include "trouble_test.hpp"
 
 namespace calibration {
 namespace {
@@ -17,11 +18,14 @@ constexpr double pedestal_limit = 13;   // chi-square of four pedestals: 1e-2 by
 // By how much a steady intensity must better the error to be worth its assumption: a jitter far
 // above the noise adds little, and may hide a current that goes with the place.
 constexpr double worth_it = 0.85;
-// Gains with open pedestals must be this good for the data to contradict wrong knowledge of them.
-constexpr double checked_to = 3.5e-3;
+// A slope of the current this far beyond what a steady current may have is none: chi-square of two.
+constexpr double slope_limit = 13;
+// Knowledge of the pedestals is a promise. Gains with open pedestals may be this far off, so many
+// standard deviations included, for the data to hold it to account.
+constexpr double checked_to = 2.5e-3;
+constexpr double checked_sigmas = 1.5;
 constexpr double noise_sigmas = 2.5;
-// What the harmonics beyond the fourth may do to a gain, at the place where X^2 + Y^2 = 1: buttons
-// 1.5 degrees off and an ellipse of 3 % together gave 1.4e-3 at (14, 10) mm in a 45 mm pipe.
+// What the harmonics beyond the fifth may do to a gain, at the place where X^2 + Y^2 = 1.
 constexpr double left_out_harmonics = 0.15;
 // Places whose spread across is this part of that along lie on a line: the fit then has more than
 // one minimum, and the error figure knows of one alone.
@@ -35,8 +39,14 @@ constexpr double stand_in_error = 4e-4;
 constexpr double largest_log_gain = 0.5;
 constexpr double most_outliers = 0.05;
 constexpr double most_at_edge = 0.02;
-constexpr double halves_sigmas = 5;
-constexpr double halves_least = 5e-4;
+// A chi-square of three, and the least change of a gain ratio that hurts.
+constexpr double change_limit = 30;
+constexpr double least_change = 1e-3;
+// A chi-square of one: certain, or likely and of an effect that hurts.
+constexpr double bent_limit = 20, bent_likely = 9;
+constexpr double least_bent = 3e-4, bent_hurts = 1e-3;
+// Pedestals of a data set, in parts of what is said to be known of them.
+constexpr double set_pedestal_limit = 3;
 // A button off by a tolerance dx along the wall of a pipe of radius R: 1.1 dx/R of its gain ratio.
 constexpr double mechanical_factor = 1.1;
 
@@ -64,35 +74,41 @@ double pedestal_chi_square(const fit_result& wide, double sigma_p) {
   return chi_square;
 }
 
-// The ratio's own covariance: the common factor of the gains is the intensity's, and says nothing.
-double ratio_variance(const button_square& c, int k) { return c(k, k) + c(1, 1) - 2 * c(k, 1); }
+bool moves_in_time(const trouble_size& t) {
+  return t.kind == trouble_kind::drift || t.kind == trouble_kind::bend ||
+         t.kind == trouble_kind::step;
+}
 
-// Calibrates the halves of the run alone, from where the chosen fit ended.
-void compare_halves(const fit_state& state, const fit_setting& setting, std::size_t n, record& r) {
-  fit_state early = part_of(state, 0, n / 2);
-  fit_state late = part_of(state, n / 2, n);
-  const fit_result a = run_fit(early, setting);
-  const fit_result b = run_fit(late, setting);
-  // Half of the orbits may be too little where the whole was enough: that accuses no gain.
-  if (!a.converged || !b.converged) return;
-  for (int k = 2; k <= 4; ++k) {
-    const double difference = std::abs(std::log(a.t(k) / a.t(1)) - std::log(b.t(k) / b.t(1)));
-    const double variance =
-        ratio_variance(a.noise_covariance, k) + ratio_variance(b.noise_covariance, k);
-    r.halves_differ = std::max(r.halves_differ, difference);
-    // A quiet run can resolve differences that hurt nobody: only those of some size count.
-    if (difference > halves_least) {
-      r.halves_sigma = std::max(r.halves_sigma, difference / std::sqrt(variance));
-    }
+// The change of the gains in time that the readings ask for most, if they do.
+void find_change(record& r) {
+  for (const trouble_size& t : r.trouble) {
+    if (!moves_in_time(t) || t.chi_square < change_limit || t.size < least_change) continue;
+    r.halves_differ = std::max(r.halves_differ, t.size);
+    r.halves_sigma = std::max(r.halves_sigma, std::sqrt(t.chi_square));
   }
+}
+
+// Whether the readings ask for cross-talk or compression.
+bool has_other_signals(const record& r) {
+  return std::any_of(r.trouble.begin(), r.trouble.end(), [](const trouble_size& t) {
+    if (t.kind != trouble_kind::cross_talk && t.kind != trouble_kind::compression) return false;
+    return (t.chi_square > bent_limit && t.shift > least_bent) ||
+           (t.chi_square > bent_likely && t.shift > bent_hurts);
+  });
+}
+
+// Whether one data set has other pedestals than the rest.
+bool sets_differ(const record& r, double sigma_p) {
+  return std::any_of(r.trouble.begin(), r.trouble.end(), [sigma_p](const trouble_size& t) {
+    return t.kind == trouble_kind::pedestals_of_set && t.chi_square > change_limit &&
+           std::abs(t.size) > set_pedestal_limit * sigma_p;
+  });
 }
 
 // Whether W's pedestals and gains mean anything: not when the current is neither smooth nor a walk.
 bool has_pedestals(const record& r) {
   return r.wide.converged && r.wide.persistence < too_persistent;
 }
-
-bool can_check_pedestals(const record& r) { return has_pedestals(r) && r.wide.E <= checked_to; }
 
 // Largest difference of ln(t_k/t_1) between two fits.
 double distance(const fit_result& a, const fit_result& b) {
@@ -103,13 +119,20 @@ double distance(const fit_result& a, const fit_result& b) {
   return most;
 }
 
-// Mean fifth power of the places' distance from the axis, in parts of where difference over sum
+// Whether the data could contradict wrong knowledge of the pedestals: they can where gains that owe
+// it nothing are good enough, and near.
+bool can_check_pedestals(const record& r) {
+  return has_pedestals(r) &&
+         distance(r.wide, chosen_fit(r)) + checked_sigmas * r.wide.E_noise <= checked_to;
+}
+
+// Mean sixth power of the places' distance from the axis, in parts of where difference over sum
 // reaches its end in either plane.
-double fifth_power(const record& r, const central_slopes& slope) {
+double sixth_power(const record& r, const central_slopes& slope) {
   double sum = 0, n = 0;
   for (const orbit_place& place : r.place) {
     if (!place.used) continue;
-    sum += std::pow(std::hypot(place.x * slope.x, place.y * slope.y) / std::sqrt(2.0), 5);
+    sum += std::pow(std::hypot(place.x * slope.x, place.y * slope.y) / std::sqrt(2.0), 6);
     ++n;
   }
   return n > 0 ? sum / n : 0;
@@ -164,7 +187,10 @@ verdict_reason find_reason(const bpm_run& run, const record& r, double E) {
   if (!(E <= undetermined_from)) return verdict_reason::error_too_large;
   if (!fit.converged) return verdict_reason::no_convergence;
   if (moved_along_a_line(r)) return verdict_reason::one_line;
-  if (r.pedestal_chi >= pedestal_limit) return verdict_reason::pedestals;
+  if (r.pedestal_chi >= pedestal_limit || r.slope_chi >= slope_limit ||
+      sets_differ(r, run.sigma_p)) {
+    return verdict_reason::pedestals;
+  }
   for (int k = 1; k <= 4; ++k) {
     if (std::abs(std::log(fit.t(k))) > largest_log_gain) return verdict_reason::unlikely_gains;
   }
@@ -172,7 +198,8 @@ verdict_reason find_reason(const bpm_run& run, const record& r, double E) {
   const int all = fit.orbits + fit.outliers;
   if (fit.outliers > most_outliers * all) return verdict_reason::many_outliers;
   if (fit.at_edge > most_at_edge * all) return verdict_reason::at_the_edge;
-  if (r.halves_sigma > halves_sigmas) return verdict_reason::gains_change;
+  if (r.halves_sigma > 0) return verdict_reason::gains_change;
+  if (has_other_signals(r)) return verdict_reason::other_signals;
   if (!run.own_table && off_axis(r) > stand_in_to) return verdict_reason::stand_in_table;
   // Open pedestals do no harm where T1 finds them, as from two currents: it trusts in no slope.
   const bool finds_pedestals = r.free.converged && r.free.E <= determined_to;
@@ -282,6 +309,7 @@ record calibrate(const bpm_run& run) {
   if (run.tolerance > 0) r.E_mech = mechanical_factor * run.tolerance / setting.R0;
   fit_state free = first_state(orbits, *run.table);
   r.free = run_fit(free, setting);
+  r.trouble = test_troubles(free, setting, r.free);
   // A copy: T1's end must survive, both as a result and as the start of a second attempt.
   fit_state wide = free;
   setting.kind = fit_kind::wide_pedestals;
@@ -300,6 +328,8 @@ record calibrate(const bpm_run& run) {
   const fit_state* chosen = &free;
   if (has_pedestals(r)) {
     r.pedestal_chi = pedestal_chi_square(r.wide, run.sigma_p);
+    for (const double l : r.wide.l)
+      r.slope_chi += l * l / (rms_slope * rms_slope * setting.R0 * setting.R0);
     // Pedestals first: both other fits hold them near 0 and would turn them into gains.
     if (r.pedestal_chi >= pedestal_limit) {
       r.chosen = fit_kind::wide_pedestals;
@@ -309,16 +339,13 @@ record calibrate(const bpm_run& run) {
       chosen = &steady;
     }
   }
-  const fit_result& fit = chosen_fit(r);
-  r.t = fit.t;
+  r.t = chosen_fit(r).t;
   fill_places(*chosen, orbits, run.signal[0].size(), r);
-  setting.kind = r.chosen;
-  // Each half must have as many orbits as a whole run needs.
-  if (fit.converged && n >= 2 * least_orbits) compare_halves(*chosen, setting, n, r);
+  find_change(r);
   if (readings.reason == verdict_reason::none) {
     double E = run.own_table ? error_of(r) : std::hypot(error_of(r), stand_in_error);
     if (!run.exact_table) {
-      E = std::hypot(E, left_out_harmonics * fifth_power(r, slopes_of(*run.table)));
+      E = std::hypot(E, left_out_harmonics * sixth_power(r, slopes_of(*run.table)));
     }
     const verdict_reason reason = find_reason(run, r, E);
     r.verdict = {word_for(reason), reason, 0, E};

@@ -17,7 +17,8 @@
 // buttons mirror images of each other, so a chamber that differs adds, with signs (sx, sy) of the
 // button's quadrant,
 //     sx X,  sy Y,  X^2 - Y^2,  sx sy 2 X Y,  sx (X^3 - 3 X Y^2),  sy (3 X^2 Y - Y^3),
-//     X^4 - 6 X^2 Y^2 + Y^4,  sx sy 4 (X^3 Y - X Y^3)
+//     X^4 - 6 X^2 Y^2 + Y^4,  sx sy 4 (X^3 Y - X Y^3),
+//     sx (X^5 - 10 X^3 Y^2 + 5 X Y^4),  sy (5 X^4 Y - 10 X^2 Y^3 + Y^5)
 // and higher orders that do not matter. l is a current that follows the position. Each allowance
 // has a prior, and so has each pedestal; the error E contains what they leave undecided.
 //
@@ -50,7 +51,7 @@ using button_square = util::bounded2<double, 1, 4, 1, 4, "square">;  ///< button
 /// a centred beam.
 using four_fits = util::bounded2<double, 1, 4, 1, 4, "fit">;
 
-inline constexpr std::size_t n_harmonics = 8;
+inline constexpr std::size_t n_harmonics = 10;
 
 /// How well the pedestals are known, in parts of the median button signal.
 inline constexpr double pedestals_subtracted = 3e-4;
@@ -95,7 +96,8 @@ enum class verdict_reason {
   unlikely_gains,        ///< a gain further than exp(0.5) from its fellows
   many_outliers,         ///< more than 5 % of the orbits
   at_the_edge,           ///< more than 2 % of the places at the edge of the table
-  gains_change,          ///< the halves of the run have different gains
+  gains_change,          ///< gains drift, bend or step in time
+  other_signals,         ///< cross-talk between the buttons, or buttons that compress
   pedestals_not_known,   ///< sigma_p of 1e-2 or more
   stand_in_table,        ///< the table is not this chamber's
   error_large,           ///< E above 1e-3
@@ -137,6 +139,26 @@ struct fit_result {
   bool converged = false;
 };
 
+/// Things beyond the model that the readings are asked for.
+enum class trouble_kind {
+  cross_talk,       ///< a channel sees part of its two neighbours' signals
+  compression,      ///< a button's large signals read too small
+  drift,            ///< gains go along a line in time,
+  bend,             ///< or along a parabola,
+  step,             ///< or are others in the second half of the run
+  pedestals_of_set  ///< a data set has pedestals of its own
+};
+
+/// How large one of them is, if it is the only one.
+struct trouble_size {
+  trouble_kind kind = trouble_kind::cross_talk;
+  int which = 0;          ///< button 1..4, or data set from 0
+  double size = 0;        ///< part, or largest change of a gain ratio, or pedestal [-]
+  double chi_square = 0;  ///< by how much it betters the fit [-]
+  int freedom = 0;        ///< of that chi-square
+  double shift = 0;       ///< what it does to a gain ratio at most [-]
+};
+
 /// What became of one orbit.
 struct orbit_place {
   double x = 0, y = 0;   ///< [m]
@@ -159,11 +181,13 @@ struct record {
   judgement verdict;
   buttons t{{1, 1, 1, 1}};  ///< the button gains, product 1 [-]
   fit_kind chosen = fit_kind::free_intensity;
-  fit_result free, steady, wide;   ///< T1, T2, W
-  double median_signal = 0;        ///< median over orbits of the four-signal sum, over 4
-  double pedestal_chi = 0;         ///< how far W's pedestals are beyond sigma_p; 20 is too far [-]
-  double halves_differ = 0;        ///< largest |difference of ln(t_k/t_1)| between the halves [-]
-  double halves_sigma = 0;         ///< that difference over its standard deviation [-]
+  fit_result free, steady, wide;  ///< T1, T2, W
+  double median_signal = 0;       ///< median over orbits of the four-signal sum, over 4
+  double pedestal_chi = 0;        ///< how far W's pedestals are beyond sigma_p; 20 is too far [-]
+  double slope_chi = 0;           ///< how far W's slopes of the current are beyond their prior
+  double halves_differ = 0;       ///< largest change of ln(t_k/t_1) in time that stands out [-]
+  double halves_sigma = 0;        ///< root of the chi-square that speaks for it [-]
+  std::vector<trouble_size> trouble;  ///< what else the readings were asked for
   double E_mech = 0;               ///< error from the tolerance of the buttons' places; 0: unknown
   std::vector<orbit_place> place;  ///< orbit by orbit
   // The four fits of the session, when they are given.

@@ -2,7 +2,7 @@
 //
 // Every data set has a smooth course of its own, so the matrix is an arrow: one small square for
 // each set, coupled to the unknowns that all share. The squares are eliminated one by one; what
-// remains has at most 17 unknowns and is brought to unit diagonal before it is factorised.
+// remains has at most 19 unknowns and is brought to unit diagonal before it is factorised.
 #pragma once
 #include <array>
 #include <cstddef>

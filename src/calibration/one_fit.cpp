@@ -4,7 +4,6 @@
 #include <cmath>
 
 #include "cell_kernel.hpp"
-#include "normal_system.hpp"
 
 namespace calibration {
 namespace {
@@ -27,8 +26,7 @@ constexpr std::size_t many_orbits = 200;  // a cubic course needs as many, else 
 
 // Prior rms of every unknown.
 constexpr double rms_z = 0.5;
-constexpr std::array<double, n_h> rms_h{0.04, 0.04, 0.1, 0.01, 0.1, 0.1, 0.05, 0.2};
-constexpr double rms_slope = 9e-3;  // relative current per metre: 4.5e-5 over 5 mm
+constexpr std::array<double, n_h> rms_h{0.04, 0.04, 0.1, 0.01, 0.1, 0.1, 0.05, 0.2, 0.1, 0.1};
 
 std::array<double, n_common> priors(const fit_setting& setting) {
   std::array<double, n_common> rms{};
@@ -385,22 +383,10 @@ fit_state first_state(const usable_orbits& orbits, const table_struct& table) {
   return state;
 }
 
-fit_state part_of(const fit_state& state, std::size_t first, std::size_t last) {
-  fit_state part;
-  // The whole run's gains and outliers are a start that needs few steps; has_course is not copied,
-  // so that each half begins with the mean of its own orbits.
-  part.at = state.at;
-  part.settled = state.settled;
-  for (const orbit_block& from : state.block) {
-    for (std::size_t j = 0; j < from.count; ++j) {
-      if (from.first + j < first || from.first + j >= last) continue;
-      orbit_block& to = next_place(part.block, from.set, from.first + j);
-      const std::size_t i = to.count++;
-      for_start_columns(to, from, [i, j](column& in, const column& out) { in[i] = out[j]; });
-    }
-  }
-  for (orbit_block& block : part.block) pad(block);
-  return part;
+equations equations_of(const fit_setting& setting) {
+  equations e;
+  e.prior = priors(setting);
+  return e;
 }
 
 fit_result run_fit(fit_state& state, const fit_setting& setting) {
@@ -411,8 +397,7 @@ fit_result run_fit(fit_state& state, const fit_setting& setting) {
   // Orbits of an average set: all courses have the same length, for the rows of a block do.
   if (steady) model.n_trend = n_orbits / state.at.trend.size() >= many_orbits ? n_trend : 2;
   if (steady && !state.has_course) start_course(state);
-  equations e;
-  e.prior = priors(setting);
+  equations e = equations_of(setting);
   e.n_trend = model.n_trend;
 
   fit_result result;

@@ -5,9 +5,13 @@
 #include <vector>
 
 #include "calibration.hpp"
+#include "normal_system.hpp"
 #include "orbit_block.hpp"
 
 namespace calibration {
+
+/// Prior rms of a current that follows the position: relative, per metre; 4.5e-5 over 5 mm.
+inline constexpr double rms_slope = 9e-3;
 
 /// The usable readings of a run, in parts of the median button signal.
 struct usable_orbits {
@@ -42,9 +46,6 @@ double half_height_of(const table_struct& table);
 /// Gains 1, no pedestals, places from difference over sum.
 fit_state first_state(const usable_orbits& orbits, const table_struct& table);
 
-/// The orbits first..last-1 (of the usable ones) of a state.
-fit_state part_of(const fit_state& state, std::size_t first, std::size_t last);
-
 struct fit_setting {
   fit_kind kind = fit_kind::free_intensity;
   const table_struct* table = nullptr;
@@ -53,6 +54,9 @@ struct fit_setting {
   bool exact_table = false;  ///< no allowances
   bool differences = false;  ///< the current walks: look at neighbouring orbits
 };
+
+/// The equations of a fit, with its priors and no orbits yet.
+equations equations_of(const fit_setting& setting);
 
 /// Fits. The state goes on to where the fit ends, whether it converged or not.
 fit_result run_fit(fit_state& state, const fit_setting& setting);

@@ -13,8 +13,8 @@ namespace {
 constexpr std::array<std::array<double, 4>, 4> button_sign{
     {{1, 1, 1, 1}, {-1, 1, -1, 1}, {-1, -1, 1, 1}, {1, -1, -1, 1}}};
 constexpr std::size_t alike = 0, outward = 1, upward = 2, diagonal = 3;
-constexpr std::array<std::size_t, n_h> harmonic_sign{outward, upward, alike, diagonal,
-                                                     outward, upward, alike, diagonal};
+constexpr std::array<std::size_t, n_h> harmonic_sign{outward, upward, alike,    diagonal, outward,
+                                                     upward,  alike,  diagonal, outward,  upward};
 
 // The harmonic polynomials, or their slopes, at one place.
 using polynomials = std::array<double, n_h>;
@@ -94,29 +94,49 @@ inline void orthonormalise(directions& d) {
   d.u[3] = -(a0 * m12 - a1 * m02 + a2 * m01);
 }
 
-// Real and imaginary parts of (X + iY)^n, n = 1..4: solutions of Laplace's equation, as any small
+// Real and imaginary parts of (X + iY)^n, n = 1..5: solutions of Laplace's equation, as any small
 // change of the wall's potential inside it must be.
 inline polynomials harmonics(double X, double Y) {
   const double XX = X * X, YY = Y * Y, XY = X * Y;
+  const double fourth = XX * XX - 6 * XX * YY + YY * YY, diagonal_fourth = 4 * XY * (XX - YY);
   return {X,
           Y,
           XX - YY,
           2 * XY,
           X * (XX - 3 * YY),
           Y * (3 * XX - YY),
-          XX * XX - 6 * XX * YY + YY * YY,
-          4 * XY * (XX - YY)};
+          fourth,
+          diagonal_fourth,
+          X * fourth - Y * diagonal_fourth,
+          Y * fourth + X * diagonal_fourth};
 }
 
 inline polynomials harmonics_by_x(double X, double Y) {
   const double XX = X * X, YY = Y * Y, XY = X * Y;
-  return {1, 0, 2 * X, 2 * Y, 3 * (XX - YY), 6 * XY, 4 * X * (XX - 3 * YY), 4 * Y * (3 * XX - YY)};
+  return {1,
+          0,
+          2 * X,
+          2 * Y,
+          3 * (XX - YY),
+          6 * XY,
+          4 * X * (XX - 3 * YY),
+          4 * Y * (3 * XX - YY),
+          5 * (XX * XX - 6 * XX * YY + YY * YY),
+          20 * XY * (XX - YY)};
 }
 
 inline polynomials harmonics_by_y(double X, double Y) {
   const double XX = X * X, YY = Y * Y, XY = X * Y;
-  return {
-      0, 1, -2 * Y, 2 * X, -6 * XY, 3 * (XX - YY), -4 * Y * (3 * XX - YY), 4 * X * (XX - 3 * YY)};
+  return {0,
+          1,
+          -2 * Y,
+          2 * X,
+          -6 * XY,
+          3 * (XX - YY),
+          -4 * Y * (3 * XX - YY),
+          4 * X * (XX - 3 * YY),
+          -20 * XY * (XX - YY),
+          5 * (XX * XX - 6 * XX * YY + YY * YY)};
 }
 
 // What the harmonics h add to the four buttons.
@@ -142,7 +162,7 @@ inline void local_rows(const std::array<double, 4>& along, const std::array<doub
                          (along[2] * m[2] * s[2] + along[3] * m[3] * s[3]));
   }
   for (std::size_t k = 0; k < n_p; ++k) rows[first_p + k][j] = keep * along[k];
-  // Eight harmonics share four sign patterns: their sums over the buttons are made once.
+  // Ten harmonics share four sign patterns: their sums over the buttons are made once.
   std::array<double, 4> by_sign{};
   for (std::size_t i = 0; i < 4; ++i) {
     for (std::size_t k = 0; k < 4; ++k) by_sign[i] += along[k] * scale[k] * button_sign[i][k];

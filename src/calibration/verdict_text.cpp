@@ -40,6 +40,8 @@ std::string_view text_of(verdict_reason reason) {
       return "beam at the edge of the table";
     case verdict_reason::gains_change:
       return "gains change during the run";
+    case verdict_reason::other_signals:
+      return "cross-talk between buttons, or a button that compresses";
     case verdict_reason::pedestals_not_known:
       return "pedestals are not known";
     case verdict_reason::stand_in_table:

@@ -1,0 +1,242 @@
+#include "trouble_test.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "normal_system.hpp"
+
+namespace calibration {
+namespace {
+
+// Columns of a trouble: one for each of its sizes.
+constexpr std::size_t most_columns = 4;
+using trouble_columns = std::array<std::array<double, 4>, most_columns>;
+
+// Buttons on either side of a button along the wall.
+constexpr std::array<std::array<std::size_t, 2>, 4> beside{{{1, 2}, {0, 3}, {0, 3}, {1, 2}}};
+
+// What a trouble is asked with: model and gains of the buttons, moment of the run, data set.
+struct orbit_facts {
+  std::array<double, 4> m{}, t{};
+  double time = 0;  // -1..1 over the run
+  std::size_t set = 0;
+};
+
+struct trouble {
+  trouble_kind kind = trouble_kind::cross_talk;
+  int which = 0;  // button or data set
+  std::size_t n = 1;
+};
+
+// Moving gains: the directions of z, so that what all four do alike stays with the intensity.
+void gains_times(const orbit_facts& o, double factor, trouble_columns& g) {
+  for (std::size_t i = 0; i < n_z; ++i) {
+    std::array<double, n_z> unit{};
+    unit[i] = factor;
+    const std::array<double, 4> direction = log_gains(unit.data());
+    for (std::size_t k = 0; k < 4; ++k) g[i][k] = o.m[k] * direction[k];
+  }
+}
+
+void fill_columns(const trouble& what, const orbit_facts& o, trouble_columns& g) {
+  g = {};
+  const auto k = static_cast<std::size_t>(what.which);
+  switch (what.kind) {
+    case trouble_kind::cross_talk:
+      for (std::size_t i = 0; i < 4; ++i) g[0][i] = o.m[beside[i][0]] + o.m[beside[i][1]];
+      return;
+    case trouble_kind::compression:
+      // In parts of the centred signal of the median current, which keeps its reading.
+      g[0][k] = -o.m[k] * (o.m[k] / o.t[k] - 1);
+      return;
+    case trouble_kind::drift:
+      return gains_times(o, o.time, g);
+    case trouble_kind::bend:
+      return gains_times(o, 1.5 * o.time * o.time - 0.5, g);
+    case trouble_kind::step:
+      return gains_times(o, o.time < 0 ? -1 : 1, g);
+    case trouble_kind::pedestals_of_set:
+      for (std::size_t i = 0; i < 4; ++i) g[i][i] = o.set == k ? 1 : 0;
+      return;
+  }
+}
+
+// The troubles that are asked for.
+std::vector<trouble> list_troubles(std::size_t n_sets) {
+  constexpr std::size_t most_sets = 20;  // beyond, each has too few orbits to accuse anybody
+  std::vector<trouble> all{{trouble_kind::cross_talk, 0, 1},
+                           {trouble_kind::drift, 0, n_z},
+                           {trouble_kind::bend, 0, n_z},
+                           {trouble_kind::step, 0, n_z}};
+  for (int k = 0; k < 4; ++k) all.push_back({trouble_kind::compression, k, 1});
+  for (std::size_t set = 1; set < n_sets && n_sets <= most_sets; ++set) {
+    all.push_back({trouble_kind::pedestals_of_set, static_cast<int>(set), 4});
+  }
+  return all;
+}
+
+// Sums of products of a trouble's columns with the rows of the fit (right-hand side last) and among
+// themselves.
+struct trouble_sums {
+  std::array<std::array<double, n_u_rows>, most_columns> with_rows{};
+  std::array<std::array<double, most_columns>, most_columns> own{};
+};
+
+void add_orbit(const std::array<double, n_u_rows>& row, const std::array<double, most_columns>& q,
+               std::size_t n, trouble_sums& sums) {
+  for (std::size_t i = 0; i < n; ++i) {
+    for (std::size_t j = 0; j < n_u_rows; ++j) sums.with_rows[i][j] += q[i] * row[j];
+    for (std::size_t j = 0; j <= i; ++j) sums.own[i][j] += q[i] * q[j];
+  }
+}
+
+using local_values = std::array<double, n_local>;
+
+// The fit's own equations, factorised. Not its covariance: cross-talk is nearly a chamber with wider
+// buttons, and a difference of inverses would lose what is left of it in rounding.
+struct factored_fit {
+  std::array<local_values, n_local> l{};  // lower, of the matrix at unit diagonal
+  local_values scale{};
+  local_values side{};  // forward substituted
+};
+
+void forward(const factored_fit& fit, local_values& b) {
+  for (std::size_t i = 0; i < n_local; ++i) {
+    for (std::size_t k = 0; k < i; ++k) b[i] -= fit.l[i][k] * b[k];
+    b[i] /= fit.l[i][i];
+  }
+}
+
+void backward(const factored_fit& fit, local_values& b) {
+  for (std::size_t i = n_local; i-- > 0;) {
+    for (std::size_t k = i + 1; k < n_local; ++k) b[i] -= fit.l[k][i] * b[k];
+    b[i] /= fit.l[i][i];
+  }
+}
+
+// False when the matrix is not positive.
+bool factorise(const equations& e, const common_unknowns& at, factored_fit& fit) {
+  for (std::size_t i = 0; i < n_local; ++i) {
+    fit.scale[i] = 1 / std::sqrt(e.u_weight * e.u.of[i][i] + e.prior[i]);
+    fit.side[i] = fit.scale[i] * (e.u_weight * e.u.of[n_u_rows - 1][i] - e.prior[i] * at.value[i]);
+  }
+  for (std::size_t i = 0; i < n_local; ++i) {
+    for (std::size_t j = 0; j <= i; ++j) {
+      double sum = i == j ? 1 : e.u_weight * e.u.of[i][j] * fit.scale[i] * fit.scale[j];
+      for (std::size_t k = 0; k < j; ++k) sum -= fit.l[i][k] * fit.l[j][k];
+      if (i == j && !(sum > 0)) return false;
+      fit.l[i][j] = i == j ? std::sqrt(sum) : sum / fit.l[j][j];
+    }
+  }
+  forward(fit, fit.side);
+  return true;
+}
+
+double product(const local_values& a, const local_values& b) {
+  double sum = 0;
+  for (std::size_t i = 0; i < n_local; ++i) sum += a[i] * b[i];
+  return sum;
+}
+
+// What is left of a trouble when the fit has taken what it can, column by column; then each column
+// at right angles to those before it.
+trouble_size solve_trouble(const trouble& what, const trouble_sums& sums, const factored_fit& fit,
+                           double weight) {
+  trouble_size size;
+  size.kind = what.kind;
+  size.which = what.which + (what.kind == trouble_kind::compression ? 1 : 0);
+  std::array<local_values, most_columns> reach{};  // what the fit's unknowns explain of it
+  std::array<std::array<double, most_columns + 1>, most_columns> left{};
+  for (std::size_t i = 0; i < what.n; ++i) {
+    for (std::size_t a = 0; a < n_local; ++a) {
+      reach[i][a] = fit.scale[a] * weight * sums.with_rows[i][a];
+    }
+    forward(fit, reach[i]);
+    for (std::size_t j = 0; j <= i; ++j) {
+      left[i][j] = left[j][i] = weight * sums.own[i][j] - product(reach[i], reach[j]);
+    }
+    left[i][most_columns] = weight * sums.with_rows[i][n_u_rows - 1] - product(reach[i], fit.side);
+  }
+  for (std::size_t i = 0; i < what.n; ++i) backward(fit, reach[i]);
+  // Gauss without pivots: what is left of a column by its fellows may be nothing, and is passed by.
+  constexpr double nothing = 1e-9;  // of the column
+  std::array<bool, most_columns> is_used{};
+  for (std::size_t i = 0; i < what.n; ++i) {
+    is_used[i] = left[i][i] > nothing * weight * sums.own[i][i];
+    if (!is_used[i]) continue;
+    size.chi_square += left[i][most_columns] * left[i][most_columns] / left[i][i];
+    ++size.freedom;
+    for (std::size_t j = i + 1; j < what.n; ++j) {
+      const double part = left[j][i] / left[i][i];
+      for (std::size_t k = i; k <= most_columns; ++k) left[j][k] -= part * left[i][k];
+    }
+  }
+  std::array<double, most_columns> found{};
+  std::array<double, n_z> dz{};
+  for (std::size_t i = what.n; i-- > 0;) {
+    if (!is_used[i]) continue;
+    double side = left[i][most_columns];
+    for (std::size_t k = i + 1; k < what.n; ++k) side -= left[i][k] * found[k];
+    found[i] = side / left[i][i];
+    for (std::size_t a = 0; a < n_z; ++a) dz[a] -= fit.scale[a] * reach[i][a] * found[i];
+  }
+  const std::array<double, 4> shift = log_gains(dz.data());
+  const std::array<double, 4> moved = log_gains(found.data());
+  for (std::size_t k = 1; k < 4; ++k) {
+    size.shift = std::max(size.shift, std::abs(shift[k] - shift[0]));
+    size.size = std::max(size.size, what.n == n_z ? 2 * std::abs(moved[k] - moved[0]) : 0);
+  }
+  if (what.n != n_z)
+    size.size = *std::max_element(found.begin(), found.end(),
+                                  [](double a, double b) { return std::abs(a) < std::abs(b); });
+  return size;
+}
+
+}  // namespace
+
+std::vector<trouble_size> test_troubles(fit_state& state, const fit_setting& setting,
+                                        const fit_result& result) {
+  std::vector<trouble_size> found;
+  if (!result.converged || state.block.empty()) return found;
+  const std::vector<trouble> all = list_troubles(state.at.trend.size());
+  std::vector<trouble_sums> sums(all.size());
+  equations e = equations_of(setting);
+  e.u_weight = 1 / (result.noise * result.noise);
+  const model_setting model{setting.table, setting.R0, false, false, 0};
+  const double last = static_cast<double>(state.block.back().first + state.block.back().count);
+  std::array<double, 4> t = log_gains(state.at.value.data());
+  for (double& gain : t) gain = std::exp(gain);
+  block_rows rows{};
+  trouble_columns g{};
+  for (orbit_block& block : state.block) {
+    fill_rows(block, model, state.at, rows);
+    add_products(rows, e.u);
+    for (std::size_t j = 0; j < block.count; ++j) {
+      if (block.keep_u[j] == 0) continue;
+      std::array<double, n_u_rows> row{};
+      for (std::size_t i = 0; i < n_u_rows; ++i) row[i] = rows.u[i][j];
+      orbit_facts o;
+      o.t = t;
+      for (std::size_t k = 0; k < 4; ++k) o.m[k] = block.m[k][j];
+      o.time = 2 * static_cast<double>(block.first + j) / last - 1;
+      o.set = block.set;
+      for (std::size_t i = 0; i < all.size(); ++i) {
+        fill_columns(all[i], o, g);
+        std::array<double, most_columns> q{};
+        for (std::size_t c = 0; c < all[i].n; ++c) {
+          // A pedestal's row is u itself.
+          for (std::size_t k = 0; k < 4; ++k) q[c] += row[first_p + k] * g[c][k];
+        }
+        add_orbit(row, q, all[i].n, sums[i]);
+      }
+    }
+  }
+  factored_fit fit;
+  if (!factorise(e, state.at, fit)) return found;
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    found.push_back(solve_trouble(all[i], sums[i], fit, e.u_weight));
+  }
+  return found;
+}
+
+}  // namespace calibration

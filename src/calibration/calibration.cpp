@@ -25,6 +25,7 @@ constexpr double slope_limit = 13;
 constexpr double checked_to = 2.5e-3;
 constexpr double checked_sigmas = 1.5;
 constexpr double noise_sigmas = 2.5;
+constexpr double free_sigmas = 2;
 // What the harmonics beyond the fifth may do to a gain, at the place where X^2 + Y^2 = 1.
 constexpr double left_out_harmonics = 0.15;
 // Places whose spread across is this part of that along lie on a line: the fit then has more than
@@ -81,8 +82,15 @@ bool moves_in_time(const trouble_size& t) {
 
 // The change of the gains in time that the readings ask for most, if they do.
 void find_change(record& r) {
+  // Data sets with pedestals of their own look like gains that step from set to set.
+  double by_sets = 0;
   for (const trouble_size& t : r.trouble) {
-    if (!moves_in_time(t) || t.chi_square < change_limit || t.size < least_change) continue;
+    if (t.kind == trouble_kind::pedestals_of_set) by_sets = std::max(by_sets, t.chi_square);
+  }
+  for (const trouble_size& t : r.trouble) {
+    if (!moves_in_time(t) || t.chi_square < by_sets || t.chi_square < change_limit ||
+        t.size < least_change)
+      continue;
     r.halves_differ = std::max(r.halves_differ, t.size);
     r.halves_sigma = std::max(r.halves_sigma, std::sqrt(t.chi_square));
   }
@@ -158,14 +166,24 @@ bool moved_along_a_line(const record& r) {
   return (a + c) / 2 - half_difference < line_part * line_part * large;
 }
 
-// The error, larger when open pedestals would lead to other gains, by more than the noise explains.
+// The error, larger when fits that rest on less lead to other gains, by more than is to be expected:
+// W trusts in no pedestals, T1 in no steady current.
 double error_of(const record& r) {
   const fit_result& fit = chosen_fit(r);
   if (!has_pedestals(r)) return fit.E;
-  const double apart = distance(r.wide, fit);
+  const double from_wide = distance(r.wide, fit);
   // The fits share their readings; W's own noise stands for that of the distance.
   const double by_noise = noise_sigmas * r.wide.E_noise;
-  return std::sqrt(fit.E * fit.E + std::max(0.0, apart * apart - by_noise * by_noise));
+  double variance = fit.E * fit.E + std::max(0.0, from_wide * from_wide - by_noise * by_noise);
+  if (r.chosen == fit_kind::steady_intensity && r.free.converged) {
+    const double from_free = distance(r.free, fit);
+    // Of two estimates of which one knows all that the other does, the difference has the
+    // difference of their variances.
+    const double expected = r.free.E * r.free.E - fit.E * fit.E;
+    variance +=
+        std::max(0.0, from_free * from_free - free_sigmas * free_sigmas * std::max(0.0, expected));
+  }
+  return std::sqrt(variance);
 }
 
 // How far the mean of the places lies from the axis [m].

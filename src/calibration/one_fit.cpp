@@ -26,7 +26,7 @@ constexpr std::size_t many_orbits = 200;  // a cubic course needs as many, else 
 
 // Prior rms of every unknown.
 constexpr double rms_z = 0.5;
-constexpr std::array<double, n_h> rms_h{0.04, 0.04, 0.1, 0.01, 0.1, 0.1, 0.05, 0.2, 0.1, 0.1};
+constexpr std::array<double, n_h> rms_h{0.04, 0.04, 0.1, 0.01, 0.1, 0.1, 0.05, 0.2, 0.04, 0.04};
 
 std::array<double, n_common> priors(const fit_setting& setting) {
   std::array<double, n_common> rms{};

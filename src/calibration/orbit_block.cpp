@@ -307,7 +307,9 @@ void follow(orbit_block& block, const model_setting& setting, const common_unkno
       along_v += block.v[k][j] * left;
     }
     double dL = along_v / block.n3[j];
-    if (setting.steady && !setting.differences) {
+    // An orbit whose intensity was left out is not on the course: held there, its place would be
+    // wrong, and with it what its u says.
+    if (setting.steady && !setting.differences && block.keep_v[j] != 0) {
       // With differences there is no course to hold on to: a walk may be anywhere, so what is
       // measured stands alone.
       // Mean of the measured intensity and of the smooth course, each as far as it is known.

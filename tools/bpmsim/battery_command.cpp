@@ -19,6 +19,8 @@ struct totals {
   int kinds = 0, bpms = 0;
   int wrong = 0, fits_wrong = 0, fits_determined = 0;
   int sound = 0, lost = 0;  // BPMs of sound kinds, and those of them that are not determined
+  int in_reach = 0, lost_in_reach = 0;    // the same of those that could contradict wrong pedestals
+  int blind = 0, blind_wrong = 0;         // of kinds that no data can tell
   double pull_squares = 0, pull_sum = 0;  // of the kind whose allowances are drawn
   int pulls = 0;
 };
@@ -26,12 +28,19 @@ struct totals {
 void add_to(totals& sum, const sim::battery_kind& kind, const sim::kind_result& r, int bpms) {
   ++sum.kinds;
   sum.bpms += bpms;
+  if (kind.blind) {
+    sum.blind += bpms;
+    sum.blind_wrong += r.wrong;
+    return;
+  }
   sum.wrong += r.wrong;
   sum.fits_wrong += r.fits_wrong;
   sum.fits_determined += r.fits_words[0];
   if (kind.sound) {
     sum.sound += bpms;
     sum.lost += bpms - r.words[0];
+    sum.in_reach += r.in_reach;
+    sum.lost_in_reach += r.lost_in_reach;
   }
   // Elsewhere the pulls mean nothing: a trouble is no draw from the priors, and none at all is
   // less.
@@ -45,6 +54,7 @@ void print_kind(const sim::battery_kind& kind, const sim::kind_result& r) {
   // A wrong word must catch the eye in eighty lines; "sound" only tells where "weak" is a loss.
   const char* mark = r.wrong + r.fits_wrong > 0 ? "WRONG" : "";
   if (*mark == '\0' && kind.sound) mark = "sound";
+  if (kind.blind) mark = "blind";
   util::print_line(fmt::format("{:5} {:54} {:4} {:4} {:4} {:4} {:8.1e} {:8.1e} {:8.1e}  {}", mark,
                                kind.name, r.words[0], r.words[1], r.words[2], r.words[3], r.rms,
                                r.worst, r.E, r.usual_reason));
@@ -76,6 +86,15 @@ int run_battery(const sim::battery_setup& s) {
   if (sum.sound > 0) {
     util::print_line(fmt::format("sound runs not called determined: {} of {}, {:.1f} %", sum.lost,
                                  sum.sound, 100.0 * sum.lost / sum.sound));
+  }
+  if (sum.in_reach > 0) {
+    util::print_line(
+        fmt::format("of those whose data can contradict wrong pedestals: {} of {}, {:.1f} %",
+                    sum.lost_in_reach, sum.in_reach, 100.0 * sum.lost_in_reach / sum.in_reach));
+  }
+  if (sum.blind > 0) {
+    util::print_line(fmt::format("beside them, kinds that no data can tell: {} of {} wrong",
+                                 sum.blind_wrong, sum.blind));
   }
   if (sum.pulls > 0) {
     util::print_line(fmt::format("pulls where the allowances are drawn: mean {:.2f}, rms {:.2f}",

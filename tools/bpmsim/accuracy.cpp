@@ -41,6 +41,7 @@ accuracy_result measure_accuracy(const accuracy_setup& s) {
   accuracy_result result;
   error_sums of_fits, of_calibration, of_free;
   double limits = 0, errors = 0, noises = 0;
+  std::vector<double> squares;  // of the errors with free intensities, BPM by BPM
   for (int bpm = 1; bpm <= s.bpms; ++bpm) {
     monitor at = make_monitor(solved, {.bpm = bpm, .orbits = s.orbits});
     beam_run run;
@@ -62,6 +63,7 @@ accuracy_result measure_accuracy(const accuracy_setup& s) {
     of_fits.add(judged.fits);
     of_calibration.add(judged.calibration);
     of_free.add(judged.free);
+    squares.push_back(std::pow(rms_of(judged.free), 2));
     result.spread = std::max(result.spread, judged.fits_spread);
     ++result.words.at(static_cast<std::size_t>(judged.record.verdict.word));
     const auto& fit = chosen_fit(judged.record);
@@ -87,6 +89,16 @@ accuracy_result measure_accuracy(const accuracy_setup& s) {
   result.calibrated = figures(of_calibration, s.bpms);
   result.free = figures(of_free, s.bpms);
   result.limit = std::sqrt(limits);
+  if (limits > 0) {
+    // The three ratios of a BPM share button 1: chance is counted by BPM, not by ratio.
+    double spread = 0;
+    const double mean = result.free.rms * result.free.rms;
+    for (const double q : squares) spread += (q - mean) * (q - mean);
+    const double n = s.bpms;
+    result.over_limit = result.free.rms / result.limit;
+    result.over_limit_sigma =
+        result.over_limit * std::sqrt(spread / std::max(n - 1, 1.0) / n) / (2 * mean);
+  }
   result.noise = std::sqrt(noises);
   result.E = std::sqrt(errors);
   return result;

@@ -34,6 +34,8 @@ struct accuracy_result {
   error_figures calibrated;        // the calibration's gains
   error_figures free;              // those with every orbit's intensity free
   double limit = 0;                // of the noise with free intensities, rms; 0 without noise [-]
+  double over_limit = 0;           // free intensities: rms error over the limit [-]
+  double over_limit_sigma = 0;     // what chance leaves of that, from BPM to BPM [-]
   double noise = 0, E = 0;         // the calibration's own figures, rms over the BPMs [-]
   std::array<int, 4> words{};      // verdicts: determined, weak, not determined, suspect
   std::vector<double> pulls;       // of the calibration's gains, three a BPM [-]

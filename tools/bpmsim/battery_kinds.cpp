@@ -273,6 +273,12 @@ void add_poor_motion(kinds& all) {
     add(all, false, fmt::format("beam nearly at rest, +-{:g} mm", spread),
         [&](battery_kind& k) { motion(k, spread, spread); });
   }
+  for (const double noise : {1e-5, 3e-5, 1e-4, 3e-4, 1e-3}) {
+    add(all, false, fmt::format("beam at rest, noise {:g}", noise), [&](battery_kind& k) {
+      motion(k, 0, 0);
+      k.electronics.noise = noise;
+    });
+  }
   add(all, false, "beam at rest, current drifts by 0.2", [](battery_kind& k) {
     motion(k, 0.003, 0.003);
     k.beam.current.drift = 0.2;

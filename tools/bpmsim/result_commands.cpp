@@ -119,6 +119,10 @@ int run_accuracy(const accuracy_options& o) {
   util::print_line(
       fmt::format("with free intensities: worst {:.1e} rms {:.1e}, limit of the noise {:.1e}",
                   result.free.worst, result.free.rms, result.limit));
+  if (result.over_limit > 0) {
+    util::print_line(fmt::format("free intensities over the limit: {:.3f} +- {:.3f}",
+                                 result.over_limit, result.over_limit_sigma));
+  }
   util::print_line(fmt::format("pulls: {:.2f} rms, with free intensities and noise alone {:.2f}",
                                rms_pull(result.pulls), rms_pull(result.free_pulls)));
   print_words(result.words);
@@ -135,14 +139,17 @@ int print_accuracy_table(const accuracy_options& asked) {
   sim::accuracy_setup setup = asked.setup;
   util::print_line("# errors of ln(t_k/t_1), rms: orbit x y [mm], limit of the noise, four fits,");
   util::print_line(
-      "# calibration with free intensities, calibration, its E, BPMs called determined");
+      "# calibration with free intensities, calibration, its E, BPMs called determined,");
+  util::print_line(fmt::format(
+      "# free intensities over the limit and its uncertainty; {} BPMs a line", setup.bpms));
   // Same seed for every orbit: the lines differ by where the beam is, not by the luck of the noise.
   for (const auto& [x, y] : guide_orbits) {
     setup.machine.beam.x.orbit = x * sim::mm;
     setup.machine.beam.y.orbit = y * sim::mm;
     const sim::accuracy_result r = sim::measure_accuracy(setup);
-    util::print_line(fmt::format("{:5g} {:5g} {:.2e} {:.2e} {:.2e} {:.2e} {:.2e} {:3}", x, y,
-                                 r.limit, r.rms, r.free.rms, r.calibrated.rms, r.E, r.words[0]));
+    util::print_line(fmt::format(
+        "{:5g} {:5g} {:.2e} {:.2e} {:.2e} {:.2e} {:.2e} {:3} {:.3f} {:.3f}", x, y, r.limit, r.rms,
+        r.free.rms, r.calibrated.rms, r.E, r.words[0], r.over_limit, r.over_limit_sigma));
   }
   return 0;
 }
@@ -169,7 +176,8 @@ void add_accuracy(CLI::App& app, int& status) {
   sim::accuracy_setup& s = o->setup;
   CLI::App& sub = *app.add_subcommand(
       "accuracy", "simulate, fit and calibrate, and tell how far the gains are off");
-  add_whole({&sub}, "--bpms", s.bpms, "number of BPMs to simulate and fit");
+  const auto* const bpms =
+      add_whole({&sub}, "--bpms", s.bpms, "number of BPMs to simulate and fit");
   add_whole({&sub}, "--orbits", s.orbits, "orbits for each of them");
   add_real({&sub}, "--known", s.sigma_p,
            "rms of what the pedestals may still be, in parts of --signal");
@@ -179,7 +187,10 @@ void add_accuracy(CLI::App& app, int& status) {
   options::add_text({&sub}, "--pulls", o->pulls,
                     "file for the pulls: error over its own standard deviation");
   const auto chosen = add_machine(sub, s.machine);
-  sub.callback([o, chosen, &status] {
+  const CLI::Option* const bpms = sub.get_option("--bpms");
+  sub.callback([o, chosen, bpms, &status] {
+    // An error over a limit needs many BPMs: 300 tell it to 3 %.
+    if (o->table && bpms->count() == 0) o->setup.bpms = 300;
     // First settled, then judged: choices that hang on one another are filled in only here.
     settle(o->setup.machine, *chosen);
     refuse_if(accuracy_fault(o->setup));

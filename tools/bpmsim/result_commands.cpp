@@ -176,8 +176,7 @@ void add_accuracy(CLI::App& app, int& status) {
   sim::accuracy_setup& s = o->setup;
   CLI::App& sub = *app.add_subcommand(
       "accuracy", "simulate, fit and calibrate, and tell how far the gains are off");
-  const auto* const bpms =
-      add_whole({&sub}, "--bpms", s.bpms, "number of BPMs to simulate and fit");
+  add_whole({&sub}, "--bpms", s.bpms, "number of BPMs to simulate and fit");
   add_whole({&sub}, "--orbits", s.orbits, "orbits for each of them");
   add_real({&sub}, "--known", s.sigma_p,
            "rms of what the pedestals may still be, in parts of --signal");

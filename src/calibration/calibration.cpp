@@ -26,6 +26,7 @@ constexpr double checked_to = 2.5e-3;
 constexpr double checked_sigmas = 1.5;
 constexpr double noise_sigmas = 2.5;
 constexpr double free_sigmas = 2;
+constexpr double witness_to = 2e-3;
 // What the harmonics beyond the fifth may do to a gain, at the place where X^2 + Y^2 = 1.
 constexpr double left_out_harmonics = 0.15;
 // Places whose spread across is this part of that along lie on a line: the fit then has more than
@@ -175,7 +176,9 @@ double error_of(const record& r) {
   // The fits share their readings; W's own noise stands for that of the distance.
   const double by_noise = noise_sigmas * r.wide.E_noise;
   double variance = fit.E * fit.E + std::max(0.0, from_wide * from_wide - by_noise * by_noise);
-  if (r.chosen == fit_kind::steady_intensity && r.free.converged) {
+  // A T1 that knows little is no witness: its pedestals and gains then hang together far beyond what
+  // a covariance describes.
+  if (r.chosen == fit_kind::steady_intensity && r.free.converged && r.free.E <= witness_to) {
     const double from_free = distance(r.free, fit);
     // Of two estimates of which one knows all that the other does, the difference has the
     // difference of their variances.

@@ -13,6 +13,7 @@ namespace {
 using calibration::calibrate;
 using calibration::fit_kind;
 using calibration::record;
+using calibration::trouble_kind;
 using calibration::verdict_reason;
 using calibration::verdict_word;
 using round_pipe::as_run;
@@ -198,6 +199,53 @@ TEST(calibration, data_sets_at_two_currents_tell_the_pedestals) {
   EXPECT_EQ(r.verdict.word, verdict_word::determined) << text_of(r.verdict);
   EXPECT_LT(r.wide.jitter, 5e-5);  // each set has a current of its own
   EXPECT_LT(error_of(r.t, made), 1e-3);
+}
+
+// A third of the orbits has another current, and lies elsewhere: they are not on the course, and
+// must not be drawn to it.
+TEST(calibration, orbits_of_another_current_keep_their_own) {
+  for (unsigned seed = 1; seed <= 4; ++seed) {
+    const made_run made = make({.orbits = 600, .other_current = 0.8}, seed);
+    const record r = calibrate(as_run(made));
+    EXPECT_EQ(r.verdict.word, verdict_word::determined) << text_of(r.verdict);
+    EXPECT_NEAR(r.steady.intensity_outliers, 200, 20);
+    EXPECT_LT(error_of(r.wide.t, made), 2e-3);
+    EXPECT_LT(error_of(r.t, made), 1e-3);
+  }
+}
+
+// Current too restless to tell pedestals: each of these is asked of the readings beside the fit.
+TEST(calibration, readings_are_asked_for_what_the_model_lacks) {
+  struct lack {
+    const char* what;
+    plan p;
+    trouble_kind kind;
+    bool is_seen;
+  };
+  for (const auto& [what, p, kind, is_seen] :
+       {lack{"cross-talk", {.orbits = 1000, .cross_talk = 0.03}, trouble_kind::cross_talk, true},
+        {"compression", {.orbits = 1000, .compression = 0.02}, trouble_kind::compression, true},
+        {"a step", {.orbits = 1000, .gain_step = 3e-3}, trouble_kind::step, true},
+        {"a set's pedestal", {.set_pedestal = 2e-3}, trouble_kind::pedestals_of_set, true},
+        {"nothing", {.orbits = 1000}, trouble_kind::drift, false}}) {
+    const made_run made = make(p, 11);
+    auto run = as_run(made);
+    const std::vector<int> starts{0, p.orbits / 2};
+    if (kind == trouble_kind::pedestals_of_set) run.set_start = starts;
+    const record r = calibrate(run);
+    double most = 0;
+    for (const auto& t : r.trouble) {
+      if (t.kind == kind || !is_seen) most = std::max(most, t.chi_square);
+    }
+    EXPECT_EQ(most > 25, is_seen) << what << " " << most;
+    EXPECT_EQ(r.verdict.word == verdict_word::suspect, is_seen) << what << text_of(r.verdict);
+  }
+}
+
+// Noise that hides pedestals of a thousandth: their knowledge is a promise that nothing checks.
+TEST(calibration, knowledge_that_the_data_cannot_check_is_at_most_weak) {
+  EXPECT_EQ(calibrate(as_run(make({.spread = 1e-3}, 12))).verdict.reason,
+            verdict_reason::pedestals_not_checked);
 }
 
 // Near the axis all chambers look alike, to 4e-4 of a gain.

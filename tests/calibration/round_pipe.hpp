@@ -74,6 +74,10 @@ struct plan {
   double gain_step = 0;           // of button 2 in the middle of the run
   double second_set_current = 1;  // from the middle of the run on
   double full_scale = 1e9;        // of button 3 [part]
+  double cross_talk = 0;          // part of its two neighbours' signals that a button sees
+  double compression = 0;         // of button 2
+  double set_pedestal = 0;        // of button 2, from the middle of the run on [part]
+  double other_current = 1;       // of every third orbit, which lies 4 mm further out
   int stuck_from = 1 << 30;       // orbit from which button 4 repeats itself
   int wild_every = 1 << 30;       // one wild reading in so many orbits
 };
@@ -95,15 +99,20 @@ inline made_run make(const plan& p, unsigned seed) {
   for (double& value : pedestal) value = p.pedestal * normal(engine);
   double current = 1;
   for (int j = 0; j < p.orbits; ++j) {
-    const double x = p.x + p.spread * uniform(engine),
+    const bool other = p.other_current != 1 && j % 3 == 2;
+    const double x = p.x + (other ? 4e-3 : 0) + p.spread * uniform(engine),
                  y = p.y + (p.spread_y < 0 ? p.spread : p.spread_y) * uniform(engine);
     current *= 1 + p.walk * normal(engine);
     const bool late = 2 * j >= p.orbits;
-    const double intensity =
-        current * (1 + p.current_slope * (x - p.x)) * (late ? p.second_set_current : 1);
+    const double intensity = current * (1 + p.current_slope * (x - p.x)) *
+                             (late ? p.second_set_current : 1) * (other ? p.other_current : 1);
     const auto phi = signals(x, y);
     for (std::size_t k = 0; k < 4; ++k) {
-      double b = made.t[k] * intensity * phi[k] + pedestal[k] + p.noise * normal(engine);
+      const auto beam = [&](std::size_t i) { return made.t[i] * intensity * phi[i]; };
+      const bool inner = k == 0 || k == 3;
+      double b = beam(k) + p.cross_talk * (beam(inner ? 1 : 0) + beam(inner ? 2 : 3));
+      if (k == 1) b *= 1 - p.compression * (b / made.t[k] - 1);
+      b += pedestal[k] + (k == 1 && late ? p.set_pedestal : 0) + p.noise * normal(engine);
       if (k == 1 && late) b *= 1 + p.gain_step;
       if (k == 2) b = std::min(b, p.full_scale);
       if (k == 0 && j % p.wild_every == p.wild_every - 1) b *= 1.3;

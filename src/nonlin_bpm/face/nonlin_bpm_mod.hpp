@@ -15,7 +15,7 @@
 // | lookup_table.hpp            | one table in memory                                            |
 // | nonlin_orbit.cpp            | the entry, table choice, coordinates                           |
 // | nonlin_bpm_init.cpp         | the files of a facility into the state below                   |
-// | nonlin_bpm_minimize.cpp     | the position fit                                               |
+// | position_fit.cpp            | the position fit; nonlin_bpm_minimize.cpp is its face          |
 // | nonlin_bpm_interpolate.cpp  | value and derivatives at one place; cell_kernel.hpp is its core |
 // | table_file, table_cells     | one table: from file to nodes, from nodes to cells             |
 // | calib_files, word_file      | the files of single BPMs; lines of words with comments         |
@@ -106,6 +106,13 @@ enum class fit_failure { beyond_table = 1, no_convergence = 2, singular = 3, unu
 ///          -4 unusable signals. Nothing is printed.
 /// note     with a bad button three readings give three unknowns: chi2 then says nothing
 void nonlin_bpm_minimize(int i_bpm, const button_signals& but_in, position& x, double& chi2_out);
+
+/// The same for any table and BPM, without the state above.
+/// given    calib  coefficients and bad button; offsets play no part
+/// errors   as nonlin_bpm_minimize
+/// note     safe on several threads
+void fit_position(const table_struct& table, const calib_struct& calib,
+                  const button_signals& but_in, position& x, double& chi2_out);
 
 /// Bisection: j with table(j) <= value < table(j+1); 0 below the first entry and for a NaN, the
 /// number of entries from the last one on.

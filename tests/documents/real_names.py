@@ -12,7 +12,8 @@ import sys
 
 os.chdir(sys.argv[1])
 FILES = [os.path.join(folder, name)
-         for top in ("src", "tools", "tests", "bench", "fuzz", "scripts", "docs", "cmake")
+         for top in ("src", "include", "python", "tools", "tests", "bench", "fuzz", "scripts", "docs",
+                     "cmake")
          for folder, _, names in os.walk(top) for name in names]
 # Names of files that a run leaves or reads.
 OUTPUTS = {"NAME.dat", "NAME.dat_fit"}

@@ -1,0 +1,316 @@
+#include <pybind11/stl.h>
+
+#include <optional>
+
+#include "arrays.hpp"
+
+namespace binding {
+namespace {
+
+using butngain::calibration;
+using butngain::calibration_fit;
+using butngain::four_fits;
+using butngain::gain_fit;
+using butngain::judgement;
+
+// An array field of a record, copied: four numbers or a small matrix.
+template <class record, class T>
+void small_array(py::class_<record>& c, const char* name, T record::*field, const char* doc) {
+  c.def_property_readonly(
+      name, [field](const record& self) { return array_of(self.*field); }, doc);
+}
+
+const char* text_of(butngain::fit_word word) {
+  switch (word) {
+    case butngain::fit_word::determined:
+      return "determined";
+    case butngain::fit_word::doubtful:
+      return "doubtful";
+    case butngain::fit_word::not_determined:
+      break;
+  }
+  return "not determined";
+}
+
+const char* text_of(butngain::fit_kind kind) {
+  switch (kind) {
+    case butngain::fit_kind::free_intensity:
+      return "free";
+    case butngain::fit_kind::steady_intensity:
+      return "steady";
+    case butngain::fit_kind::wide_pedestals:
+      break;
+  }
+  return "wide";
+}
+
+// In the order of the enumerators; the names are theirs.
+constexpr std::array<const char*, 18> reasons{
+    "none",           "no_table",       "few_orbits",
+    "dead_button",    "stuck_button",   "saturated_button",
+    "no_convergence", "one_line",       "error_too_large",
+    "pedestals",      "unlikely_gains", "many_outliers",
+    "at_the_edge",    "gains_change",   "pedestals_not_known",
+    "stand_in_table", "error_large",    "pedestals_not_checked"};
+static_assert(static_cast<std::size_t>(butngain::verdict_reason::pedestals_not_checked) + 1 ==
+              reasons.size());
+
+void add_four_fits(py::module_& m) {
+  py::class_<gain_fit> g(m, "GainFit", "One of the four fits.");
+  small_array(g, "multiplier", &gain_fit::multiplier, "(4,), up to a common factor [-]");
+  small_array(g, "curve", &gain_fit::curve, "(4,): Am, k, h2, h3 [-]");
+  g.def_readonly("chi_square", &gain_fit::chi_square, "Sum of the squared residuals [-].");
+  small_array(g, "covariance", &gain_fit::covariance,
+              "(8, 8) of multipliers and curve, for a standard deviation of 1 per orbit");
+  g.def_readonly("singular", &gain_fit::singular, "The covariance means nothing.");
+  g.def_readonly("steps", &gain_fit::steps, "Of the solver.");
+
+  py::class_<four_fits> f(m, "FourFits", "The four fits of one BPM and what they amount to.");
+  f.def_property_readonly(
+      "held", [](const four_fits& self) { return self.held; },
+      "Four GainFit; held[k] holds the gain of button k.");
+  small_array(f, "gain", &four_fits::gain, "(4,): button gains, product 1 [-]");
+  small_array(f, "multiplier", &four_fits::multiplier, "(4,): what corrects a reading [-]");
+  small_array(f, "curve", &four_fits::curve, "(4,): Am, k, h2, h3 [-]");
+  f.def_readonly("chi_square", &four_fits::chi_square, "Mean over the fits [-].");
+  f.def_property_readonly(
+      "word", [](const four_fits& self) { return text_of(self.word); },
+      "'determined', 'doubtful' or 'not determined': by the fits alone.");
+  f.def_readonly("reason", &four_fits::reason, "One line for people.");
+  f.def_readonly("excitation", &four_fits::excitation,
+                 "Smaller of sd X and sd Y over the rms residual [-].");
+  f.def_readonly("uncertainty", &four_fits::uncertainty,
+                 "Largest relative standard deviation of a gain [-].");
+  f.def_readonly("spread", &four_fits::spread,
+                 "Largest difference of a ratio of gains between the fits [-].");
+  m.def(
+      "fit",
+      [](const py::object& readings) {
+        const taken_readings taken = take_readings(readings, "signals");
+        const py::gil_scoped_release released;
+        return butngain::fit(taken.view());
+      },
+      py::arg("signals"),
+      "The four fits of one BPM's gains, from its readings alone.\n\n"
+      "signals: (n, 4), buttons BI, BO, TI, TO [any unit], without nan.\nReturns FourFits.");
+}
+
+void add_judgement(py::module_& m) {
+  py::class_<judgement> j(m, "Verdict", "What a set of gains is worth.");
+  j.def_property_readonly(
+      "word", [](const judgement& self) { return butngain::text_of(self.word); },
+      "'determined', 'weak', 'suspect' or 'not determined'.");
+  j.def_property_readonly(
+      "reason", [](const judgement& self) { return reasons.at(std::size_t(self.reason)); },
+      "Why it is not 'determined': 'none', 'one_line', 'saturated_button' ...");
+  j.def_property_readonly(
+      "button",
+      [](const judgement& self) {
+        return self.button < 0 ? std::nullopt : std::optional<int>{self.button};
+      },
+      "0..3, the button that the reason is about, or None.");
+  j.def_readonly("error", &judgement::error, "Standard deviation of ln(gain ratio) [-].");
+  j.def("__str__", [](const judgement& self) { return butngain::line_of(self); });
+  j.def("__repr__",
+        [](const judgement& self) { return "<Verdict " + butngain::line_of(self) + ">"; });
+}
+
+void add_calibration_fit(py::module_& m) {
+  py::class_<calibration_fit> c(
+      m, "CalibrationFit",
+      "One fit of all unknowns. Pedestals, noise and jitter in parts of the median signal.");
+  c.def_property_readonly(
+      "kind", [](const calibration_fit& self) { return text_of(self.kind); },
+      "'free', 'steady' or 'wide'.");
+  c.def_readonly("differences", &calibration_fit::differences,
+                 "The current was taken for a random walk.");
+  small_array(c, "gain", &calibration_fit::gain, "(4,): button gains, product 1 [-]");
+  small_array(c, "covariance", &calibration_fit::covariance, "(4, 4) of ln gain [-]");
+  small_array(c, "noise_covariance", &calibration_fit::noise_covariance,
+              "(4, 4): the part of it that the noise makes [-]");
+  c.def_readonly("error", &calibration_fit::error,
+                 "Largest standard deviation of ln(gain_k/gain_0) [-].");
+  c.def_readonly("noise_error", &calibration_fit::noise_error, "The same of noise_covariance [-].");
+  small_array(c, "pedestal", &calibration_fit::pedestal, "(4,) [median signal]");
+  small_array(c, "pedestal_covariance", &calibration_fit::pedestal_covariance, "(4, 4)");
+  c.def_readonly("noise", &calibration_fit::noise, "rms of one reading [median signal].");
+  c.def_readonly("noise_v", &calibration_fit::noise_v, "rms of the intensity's residuals.");
+  c.def_readonly("jitter", &calibration_fit::jitter, "rms of the intensity about its course.");
+  c.def_readonly("chi_square", &calibration_fit::chi_square, "[-]");
+  c.def_readonly("chi_square_v", &calibration_fit::chi_square_v, "[-]");
+  c.def_readonly("persistence", &calibration_fit::persistence,
+                 "Autocorrelation of the intensity's residuals, -1..1.");
+  c.def_readonly("chamber", &calibration_fit::chamber,
+                 "Eight allowances for what a drawing leaves open of a chamber [-].");
+  c.def_readonly("current", &calibration_fit::current,
+                 "Two allowances for a current that follows the position [-].");
+  c.def_readonly("orbits", &calibration_fit::orbits, "That took part.");
+  c.def_readonly("outliers", &calibration_fit::outliers, "That were left out.");
+  c.def_readonly("intensity_outliers", &calibration_fit::intensity_outliers,
+                 "Of which only the intensity was left out.");
+  c.def_readonly("at_edge", &calibration_fit::at_edge, "Held back by the edge of the table.");
+  c.def_readonly("steps", &calibration_fit::steps);
+  c.def_readonly("converged", &calibration_fit::converged);
+}
+
+// A field of every orbit: a view into the record, no copy.
+template <class T>
+void of_orbits(py::class_<calibration>& c, const char* name, T butngain::orbit_place::*field,
+               const char* doc) {
+  c.def_property_readonly(
+      name,
+      [field](const py::object& self) {
+        const auto& place = self.cast<const calibration&>().place;
+        // Of no orbits the address means nothing, but there must be one.
+        static const T nothing{};
+        const T* first = place.empty() ? &nothing : &(place.front().*field);
+        return view_of(first, {static_cast<py::ssize_t>(place.size())},
+                       {py::ssize_t{sizeof(butngain::orbit_place)}}, self);
+      },
+      doc);
+}
+
+void add_calibration(py::module_& m) {
+  add_judgement(m);
+  add_calibration_fit(m);
+  py::class_<calibration> c(m, "Calibration", "The outcome of calibrate() for one BPM.");
+  c.def_readonly("verdict", &calibration::verdict);
+  small_array(c, "gain", &calibration::gain,
+              "(4,): button gains t, product 1; a reading is t times the signal [-]");
+  c.def_property_readonly(
+      "chosen", [](const calibration& self) { return butngain::chosen_fit(self); },
+      "The CalibrationFit that the gains are from.");
+  c.def_readonly("free", &calibration::free, "Fit with every orbit's intensity free.");
+  c.def_readonly("steady", &calibration::steady, "Fit with an intensity that is smooth in time.");
+  c.def_readonly("wide", &calibration::wide, "The same with pedestals left open.");
+  c.def_readonly("median_signal", &calibration::median_signal,
+                 "Median of the four-signal sum, over 4 [unit of the signals].");
+  c.def_readonly("pedestal_chi", &calibration::pedestal_chi,
+                 "How far the pedestals are beyond sigma_p; 20 is too far [-].");
+  c.def_readonly("halves_differ", &calibration::halves_differ,
+                 "Largest |difference of ln(gain ratio)| between the halves of the run [-].");
+  c.def_readonly("halves_sigma", &calibration::halves_sigma,
+                 "That over its standard deviation [-].");
+  c.def_readonly("mechanical_error", &calibration::mechanical_error,
+                 "From the tolerance of the buttons' places; 0: unknown [-].");
+  of_orbits(c, "x", &butngain::orbit_place::x, "float64 (n,): places [m]");
+  of_orbits(c, "y", &butngain::orbit_place::y, "float64 (n,): places [m]");
+  of_orbits(c, "intensity", &butngain::orbit_place::intensity,
+            "float64 (n,): signal of a centred beam on a button of gain 1 [unit of the signals]");
+  of_orbits(c, "residual", &butngain::orbit_place::residual,
+            "float64 (n,): what the orbit says about the BPM alone [median signal]");
+  of_orbits(c, "used", &butngain::orbit_place::used, "bool (n,): False for outliers");
+  c.def_readonly("fits", &calibration::fits, "FourFits of the same readings, or None.");
+  c.def_readonly("fits_differ", &calibration::fits_differ,
+                 "Largest |ln ratio| between the fits' gains and these [-].");
+  c.def_readonly("fits_verdict", &calibration::fits_verdict,
+                 "Verdict on the fits' gains, or None.");
+  c.def("__repr__", [](const calibration& self) {
+    return "<Calibration " + butngain::line_of(self.verdict) + ">";
+  });
+}
+
+/// The settings that one and many calibrations share.
+struct settings {
+  std::vector<int> sets;
+  bool exact_table, own_table, fits;
+  double sigma_p, half_height, tolerance;
+};
+
+butngain::calibration_input input_of(std::span<const signals> readings, const settings& s,
+                                     const butngain::table& table) {
+  return {readings,  s.sets,        table,       s.exact_table, s.own_table,
+          s.sigma_p, s.half_height, s.tolerance, s.fits};
+}
+
+settings settings_of(const std::optional<std::vector<int>>& sets, bool exact_table, bool own_table,
+                     double sigma_p, double half_height, double tolerance, bool fits) {
+  return {sets.value_or(std::vector<int>{}),
+          exact_table,
+          own_table,
+          fits,
+          sigma_p,
+          half_height,
+          tolerance};
+}
+
+// The arguments of settings_of, as Python names them.
+template <class... more>
+void def_calibration(py::module_& m, const char* name, auto procedure, const char* doc,
+                     const more&... arguments) {
+  m.def(name, procedure, py::arg("signals"), py::arg("table"), py::kw_only(),
+        py::arg("sets") = py::none(), py::arg("exact_table") = false, py::arg("own_table") = true,
+        py::arg("sigma_p") = butngain::pedestals_left_in, py::arg("half_height") = 0.0,
+        py::arg("tolerance") = 0.0, py::arg("fits") = true, arguments..., doc);
+}
+
+using set_starts = std::optional<std::vector<int>>;
+
+calibration calibrate(const py::object& readings, const butngain::table& table,
+                      const set_starts& sets, bool exact_table, bool own_table, double sigma_p,
+                      double half_height, double tolerance, bool fits) {
+  const taken_readings taken = take_readings(readings, "signals");
+  const settings s =
+      settings_of(sets, exact_table, own_table, sigma_p, half_height, tolerance, fits);
+  const py::gil_scoped_release released;
+  return butngain::calibrate(input_of(taken.view(), s, table));
+}
+
+std::vector<calibration> calibrate_many(const py::sequence& readings, const py::object& table,
+                                        const set_starts& sets, bool exact_table, bool own_table,
+                                        double sigma_p, double half_height, double tolerance,
+                                        bool fits, unsigned threads, const py::object& callback) {
+  std::vector<taken_readings> taken;
+  std::vector<butngain::table> tables;
+  const bool one_table = py::isinstance<butngain::table>(table);
+  for (std::size_t i = 0; i < readings.size(); ++i) {
+    taken.push_back(take_readings(readings[i], "signals[" + std::to_string(i) + "]"));
+    if (one_table) tables.push_back(table.cast<butngain::table>());
+  }
+  if (!one_table) tables = table.cast<std::vector<butngain::table>>();
+  if (tables.size() != taken.size()) {
+    throw py::value_error("table: expected one, or " + std::to_string(taken.size()) +
+                          " as there are signals, found " + std::to_string(tables.size()));
+  }
+  const settings s =
+      settings_of(sets, exact_table, own_table, sigma_p, half_height, tolerance, fits);
+  std::vector<butngain::calibration_input> inputs;
+  for (std::size_t i = 0; i < taken.size(); ++i) {
+    inputs.push_back(input_of(taken[i].view(), s, tables[i]));
+  }
+  const auto tell = progress_of(callback);
+  const py::gil_scoped_release released;
+  return butngain::calibrate_many(inputs, threads, tell);
+}
+
+}  // namespace
+
+void add_fits(py::module_& m) {
+  add_four_fits(m);
+  add_calibration(m);
+  def_calibration(
+      m, "calibrate", &calibrate,
+      "Gains and pedestals of one BPM against the table of its chamber, with a verdict.\n\n"
+      "signals: (n, 4) in time order, buttons BI, BO, TI, TO [any unit], without nan\n"
+      "table: Table of the chamber\n"
+      "sets: first orbit (from 0) of every data set, ascending; None: all are one set\n"
+      "exact_table: no allowances, as for simulations with the same table\n"
+      "own_table: False for a stand-in that is not the table of this chamber\n"
+      "sigma_p: rms of what the pedestals may still be [median signal]: 0.01, or 3e-4 when they\n"
+      "    were subtracted\n"
+      "half_height: of the chamber [m]; 0: worked out from the table\n"
+      "tolerance: of the buttons' places along the wall [m]; 0: unknown\n"
+      "fits: make the four fits too, and judge their gains beside\n"
+      "Returns Calibration.");
+  def_calibration(
+      m, "calibrate_many", &calibrate_many,
+      "calibrate() of many BPMs on several threads.\n\n"
+      "signals: one (n, 4) array for each BPM; table: one Table, or one for each BPM\n"
+      "threads: 0: one for each processor\n"
+      "progress(done, of), if given, is called as BPMs are done; False, or Ctrl-C, ends the work\n"
+      "    when the BPMs in hand are done\n"
+      "The rest as calibrate(). Returns a list of Calibration.",
+      py::arg("threads") = 0U, py::arg("progress") = py::none());
+}
+
+}  // namespace binding

@@ -71,6 +71,7 @@ enum class verdict_reason {
   many_outliers,
   at_the_edge,
   gains_change,
+  other_signals,
   pedestals_not_known,
   stand_in_table,
   error_large,
@@ -104,20 +105,35 @@ struct calibration_fit {
   double noise_error = 0;     ///< the same of noise_covariance [-]
   four pedestal{};
   square pedestal_covariance{};
-  double noise = 0;                 ///< rms of one reading
-  double noise_v = 0;               ///< rms of the intensity's residuals; 0 when free
-  double jitter = 0;                ///< rms of the intensity about its course; 0 when free
-  double chi_square = 0;            ///< residuals over the noise, squared and summed [-]
-  double chi_square_v = 0;          ///< the same of the intensity's; 0 when free [-]
-  double persistence = 0;           ///< autocorrelation of the intensity's residuals, -1..1
-  std::array<double, 8> chamber{};  ///< allowances for what a drawing leaves open [-]
-  std::array<double, 2> current{};  ///< a current that follows the position [-]
-  int orbits = 0;                   ///< that took part
-  int outliers = 0;                 ///< that were left out
-  int intensity_outliers = 0;       ///< of which only the intensity was left out
-  int at_edge = 0;                  ///< held back by the edge of the table
+  double noise = 0;                  ///< rms of one reading
+  double noise_v = 0;                ///< rms of the intensity's residuals; 0 when free
+  double jitter = 0;                 ///< rms of the intensity about its course; 0 when free
+  double chi_square = 0;             ///< residuals over the noise, squared and summed [-]
+  double chi_square_v = 0;           ///< the same of the intensity's; 0 when free [-]
+  double persistence = 0;            ///< autocorrelation of the intensity's residuals, -1..1
+  std::array<double, 10> chamber{};  ///< allowances for what a drawing leaves open [-]
+  std::array<double, 2> current{};   ///< a current that follows the position [-]
+  int orbits = 0;                    ///< that took part
+  int outliers = 0;                  ///< that were left out
+  int intensity_outliers = 0;        ///< of which only the intensity was left out
+  int at_edge = 0;                   ///< held back by the edge of the table
   int steps = 0;
   bool converged = false;
+};
+
+/// Things beyond the model that the readings are asked for: cross-talk between neighbouring buttons,
+/// compression of large signals, gains that go along a line or a parabola in time or step half way
+/// through, pedestals of one data set alone.
+enum class trouble_kind { cross_talk, compression, drift, bend, step, pedestals_of_set };
+
+/// How large one of them is, if it is the only one.
+struct trouble_size {
+  trouble_kind kind = trouble_kind::cross_talk;
+  int which = 0;          ///< compression: button 0..3; pedestals_of_set: data set from 0; else 0
+  double size = 0;        ///< part, or largest change of a gain ratio, or pedestal [-]
+  double chi_square = 0;  ///< by how much it betters the fit [-]
+  int freedom = 0;        ///< of that chi-square
+  double shift = 0;       ///< what it does to a gain ratio at most [-]
 };
 
 /// What became of one orbit.
@@ -136,12 +152,14 @@ struct calibration {
   calibration_fit free, steady, wide;  ///< T1, T2, W
   double median_signal = 0;            ///< of the four-signal sum, over 4 [unit of readings]
   double pedestal_chi = 0;             ///< how far W's pedestals are beyond sigma_p; 20 is too far
-  double halves_differ = 0;        ///< largest |difference of ln(t_k/t_0)| between the run's halves
-  double halves_sigma = 0;         ///< that over its standard deviation [-]
-  double mechanical_error = 0;     ///< from the tolerance of the buttons' places; 0: unknown
-  std::vector<orbit_place> place;  ///< orbit by orbit
-  std::optional<four_fits> fits;   ///< with_fits
-  double fits_differ = 0;          ///< largest |ln ratio| between the fits' gains and these [-]
+  double slope_chi = 0;                ///< how far W's slopes of the current are beyond their prior
+  double halves_differ = 0;           ///< largest change of ln(t_k/t_0) in time that stands out [-]
+  double halves_sigma = 0;            ///< root of the chi-square that speaks for it [-]
+  std::vector<trouble_size> trouble;  ///< what else the readings were asked for
+  double mechanical_error = 0;        ///< from the tolerance of the buttons' places; 0: unknown
+  std::vector<orbit_place> place;     ///< orbit by orbit
+  std::optional<four_fits> fits;      ///< with_fits
+  double fits_differ = 0;             ///< largest |ln ratio| between the fits' gains and these [-]
   std::optional<judgement> fits_verdict;  ///< the word on the fits' gains
 };
 

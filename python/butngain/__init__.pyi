@@ -189,8 +189,10 @@ class Calibration:
     wide: CalibrationFit
     median_signal: float
     pedestal_chi: float
+    slope_chi: float
     halves_differ: float
     halves_sigma: float
+    trouble: list[dict[str, Union[str, int, float]]]
     mechanical_error: float
     x: Reals
     y: Reals

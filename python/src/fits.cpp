@@ -45,15 +45,31 @@ const char* text_of(butngain::fit_kind kind) {
 }
 
 // In the order of the enumerators; the names are theirs.
-constexpr std::array<const char*, 18> reasons{
-    "none",           "no_table",       "few_orbits",
-    "dead_button",    "stuck_button",   "saturated_button",
-    "no_convergence", "one_line",       "error_too_large",
-    "pedestals",      "unlikely_gains", "many_outliers",
-    "at_the_edge",    "gains_change",   "pedestals_not_known",
-    "stand_in_table", "error_large",    "pedestals_not_checked"};
+constexpr std::array<const char*, 19> reasons{"none",
+                                              "no_table",
+                                              "few_orbits",
+                                              "dead_button",
+                                              "stuck_button",
+                                              "saturated_button",
+                                              "no_convergence",
+                                              "one_line",
+                                              "error_too_large",
+                                              "pedestals",
+                                              "unlikely_gains",
+                                              "many_outliers",
+                                              "at_the_edge",
+                                              "gains_change",
+                                              "other_signals",
+                                              "pedestals_not_known",
+                                              "stand_in_table",
+                                              "error_large",
+                                              "pedestals_not_checked"};
 static_assert(static_cast<std::size_t>(butngain::verdict_reason::pedestals_not_checked) + 1 ==
               reasons.size());
+constexpr std::array<const char*, 6> troubles{"cross_talk", "compression", "drift",
+                                              "bend",       "step",        "pedestals_of_set"};
+static_assert(static_cast<std::size_t>(butngain::trouble_kind::pedestals_of_set) + 1 ==
+              troubles.size());
 
 void add_four_fits(py::module_& m) {
   py::class_<gain_fit> g(m, "GainFit", "One of the four fits.");
@@ -141,7 +157,7 @@ void add_calibration_fit(py::module_& m) {
   c.def_readonly("persistence", &calibration_fit::persistence,
                  "Autocorrelation of the intensity's residuals, -1..1.");
   c.def_readonly("chamber", &calibration_fit::chamber,
-                 "Eight allowances for what a drawing leaves open of a chamber [-].");
+                 "Ten allowances for what a drawing leaves open of a chamber [-].");
   c.def_readonly("current", &calibration_fit::current,
                  "Two allowances for a current that follows the position [-].");
   c.def_readonly("orbits", &calibration_fit::orbits, "That took part.");
@@ -187,10 +203,30 @@ void add_calibration(py::module_& m) {
                  "Median of the four-signal sum, over 4 [unit of the signals].");
   c.def_readonly("pedestal_chi", &calibration::pedestal_chi,
                  "How far the pedestals are beyond sigma_p; 20 is too far [-].");
+  c.def_readonly("slope_chi", &calibration::slope_chi,
+                 "How far the slopes of the current are beyond what is usual [-].");
   c.def_readonly("halves_differ", &calibration::halves_differ,
-                 "Largest |difference of ln(gain ratio)| between the halves of the run [-].");
+                 "Largest change of ln(gain ratio) in time that stands out [-].");
   c.def_readonly("halves_sigma", &calibration::halves_sigma,
-                 "That over its standard deviation [-].");
+                 "Root of the chi-square that speaks for it [-].");
+  c.def_property_readonly(
+      "trouble",
+      [](const calibration& self) {
+        py::list all;
+        for (const butngain::trouble_size& t : self.trouble) {
+          py::dict one;
+          one["kind"] = troubles.at(static_cast<std::size_t>(t.kind));
+          one["which"] = t.which;
+          one["size"] = t.size;
+          one["chi_square"] = t.chi_square;
+          one["freedom"] = t.freedom;
+          one["shift"] = t.shift;
+          all.append(one);
+        }
+        return all;
+      },
+      "What else the readings were asked for: dicts of kind, which (button or data set, from 0), "
+      "size, chi_square, freedom, shift (what it does to a gain ratio at most).");
   c.def_readonly("mechanical_error", &calibration::mechanical_error,
                  "From the tolerance of the buttons' places; 0: unknown [-].");
   of_orbits(c, "x", &butngain::orbit_place::x, "float64 (n,): places [m]");

@@ -24,6 +24,8 @@ static_assert(static_cast<int>(verdict_reason::pedestals_not_checked) ==
               static_cast<int>(rooms::verdict_reason::pedestals_not_checked));
 static_assert(static_cast<int>(fit_kind::wide_pedestals) ==
               static_cast<int>(rooms::fit_kind::wide_pedestals));
+static_assert(static_cast<int>(trouble_kind::pedestals_of_set) ==
+              static_cast<int>(rooms::trouble_kind::pedestals_of_set));
 
 square square_of(const rooms::button_square& from) {
   square to{};
@@ -73,9 +75,15 @@ calibration public_record(const rooms::record& from) {
   made.wide = public_fit(from.wide);
   made.median_signal = from.median_signal;
   made.pedestal_chi = from.pedestal_chi;
+  made.slope_chi = from.slope_chi;
   made.halves_differ = from.halves_differ;
   made.halves_sigma = from.halves_sigma;
   made.mechanical_error = from.E_mech;
+  for (const rooms::trouble_size& t : from.trouble) {
+    const int which = t.kind == rooms::trouble_kind::compression ? t.which - 1 : t.which;
+    made.trouble.push_back(
+        {same<trouble_kind>(t.kind), which, t.size, t.chi_square, t.freedom, t.shift});
+  }
   made.place.reserve(from.place.size());
   for (const rooms::orbit_place& p : from.place) {
     made.place.push_back({p.x, p.y, p.intensity, p.residual, p.used});

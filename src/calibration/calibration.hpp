@@ -27,6 +27,7 @@
 // | calibration.cpp     | the whole rule: three fits, the choice between them, the verdict     |
 // | input_check.cpp     | what is wrong with readings before anything is fitted                |
 // | one_fit.hpp         | one fit of all unknowns                                              |
+// | trouble_test.hpp    | what the readings would like the model to have                       |
 // | orbit_block.hpp     | orbits in columns: model, directions u and v, rows for the sums      |
 // | normal_system.hpp   | the normal equations and their solution                              |
 //

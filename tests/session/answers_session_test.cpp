@@ -138,12 +138,9 @@ TEST(answers_session, options_make_the_session_that_typing_makes) {
     EXPECT_EQ(given.status, s.status) << given.err;
     EXPECT_EQ(timeless(given.out), with_answers(timeless(typed.out), s));
     for (const auto& entry : fs::recursive_directory_iterator(place.here.path() / "typed")) {
-      // Pictures bear the run's name, records and pages its command and times.
-      const std::string kind = entry.path().extension();
-      if (!entry.is_regular_file() || kind == ".png" || kind == ".json" || kind == ".html" ||
-          entry.path().filename() == "gif") {
-        continue;
-      }
+      // The copy of the plot bears the run's name, the record its command and times.
+      const fs::path name = entry.path().filename();
+      if (!entry.is_regular_file() || name == "run.json" || name == "gif") continue;
       const fs::path below = fs::relative(entry.path(), place.here.path() / "typed");
       const fs::path other = below.has_parent_path()
                                  ? run_below(place.here.path() / "given") / below.filename()

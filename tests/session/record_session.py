@@ -26,7 +26,6 @@ with open(sys.argv[3], encoding="utf-8") as schema_file:
 jsonschema.Draft202012Validator.check_schema(SCHEMA)
 # What differs between a run and the same run made once more.
 OF_THE_RUN = ("started", "working_directory", "directory", "command", "seconds")
-TIMES = re.compile(rb"<dt>(results|started|command|working directory|data|fit)</dt><dd>.*?</dd>")
 LATIN_NAME = b"./m\xe9l.txt"  # of an older system: no UTF-8
 
 
@@ -68,14 +67,12 @@ class Run:
         jsonschema.validate(self.record, SCHEMA)
 
     def files(self):
-        """All files but the record and pictures, which bear the run's name; from the others its name
-        is taken out, and from the page also when, how long and by which command it was made."""
+        """All files but the record and the copy of the plot, with the run's name taken out."""
         found = {}
         for path in glob.glob(self.place + "/**", recursive=True):
-            if os.path.isfile(path) and not path.endswith(("run.json", "gif", ".png")):
+            if os.path.isfile(path) and not path.endswith(("run.json", "gif")):
                 with open(path, "rb") as file:
                     inside = file.read().replace(self.name.encode(), b"RUN")
-                inside = TIMES.sub(b"", inside)
                 found[os.path.relpath(path, self.place).replace(self.name, "RUN")] = inside
         return found
 

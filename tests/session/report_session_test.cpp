@@ -82,6 +82,10 @@ TEST(compare_session, tells_a_script_by_its_status) {
   EXPECT_EQ(changed.status, 1);
   EXPECT_TRUE(changed.out.starts_with("1 of 2 BPMs changed: 2 (EXP_1)\n")) << changed.out;
   EXPECT_TRUE(contains(changed.out, "most of it TO "));
+  // When a run was made is told by its record.
+  const auto lines = session::lines_of(changed.out);
+  EXPECT_TRUE(lines.size() > 3 && contains(lines[3], ", 20") && contains(lines[3], "T"))
+      << changed.out;
   EXPECT_EQ(compare("monday/2* tuesday").status, 2);
 }
 

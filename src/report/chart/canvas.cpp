@@ -87,6 +87,9 @@ canvas open_canvas(medium kind, double width, double height, double scale) {
   } else if (kind == medium::pdf) {
     c.sheet.reset(cairo_pdf_surface_create_for_stream(take_bytes, c.bytes.get(), width * scale,
                                                       height * scale));
+    // The same drawing gives the same bytes: not the time of day.
+    cairo_pdf_surface_set_metadata(c.sheet.get(), CAIRO_PDF_METADATA_CREATE_DATE,
+                                   "2000-01-01T00:00:00Z");
   } else {
     c.sheet.reset(cairo_image_surface_create(CAIRO_FORMAT_RGB24,
                                              static_cast<int>(std::ceil(width * scale)),

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "gains_csv.hpp"
+#include "run_json.hpp"
 
 namespace report {
 namespace {
@@ -79,6 +80,11 @@ util::outcome<read_run> read_run_directory(const std::string& path) {
   read_run run;
   run.directory = path;
   run.bpm = std::move(*rows);
+  const std::string record = (fs::path(file).parent_path() / "run.json").string();
+  if (!fs::exists(record, error)) return run;
+  auto made = read_run_json(record);
+  if (!made) return made.why;
+  run.started = made->info.started;
   return run;
 }
 

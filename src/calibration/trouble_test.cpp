@@ -203,7 +203,7 @@ std::vector<trouble_size> test_troubles(fit_state& state, const fit_setting& set
   equations e = equations_of(setting);
   e.u_weight = 1 / (result.noise * result.noise);
   const model_setting model{setting.table, setting.R0, false, false, 0};
-  const double last = static_cast<double>(state.block.back().first + state.block.back().count);
+  const auto last = static_cast<double>(state.block.back().first + state.block.back().count);
   std::array<double, 4> t = log_gains(state.at.value.data());
   for (double& gain : t) gain = std::exp(gain);
   block_rows rows{};

@@ -29,7 +29,8 @@ session::outcome make_machine(const session::scratch& here, const std::string& n
       "--noise", "1e-4", "--seed", "3", "--pedestal", "60",  "--pedestal-spread", "60",
       "--dead",  "3:2"};
   arguments.insert(arguments.end(), more.begin(), more.end());
-  return session::bpmsim(here.path(), arguments);
+  // Tables and chambers take seconds of work, which a busy machine may stretch to minutes.
+  return session::bpmsim(here.path(), arguments, {.seconds = 600});
 }
 
 // The run directory below a place.
@@ -47,6 +48,7 @@ fs::path run_on(const session::scratch& here, const std::string& tree, const std
   const fs::path place = here.path() / (tree + run + "_" + correction);
   fs::create_directory(place);
   session::settings how;
+  how.seconds = 600;
   how.environment["KOVR_ONLINE"] = (here.path() / tree / "online").string();
   how.arguments = options;
   const auto done =

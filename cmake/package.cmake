@@ -78,9 +78,9 @@ set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS fonts-dejavu-core)  # the plot's fon
 
 debian_package(library libbutngain${BUTNGAIN_SOVERSION} libs
 "button gains of beam position monitors (shared library)
-Reads raw data files of beam position monitors, finds positions by lookup tables
-of a vacuum chamber, fits and calibrates the gains of the four buttons, and
-simulates their readings.")
+Reads raw data files of beam position monitors, finds positions by lookup
+tables of a vacuum chamber, fits and calibrates the gains of the four buttons,
+and simulates their readings.")
 
 debian_package(development libbutngain-dev libdevel
 "button gains of beam position monitors (development files)
@@ -116,4 +116,5 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/src/library)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/debian/ldconfig_trigger.cmake)
 include(CPack)

@@ -1,6 +1,5 @@
 #include "chamber_table.hpp"
 
-#include <fstream>
 #include <string_view>
 #include <utility>
 
@@ -9,6 +8,7 @@
 #include "table_file.hpp"
 #include "table_maker.hpp"
 #include "text.hpp"
+#include "text_file.hpp"
 
 namespace driver {
 namespace {
@@ -29,12 +29,13 @@ margin 4
 end
 )";
 
-// The first word that is not in a comment; nothing where there is none, or no file. Lines that long
-// belong to no text file, and a device without line ends must not be read for ever.
+// The first word that is not in a comment; nothing where there is none, no file, or a read that
+// fails: the reader of chambers, who comes next, tells why.
 std::string first_word(const std::string& path) {
-  std::ifstream file(path);
-  for (std::string line; std::getline(file, line) && line.size() < 10000;) {
-    const std::string_view text = util::trim(std::string_view{line}.substr(0, line.find('#')));
+  auto file = util::open_text_file(path);
+  while (file && util::next_line(*file)) {
+    const std::string_view line{file->line};
+    const std::string_view text = util::trim(line.substr(0, line.find('#')));
     if (!text.empty()) return std::string{text.substr(0, text.find_first_of(" \t\r"))};
   }
   return {};

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <ctime>
 #include <optional>
@@ -61,7 +62,10 @@ void name_number(int number) {
 
 bool exists(const std::string& path) {
   struct stat info {};
-  return stat(path.c_str(), &info) == 0;
+  if (stat(path.c_str(), &info) == 0) return true;
+  // Of anything but a missing file waiting makes nothing better.
+  if (errno != ENOENT && errno != ENOTDIR) end_run({util::system_text(errno), path, {}});
+  return false;
 }
 
 // A missing file is probed again until it is there: a series may still be in the making.

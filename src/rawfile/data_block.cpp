@@ -150,13 +150,14 @@ std::int32_t read_data_line(kbpmfio_stream& stream, data_columns& columns) {
   return 1;
 }
 
-util::status read_data_block(kbpmfio_stream& stream, RDV3_INST_DATA& instrument,
+block_result read_data_block(kbpmfio_stream& stream, RDV3_INST_DATA& instrument,
                              std::int32_t bunches, std::int32_t turns, data_columns& last) {
   derivation state{&instrument};
   // Nothing more comes: a key or the end of the file was met. The remaining lines repeat the last
   // one; kept for compatibility.
   bool ended = false;
   std::size_t n = 0;
+  block_result result;
   for (std::int32_t b = 0; b < bunches; ++b) {
     const std::size_t behind_bunch = n + static_cast<std::size_t>(std::max(turns, 0));
     while (n < behind_bunch) {
@@ -168,11 +169,15 @@ util::status read_data_block(kbpmfio_stream& stream, RDV3_INST_DATA& instrument,
         n += run;
       } else {
         ended = ended || read_data_line(stream, last) != 0;
-        if (last[0] < 0 || last[0] > 1) return bad_block(stream, instrument, n, last[0]);
+        if (last[0] < 0 || last[0] > 1) {
+          result.fault = bad_block(stream, instrument, n, last[0]);
+          return result;
+        }
         // Lines so far go by the block before; from here on by this line's.
         if (last[0] != state.block) derive(state, n);
         store(instrument, n++, last);
       }
+      if (!ended) result.lines = n;
       state.block = last[0];
       if (n - state.first >= derived_together) derive(state, n);
     }
@@ -180,7 +185,7 @@ util::status read_data_block(kbpmfio_stream& stream, RDV3_INST_DATA& instrument,
     if (turns > 0) instrument.timing_blocks[static_cast<std::size_t>(b)] = last[0];
   }
   derive(state, n);
-  return std::nullopt;
+  return result;
 }
 
 }  // namespace rawfile

@@ -9,6 +9,7 @@
 // the last three in single precision and in this order, and the phase word unpacked: bits 19..27
 // horizontal, 10..18 vertical, 0..7 the rest.
 #pragma once
+#include <cstddef>
 #include <cstdint>
 
 #include "data_line.hpp"
@@ -23,14 +24,19 @@ namespace rawfile {
 ///          was taken, whatever it held
 [[nodiscard]] std::int32_t read_data_line(kbpmfio_stream& stream, data_columns& columns);
 
+/// How reading a data block ended.
+struct [[nodiscard]] block_result {
+  util::status fault;      ///< nothing when the arrays are filled
+  std::size_t lines = 0;   ///< taken from the file; elements from here on repeat the last one
+};
+
 /// Fills an instrument's arrays from its B x T data lines.
 /// given    last  the columns as the marker line left them; a block that is too short, or that a
 ///                line with ":" ends, repeats the last values read to its end
 /// returns  last  the columns of the last line read
 /// errors   a timing block other than 0 and 1: the fault names file, line, instrument and data line;
 ///          last holds the block, and the arrays what was read before
-[[nodiscard]] util::status read_data_block(kbpmfio_stream& stream, RDV3_INST_DATA& instrument,
-                                           std::int32_t bunches, std::int32_t turns,
-                                           data_columns& last);
+block_result read_data_block(kbpmfio_stream& stream, RDV3_INST_DATA& instrument,
+                             std::int32_t bunches, std::int32_t turns, data_columns& last);
 
 }  // namespace rawfile

@@ -115,9 +115,18 @@ void forget_rawfile() {
 // not there, leaves the earlier one in place.
 std::int32_t kbpm_read_rawfile_stream(kbpmfio_stream& stream) {
   const load_result result = load(stream, held().file);
-  held().is_current = held().file.loaded;
+  const auto failed = read_fault(stream);
+  // A read that fails ends the lines, and the status goes by those that came. But half a file must
+  // not pass for the run: who asks whether it is current hears no.
+  held().is_current = held().file.loaded && !failed;
   show_held();
-  return status_of(result, stream.path);
+  const std::int32_t status = status_of(result, stream.path);
+  if (failed) {
+    tell(*failed);
+  } else if (held().file.ends_early) {
+    tell(*held().file.ends_early);
+  }
+  return status;
 }
 
 std::int32_t kbpm_read_rawfile_at(const std::string& path) {

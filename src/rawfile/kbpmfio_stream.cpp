@@ -26,12 +26,13 @@ void refill(kbpmfio_stream& stream) {
   do {
     got = read(stream.fd, stream.block.data() + left, stream.block.size() - left);
   } while (got < 0 && errno == EINTR);
-  // A read that fails is the end of the file: a directory opens, and reads as an empty one.
   if (got > 0) {
     stream.filled += static_cast<std::size_t>(got);
-  } else {
-    stream.at_end = true;
+    return;
   }
+  // To whoever takes lines a read that fails is the end of the file; the loader asks for the fault.
+  stream.at_end = true;
+  if (got < 0) stream.failure = errno;
 }
 
 [[noreturn]] void writing_error(const std::string& path, int reason) {
@@ -107,6 +108,15 @@ std::optional<std::string_view> next_line(kbpmfio_stream& stream) {
     return std::nullopt;
   }
   return ahead.substr(0, length);
+}
+
+util::status read_fault(const kbpmfio_stream& stream) {
+  if (stream.failure == 0) return std::nullopt;
+  const auto at = stream.block_start + static_cast<std::int64_t>(stream.filled);
+  return util::fault{"reading failed at byte " + std::to_string(at) + ": " +
+                         util::system_text(stream.failure),
+                     util::shown(stream.path),
+                     {}};
 }
 
 // The line still lies in the block: nothing was read since it was given.

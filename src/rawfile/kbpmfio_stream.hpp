@@ -3,8 +3,9 @@
 // Reading goes through a block of our own over read(): the text is never held whole, and a file
 // that is cut short while it is read is simply shorter (a mapped one would kill the process). A
 // line is what fgets with a buffer of 2048 characters gives: up to and with the line end, at most
-// 2047 characters, the rest being the next line. A read that fails (a directory, say) is the end of
-// the file; so is text that goes on and on without a line end, which the loader then refuses.
+// 2047 characters, the rest being the next line. A read that fails (of a directory, or of a disk that
+// is broken) ends the lines, and so does text that goes on and on without a line end: the loader asks
+// afterwards whether it was the end of the file.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -39,6 +40,7 @@ struct kbpmfio_stream {
   bool at_end = false;               ///< nothing more to read behind the block
   std::size_t unended = 0;           ///< characters taken since the last line end
   bool endless = false;              ///< more than longest_unended of them: reading has stopped
+  int failure = 0;                   ///< errno value of the read that failed, which ended the lines
   // Writing
   std::FILE* out = nullptr;
 
@@ -66,6 +68,10 @@ std::optional<std::string_view> next_line(kbpmfio_stream& stream);
 /// All that can be had at once, at least `least` characters unless the file ends before. The caller
 /// takes some by moving `next` on.
 std::string_view look_ahead(kbpmfio_stream& stream, std::size_t least);
+
+/// Why the lines ended before the file did: file, byte and the system's reason. Nothing where no read
+/// failed.
+[[nodiscard]] util::status read_fault(const kbpmfio_stream& stream);
 
 /// Takes back the line that next_line gave last: it comes again.
 /// note     by one line only: it is still in the block, so this needs no file that can be sought in

@@ -26,7 +26,10 @@ util::outcome<raw_file> read_raw_file(const std::string& path) {
   kbpmfio_stream stream;
   if (auto fault = open_for_reading(stream, path)) return std::move(*fault);
   raw_file file;
-  if (auto result = load(stream, file); result.fault) return std::move(*result.fault);
+  auto result = load(stream, file);
+  // First: half a file can look like one with wrong counts.
+  if (auto fault = read_fault(stream)) return std::move(*fault);
+  if (result.fault) return std::move(*result.fault);
   return file;
 }
 

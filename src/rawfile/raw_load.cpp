@@ -100,6 +100,21 @@ void read_headers(kbpmfio_stream& stream, raw_file& file, field_tables& tables) 
   read_section(stream, tables.kovr);
 }
 
+// Where the file ended, the first time that it gives fewer lines than its header announces. A key that
+// comes too early is no end: what follows it is read.
+void note_end(kbpmfio_stream& stream, raw_file& file, const RDV3_INST_DATA& instrument,
+              std::size_t lines) {
+  const RDV3_FILE_HEADER& h = file.file_header;
+  const std::uint64_t announced = count_of(h.num_bunches) * count_of(h.num_turns);
+  if (file.ends_early || lines >= announced || !look_ahead(stream, 1).empty()) return;
+  const std::string_view name = text_of(instrument.location);
+  file.ends_early = util::fault{
+      name.empty() ? "the file ends before the last instrument"
+                   : fmt::format("the file ends at data line {} of {}, instrument {}", lines,
+                                 announced, util::shown(name)),
+      util::shown(file.path), fmt::format("{} instruments as the header says", h.num_instruments)};
+}
+
 // Every instrument of the file; block is the timing block of a fault.
 util::status read_instruments(kbpmfio_stream& stream, raw_file& file, field_tables& tables,
                               std::int32_t& block) {
@@ -115,9 +130,10 @@ util::status read_instruments(kbpmfio_stream& stream, raw_file& file, field_tabl
     // This one takes the column titles and the data marker. Where the marker is missing it takes
     // the first data line, and the block is one line short: kept for compatibility.
     static_cast<void>(read_data_line(stream, columns));
-    auto fault = read_data_block(stream, instrument, h.num_bunches, h.num_turns, columns);
+    auto result = read_data_block(stream, instrument, h.num_bunches, h.num_turns, columns);
     block = columns[0];
-    if (fault) return fault;
+    if (result.fault) return result.fault;
+    note_end(stream, file, instrument, result.lines);
   }
   return std::nullopt;
 }
@@ -182,6 +198,7 @@ void let_go(raw_file& file) {
   file.kovr_header = {};
   file.file_header = {};
   file.path.clear();
+  file.ends_early.reset();
 }
 
 void forget(raw_file& file) {

@@ -30,6 +30,7 @@ struct [[nodiscard]] load_result {
 
 /// Replaces what the record holds by what the stream gives, up to the last data line.
 /// errors   see load_end; where the data are not loaded the record is empty and has no memory
+/// note     a read that fails looks like the end of the file here: the stream knows (read_fault)
 load_result load(kbpmfio_stream& stream, raw_file& file);
 
 /// Empties the record; the memory of its arrays stays with it, for the next load.

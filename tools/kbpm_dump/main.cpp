@@ -27,6 +27,7 @@ int told(const std::string& what, int status) {
 int dump_file(const options& o) {
   const auto file = rawfile::read_raw_file(o.file);
   if (!file) return told(util::line_of(file.why), 1);
+  if (file->ends_early) told(util::line_of(*file->ends_early), 0);
   const util::status fault = o.instrument.empty() ? dump::print_file(*file)
                                                   : dump::print_turns(*file, o.instrument, o.bunch);
   return fault ? told(util::line_of(*fault), 1) : 0;

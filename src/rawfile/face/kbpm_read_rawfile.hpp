@@ -11,6 +11,10 @@
 // arrays beyond 1 GiB for a file of fewer than two bytes a line. Then one line names the file, the
 // key and the value, nothing is allocated, nothing is held. Text that never ends its line is no raw
 // data file either: 16 MiB without a line end are refused with one line on standard error.
+//
+// What ends before its header says so is told in one line on standard error and loaded all the same.
+// A read that fails ends the lines like the end of the file, with the status that they give; one
+// line tells file, byte and reason, and kbpm_rawfile_is_current says no.
 #pragma once
 #include <cstdint>
 #include <string>

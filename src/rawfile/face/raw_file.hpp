@@ -36,6 +36,9 @@ struct raw_file {
   /// What their arrays look at. The next load into this record uses it again.
   std::unique_ptr<array_arena, gives_arena_back> arrays;
   bool loaded = false;  ///< the above is one file, whole
+  /// Where the file ends that is shorter than its header says; nothing when it is not. What is missing
+  /// repeats the last values read.
+  util::status ends_early;
 };
 
 /// Most instruments that a file may have; kept for compatibility.
@@ -50,8 +53,9 @@ inline std::uint64_t unquestioned_arrays = std::uint64_t{1} << 30;
 /// returns  the file, with 1 to most_instruments instruments and at least one bunch
 /// errors   the fault tells path and reason: cannot be opened; counts that cannot be; a timing block
 ///          other than 0 and 1 (with line, instrument and data line); text without line ends; no
-///          instruments, too many, or no bunches. Lines that are missing or malformed are none of
-///          these: they leave zeros or the last values read.
+///          instruments, too many, or no bunches; a read that fails (with the byte). Lines that are
+///          malformed or missing are none of these: they leave zeros or the last values read, and
+///          ends_early tells of a file that is cut.
 /// note     safe on several threads
 [[nodiscard]] util::outcome<raw_file> read_raw_file(const std::string& path);
 

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 
 #include "file_units.hpp"
@@ -25,6 +26,10 @@ std::optional<std::string> plain_answer() {
   std::string answer;
   int c = 0;
   while ((c = std::getchar()) != EOF && c != '\n') answer.push_back(static_cast<char>(c));
+  // Half an answer is none: it would choose something.
+  if (c == EOF && std::ferror(stdin) != 0) {
+    run_time_error("reading standard input: " + system_text(errno));
+  }
   if (c == EOF && answer.empty()) return {};
   // Files of answers made on another system end their lines in CR LF.
   if (!answer.empty() && answer.back() == '\r') answer.pop_back();

@@ -146,7 +146,8 @@ bool read_line(int unit, std::string& line) {
   }
   switch (cut_line(file.cutter, file.stream, line)) {
     case line_cut::failed:
-      run_time_error("reading " + shown(file.path) + ": " + system_text(errno));
+      run_time_error("reading " + shown(file.path) + " at byte " +
+                     std::to_string(file.cutter.got) + ": " + system_text(errno));
     case line_cut::endless:
       run_time_error(shown(file.path) + ":" + std::to_string(file.cutter.number) +
                      ": no line end within " + std::to_string(longest_line) +

@@ -14,6 +14,7 @@ line_cut refill(line_cutter& cutter, std::FILE* stream) {
   errno = 0;
   cutter.next = 0;
   cutter.held = std::fread(cutter.block.data(), 1, block_size, stream);
+  cutter.got += static_cast<std::int64_t>(cutter.held);
   if (std::ferror(stream) != 0) return line_cut::failed;
   return cutter.held > 0 ? line_cut::line : line_cut::end;
 }

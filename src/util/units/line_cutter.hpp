@@ -4,6 +4,7 @@
 // the memory before anything could be said about it.
 #pragma once
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -27,6 +28,7 @@ struct line_cutter {
   std::size_t next = 0;  ///< where in the block the next line begins
   std::size_t held = 0;  ///< characters in the block
   long number = 0;       ///< of the line cut last, from 1
+  std::int64_t got = 0;  ///< characters read from the stream: where a read that fails stands
 };
 
 /// Cuts the next line; its end (LF or CR LF) is taken off.

@@ -1,0 +1,111 @@
+// What a program does when the system lets it down. The faults come from fault_shim.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "session_harness.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using session::contains;
+using session::read_file;
+using std::to_string;
+using texts = std::vector<std::string>;
+
+// A call that fails: which one, on which file, from 1, and why.
+struct fault {
+  std::string call;
+  std::string on;
+  int at = 1;
+  int why = EIO;
+  bool stays = false;
+};
+
+session::settings with(const fault& f, const session::scratch& here) {
+  session::settings how;
+  how.environment = {{"LD_PRELOAD", FAULT_SHIM},        {"FAULT_CALL", f.call},
+                     {"FAULT_ON", f.on},                {"FAULT_AT", to_string(f.at)},
+                     {"FAULT_WHY", to_string(f.why)},   {"FAULT_STAYS", f.stays ? "1" : ""},
+                     {"KOVR_ONLINE", here / "t/online"}};
+  return how;
+}
+
+// What sessions read: raw data with an index, a text run, a series.
+void make_inputs(const session::scratch& here) {
+  const texts made[] = {
+      {"raw", "--tree", "t/online", "--run", "4565", "--runs", "2", "--bpms", "4", "--turns", "1500"},
+      {"text", "--bpms", "2", "--turns", "1500"},
+      {"series", "--bpms", "2", "--orbits", "900"}};
+  for (const texts& arguments : made) {
+    const auto run = session::bpmsim(here.path(), arguments);
+    ASSERT_EQ(run.status, 0) << run.err;
+  }
+}
+
+// A session that took half a file for the whole would end with gains, and status 0.
+TEST(faults, a_read_that_fails_is_no_end_of_file) {
+  const session::scratch here;
+  make_inputs(here);
+  const struct {
+    const char* what;
+    fault f;
+    texts answers;
+    const char* told;
+  } cases[] = {
+      {"raw data", {"read", "04/RD-004566.dat", 2}, {"T", "1000", "4566", "3"},
+       "RD-004566.dat: reading failed at byte 262144: Input/output error\n"},
+      {"plain run", {"fread", "RD-004567.dat", 3}, {"T", "0", "./RD-004567.dat", "n", "-1", "no"},
+       "reading failed at byte 65536: Input/output error\n"},
+      {"series", {"fread", "exp_1.txt", 2}, {"F", "exp_0.txt", "exp_1.txt", "no"},
+       "exp_1.txt:403: reading failed at byte 65536: Input/output error\n"},
+      {"run index", {"fread", "tbt.idx", 3}, {"T", "0", "-1"},
+       "tbt.idx:0: reading failed at byte 0: Input/output error"},
+      {"a series' folder", {"stat", "exp_0.txt", 1}, {"F", "exp_0.txt", "exp_1.txt", "no"},
+       "exp_0.txt: Input/output error\n"},
+  };
+  for (const auto& [what, f, answers, told] : cases) {
+    SCOPED_TRACE(what);
+    const auto run = session::butngain(here.path(), answers, with(f, here));
+    EXPECT_EQ(run.status, 1) << run.out << run.err;
+    EXPECT_TRUE(contains(run.err + run.out, told)) << run.out << run.err;
+    EXPECT_TRUE(here.run_directory().empty() || !fs::exists(here.run_directory() / "_out"));
+  }
+  const auto dump = session::run({KBPM_DUMP_BINARY, here / "t/online/kbpmII/raw/04/RD-004566.dat"},
+                                 here.path(), "", with({"read", "RD-004566.dat", 2}, here));
+  EXPECT_EQ(dump.status, 1);
+  EXPECT_TRUE(contains(dump.err, "reading failed at byte 262144: Input/output error\n")) << dump.err;
+  // Standard input: /proc/self/mem opens, and its first byte is nobody's.
+  const auto answers = session::run({"/bin/sh", "-c", BUTNGAIN_BINARY " < /proc/self/mem"},
+                                    here.path(), "");
+  EXPECT_EQ(answers.status, 1);
+  EXPECT_TRUE(contains(answers.err, "error: reading standard input: Input/output error\n"))
+      << answers.err;
+}
+
+// Copied before it was complete, say: what is missing repeats the last values, and a fit believes it.
+TEST(faults, a_raw_file_shorter_than_its_header_says_is_told) {
+  const session::scratch here;
+  make_inputs(here);
+  const fs::path run = here.path() / "t/online/kbpmII/raw/04/RD-004566.dat";
+  const std::string whole = read_file(run);
+  const std::string told =
+      ": the file ends at data line 700 of 1500, instrument X6A, expected 4 instruments as the "
+      "header says\n";
+  std::size_t end = whole.find(": X6A");
+  end = whole.find("--BEGIN DATA--", end);
+  for (int line = 0; line <= 700; ++line) end = whole.find('\n', end) + 1;
+  session::write_file(run, whole.substr(0, end));
+  session::settings how;
+  how.environment["KOVR_ONLINE"] = here / "t/online";
+  const auto loaded = session::butngain(here.path(), {"T", "1000", "4566", "3"}, how);
+  EXPECT_TRUE(contains(loaded.err, told)) << loaded.err;
+  const auto dump = session::run({KBPM_DUMP_BINARY, run.string()}, here.path(), "");
+  EXPECT_EQ(dump.status, 0);
+  EXPECT_TRUE(contains(dump.err, told)) << dump.err;
+}
+
+}  // namespace

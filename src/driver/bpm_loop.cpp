@@ -176,10 +176,7 @@ void add_to_plot(session_state& s, const fit::bpm_result& result) {
 // Gains that the data do not determine look as confident in the tables as any others: say so.
 void warn_of_poor_gains(const fit::bpm_result& result, const bpm_verdict& verdict) {
   if (verdict.word == calibration::verdict_word::determined) return;
-  std::fflush(stdout);
-  util::erase_progress();
-  fmt::print(stderr, "butngain: BPM {} ({}): {}\n", result.data.bpm, result.data.name,
-             verdict.line);
+  util::tell_line(fmt::format("BPM {} ({}): {}", result.data.bpm, result.data.name, verdict.line));
 }
 
 // The calibration of one BPM against its table, and the verdict that all places show: it is made
@@ -194,12 +191,9 @@ bpm_verdict judge(session_state& s, fit::bpm_result& result, const kept_sets& ke
                                                    : calibration::pedestals_left_in};
   // Told once a session, when the first BPM needs it: a session of raw data never does.
   if (!told && s.stand_in) {
-    std::fflush(stdout);
-    util::erase_progress();
-    fmt::print(stderr,
-               "butngain: no table of these chambers: calibrated as in {}; name yours with "
-               "--chamber FILE\n",
-               s.stand_in->name);
+    util::tell_line(fmt::format(
+        "no table of these chambers: calibrated as in {}; name yours with --chamber FILE",
+        s.stand_in->name));
   }
   bpm_verdict verdict = verdict_of(result, setting);
   result.quality.reason = verdict.line;

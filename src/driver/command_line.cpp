@@ -38,7 +38,7 @@ constexpr const char* answers_group = "Answers given beforehand";
 constexpr int usage_error = 2;
 
 [[noreturn]] void refuse(const std::string& why) {
-  fmt::print(stderr, "butngain: {}; try butngain --help\n", why);
+  util::tell_line(why + "; try butngain --help");
   util::stop_program(usage_error);
 }
 

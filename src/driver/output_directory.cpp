@@ -65,10 +65,8 @@ void create_output_directory(util::fixed_text<16>& directory) {
       return;
     }
     // Two runs of one second: the transcript keeps its silence, the user should know all the same.
-    std::fflush(stdout);
-    fmt::print(stderr,
-               "{}: the directory {} existed already: files of the run before are replaced\n",
-               util::program_name, path);
+    util::tell_line("the directory " + path +
+                    " existed already: files of the run before are replaced");
     return;
   }
   std::string made;

@@ -87,8 +87,7 @@ void show(const plotted& plot) {
 void tell_copy(const std::string& name) {
   std::error_code fault;
   const std::string full = std::filesystem::absolute(name, fault).lexically_normal().string();
-  std::fflush(stdout);
-  fmt::print(stderr, "butngain: plot written to {}\n", fault ? name : full);
+  util::tell_line("plot written to " + (fault ? name : full));
 }
 
 // Makes a copy; returns whether there is one.
@@ -133,11 +132,11 @@ void plot_gains(double bpm_max, double bpm_min, const gains_plotted& bpm_gain,
                 const indices_plotted& bpm_mat, int j, const std::string& run_directory,
                 const std::string& title) {
   if (j > most_plotted) {
-    std::fflush(stdout);
-    fmt::print(stderr,
-               "butngain: the results of all {} BPMs are written to {}; only the plot, which has "
-               "room for {}, cannot be made\n",
-               j, util::trim_right(run_directory), most_plotted);
+    util::tell_line(
+        fmt::format("the results of all {} BPMs are written to {}; only the plot, which has room "
+                    "for {}, cannot "
+                    "be made",
+                    j, util::trim_right(run_directory), most_plotted));
     util::subscript_error("bpm_gain", j, 0, most_plotted, 2);
   }
   const std::string out_file{gain_fit_mod::in_file_0.trimmed()};

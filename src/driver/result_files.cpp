@@ -73,9 +73,7 @@ std::vector<report::listed_multiplier> listed_now() {
 void tell(session_state& s, const util::status& fault) {
   if (!fault) return;
   s.exit_status = 1;
-  std::fflush(stdout);
-  util::erase_progress();
-  fmt::print(stderr, "butngain: cannot write {}\n", util::line_of(*fault));
+  util::tell_line("cannot write " + util::line_of(*fault));
 }
 
 void write_report(session_state& s, const std::string& folder) {

@@ -132,7 +132,7 @@ void take_chamber(session_state& s, const std::string& path) {
   if (path.empty()) return;
   auto chamber = read_chamber_or_table(path);
   if (!chamber) {
-    fmt::print(stderr, "butngain: --chamber: {}\n", util::line_of(chamber.why));
+    util::tell_line("--chamber: " + util::line_of(chamber.why));
     util::stop_program(2);
   }
   util::note_file_read(path, util::read_as::table);
@@ -148,8 +148,7 @@ void take_output(const std::string& directory) {
     fault = std::make_error_code(std::errc::not_a_directory);
   }
   if (fault) {
-    fmt::print(stderr, "butngain: --output: cannot make {}: {}\n", util::shown(directory),
-               fault.message());
+    util::tell_line(fmt::format("--output: cannot make {}: {}", directory, fault.message()));
     util::stop_program(2);
   }
   util::output_base = directory;
@@ -158,8 +157,7 @@ void take_output(const std::string& directory) {
 // An option whose question never came up did nothing: whoever gave it may have meant another one.
 void tell_unused_options() {
   for (const std::string& option : util::options_not_asked(util::prepared)) {
-    std::fflush(stdout);
-    fmt::print(stderr, "butngain: {} was given, but its question was not asked\n", option);
+    util::tell_line(option + " was given, but its question was not asked");
   }
 }
 

@@ -212,12 +212,12 @@ void tell_summary(const session_state& s) {
   std::fflush(stdout);
   const bool colour = in_colour();
   for (const std::string& line : summary_lines(s, bpms_not_fitted(s))) {
-    const std::string text = util::shown(line);  // names and reasons come from files
-    if (colour) {
-      fmt::print(stderr, "butngain: {}{}\033[0m\n", colour_of(line), text);
-    } else {
-      fmt::print(stderr, "butngain: {}\n", text);
+    if (!colour) {
+      util::tell_line(line);
+      continue;
     }
+    const std::string text = util::shown(line);  // names and reasons come from files
+    std::fputs(fmt::format("butngain: {}{}\033[0m\n", colour_of(line), text).c_str(), stderr);
   }
 }
 

@@ -48,8 +48,8 @@ void check_trouble(const util::text_file& file) {
       util::list_line().text("ERROR IN NONLIN_BPM_INIT. CANNOT OPEN FILE: ").text(name).str());
   // The usual first error of a new site: the one file that nobody wrote.
   if (missing) {
-    fmt::print(stderr, "{}: \"bpmsim tables {}\" makes this file for default chambers\n",
-               util::program_name, std::filesystem::path{name}.parent_path().string());
+    util::tell_line(fmt::format("\"bpmsim tables {}\" makes this file for default chambers",
+                                std::filesystem::path{name}.parent_path().string()));
   }
   util::err_exit();
 }
@@ -111,8 +111,8 @@ void nonlin_bpm_init_offsets() {
                          .text("ERROR IN NONLIN_BPM_INIT_OFFSETS. ERROR READING FILE: ")
                          .text(path)
                          .str());
-    fmt::print(stderr, "{}: expected {}, {}\n", offsets.fault->where, offsets.fault->expected,
-               offsets.fault->what);
+    util::tell_line(fmt::format("{}: expected {}, {}", offsets.fault->where,
+                                offsets.fault->expected, offsets.fault->what));
     util::err_exit();
   }
   // Turned into metres in one place, behind the loop: a BPM listed twice is converted once.

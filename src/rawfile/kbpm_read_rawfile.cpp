@@ -14,6 +14,7 @@
 #include "raw_load.hpp"
 #include "rawfile_place.hpp"
 #include "run_time.hpp"
+#include "standard_output.hpp"
 #include "tell.hpp"
 #include "text.hpp"
 
@@ -47,24 +48,24 @@ std::int32_t status_of(const load_result& result, const std::string& path) {
       break;
     // This one and the two empty ones on standard output, with the other messages of loading.
     case load_end::counts:
-      fmt::print("Error: {}\n", util::line_of(*result.fault));
+      util::print_line("Error: " + util::line_of(*result.fault));
       break;
     case load_end::block:
       // Here the run ends as at any array: the line before says where in which file.
       tell(*result.fault);
       util::subscript_error("pedestals", result.block, 0, 1, 1);
     case load_end::no_instruments:
-      fmt::print("Error: Empty RD file, no instruments, {}\n", util::shown(path));
+      util::print_line("Error: Empty RD file, no instruments, " + util::shown(path));
       break;
     case load_end::no_bunches:
-      fmt::print("Error: Empty RD file, no bunches, {}\n", util::shown(path));
+      util::print_line("Error: Empty RD file, no bunches, " + util::shown(path));
       break;
   }
   return 1;
 }
 
 std::int32_t unable_to_stat(std::string_view path) {
-  fmt::print("Unable to stat {}\n", util::shown(path));
+  util::print_line("Unable to stat " + util::shown(path));
   return 1;
 }
 
@@ -73,9 +74,10 @@ std::int32_t load_file(const std::string& path) {
   constexpr const char* routine = "kbpm_read_rawfile_extended";
   kbpmfio_stream stream;
   if (const auto fault = open_for_reading(stream, path)) {
-    fmt::print("[{}] ERROR opening data file {}!\n", routine, util::shown(path));
+    util::print_line(fmt::format("[{}] ERROR opening data file {}!", routine, util::shown(path)));
     std::fflush(stdout);
-    fmt::print(stderr, "{}: {}\n", routine, fault->what);
+    // The system's text under the routine's name, not the program's: kept for compatibility.
+    std::fputs(fmt::format("{}: {}\n", routine, fault->what).c_str(), stderr);
     return 0;
   }
   util::note_file_read(path);

@@ -7,6 +7,7 @@
 
 #include "field_tables.hpp"
 #include "run_time.hpp"
+#include "standard_output.hpp"
 
 namespace rawfile {
 namespace {
@@ -89,7 +90,7 @@ std::int32_t kbpmfio_strip(std::span<char> text) {
   const std::string_view all{text.data(), text.size()};
   const std::size_t length = all.find('\0');
   if (length == std::string_view::npos) {
-    fmt::print("strip() : String argument is NOT null-terminated!\n");
+    util::print_line("strip() : String argument is NOT null-terminated!");
     return 1;
   }
   const std::string_view kept = stripped(all.substr(0, length));

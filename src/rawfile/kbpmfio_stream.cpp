@@ -35,10 +35,6 @@ void refill(kbpmfio_stream& stream) {
   if (got < 0) stream.failure = errno;
 }
 
-[[noreturn]] void writing_error(const std::string& path, int reason) {
-  util::run_time_error("writing " + path + ": " + util::system_text(reason));
-}
-
 }  // namespace
 
 // Without a look at what was written: whoever cares for it has called close().
@@ -113,10 +109,10 @@ std::optional<std::string_view> next_line(kbpmfio_stream& stream) {
 util::status read_fault(const kbpmfio_stream& stream) {
   if (stream.failure == 0) return std::nullopt;
   const auto at = stream.block_start + static_cast<std::int64_t>(stream.filled);
-  return util::fault{"reading failed at byte " + std::to_string(at) + ": " +
-                         util::system_text(stream.failure),
-                     util::shown(stream.path),
-                     {}};
+  return util::fault{
+      "reading failed at byte " + std::to_string(at) + ": " + util::system_text(stream.failure),
+      util::shown(stream.path),
+      {}};
 }
 
 // The line still lies in the block: nothing was read since it was given.
@@ -150,7 +146,7 @@ void put(kbpmfio_stream& stream, std::string_view text) {
   // Headers end with a line end in either mode; on a file that is read it goes nowhere.
   if (stream.out == nullptr) return;
   if (std::fwrite(text.data(), 1, text.size(), stream.out) < text.size()) {
-    writing_error(stream.path, errno);
+    util::write_error(stream.path, errno);
   }
 }
 
@@ -163,8 +159,8 @@ void close(kbpmfio_stream& stream) {
   stream.out = nullptr;
   // What an earlier flush could not write is lost, and closing alone does not tell.
   const bool lost = std::ferror(out) != 0;
-  if (std::fclose(out) != 0) writing_error(stream.path, errno);
-  if (lost) writing_error(stream.path, EIO);
+  if (std::fclose(out) != 0) util::write_error(stream.path, errno);
+  if (lost) util::write_error(stream.path, EIO);
 }
 
 }  // namespace rawfile

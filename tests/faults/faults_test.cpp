@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -27,19 +29,22 @@ struct fault {
 
 session::settings with(const fault& f, const session::scratch& here) {
   session::settings how;
-  how.environment = {{"LD_PRELOAD", FAULT_SHIM},        {"FAULT_CALL", f.call},
-                     {"FAULT_ON", f.on},                {"FAULT_AT", to_string(f.at)},
-                     {"FAULT_WHY", to_string(f.why)},   {"FAULT_STAYS", f.stays ? "1" : ""},
+  how.environment = {{"LD_PRELOAD", FAULT_SHIM},
+                     {"FAULT_CALL", f.call},
+                     {"FAULT_ON", f.on},
+                     {"FAULT_AT", to_string(f.at)},
+                     {"FAULT_WHY", to_string(f.why)},
+                     {"FAULT_STAYS", f.stays ? "1" : ""},
                      {"KOVR_ONLINE", here / "t/online"}};
   return how;
 }
 
 // What sessions read: raw data with an index, a text run, a series.
 void make_inputs(const session::scratch& here) {
-  const texts made[] = {
-      {"raw", "--tree", "t/online", "--run", "4565", "--runs", "2", "--bpms", "4", "--turns", "1500"},
-      {"text", "--bpms", "2", "--turns", "1500"},
-      {"series", "--bpms", "2", "--orbits", "900"}};
+  const texts made[] = {{"raw", "--tree", "t/online", "--run", "4565", "--runs", "2", "--bpms", "4",
+                         "--turns", "1500"},
+                        {"text", "--bpms", "2", "--turns", "1500"},
+                        {"series", "--bpms", "2", "--orbits", "900"}};
   for (const texts& arguments : made) {
     const auto run = session::bpmsim(here.path(), arguments);
     ASSERT_EQ(run.status, 0) << run.err;
@@ -56,15 +61,25 @@ TEST(faults, a_read_that_fails_is_no_end_of_file) {
     texts answers;
     const char* told;
   } cases[] = {
-      {"raw data", {"read", "04/RD-004566.dat", 2}, {"T", "1000", "4566", "3"},
+      {"raw data",
+       {"read", "04/RD-004566.dat", 2},
+       {"T", "1000", "4566", "3"},
        "RD-004566.dat: reading failed at byte 262144: Input/output error\n"},
-      {"plain run", {"fread", "RD-004567.dat", 3}, {"T", "0", "./RD-004567.dat", "n", "-1", "no"},
+      {"plain run",
+       {"fread", "RD-004567.dat", 3},
+       {"T", "0", "./RD-004567.dat", "n", "-1", "no"},
        "reading failed at byte 65536: Input/output error\n"},
-      {"series", {"fread", "exp_1.txt", 2}, {"F", "exp_0.txt", "exp_1.txt", "no"},
+      {"series",
+       {"fread", "exp_1.txt", 2},
+       {"F", "exp_0.txt", "exp_1.txt", "no"},
        "exp_1.txt:403: reading failed at byte 65536: Input/output error\n"},
-      {"run index", {"fread", "tbt.idx", 3}, {"T", "0", "-1"},
+      {"run index",
+       {"fread", "tbt.idx", 3},
+       {"T", "0", "-1"},
        "tbt.idx:0: reading failed at byte 0: Input/output error"},
-      {"a series' folder", {"stat", "exp_0.txt", 1}, {"F", "exp_0.txt", "exp_1.txt", "no"},
+      {"a series' folder",
+       {"stat", "exp_0.txt", 1},
+       {"F", "exp_0.txt", "exp_1.txt", "no"},
        "exp_0.txt: Input/output error\n"},
   };
   for (const auto& [what, f, answers, told] : cases) {
@@ -77,10 +92,11 @@ TEST(faults, a_read_that_fails_is_no_end_of_file) {
   const auto dump = session::run({KBPM_DUMP_BINARY, here / "t/online/kbpmII/raw/04/RD-004566.dat"},
                                  here.path(), "", with({"read", "RD-004566.dat", 2}, here));
   EXPECT_EQ(dump.status, 1);
-  EXPECT_TRUE(contains(dump.err, "reading failed at byte 262144: Input/output error\n")) << dump.err;
+  EXPECT_TRUE(contains(dump.err, "reading failed at byte 262144: Input/output error\n"))
+      << dump.err;
   // Standard input: /proc/self/mem opens, and its first byte is nobody's.
-  const auto answers = session::run({"/bin/sh", "-c", BUTNGAIN_BINARY " < /proc/self/mem"},
-                                    here.path(), "");
+  const auto answers =
+      session::run({"/bin/sh", "-c", BUTNGAIN_BINARY " < /proc/self/mem"}, here.path(), "");
   EXPECT_EQ(answers.status, 1);
   EXPECT_TRUE(contains(answers.err, "error: reading standard input: Input/output error\n"))
       << answers.err;
@@ -106,6 +122,83 @@ TEST(faults, a_raw_file_shorter_than_its_header_says_is_told) {
   const auto dump = session::run({KBPM_DUMP_BINARY, run.string()}, here.path(), "");
   EXPECT_EQ(dump.status, 0);
   EXPECT_TRUE(contains(dump.err, told)) << dump.err;
+}
+
+// A session of two BPMs with a plot copy, as a shell starts it: "$0" is the program.
+session::outcome in_shell(const session::scratch& here, const std::string& command) {
+  // Two sessions of one second share a directory, and the second says so.
+  fs::remove_all(here.run_directory());
+  return session::run({"/bin/sh", "-c", command, BUTNGAIN_BINARY}, here.path(),
+                      "F\nexp_0.txt\nexp_1.txt\ng\n");
+}
+
+bool ends_in_line(const std::string& text) { return text.empty() || text.back() == '\n'; }
+
+// What the system does to a program from outside: one line for one cause, and the status says so.
+TEST(faults, streams_and_limits_are_told_once_with_their_reason) {
+  const session::scratch here;
+  make_inputs(here);
+  const struct {
+    const char* what;
+    const char* command;
+    int status;
+    const char* err;  // all of it; "" is not looked at
+  } cases[] = {
+      {"full output", R"("$0" > /dev/full)", 1,
+       "butngain: run-time error: writing standard output: No space left on device\n"},
+      {"closed output", R"("$0" >&-)", 1,
+       "butngain: run-time error: writing standard output: Bad file descriptor\n"},
+      {"closed input", R"("$0" <&- >/dev/null)", 1,
+       "butngain: run-time error: reading standard input: Bad file descriptor\n"},
+      {"a pager that was left", R"({ "$0"; echo $? >&2; } | head -c 1)", 0,
+       "butngain: run-time error: writing standard output: Broken pipe\n1\n"},
+      {"a limit for files", R"(ulimit -f 1; "$0" > /dev/null)", 1, ""},
+      {"full messages", R"("$0" 2> /dev/full)", 0, ""},
+      {"closed messages", R"("$0" 2>&-)", 0, ""},
+  };
+  for (const auto& [what, command, status, err] : cases) {
+    SCOPED_TRACE(what);
+    const auto run = in_shell(here, command);
+    EXPECT_EQ(run.status, status) << run.out << run.err;
+    if (*err != '\0') {
+      EXPECT_EQ(run.err, err);
+    }
+    if (what == std::string{"a limit for files"}) {
+      EXPECT_TRUE(contains(run.err, ": File too large\n")) << run.err;
+      EXPECT_EQ(session::lines_of(run.err).size(), 1U) << run.err;
+    }
+    // A message that has no place to go must not go into the first table that is opened.
+    const std::string table = read_file(here.run_directory() / "orbit.dat");
+    EXPECT_FALSE(contains(table, "butngain:")) << table;
+  }
+}
+
+// Wherever memory ends: no abort, no exception on the screen, one line, and whole lines in the files.
+TEST(faults, no_memory_is_one_line) {
+  const session::scratch here;
+  make_inputs(here);
+  const texts answers{"F", "exp_0.txt", "exp_0.txt", "no"};
+  session::settings counting = with({"malloc", "", 0}, here);
+  counting.environment["FAULT_COUNT"] = here / "count";
+  ASSERT_EQ(session::butngain(here.path(), answers, counting).status, 0);
+  std::int64_t calls = 0;
+  const std::string count = read_file(here / "count");
+  ASSERT_EQ(count.size(), sizeof calls);
+  std::memcpy(&calls, count.data(), sizeof calls);
+  ASSERT_GT(calls, 1000);
+  constexpr int moments = 6;
+  for (int i = 0; i < moments; ++i) {
+    const auto at = static_cast<int>(1 + calls * i / moments);
+    SCOPED_TRACE(at);
+    const fault f{"malloc", "", at, ENOMEM, i % 2 == 0};
+    const auto run = session::butngain(here.path(), answers, with(f, here));
+    EXPECT_LE(run.status, 2) << run.err;
+    if (run.status == 0) continue;  // a library could do without
+    const auto lines = session::lines_of(run.err);
+    ASSERT_FALSE(lines.empty());
+    EXPECT_TRUE(contains(lines.back(), "emory")) << run.err;
+    EXPECT_TRUE(ends_in_line(read_file(here.run_directory() / "orbit.dat")));
+  }
 }
 
 }  // namespace

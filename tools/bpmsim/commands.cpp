@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "run_time.hpp"
 #include "site.hpp"
 
 namespace commands {
@@ -26,7 +27,7 @@ std::string parser_word(std::string word) {
 // The parser breaks some messages into lines; ours are one line each.
 int refuse(std::string fault) {
   std::replace(fault.begin(), fault.end(), '\n', ' ');
-  fmt::print(stderr, "bpmsim: {} (bpmsim --help tells what can be typed)\n", fault);
+  util::tell_line(fault + " (bpmsim --help tells what can be typed)");
   return usage_error;
 }
 

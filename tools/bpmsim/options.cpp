@@ -192,7 +192,7 @@ void refuse_if(const std::string& fault) {
 
 // Status 1, where misuse has 2: the words were right, the work could not be done.
 void give_up(const std::string& fault) {
-  fmt::print(stderr, "bpmsim: {}\n", fault);
+  util::tell_line(fault);
   util::stop_program(1);
 }
 

@@ -11,6 +11,7 @@
 #include "options.hpp"
 #include "orbits.hpp"
 #include "raw.hpp"
+#include "run_time.hpp"
 #include "series.hpp"
 #include "site.hpp"
 #include "standard_output.hpp"
@@ -86,7 +87,7 @@ int run_tree(sim::tree_setup& s) {
   if (!tables) give_up(util::line_of(tables.why));
   // What a site put there itself stays; a new tree says nothing of its tables.
   for (const sim::table_report& r : *tables) {
-    if (r.left) fmt::print(stderr, "bpmsim: {}\n", sim::line_of(r));
+    if (r.left) util::tell_line(sim::line_of(r));
   }
   util::print_line(fmt::format("{} BPMs, {} turns; raw runs {} to {}, text runs {}", s.raw.bpms,
                                s.raw.turns, s.raw.run - sim::older_runs, s.raw.run,

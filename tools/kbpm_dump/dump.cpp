@@ -1,15 +1,17 @@
 #include "dump.hpp"
 
-#include <fmt/core.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
 #include <numeric>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "kbpmfio.hpp"
+#include "standard_output.hpp"
 #include "text.hpp"
 
 namespace dump {
@@ -39,6 +41,12 @@ constexpr std::array<card, 4> cards{{{"b3(TI)", &RDV3_INST_DATA::TIraw},
                                      {"b2(BO)", &RDV3_INST_DATA::BOraw},
                                      {"b4(TO)", &RDV3_INST_DATA::TOraw}}};
 
+// Checked, as everything that is printed.
+template <class... T>
+void print(fmt::format_string<T...> text, T&&... values) {
+  util::print_text(fmt::format(text, std::forward<T>(values)...));
+}
+
 // Counts of a damaged file may be negative: nothing is then shown, instead of everything.
 std::size_t count(std::int32_t n) { return static_cast<std::size_t>(std::max(n, 0)); }
 
@@ -46,14 +54,14 @@ std::size_t count(std::int32_t n) { return static_cast<std::size_t>(std::max(n, 
 void print_headers(const rawfile::raw_file& file) {
   const rawfile::RDV3_FILE_HEADER& h = file.file_header;
   const rawfile::RDV3_KOVR_HEADER& k = file.kovr_header;
-  fmt::print("file          {}\n", util::shown(file.path));
-  fmt::print("run           {}, version {}, {}\n", h.file_id, h.file_version, text_of(h.timestamp));
-  fmt::print("written as    {}, {}, {}\n", text_of(h.instrument_type), text_of(h.command_ID),
-             text_of(h.file_type));
-  fmt::print("beam          {}, {}, {} mA ({} counts), condition {}\n", text_of(h.species_name),
-             text_of(h.timing_setup), k.mA_current, k.raw_current, k.condx);
-  fmt::print("holds         {} instruments, {} bunches of {} turns, turn spacing {}\n",
-             h.num_instruments, h.num_bunches, h.num_turns, h.turn_spacing);
+  print("file          {}\n", util::shown(file.path));
+  print("run           {}, version {}, {}\n", h.file_id, h.file_version, text_of(h.timestamp));
+  print("written as    {}, {}, {}\n", text_of(h.instrument_type), text_of(h.command_ID),
+        text_of(h.file_type));
+  print("beam          {}, {}, {} mA ({} counts), condition {}\n", text_of(h.species_name),
+        text_of(h.timing_setup), k.mA_current, k.raw_current, k.condx);
+  print("holds         {} instruments, {} bunches of {} turns, turn spacing {}\n",
+        h.num_instruments, h.num_bunches, h.num_turns, h.turn_spacing);
 }
 
 // Number of the k-th bunch (from 0) by the pattern; "-" where the pattern names fewer.
@@ -63,12 +71,12 @@ std::string number_of(const std::vector<std::int32_t>& enabled, std::size_t k) {
 
 void print_bunches(const rawfile::raw_file& file) {
   const std::vector<std::int32_t> enabled = rawfile::bunches_enabled(file.file_header);
-  fmt::print("\nbunch  number  RF bucket  timing block\n");
+  print("\nbunch  number  RF bucket  timing block\n");
   for (std::size_t k = 0; k < count(file.file_header.num_bunches); ++k) {
     const auto bucket = k < enabled.size() ? rawfile::rf_bucket_of(file.file_header, enabled[k])
                                            : std::optional<std::int32_t>{};
-    fmt::print("{:5}  {:>6}  {:>9}  {:12}\n", k + 1, number_of(enabled, k),
-               bucket ? fmt::format("{}", *bucket) : "-", file.instruments[0].timing_blocks[k]);
+    print("{:5}  {:>6}  {:>9}  {:12}\n", k + 1, number_of(enabled, k),
+          bucket ? fmt::format("{}", *bucket) : "-", file.instruments[0].timing_blocks[k]);
   }
 }
 
@@ -93,17 +101,17 @@ void print_instrument(const RDV3_INST_DATA& d) {
     const auto& [name, which] = cards[count(k)];
     const std::span<const std::int32_t> raw = d.*which;
     // The name once: four lines below one name read as one instrument.
-    fmt::print("{:<9}  {}", k == 0 ? text_of(d.location) : "", name);
+    print("{:<9}  {}", k == 0 ? text_of(d.location) : "", name);
     if (raw.empty()) {
-      fmt::print("  {:>8}  {:>8}  {:>10}", "-", "-", "-");
+      print("  {:>8}  {:>8}  {:>10}", "-", "-", "-");
     } else {
       const auto [least, most] = std::minmax_element(raw.begin(), raw.end());
       // In double: a million readings of five digits leave 32 bits.
       const double sum = std::accumulate(raw.begin(), raw.end(), 0.0);
-      fmt::print("  {:8}  {:8}  {:10.1f}", *least, *most, sum / static_cast<double>(raw.size()));
+      print("  {:8}  {:8}  {:10.1f}", *least, *most, sum / static_cast<double>(raw.size()));
     }
-    fmt::print("  {:10.3f}  {:10.3f}  {:9.6f}  {:9.6f}  {:9}\n", d.pedestals(0, k),
-               d.pedestals(1, k), d.gain_coeffs(0, k), d.gain_coeffs(1, k), saturated(d, raw));
+    print("  {:10.3f}  {:10.3f}  {:9.6f}  {:9.6f}  {:9}\n", d.pedestals(0, k), d.pedestals(1, k),
+          d.gain_coeffs(0, k), d.gain_coeffs(1, k), saturated(d, raw));
   }
 }
 
@@ -112,9 +120,8 @@ void print_instrument(const RDV3_INST_DATA& d) {
 util::status print_file(const rawfile::raw_file& file) {
   print_headers(file);
   print_bunches(file);
-  fmt::print("\n{:<9}  {}  {:>8}  {:>8}  {:>10}  {:>10}  {:>10}  {:>9}  {:>9}  {:>9}\n", "BPM",
-             "button", "least", "most", "mean", "pedestal 0", "pedestal 1", "gain 0", "gain 1",
-             "saturated");
+  print("\n{:<9}  {}  {:>8}  {:>8}  {:>10}  {:>10}  {:>10}  {:>9}  {:>9}  {:>9}\n", "BPM", "button",
+        "least", "most", "mean", "pedestal 0", "pedestal 1", "gain 0", "gain 1", "saturated");
   for (const RDV3_INST_DATA& d : file.instruments) print_instrument(d);
   // Told last: what there is has been shown all the same.
   return rawfile::pattern_fault(file);
@@ -139,7 +146,7 @@ util::status print_turns(const rawfile::raw_file& file, std::string_view instrum
 
   const RDV3_INST_DATA& d = *found;
   const std::size_t turns = count(file.file_header.num_turns);
-  fmt::print(
+  print(
       "# {}, bunch {} (number {}), timing block {}: turn, readings TI BI BO TO, corrected TI "
       "BI BO TO, x, y, phases h v rest\n",
       shown_name, bunch, number_of(rawfile::bunches_enabled(file.file_header), count(bunch - 1)),
@@ -148,10 +155,9 @@ util::status print_turns(const rawfile::raw_file& file, std::string_view instrum
   // Columns with blanks between, for gnuplot and the like; the title is a comment to them.
   for (std::size_t t = 0; t < turns; ++t) {
     const std::size_t n = count(bunch - 1) * turns + t;
-    fmt::print("{} {} {} {} {} {} {} {} {} {} {} {} {} {}\n", t + 1, d.TIraw[n], d.BIraw[n],
-               d.BOraw[n], d.TOraw[n], d.TIcorrected[n], d.BIcorrected[n], d.BOcorrected[n],
-               d.TOcorrected[n], d.Xpos[n], d.Ypos[n], d.X_phase_words[n], d.Y_phase_words[n],
-               d.Other_phase_words[n]);
+    print("{} {} {} {} {} {} {} {} {} {} {} {} {} {}\n", t + 1, d.TIraw[n], d.BIraw[n], d.BOraw[n],
+          d.TOraw[n], d.TIcorrected[n], d.BIcorrected[n], d.BOcorrected[n], d.TOcorrected[n],
+          d.Xpos[n], d.Ypos[n], d.X_phase_words[n], d.Y_phase_words[n], d.Other_phase_words[n]);
   }
   return rawfile::pattern_fault(file);
 }

@@ -1,10 +1,9 @@
 // kbpm_dump: prints a raw data file for people, or one bunch's turns as columns.
 #include <CLI/CLI.hpp>
-#include <cstdio>
-#include <exception>
 #include <string>
 
 #include "dump.hpp"
+#include "program_start.hpp"
 #include "raw_file.hpp"
 #include "run_time.hpp"
 #include "site.hpp"
@@ -17,10 +16,8 @@ struct options {
   std::int32_t bunch = 1;
 };
 
-// What was printed so far comes first, also where both go to one place.
 int told(const std::string& what, int status) {
-  std::fflush(stdout);
-  std::fprintf(stderr, "kbpm_dump: %s\n", what.c_str());
+  util::tell_line(what);
   return status;
 }
 
@@ -56,13 +53,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  util::program_name = "kbpm_dump";
-  int status = 1;
-  try {
-    status = run(argc, argv);
-  } catch (const std::exception& e) {
-    told(e.what(), 1);
-  }
-  // Also after a fault of the standard library: standard output is flushed, and a full disk told.
-  util::stop_program(status);
+  util::start_program("kbpm_dump");
+  // Also after all went well: standard output is flushed, and a full disk told.
+  util::stop_program(run(argc, argv));
 }

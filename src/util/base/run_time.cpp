@@ -24,19 +24,18 @@ namespace {
   std::_Exit(status);
 }
 
-// Standard error has no buffer: one call brings the line there in one piece.
-void tell(std::string_view what) {
-  if (erase_unfinished_line != nullptr) erase_unfinished_line();
-  std::string line{program_name};
-  line.append(": ").append(what).append("\n");
-  std::fwrite(line.data(), 1, line.size(), stderr);
-  std::fflush(stderr);
-}
-
 bool close_for_the_end(closing which) { return close_files == nullptr || close_files(which); }
 
+// Why standard output could not be written, as errno value: of the first time, for the stream keeps
+// no reason.
+int output_failure = 0;
+
 // Whether all of standard output has reached the system.
-bool flush_output() { return std::fflush(stdout) == 0 && std::ferror(stdout) == 0; }
+bool flush_output() {
+  errno = 0;
+  if (std::fflush(stdout) != 0 && output_failure == 0) output_failure = errno;
+  return std::ferror(stdout) == 0;
+}
 
 }  // namespace
 
@@ -47,13 +46,27 @@ int ending_noted(std::string_view how, int status) {
   return status == 0 ? 1 : status;
 }
 
+void tell_line(std::string_view what) {
+  flush_output();
+  if (erase_unfinished_line != nullptr) erase_unfinished_line();
+  // Standard error has no buffer: one call brings the line there in one piece.
+  std::string line{program_name};
+  line.append(": ").append(shown(what)).append("\n");
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
 void run_time_error(std::string_view what) {
   // What was printed before comes first, then the fault, then what closing the files adds to it.
-  std::fflush(stdout);
   const std::string line = std::string{"run-time error: "}.append(what);
-  tell(line);
+  tell_line(line);
   close_for_the_end(closing::every);
   leave(ending_noted(line, 1));
+}
+
+void write_error(std::string_view what, int reason) {
+  write_failure_told = reason != 0 ? reason : EIO;
+  run_time_error(
+      std::string{"writing "}.append(what).append(": ").append(system_text(write_failure_told)));
 }
 
 void subscript_error(std::string_view array, long long subscript, long long lower, long long upper,
@@ -98,13 +111,11 @@ void err_exit() {
 }
 
 void stop_program(int status) {
-  errno = 0;  // stays 0 when an earlier write failed: its reason is gone, EIO stands for it
   const bool printed = flush_output();
-  const int reason = errno;
   const bool closed = close_for_the_end(closing::every);
-  if (!printed) {
-    tell(std::string{"run-time error: writing standard output: "}.append(
-        system_text(reason != 0 ? reason : EIO)));
+  const int reason = output_failure != 0 ? output_failure : EIO;
+  if (!printed && reason != write_failure_told) {
+    tell_line("run-time error: writing standard output: " + system_text(reason));
   }
   // A run whose last lines are lost has not ended well, whatever its caller thinks.
   const int outcome = status == 0 && !(printed && closed) ? 1 : status;

@@ -44,6 +44,15 @@ inline bool (*note_ending)(std::string_view how, int status) = nullptr;
 /// the note could not be made.
 int ending_noted(std::string_view how, int status);
 
+/// errno value of the failed write that was told last; 0 before the first. The same reason is not told
+/// again for every other file that it met: a full disk is one fault.
+inline int write_failure_told = 0;
+
+/// One line on standard error, "butngain: <what>", behind everything printed so far and on a line of
+/// its own. What could steer a terminal stands as an escape.
+/// errors   none: a line that nobody can get changes nothing
+void tell_line(std::string_view what);
+
 /// Ends the run with one line "butngain: run-time error: <what>", status 1.
 [[noreturn]] void run_time_error(std::string_view what);
 
@@ -62,6 +71,10 @@ int ending_noted(std::string_view how, int status);
 /// The common fatal exit: closes every unit from 30 to 60, prints its two lines on standard output,
 /// writes a stack trace to standard error, and ends the process with status 2.
 [[noreturn]] void err_exit();
+
+/// Ends the run because a write failed: "writing <what>: <reason>", status 1.
+/// given    reason  errno value; 0 where the reason is lost: it is EIO then
+[[noreturn]] void write_error(std::string_view what, int reason);
 
 /// Closes all units, flushes standard output and ends the process with this status. When the last
 /// of standard output cannot be written, says so and ends with status 1 instead.

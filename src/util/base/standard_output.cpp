@@ -9,9 +9,7 @@
 namespace util {
 namespace {
 
-[[noreturn]] void output_error(int reason) {
-  run_time_error("writing standard output: " + system_text(reason));
-}
+[[noreturn]] void output_error(int reason) { write_error("standard output", reason); }
 
 }  // namespace
 

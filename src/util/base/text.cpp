@@ -43,9 +43,7 @@ void append_escaped(std::string& out, char c) {
 
 // A path that cannot be made is a fault of the installation: nothing that is asked again helps.
 [[noreturn]] void path_error(const std::string& what) {
-  std::fflush(stdout);
-  std::fprintf(stderr, "%.*s: %s\n", static_cast<int>(program_name.size()), program_name.data(),
-               what.c_str());
+  tell_line(what);
   err_exit();
 }
 

@@ -1,6 +1,5 @@
 #include "interrupt.hpp"
 
-#include <fmt/format.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -46,13 +45,7 @@ bool interrupted() { return flag != 0; }
 
 void leave_interrupted() {
   const bool written = close_all_units(true);  // tells what could not be written
-  std::fflush(stdout);
-  erase_progress();
-  if (written) {
-    fmt::print(stderr, "{}: interrupted; what was fitted so far is written\n", program_name);
-  } else {
-    fmt::print(stderr, "{}: interrupted\n", program_name);
-  }
+  tell_line(written ? "interrupted; what was fitted so far is written" : "interrupted");
   constexpr int status = 130;  // what a shell shows for the signal
   ending_noted("interrupted", status);
   struct sigaction by_default = {};

@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "run_time.hpp"
+#include "text.hpp"
 
 namespace util {
 namespace {
@@ -51,7 +52,8 @@ void progress::redraw(long long done) {
   if (now < next_) return;
   next_ = now + pace;
   erase_unfinished_line = erase_progress;  // a message that ends the run begins on a clean line
-  fmt::print(stderr, "\r{}\033[K", progress_text(what_, done, total_, screen_width()));
+  const std::string text = progress_text(what_, done, total_, screen_width());
+  std::fputs(("\r" + shown(text) + "\033[K").c_str(), stderr);
   on_screen = true;
 }
 
@@ -76,7 +78,7 @@ void show_long_steps() {
 
 void erase_progress() {
   if (!on_screen) return;
-  fmt::print(stderr, "\r\033[K");
+  std::fputs("\r\033[K", stderr);
   on_screen = false;
 }
 

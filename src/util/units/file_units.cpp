@@ -41,12 +41,8 @@ struct unmade_directory {
 };
 unmade_directory unmade;
 
-[[noreturn]] void write_error(const std::string& path, int reason) {
-  run_time_error("writing " + path + ": " + system_text(reason));
-}
-
 // A failed write has been told; closing at the end of the run must not tell it again.
-[[noreturn]] void write_error(open_file& file, int reason) {
+[[noreturn]] void end_on(open_file& file, int reason) {
   // Copied: the record that holds the name is emptied before the name is printed.
   const std::string path = file.path;
   static_cast<void>(std::fclose(file.stream));
@@ -146,8 +142,8 @@ bool read_line(int unit, std::string& line) {
   }
   switch (cut_line(file.cutter, file.stream, line)) {
     case line_cut::failed:
-      run_time_error("reading " + shown(file.path) + " at byte " +
-                     std::to_string(file.cutter.got) + ": " + system_text(errno));
+      run_time_error("reading " + shown(file.path) + " at byte " + std::to_string(file.cutter.got) +
+                     ": " + system_text(errno));
     case line_cut::endless:
       run_time_error(shown(file.path) + ":" + std::to_string(file.cutter.number) +
                      ": no line end within " + std::to_string(longest_line) +
@@ -186,7 +182,7 @@ void write_line(int unit, std::string_view text) {
   errno = 0;
   if (std::fwrite(text.data(), 1, text.size(), file.stream) != text.size() ||
       std::putc('\n', file.stream) == EOF) {
-    write_error(file, errno);
+    end_on(file, errno);
   }
 }
 
@@ -219,9 +215,9 @@ bool close_units(int first, int last, bool ending) {
     if (failed == 0 || !for_writing) continue;
     // Told here, not through run_time_error: the run is ending already, and the others must close.
     well = false;
-    std::fprintf(stderr, "%.*s: run-time error: writing %s: %s\n",
-                 static_cast<int>(program_name.size()), program_name.data(), path.c_str(),
-                 system_text(failed).c_str());
+    if (failed == write_failure_told) continue;
+    write_failure_told = failed;
+    tell_line("run-time error: writing " + path + ": " + system_text(failed));
   }
   return well;
 }
@@ -234,7 +230,7 @@ void flush_all_units() {
     if (file.stream == nullptr || !file.for_writing) continue;
     errno = 0;
     // A full disk shows here, at a question, rather than at the end of the run.
-    if (std::fflush(file.stream) != 0) write_error(file, errno);
+    if (std::fflush(file.stream) != 0) end_on(file, errno);
   }
 }
 

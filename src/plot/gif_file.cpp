@@ -3,12 +3,13 @@
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "page_file.hpp"
+#include "whole_file.hpp"
 
 namespace quick_plot {
 namespace {
@@ -66,11 +67,12 @@ bool fill_palette(cairo_surface_t* surface, int bits, palette_image& image) {
   return true;
 }
 
-// The GIF library's way out: through a stream of ours, because a file that it opens itself is
-// readable by its owner alone.
+// The GIF library's way out: into a text of ours, which is written as a whole or not at all. (A file
+// that it opens itself is readable by its owner alone.)
 int put_bytes(GifFileType* gif, const GifByteType* bytes, int count) {
-  auto* stream = static_cast<std::FILE*>(gif->UserData);
-  return static_cast<int>(std::fwrite(bytes, 1, static_cast<std::size_t>(count), stream));
+  auto* text = static_cast<std::string*>(gif->UserData);
+  text->append(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count));
+  return count;
 }
 
 bool put_image(GifFileType* gif, palette_image& image) {
@@ -101,23 +103,21 @@ bool put_image(GifFileType* gif, palette_image& image) {
 std::string copy_as_gif(const std::string& drawn, const std::string& path) {
   const surface_handle surface{cairo_image_surface_create_from_png(drawn.c_str())};
   if (const auto status = cairo_surface_status(surface.get()); status != CAIRO_STATUS_SUCCESS) {
-    return std::string{"the drawn page is incomplete: "} + cairo_status_to_string(status);
+    return incomplete_page(drawn) + ": " + cairo_status_to_string(status);
   }
   // Ends with 6 bits at the latest: four values and white in each of three channels: 125 colours.
   palette_image image;
   for (int bits = 1; !fill_palette(surface.get(), bits, image);) ++bits;
 
-  whole_file copy;
-  if (std::string reason = copy.open(path); !reason.empty()) return reason;
+  std::string copy;
   int error = 0;
-  GifFileType* gif = EGifOpen(copy.stream(), put_bytes, &error);
+  GifFileType* gif = EGifOpen(&copy, put_bytes, &error);
   if (gif == nullptr) return GifErrorString(error);
   bool put = put_image(gif, image);
   put = EGifCloseFile(gif, &error) == GIF_OK && put;
-  // A failed write is told better by the system than by the GIF library.
-  std::string reason = copy.finish();
-  if (reason.empty() && !put) reason = "the GIF library failed";
-  return reason;
+  if (!put) return "the GIF library failed";
+  const util::status fault = util::write_whole_file(path, copy);
+  return fault ? fault->what : std::string{};
 }
 
 }  // namespace quick_plot

@@ -4,11 +4,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 
 #include "run_time.hpp"
+#include "text.hpp"
+#include "text_file.hpp"
+#include "whole_file.hpp"
 
 namespace quick_plot {
 namespace fs = std::filesystem;
@@ -30,57 +33,39 @@ void scratch_folder::remove() {
   path_.clear();
 }
 
-// Not finished, for whatever reason: the part goes, and what stood under the name stays.
-whole_file::~whole_file() {
-  if (part_.empty()) return;
-  if (stream_ != nullptr) std::fclose(stream_);
-  std::remove(part_.c_str());
-}
-
-std::string whole_file::open(const std::string& path) {
-  path_ = path;
-  // Beside its place, not in the scratch folder: only within one file system is renaming one step.
-  part_ = fs::path(path).parent_path() / fmt::format(".butngain-{}.part", getpid());
-  stream_ = std::fopen(part_.c_str(), "wb");
-  if (stream_ != nullptr) return {};
-  const int reason = errno;
-  part_.clear();
-  return util::system_text(reason);
-}
-
-std::string whole_file::finish() {
-  // A full disk shows at the write, at the flush or at the closing; the first reason is the one.
-  errno = 0;
-  const bool written = std::ferror(stream_) == 0 && std::fflush(stream_) == 0;
-  int reason = errno;
-  if (std::fclose(stream_) != 0 && written) reason = errno;
-  stream_ = nullptr;
-  if (!written || reason != 0) return util::system_text(reason != 0 ? reason : EIO);
-  // Either the whole copy or the file before it: nobody ever finds half a picture.
-  if (std::rename(part_.c_str(), path_.c_str()) != 0) return util::system_text(errno);
-  part_.clear();
-  return {};
+std::string incomplete_page(const std::string& drawn) {
+  // The drawing library tells nobody of a failed write. Where there is no room, there is none for
+  // another file of that size beside it, and the system says why.
+  constexpr std::size_t about_a_page = std::size_t{256} * 1024;
+  const std::string trial = drawn + ".room";
+  const util::status fault = util::write_whole_file(trial, std::string(about_a_page, ' '));
+  std::remove(trial.c_str());
+  return "the drawn page is incomplete" + (fault ? ": " + fault->what : std::string{});
 }
 
 std::string copy_postscript(const std::string& drawn, const std::string& path,
                             std::string_view title) {
-  std::ifstream page(drawn);
-  if (!page) return util::system_text(errno);
-  whole_file copy;
-  if (std::string reason = copy.open(path); !reason.empty()) return reason;
-  // The drawing library tells nobody of a failed write: a page is complete when its last line is
-  // there. What looks like a line of the header further down is left alone.
+  auto page = util::open_text_file(drawn);
+  if (!page) return page.why.what;
+  // A page is complete when its last line is there. What looks like a line of the header further
+  // down is left alone.
+  std::string copy;
   bool complete = false;
   bool in_header = true;
-  for (std::string line; std::getline(page, line);) {
-    if (in_header && line.starts_with("%%Copyright")) continue;  // of the library, not of the plot
-    if (in_header && line.starts_with("%%Title")) line = fmt::format("%%Title: {}", title);
-    in_header = in_header && line != "%%EndComments";
+  while (util::next_line(*page)) {
+    const std::string& line = page->line;
     complete = line == "%%EOF";
-    fmt::print(copy.stream(), "{}\n", line);
+    if (in_header && line.starts_with("%%Copyright")) continue;  // of the library, not of the plot
+    // A line end in the title would begin a line of the program that a printer runs.
+    const bool is_title = in_header && line.starts_with("%%Title");
+    copy += is_title ? fmt::format("%%Title: {}", util::shown(title)) : line;
+    copy += '\n';
+    in_header = in_header && line != "%%EndComments";
   }
-  if (!complete) return "the drawn page is incomplete";
-  return copy.finish();
+  if (page->trouble) return page->trouble->what;
+  if (!complete) return incomplete_page(drawn);
+  const util::status fault = util::write_whole_file(path, copy);
+  return fault ? fault->what : std::string{};
 }
 
 }  // namespace quick_plot

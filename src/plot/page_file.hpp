@@ -6,7 +6,6 @@
 //
 // Reasons are texts such as "No space left on device"; an empty one means that all went well.
 #pragma once
-#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -28,25 +27,8 @@ class scratch_folder {
   std::string path_;
 };
 
-/// A file under construction: written beside its place and renamed when it is complete. What is
-/// not finished is removed at the end.
-class whole_file {
- public:
-  whole_file() = default;
-  whole_file(const whole_file&) = delete;
-  whole_file& operator=(const whole_file&) = delete;
-  ~whole_file();
-  /// Returns why it cannot be made.
-  std::string open(const std::string& path);
-  std::FILE* stream() { return stream_; }
-  /// Puts the file in its place, replacing one of that name. Returns why it cannot.
-  std::string finish();
-
- private:
-  std::string path_;
-  std::string part_;  // its name until it is complete
-  std::FILE* stream_ = nullptr;
-};
+/// Why a drawn page is not complete: with the system's reason where there is no room for it.
+std::string incomplete_page(const std::string& drawn);
 
 /// Copies a drawn PostScript page to its place, under a title of ours.
 /// returns  why it cannot: the page is incomplete, or the reason of the system

@@ -94,7 +94,7 @@ double rms_pull(const std::vector<double>& pulls) {
 // One a line, for a histogram by any plotting program; the two columns are of the same ratio.
 void write_pulls(const sim::accuracy_result& result, const std::string& path) {
   const util::unit_handle unit{util::lunget()};
-  util::open_output(unit.number(), path);
+  util::open_whole_output(unit.number(), path);
   util::write_line(unit.number(),
                    "# pulls: of the gains; of those with free intensities, noise alone");
   for (std::size_t i = 0; i < result.pulls.size(); ++i) {

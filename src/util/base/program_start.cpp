@@ -32,6 +32,7 @@ void* spare = nullptr;
   std::fputs(": run-time error: out of memory\n", stderr);
   std::free(spare);  // NOLINT(*-no-malloc,*-owning-memory)
   if (close_files != nullptr) close_files(closing::every);
+  if (remove_unfinished != nullptr) remove_unfinished();
   if (end_process != nullptr) end_process(1);
   std::_Exit(1);
 }

@@ -20,6 +20,7 @@ namespace {
 // No destructors and exit handlers: everything is closed by now, and one that failed would begin a
 // second ending within the first.
 [[noreturn]] void leave(int status) {
+  if (remove_unfinished != nullptr) remove_unfinished();
   if (end_process != nullptr) end_process(status);
   std::_Exit(status);
 }

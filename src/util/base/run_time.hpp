@@ -31,6 +31,10 @@ enum class closing { handed_out, every };
 /// one; null as long as there is nothing to close.
 inline bool (*close_files)(closing which) = nullptr;
 
+/// Removes the scratch files of what was not finished, when a run ends before it is. Who makes such
+/// files sets it with the first one.
+inline void (*remove_unfinished)() = nullptr;
+
 /// Erases a line that is still being drawn on the terminal, before a message goes there. Who draws
 /// sets it; null as long as nobody has drawn.
 inline void (*erase_unfinished_line)() = nullptr;

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "bounded.hpp"
@@ -14,6 +15,7 @@
 #include "run_time.hpp"
 #include "standard_output.hpp"
 #include "text.hpp"
+#include "whole_file.hpp"
 
 namespace util {
 namespace {
@@ -24,6 +26,7 @@ constexpr std::size_t buffer_size = 65536;  // 16 times the library's own: fewer
 struct open_file {
   std::FILE* stream = nullptr;
   std::string path;
+  std::string scratch;  // its name until it is closed; empty where that is the path
   bool for_writing = false;
   std::vector<char> buffer;  // the stream's own when writing; lives as long as the stream
   line_cutter cutter;        // the lines of a file that is read
@@ -73,14 +76,19 @@ int attach(int unit, const std::string& path, const char* mode) {
   return 0;
 }
 
-// Closes the stream and forgets the file. Returns 0 or the errno value of what failed.
-int detach(open_file& file) {
+// Closes the stream and forgets the file. Returns 0 or the errno value of what failed. What was to be
+// whole has its name only when the run goes on.
+int detach(open_file& file, bool ending) {
   // A write that failed earlier may have left nothing for fclose to fail at; its reason is gone.
   const bool failed_before = std::ferror(file.stream) != 0;
   errno = 0;
   const int closed = std::fclose(file.stream);
   const int reason = errno;
-  file = open_file{};
+  const open_file was = std::exchange(file, open_file{});
+  if (!was.scratch.empty()) {
+    if (!ending && closed == 0 && !failed_before) return put_in_place(was.scratch, was.path);
+    give_up_scratch(was.scratch, was.path);
+  }
   if (closed != 0) return reason != 0 ? reason : EIO;
   return failed_before ? EIO : 0;
 }
@@ -129,6 +137,17 @@ void open_output(int unit, const std::string& name) {
                                  : system_text(failed)));
   }
   written_before.insert(path);
+}
+
+void open_whole_output(int unit, const std::string& path) {
+  const auto scratch = make_scratch(path);
+  if (!scratch) run_time_error("cannot open " + path + " for writing: " + scratch.why.what);
+  if (const int failed = attach(unit, *scratch, "we"); failed != 0) {
+    run_time_error("cannot open " + path + " for writing: " + system_text(failed));
+  }
+  // Messages are about the file that is wanted.
+  units(unit).path = path;
+  units(unit).scratch = *scratch;
 }
 
 void note_unmade_directory(const std::string& directory, int reason) {
@@ -195,7 +214,7 @@ void close_unit(int unit) {
   if (file.stream == nullptr) return;
   const std::string path = file.path;
   const bool for_writing = file.for_writing;
-  const int failed = detach(file);
+  const int failed = detach(file, false);
   // What was read is in hand already: a failing close takes nothing away from it.
   if (failed != 0 && for_writing) write_error(path, failed);
 }
@@ -211,7 +230,7 @@ bool close_units(int first, int last, bool ending) {
     }
     const std::string path = file.path;
     const bool for_writing = file.for_writing;
-    const int failed = detach(file);
+    const int failed = detach(file, true);
     if (failed == 0 || !for_writing) continue;
     // Told here, not through run_time_error: the run is ending already, and the others must close.
     well = false;

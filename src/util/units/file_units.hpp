@@ -44,6 +44,11 @@ int open_old(int unit, const std::string& path);
 /// errors   a failing open ends the run: "cannot open <path> for writing: <reason>"
 void open_output(int unit, const std::string& name);
 
+/// Opens a file for writing that has its name only once it is closed: whole or not at all. A run that
+/// ends before leaves nothing of it; one that stood there before stays until then.
+/// errors   as for open_output
+void open_whole_output(int unit, const std::string& path);
+
 /// Remembers why a directory (its path) could not be made. An open_output below it that fails because the
 /// directory is not there names this reason, which the open itself cannot know.
 void note_unmade_directory(const std::string& directory, int reason);

@@ -1,16 +1,52 @@
 #include "whole_file.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <mutex>
+#include <set>
 
 #include "run_time.hpp"
 
 namespace util {
 namespace {
+
+// What is in the making, for the end of a run that comes before it is finished. Several threads may
+// each write a file of their own.
+struct unfinished_names {
+  std::mutex held;
+  std::set<std::string> names;
+};
+
+unfinished_names& unfinished() {
+  static unfinished_names& all = *new unfinished_names;  // never destroyed: endings come last
+  return all;
+}
+
+void remove_all() {
+  for (const std::string& name : unfinished().names) static_cast<void>(unlink(name.c_str()));
+}
+
+void begun(const std::string& name) {
+  remove_unfinished = remove_all;
+  const std::lock_guard lock(unfinished().held);
+  unfinished().names.insert(name);
+}
+
+void ended(const std::string& name) {
+  const std::lock_guard lock(unfinished().held);
+  unfinished().names.erase(name);
+}
+
+// A device or a pipe is written to where it is: renaming something onto it would replace it.
+bool is_special(const std::string& path) {
+  struct stat info {};
+  return stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode);
+}
 
 // A name that nobody else makes: process and counter tell apart what runs at the same time. One
 // that stands there all the same was left by a process that was killed, and is passed over.
@@ -18,11 +54,15 @@ int open_scratch(const std::string& path, std::string& name) {
   static std::atomic<int> counter{0};
   constexpr int most_tries = 100;
   constexpr mode_t everybody = 0666;  // less what the umask takes away
+  name = path;
+  // NOLINTNEXTLINE(*-vararg): the system's own interface
+  if (is_special(path)) return open(name.c_str(), O_WRONLY | O_CLOEXEC);
   for (int i = 0; i < most_tries; ++i) {
     name = path + ".part" + std::to_string(getpid()) + "_" + std::to_string(++counter);
     // NOLINTNEXTLINE(*-vararg): the system's own interface
     const int file =
         open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, everybody);
+    if (file >= 0) begun(name);
     if (file >= 0 || errno != EEXIST) return file;
   }
   return -1;
@@ -44,7 +84,32 @@ int write_all(int file, std::string_view text) {
 unfinished_file::~unfinished_file() {
   if (file < 0) return;
   static_cast<void>(close(file));
+  give_up_scratch(scratch, path);
+}
+
+outcome<std::string> make_scratch(const std::string& path) {
+  std::string name;
+  const int file = open_scratch(path, name);
+  if (file < 0) return fault{system_text(errno), path, {}};
+  static_cast<void>(close(file));
+  return name;
+}
+
+int put_in_place(const std::string& scratch, const std::string& path) {
+  if (scratch == path) return 0;
+  const int reason = std::rename(scratch.c_str(), path.c_str()) == 0 ? 0 : errno;
+  if (reason == 0) {
+    ended(scratch);
+  } else {
+    give_up_scratch(scratch, path);
+  }
+  return reason;
+}
+
+void give_up_scratch(const std::string& scratch, const std::string& path) {
+  if (scratch == path) return;
   static_cast<void>(unlink(scratch.c_str()));
+  ended(scratch);
 }
 
 status begin_whole_file(unfinished_file& whole, const std::string& path) {
@@ -62,11 +127,12 @@ status finish(unfinished_file& whole) {
   // Some file systems tell of a full disk only here.
   if (close(whole.file) != 0 && whole.trouble == 0) whole.trouble = errno;
   whole.file = -1;
-  if (whole.trouble == 0 && std::rename(whole.scratch.c_str(), whole.path.c_str()) != 0) {
-    whole.trouble = errno;
+  if (whole.trouble == 0) {
+    whole.trouble = put_in_place(whole.scratch, whole.path);
+  } else {
+    give_up_scratch(whole.scratch, whole.path);
   }
   if (whole.trouble == 0) return {};
-  static_cast<void>(unlink(whole.scratch.c_str()));
   return fault{system_text(whole.trouble), whole.path, {}};
 }
 

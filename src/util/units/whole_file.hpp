@@ -32,10 +32,18 @@ status finish(unfinished_file& whole);
 
 /// Writes the text under a scratch name in the same folder, checks that all of it arrived, and gives
 /// it its name; a file of that name is replaced. A link in the place of the name is replaced too,
-/// never followed.
+/// never followed. Into a device or a pipe the text is written as it stands.
 /// errors   a file that cannot be made, written or named: the fault with the path and the system's
 ///          reason; the scratch file is gone then
 /// note     not synchronised to the disk: after a crash of the machine the file may be the old one
 status write_whole_file(const std::string& path, std::string_view text);
+
+/// For writers of another kind: makes an empty file of a scratch name beside the path, which must be
+/// put in its place, or given up. A run that ends before does that.
+/// returns  the name; the path itself where that is a device or a pipe
+outcome<std::string> make_scratch(const std::string& path);
+/// Gives the file its name. Returns 0 or an errno value; the file is gone then.
+int put_in_place(const std::string& scratch, const std::string& path);
+void give_up_scratch(const std::string& scratch, const std::string& path);
 
 }  // namespace util

@@ -37,7 +37,7 @@ void write_button_file(const orbits_setup& s, int number, const machine& m,
   const fs::path directory = directory_of(s, number);
   make_directory(directory);
   const util::unit_handle file{util::lunget()};
-  util::open_output(file.number(), directory / fmt::format("butns.{}", number));
+  util::open_whole_output(file.number(), directory / fmt::format("butns.{}", number));
   util::write_line(file.number(), fmt::format("c Closed orbit {}, simulated", number));
   if (!s.no_currents) {
     util::write_line(file.number(), fmt::format("E T1      {:.6g}", s.electrons));
@@ -67,7 +67,7 @@ std::string numbers(const char* name, int first, int n) {
 
 void write_command_file(const orbits_setup& s) {
   const util::unit_handle file{util::lunget()};
-  util::open_output(file.number(), s.command);
+  util::open_whole_output(file.number(), s.command);
   const auto write = [&](const std::string& line) { util::write_line(file.number(), line); };
   write("&bpm_gain_anal_params");
   write(numbers("fit_bpm_idx", 1, s.bpms));
@@ -81,7 +81,7 @@ void write_command_file(const orbits_setup& s) {
 // Neighbouring orbits as pairs; the results of a measurement that was perfect.
 void write_list_file(const orbits_setup& s) {
   const util::unit_handle file{util::lunget()};
-  util::open_output(file.number(), s.list);
+  util::open_whole_output(file.number(), s.list);
   const auto write = [&](const std::string& line) { util::write_line(file.number(), line); };
   write("# simulated: orbit1 orbit2 ratio error");
   write("cu1 = 0\ncu2 = 100\ndcu = 100\nfit_cal = 1.0\ncorstr_cal = 1.0");

@@ -10,7 +10,6 @@
 #include <filesystem>
 
 #include "directories.hpp"
-#include "file_units.hpp"
 #include "kbpmfio.hpp"
 #include "list_io.hpp"
 #include "raw_records.hpp"
@@ -18,7 +17,9 @@
 #include "run_time.hpp"
 #include "site.hpp"
 #include "text.hpp"
+#include "text_file.hpp"
 #include "truth.hpp"
+#include "whole_file.hpp"
 
 namespace sim {
 namespace {
@@ -131,7 +132,12 @@ void write_run(const raw_setup& s, int ix_run, std::time_t when, const std::stri
   const std::vector<std::string> names = instrument_names(s);
   make_directory(fs::path{path}.parent_path());
   rawfile::kbpmfio_output file;
-  if (const auto fault = rawfile::open_for_writing(file, path)) {
+  // Written under a scratch name, so that a run that ends early leaves no half of a file.
+  const auto scratch = util::make_scratch(path);
+  if (!scratch) {
+    util::run_time_error(fmt::format("cannot open {} for writing: {}", path, scratch.why.what));
+  }
+  if (const auto fault = rawfile::open_for_writing(file, *scratch)) {
     util::run_time_error(fmt::format("cannot open {} for writing: {}", path, fault->what));
   }
   // Headers by name, not in passing: the tables write from where they were pointed to.
@@ -150,6 +156,9 @@ void write_run(const raw_setup& s, int ix_run, std::time_t when, const std::stri
   }
   // Checked before the truth is written: a file cut short by a full disk ends the run here.
   rawfile::close(file);
+  if (const int reason = util::put_in_place(*scratch, path); reason != 0) {
+    util::write_error(path, reason);
+  }
   write_truth(
       raw_truth_path(path),
       fmt::format("raw data file {}: {} bunches of {} turns, the last {} in timing block 1; "
@@ -161,37 +170,25 @@ void write_run(const raw_setup& s, int ix_run, std::time_t when, const std::stri
 // The tree's run index with this run in it, once.
 void enter_in_index(int run, std::time_t when) {
   const std::string path = util::fullfilename(site::run_index);
-  std::vector<std::string> lines;
-  {
-    // A scope of its own closes the old index before it is replaced.
-    const util::unit_handle old{util::lunget()};
-    std::string line;
-    if (util::open_old(old.number(), path) == 0) {
-      while (util::read_line(old.number(), line)) {
-        util::list_record record;
-        util::start_record(record, line);
-        // A run that is made again moves to the end, with its new time.
-        if (util::take_int(record) != run) lines.push_back(line);
-      }
-    }
+  std::string lines;
+  auto old = util::open_text_file(path);
+  // One that is there and cannot be read has entries that would be lost.
+  if (!old && fs::exists(path)) util::run_time_error(util::line_of(old.why));
+  while (old && util::next_line(*old)) {
+    util::list_record record;
+    util::start_record(record, old->line);
+    // A run that is made again moves to the end, with its new time.
+    if (util::take_int(record) != run) lines += old->line + "\n";
   }
-  if (lines.empty()) lines.emplace_back("# run, date, time");
+  if (old && old->trouble) util::run_time_error(util::line_of(*old->trouble));
+  if (lines.empty()) lines = "# run, date, time\n";
   // In universal time: the same options write the same index on every machine.
-  lines.push_back(fmt::format("{} {:%Y-%m-%d %H:%M:%S}", run, fmt::gmtime(when)));
+  lines += fmt::format("{} {:%Y-%m-%d %H:%M:%S}\n", run, fmt::gmtime(when));
   make_directory(fs::path{path}.parent_path());
   // The index is read by running sessions: it changes in one step.
-  const std::string part = path + ".part";
-  {
-    rawfile::kbpmfio_output file;
-    if (const auto fault = rawfile::open_for_writing(file, part)) {
-      util::run_time_error(fmt::format("cannot open {} for writing: {}", part, fault->what));
-    }
-    for (const std::string& line : lines) rawfile::put(file, line + "\n");
-    rawfile::close(file);
+  if (const auto fault = util::write_whole_file(path, lines)) {
+    util::run_time_error("writing " + util::line_of(*fault));
   }
-  std::error_code fault;
-  fs::rename(part, path, fault);
-  if (fault) util::run_time_error(fmt::format("cannot make {}: {}", path, fault.message()));
 }
 
 }  // namespace

@@ -40,14 +40,13 @@ bpm_truth write_series_file(const series_setup& s, const machine& m, const std::
                             int bpm, const passage_log& log) {
   const int number = s.first + bpm - 1;
   const std::string path = fmt::format("{}/{}", directory, series_file_name(number));
-  // Beside the file, so that the renaming below is one step and never a copy.
-  const std::string part = path + ".part";
   monitor at = make_monitor(m, {.bpm = bpm, .orbits = s.orbits});
   // Once for all lines: they hold the gains of the first orbit, as the truth file does.
   const std::string gains = gain_columns(at.electronics.true_gain);
   {
     const util::unit_handle file{util::lunget()};
-    util::open_output(file.number(), part);
+    // Under its name only when complete: a session may be polling for the name.
+    util::open_whole_output(file.number(), path);
     util::write_line(file.number(), header);
     for (int orbit = 1; orbit <= s.orbits; ++orbit) {
       const passage p = next_passage(m, at);
@@ -55,10 +54,6 @@ bpm_truth write_series_file(const series_setup& s, const machine& m, const std::
       note(log, series_bpm_name(number), 1, orbit, p);
     }
   }
-  // Renamed when complete: a session may be polling for the name.
-  std::error_code fault;
-  fs::rename(part, path, fault);
-  if (fault) util::run_time_error(fmt::format("cannot make {}: {}", path, fault.message()));
   return truth_of(series_bpm_name(number), at.electronics);
 }
 

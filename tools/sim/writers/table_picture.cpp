@@ -266,7 +266,7 @@ cell_values centre_of(const pictured_table& table) {
 
 void write_picture(const pictured_table& table, const std::string& path) {
   const util::unit_handle unit{util::lunget()};
-  util::open_output(unit.number(), path);
+  util::open_whole_output(unit.number(), path);
   drawing d = make_frame(table);
   d.unit = unit.number();
   util::write_line(

@@ -25,7 +25,7 @@ std::string axis_line(std::string_view key, const grid_axis& axis) {
 void write_table(const table_nodes& nodes, const std::string& path) {
   const util::unit_handle unit{util::lunget()};
   const int file = unit.number();
-  util::open_output(file, path);
+  util::open_whole_output(file, path);
   util::write_line(file, "nonlin_bpm_table 1");
   util::write_line(file, "name     " + nodes.name);
   util::write_line(file, "origin   computed");

@@ -145,7 +145,7 @@ table_report make_list(const tables_setup& s, const std::string& name, const std
   const std::string path = fmt::format("{}/{}", s.directory, name);
   if (stays(s, path)) return left_report(path);
   const util::unit_handle unit{util::lunget()};
-  util::open_output(unit.number(), path);
+  util::open_whole_output(unit.number(), path);
   util::write_line(unit.number(), kind);
   util::write_line(unit.number(), "# " + comment);
   table_report r;

@@ -51,7 +51,7 @@ std::string template_bpm_name(int bpm) {
 
 void make_template(const template_setup& t) {
   const util::unit_handle file{util::lunget()};
-  util::open_output(file.number(), t.file);
+  util::open_whole_output(file.number(), t.file);
   const auto write = [&](const std::string& line) { util::write_line(file.number(), line); };
   write(fmt::format("# Simulated gains of {} BPMs\n# seed {}\n[NAMES]", t.bpms, t.seed));
   for (int bpm = 1; bpm <= t.bpms; ++bpm) {

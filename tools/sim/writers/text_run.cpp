@@ -133,7 +133,7 @@ std::string make_text_run(const text_run_setup& s) {
   std::vector<bpm_truth> bpms;
   {
     const util::unit_handle file{util::lunget()};
-    util::open_output(file.number(), path);
+    util::open_whole_output(file.number(), path);
     write_title(s, file.number());
     // Begins beside the run under the truth's name, so that the two are found together.
     const passage_log log = open_passage_log(m, path + ".truth");

@@ -13,7 +13,9 @@
 #include "rawfile_location.hpp"
 #include "run_time.hpp"
 #include "tables.hpp"
+#include "text_file.hpp"
 #include "text_run.hpp"
+#include "whole_file.hpp"
 
 namespace sim {
 namespace {
@@ -73,9 +75,15 @@ void put_offline(int run) {
 // The newest raw run stands in the text archive too: its version tells it from text runs.
 void put_into_text_archive(int run, const std::string& archive) {
   const std::string path = fmt::format("{}/{}", archive, text_run_name(text_form::plain, run));
-  std::error_code fault;
-  fs::copy_file(rawfile::online_path(run), path, fs::copy_options::overwrite_existing, fault);
-  check(fault, path);
+  auto run_file = util::open_text_file(rawfile::online_path(run));
+  if (!run_file) util::run_time_error(util::line_of(run_file.why));
+  util::unfinished_file copy;
+  auto fault = util::begin_whole_file(copy, path);
+  if (fault) util::run_time_error(util::line_of(*fault));
+  while (util::next_line(*run_file)) util::put(copy, run_file->line + "\n");
+  if (run_file->trouble) util::run_time_error(util::line_of(*run_file->trouble));
+  fault = util::finish(copy);
+  if (fault) util::run_time_error("writing " + util::line_of(*fault));
 }
 
 // Text signals are thousands of counts, so their readings are larger; their pedestals are gone.
@@ -96,7 +104,7 @@ text_run_setup text_runs(const tree_setup& s, text_form form, const std::string&
 void write_offsets(const tree_setup& s, const std::string& directory) {
   make_directory(directory);
   const util::unit_handle file{util::lunget()};
-  util::open_output(file.number(), directory + "/offset.bpm");
+  util::open_whole_output(file.number(), directory + "/offset.bpm");
   for (int bpm = 1; bpm <= ring_bpms; ++bpm) {
     // Bunch -1 is none that any run has: the offsets' numbers are their own.
     random_stream stream = make_stream(s.raw.machine.seed, purpose::readout, bpm, -1);

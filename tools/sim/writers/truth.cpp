@@ -108,7 +108,7 @@ bpm_truth truth_of(const std::string& name, const bpm_electronics& e) {
 void write_truth(const std::string& path, const std::string& what, const machine& m,
                  const std::vector<bpm_truth>& bpms) {
   const util::unit_handle file{util::lunget()};
-  util::open_output(file.number(), path);
+  util::open_whole_output(file.number(), path);
   util::write_line(file.number(),
                    fmt::format("# truth of {}, made by bpmsim {}", what, site::version));
   for (const std::string& line : machine_lines(m))
@@ -130,7 +130,7 @@ passage_log open_passage_log(const machine& m, const std::string& truth_path) {
   // A line a passage is as much as the data themselves; hence on request only.
   if (!m.every_passage) return log;
   log.file = util::unit_handle{util::lunget()};
-  util::open_output(log.file.number(), truth_path + ".passages");
+  util::open_whole_output(log.file.number(), truth_path + ".passages");
   util::write_line(log.file.number(),
                    "# BPM, bunch, orbit, x y [m], intensity, true gains of BI BO TI TO");
   return log;

@@ -53,6 +53,18 @@ def transcript_is_the_same_as_on_a_pipe(home):
     assert child.exitstatus == 0
 
 
+def names_cannot_steer_the_screen(home):
+    # A default or a label out of a file; a pipe gets it byte for byte.
+    evil = ["word", " run \x1b]0;title\x07\r ? "]
+    child = session(home, evil)
+    child.send("x\r")
+    seen = rest(child)
+    assert "\x1b]0;" not in seen and "\\x1b]0;title\\x07\\r" in seen, repr(seen)
+    pipe = subprocess.run([PROGRAM, *evil], input=b"x\n", capture_output=True,
+                          env=environment(home), cwd=home, check=False)
+    assert b" run \x1b]0;title\x07\r ? " in pipe.stdout, pipe.stdout
+
+
 def no_other_bytes_on_the_screen(home):
     child = session(home, KIND)
     child.expect_exact("(F) ? ")
@@ -139,7 +151,7 @@ def a_dumb_terminal_gets_plain_lines(home):
     rest(child)
 
 
-CASES = [transcript_is_the_same_as_on_a_pipe, no_other_bytes_on_the_screen,
+CASES = [transcript_is_the_same_as_on_a_pipe, names_cannot_steer_the_screen, no_other_bytes_on_the_screen,
          answers_can_be_edited_and_recalled, file_names_complete_below_a_variable,
          a_word_does_not_complete, end_of_input_ends_the_run,
          interrupt_at_a_question_is_the_shells_business, a_dumb_terminal_gets_plain_lines]

@@ -106,6 +106,20 @@ std::string shown(std::string_view text) {
   return out;
 }
 
+std::string shown_lines(std::string_view text) {
+  constexpr std::string_view kept{"\n\t\0", 3};
+  std::string out;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find_first_of(kept), text.size());
+    out += shown(text.substr(0, end));
+    text.remove_prefix(end);
+    if (text.empty()) break;
+    out += text.front();
+    text.remove_prefix(1);
+  }
+  return out;
+}
+
 std::string_view unquote(std::string_view text) {
   // Two at least: one quotation mark is a name, if an odd one.
   const bool quoted = text.size() >= 2 && (text.front() == '"' || text.front() == '\'') &&

@@ -55,6 +55,9 @@ std::string shown(std::string_view text);
 /// overlong forms, surrogates and values beyond U+10FFFF.
 std::size_t utf8_length(std::string_view text);
 
+/// The same of a text of several lines: line ends, tabs and zeros (which no terminal shows) stay.
+std::string shown_lines(std::string_view text);
+
 /// Removes one pair of surrounding quotes, single or double; the text itself when there is none.
 std::string_view unquote(std::string_view text);
 

@@ -110,7 +110,7 @@ std::optional<std::string> edited_line(const std::string& prompt, answer_kind ki
   const std::size_t last = prompt.rfind('\n') + 1;  // 0 when there is no line end
   print_text(prompt.substr(0, last));
   std::fflush(stdout);
-  const std::unique_ptr<char, free_memory> line{readline(prompt.substr(last).c_str())};
+  const std::unique_ptr<char, free_memory> line{readline(shown(prompt.substr(last)).c_str())};
   if (!line) return {};
   const std::string answer = line.get();
   remember(answer);

@@ -230,6 +230,8 @@ void treat_bpm(session_state& s, const output::run_record& run) {
   s.results.bpm.push_back(
       row_of_fitted(result, verdict, coefficients_of(s.sets, kept.set, data.bpm)));
   add_to_plot(s, result);
+  // What is fitted is on disk: whatever ends the run, it takes the BPM in work at most.
+  util::flush_all_units();
 }
 
 // What was fitted is worth as much as in a run that came to its end.

@@ -5,7 +5,7 @@
 //   FAULT_AT     which one fails, counted from 1; 0: none, they are only counted
 //   FAULT_STAYS  when set, all later ones fail too
 //   FAULT_ON     only calls on a file whose path contains this text are counted
-//   FAULT_WHY    the errno value
+//   FAULT_WHY    the errno value; 0: the program is killed at that moment, as if by kill -9
 //   FAULT_COUNT  a file: how many calls there were, in digits
 //
 // Counting begins with main. A stream that fails does so by its own means: its descriptor is made
@@ -19,6 +19,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -27,7 +28,7 @@
 #include <string_view>
 
 extern "C" {
-void* __libc_malloc(std::size_t);              // NOLINT: the C library's names
+void* __libc_malloc(std::size_t);               // NOLINT: the C library's names
 void* __libc_calloc(std::size_t, std::size_t);  // NOLINT
 void* __libc_realloc(void*, std::size_t);       // NOLINT
 }
@@ -79,6 +80,7 @@ bool fails(std::string_view call, std::string_view path) {
   const long n = ++calls;
   if (wanted.count != nullptr) *wanted.count = n;
   if (wanted.at == 0 || n < wanted.at || (n > wanted.at && !wanted.stays)) return false;
+  if (wanted.why == 0) static_cast<void>(raise(SIGKILL));
   errno = wanted.why;
   return true;
 }
@@ -126,8 +128,8 @@ extern "C" {
 int __libc_start_main(int (*main)(int, char**, char**), int count, char** arguments,  // NOLINT
                       void (*init)(), void (*fini)(), void (*rtld_fini)(), void* stack_end) {
   real_main = main;
-  const auto start = reinterpret_cast<decltype(&__libc_start_main)>(
-      dlsym(RTLD_NEXT, "__libc_start_main"));
+  const auto start =
+      reinterpret_cast<decltype(&__libc_start_main)>(dlsym(RTLD_NEXT, "__libc_start_main"));
   return start(main_with_faults, count, arguments, init, fini, rtld_fini, stack_end);
 }
 

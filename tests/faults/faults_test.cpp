@@ -201,4 +201,82 @@ TEST(faults, no_memory_is_one_line) {
   }
 }
 
+// What programs read is there whole or not at all, and what was there before stays.
+TEST(faults, simulated_files_are_whole_or_not_there) {
+  const std::string series = "inputs_1000random_xy_and_timing_offset";
+  const struct {
+    const char* what;
+    fault f;
+    texts arguments;
+    std::string file;  // that must not be there
+  } cases[] = {
+      {"series, full",
+       {"fwrite", "exp_0.txt", 500, ENOSPC},
+       {"series", "--orbits", "1000"},
+       series + "/exp_0.txt"},
+      {"series, last block", {"fclose", "exp_0.txt", 1, ENOSPC}, {"series"}, series + "/exp_0.txt"},
+      {"series, no memory",
+       {"malloc", "", 4000, ENOMEM, true},
+       {"series", "--orbits", "3000"},
+       series + "/exp_0.txt"},
+      {"raw, full", {"fwrite", "r.dat", 500, ENOSPC}, {"raw", "--out", "r.dat"}, "r.dat"},
+      {"raw, no name", {"rename", "r.dat", 1, EACCES}, {"raw", "--out", "r.dat"}, "r.dat"},
+      {"text, full", {"fwrite", "RD-004567.dat", 300, ENOSPC}, {"text"}, "RD-004567.dat"},
+  };
+  for (const auto& [what, f, arguments, file] : cases) {
+    SCOPED_TRACE(what);
+    const session::scratch here;
+    const auto made = session::bpmsim(here.path(), arguments, with(f, here));
+    EXPECT_EQ(made.status, 1) << made.out << made.err;
+    EXPECT_EQ(session::lines_of(made.err).size(), 1U) << made.err;
+    EXPECT_FALSE(fs::exists(here.path() / file));
+    for (const auto& left : fs::recursive_directory_iterator(here.path())) {
+      EXPECT_FALSE(contains(left.path().string(), ".part")) << left.path();
+    }
+  }
+  // An index that cannot be read has entries that would be lost.
+  const session::scratch here;
+  const texts raw{"raw", "--tree", "t/online", "--turns", "10"};
+  ASSERT_EQ(session::bpmsim(here.path(), raw).status, 0);
+  const fs::path index = here.path() / "t/online/machine_data/meas/run_index/tbt.idx";
+  const std::string before = read_file(index);
+  for (const char* call : {"fread", "fopen"}) {
+    const auto again = session::bpmsim(here.path(), raw, with({call, "tbt.idx", 1}, here));
+    EXPECT_EQ(again.status, 1) << again.err;
+    EXPECT_TRUE(contains(again.err, "tbt.idx")) << again.err;
+    EXPECT_EQ(read_file(index), before);
+  }
+}
+
+// Killed while the second BPM is in work: of the first all is on disk.
+TEST(faults, what_is_fitted_is_on_disk) {
+  const session::scratch here;
+  make_inputs(here);
+  const auto run = session::butngain(here.path(), {"F", "exp_0.txt", "exp_1.txt", "no"},
+                                     with({"fopen", "EXP_1.dat_fit", 1, 0}, here));
+  EXPECT_EQ(run.status, 128 + 9);
+  for (const char* table : {"orbit.dat", "inputs_1000random_xy_and_timing_offset.dat_out",
+                            "inputs_1000random_xy_and_timing_offset.dat_err"}) {
+    SCOPED_TRACE(table);
+    const auto text = read_file(here.run_directory() / table);
+    EXPECT_TRUE(ends_in_line(text));
+    EXPECT_EQ(session::numbers_of(session::lines_of(text).back())[0], 1) << text;
+  }
+}
+
+// A carriage return ends a line of PostScript: what follows would be run by whoever prints the page.
+TEST(faults, names_of_files_stay_text) {
+  const session::scratch here;
+  make_inputs(here);
+  const std::string name = "run\rshowpage\x1b]0;x\a.dat";
+  fs::rename(here.path() / "RD-004567.dat", here.path() / name);
+  const auto run = session::butngain(here.path(), {"T", "0", "./" + name, "n", "-1", "p"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::string page = read_file(here.path() / (name.substr(0, name.find('.')) + ".ps"));
+  EXPECT_TRUE(contains(page, "%%Title: "));
+  EXPECT_TRUE(contains(page, "run\\rshowpage"));
+  EXPECT_EQ(page.find('\r'), std::string::npos);
+  EXPECT_EQ(run.err.find_first_of("\r\x1b\a"), std::string::npos) << run.err;
+}
+
 }  // namespace

@@ -279,4 +279,17 @@ TEST(faults, names_of_files_stay_text) {
   EXPECT_EQ(run.err.find_first_of("\r\x1b\a"), std::string::npos) << run.err;
 }
 
+// The line that `tree` prints is one for the shell.
+TEST(faults, a_folder_of_any_name_is_one_word_of_the_shell) {
+  const session::scratch here;
+  const std::string name = "it's $(touch here) `touch here`;touch here";
+  const auto run = session::run(
+      {"/bin/sh", "-c",
+       R"sh(eval "$("$0" tree "$1" --bpms 1 --turns 4 | grep ^export)"; cd "$KOVR_ONLINE")sh",
+       BPMSIM_BINARY, name},
+      here.path(), "");
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_FALSE(fs::exists(here.path() / "here"));
+}
+
 }  // namespace

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "commands.hpp"
@@ -81,6 +82,22 @@ int run_template(const sim::template_setup& s) {
   return 0;
 }
 
+// A word of a shell line, as people paste it or `eval` it: in quotes unless it is plain.
+std::string shell_word(const std::string& text) {
+  constexpr std::string_view plain =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-+./:,@%";
+  if (!text.empty() && text.find_first_not_of(plain) == std::string::npos) return text;
+  std::string word = "'";
+  for (const char c : text) {
+    if (c == '\'') {
+      word += "'\\''";
+    } else {
+      word += c;
+    }
+  }
+  return word + "'";
+}
+
 int run_tree(sim::tree_setup& s) {
   s.directory = util::fullfilename(s.directory);
   const auto tables = sim::make_tree(s);
@@ -93,8 +110,9 @@ int run_tree(sim::tree_setup& s) {
                                s.raw.turns, s.raw.run - sim::older_runs, s.raw.run,
                                s.raw.run - sim::older_runs - 1));
   // To be pasted as it stands, wherever the next command is typed.
-  util::print_line(fmt::format("export KOVR_ONLINE={}",
-                               std::filesystem::absolute(s.directory + "/online").string()));
+  util::print_line(
+      fmt::format("export KOVR_ONLINE={}",
+                  shell_word(std::filesystem::absolute(s.directory + "/online").string())));
   return 0;
 }
 

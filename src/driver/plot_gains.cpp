@@ -9,6 +9,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "apart.hpp"
 #include "file_units.hpp"
 #include "gain_fit_mod.hpp"
 #include "quick_plot.hpp"
@@ -78,6 +79,13 @@ std::string draw(const plotted& plot, std::string_view device, const std::string
   return qp_close_page();
 }
 
+// A copy, drawn in a process of its own.
+std::string draw_apart(const plotted& plot, std::string_view device, const std::string& name) {
+  util::apart work;
+  if (util::begin_apart(work)) util::end_apart(work, draw(plot, device, name));
+  return util::wait_apart(work);
+}
+
 void show(const plotted& plot) {
   const std::string reason = draw(plot, "X", "butngain: " + plot.title);
   if (!reason.empty()) util::print_line(fmt::format(" no screen plot: {}", reason));
@@ -95,7 +103,7 @@ bool copy(const plotted& plot, std::string_view device, const std::string& name,
           const std::string& run_directory) {
   // With --output the copy lies there too, also where its name begins with a slash.
   const std::string path = util::output_path(util::output_name(name));
-  const std::string reason = draw(plot, device, path);
+  const std::string reason = draw_apart(plot, device, path);
   if (reason.empty()) {
     tell_copy(path);
     return true;
@@ -103,7 +111,7 @@ bool copy(const plotted& plot, std::string_view device, const std::string& name,
   // The label of a synthetic series begins with "/", and few may write to the root folder.
   if (path.starts_with('/') && util::output_base.empty()) {
     const std::string second = std::string{util::trim_right(run_directory)} + name;
-    const std::string second_reason = draw(plot, device, second);
+    const std::string second_reason = draw_apart(plot, device, second);
     const std::string outcome = second_reason.empty()
                                     ? fmt::format("written to {}", second)
                                     : fmt::format("nor {}: {}", second, second_reason);

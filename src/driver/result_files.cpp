@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "apart.hpp"
 #include "fault.hpp"
 #include "file_units.hpp"
 #include "gain_fit_mod.hpp"
@@ -16,9 +17,9 @@
 #include "gains_load.hpp"
 #include "nonlin_bpm_mod.hpp"
 #include "orbits_csv.hpp"
-#include "progress.hpp"
 #include "report_page.hpp"
 #include "result_rows.hpp"
+#include "run_time.hpp"
 #include "session_summary.hpp"
 #include "whole_file.hpp"
 
@@ -76,12 +77,33 @@ void tell(session_state& s, const util::status& fault) {
   util::tell_line("cannot write " + util::line_of(*fault));
 }
 
-void write_report(session_state& s, const std::string& folder) {
-  tell(s, report::write_report_html(folder + "report.html", s.results));
-  tell(s, report::write_gains_png(folder + "gains.png", s.results));
-  if (s.pdf.empty()) return;
+// The pictures; the lines of those that could not be written.
+std::string draw_pictures(const session_state& s, const std::string& folder) {
+  std::string lines;
+  const auto note = [&lines](const util::status& fault) {
+    if (fault) lines += util::line_of(*fault) + "\n";
+  };
+  note(report::write_report_html(folder + "report.html", s.results));
+  note(report::write_gains_png(folder + "gains.png", s.results));
+  if (s.pdf.empty()) return lines;
   const auto size = s.pdf == "letter" ? report::paper::letter : report::paper::a4;
-  tell(s, report::write_gains_pdf(folder + "gains.pdf", s.results, size));
+  note(report::write_gains_pdf(folder + "gains.pdf", s.results, size));
+  return lines;
+}
+
+// In a process of its own: the numbers are written, whatever becomes of the pictures.
+void write_report(session_state& s, const std::string& folder) {
+  util::apart work;
+  if (util::begin_apart(work)) util::end_apart(work, draw_pictures(s, folder));
+  std::string lines = util::wait_apart(work);
+  // How it ended, where it could not say which picture failed.
+  if (!lines.empty() && lines.back() != '\n') lines.insert(0, "the pictures: ");
+  while (!lines.empty()) {
+    const std::size_t end = std::min(lines.find('\n'), lines.size());
+    s.exit_status = 1;
+    util::tell_line("cannot write " + lines.substr(0, end));
+    lines.erase(0, end + 1);
+  }
 }
 
 }  // namespace

@@ -1,8 +1,5 @@
-#include <fmt/format.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -22,7 +19,7 @@ struct compare_options {
 };
 
 int tell(const util::fault& f) {
-  fmt::print(stderr, "butngain: {}\n", util::line_of(f));
+  util::tell_line(util::line_of(f));
   return trouble;
 }
 
@@ -93,7 +90,7 @@ int compare_command(int count, const char* const* arguments) {
     app.exit(asked);
     return nothing_changed;
   } catch (const CLI::ParseError& fault) {
-    fmt::print(stderr, "butngain: {}; try butngain compare --help\n", fault.what());
+    util::tell_line(std::string{fault.what()} + "; try butngain compare --help");
     return trouble;
   }
   return run(options);

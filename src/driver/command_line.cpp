@@ -91,7 +91,7 @@ session_options parse(const std::vector<std::string>& arguments);
 session_options options_of_record(const session_options& asked) {
   auto record = report::read_run_json(asked.repeat);
   if (!record) {
-    fmt::print(stderr, "butngain: --repeat: {}\n", util::shown(util::line_of(record.why)));
+    util::tell_line("--repeat: " + util::line_of(record.why));
     util::stop_program(usage_error);
   }
   const std::vector<std::string> recorded = record->info.arguments;

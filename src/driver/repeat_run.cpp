@@ -18,6 +18,7 @@
 #include "file_units.hpp"
 #include "prepared_answers.hpp"
 #include "progress.hpp"
+#include "run_time.hpp"
 #include "text.hpp"
 
 namespace driver {
@@ -36,9 +37,7 @@ std::optional<repeated>& in_work() {
 }
 
 void tell(const std::string& line) {
-  std::fflush(stdout);
-  util::erase_progress();
-  fmt::print(stderr, "butngain: {}\n", util::shown(line));
+  util::tell_line(line);
 }
 
 util::given_by given_by_of(std::string_view word) {

@@ -163,8 +163,7 @@ bool end_record(std::string_view how, int status) {
   const util::status fault = write(record);
   tell_other_inputs(record.results->info);
   if (!fault) return true;
-  util::erase_progress();
-  fmt::print(stderr, "{}: cannot write {}\n", util::program_name, util::line_of(*fault));
+  util::tell_line("cannot write " + util::line_of(*fault));
   return false;
 }
 

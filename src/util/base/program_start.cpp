@@ -33,6 +33,7 @@ void* spare = nullptr;
   std::free(spare);  // NOLINT(*-no-malloc,*-owning-memory)
   if (close_files != nullptr) close_files(closing::every);
   if (remove_unfinished != nullptr) remove_unfinished();
+  ending_noted("run-time error: out of memory", 1);
   if (end_process != nullptr) end_process(1);
   std::_Exit(1);
 }

@@ -44,6 +44,7 @@ bool begin_apart(apart& work) {
   if (work.process == 0) {
     close(ends[0]);
     work.said = ends[1];
+    note_ending = nullptr;  // the end of this process is not that of the run
     // Ends a wait that never would, without anybody's help.
     std::signal(SIGALRM, SIG_DFL);
     alarm(patience);

@@ -36,9 +36,7 @@ std::optional<repeated>& in_work() {
   return the_one;
 }
 
-void tell(const std::string& line) {
-  util::tell_line(line);
-}
+void tell(const std::string& line) { util::tell_line(line); }
 
 util::given_by given_by_of(std::string_view word) {
   if (word == "terminal") return util::given_by::terminal;

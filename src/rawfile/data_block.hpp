@@ -26,8 +26,8 @@ namespace rawfile {
 
 /// How reading a data block ended.
 struct [[nodiscard]] block_result {
-  util::status fault;      ///< nothing when the arrays are filled
-  std::size_t lines = 0;   ///< taken from the file; elements from here on repeat the last one
+  util::status fault;     ///< nothing when the arrays are filled
+  std::size_t lines = 0;  ///< taken from the file; elements from here on repeat the last one
 };
 
 /// Fills an instrument's arrays from its B x T data lines.

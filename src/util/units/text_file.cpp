@@ -27,10 +27,10 @@ bool next_line(text_file& file) {
   file.number = static_cast<int>(file.cutter.number);
   // The end is no trouble; a caller who forgets to look at the trouble has read a shorter file.
   if (cut == line_cut::failed) {
-    file.trouble = fault{"reading failed at byte " + std::to_string(file.cutter.got) + ": " +
-                             system_text(errno),
-                         place_of(file),
-                         {}};
+    file.trouble = fault{
+        "reading failed at byte " + std::to_string(file.cutter.got) + ": " + system_text(errno),
+        place_of(file),
+        {}};
   }
   if (cut == line_cut::endless) {
     file.trouble = fault{"no line end within " + std::to_string(longest_line) + " characters",

@@ -86,8 +86,7 @@ TEST(bpmsim_program, accuracy_and_battery_show_both_methods) {
 
   const outcome battery = bpmsim(here, "battery --only dead --bpms 2");
   EXPECT_EQ(battery.status, 0) << battery.err;
-  EXPECT_NE(battery.out.find("suspect: button 3: no signal\n1 kinds, 2 BPMs"), std::string::npos)
-      << battery.out;
+  EXPECT_NE(battery.out.find("suspect: button 3: no signal\n"), std::string::npos) << battery.out;
   EXPECT_EQ(bpmsim(here, "battery --bpms 0").status, 2);
 }
 

@@ -38,6 +38,15 @@ void end_of_input_error(std::string_view prompt) {
   thrown("end of input at \"" + std::string{prompt} + "\"");
 }
 
+void write_error(std::string_view what, int reason) {
+  thrown("writing " + std::string{what} + ": " + system_text(reason));
+}
+
+// The line before an end of the run: what ends it says enough.
+void tell_line(std::string_view) {}
+
+int ending_noted(std::string_view, int status) { return status; }
+
 void err_exit() { thrown("fatal exit"); }
 
 void stop_program(int status) { thrown("stopped with status " + std::to_string(status)); }

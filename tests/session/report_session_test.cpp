@@ -17,17 +17,21 @@ TEST(report_session, leaves_a_page_and_a_picture_without_a_display) {
   const session::scratch here;
   ASSERT_EQ(session::bpmsim(here.path(), {"series", "--bpms", "2", "--orbits", "300"}).status, 0);
   session::settings how;
-  how.arguments = {"--pdf", "letter"};
+  how.arguments = {"--pdf", "letter", "--output", "results"};
   const auto run = session::butngain(here.path(), two_bpms, how);
   ASSERT_EQ(run.status, 0) << run.err;
-  const auto place = here.run_directory();
+  std::filesystem::path place;
+  for (const auto& entry : std::filesystem::directory_iterator(here.path() / "results")) {
+    if (entry.is_directory()) place = entry.path();
+  }
   const std::string page = session::read_file(place / "report.html");
   EXPECT_TRUE(contains(page, "All 2 BPMs are determined: load gains.load."));
   EXPECT_TRUE(contains(page, "EXP_1"));
   EXPECT_TRUE(contains(page, "Residual against orbit"));  // orbits reach the page
   EXPECT_TRUE(session::read_file(place / "gains.png").starts_with("\x89PNG"));
   EXPECT_TRUE(contains(session::read_file(place / "gains.pdf"), "/MediaBox [ 0 0 612 792 ]"));
-  EXPECT_TRUE(contains(run.err, "/report.html")) << run.err;
+  EXPECT_TRUE(contains(run.err, "results/" + place.filename().string() + "/report.html"))
+      << run.err;
 }
 
 TEST(report_session, of_a_quiet_beam_says_that_nothing_can_be_loaded) {

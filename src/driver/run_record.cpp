@@ -163,7 +163,11 @@ bool end_record(std::string_view how, int status) {
   const util::status fault = write(record);
   tell_other_inputs(record.results->info);
   if (!fault) return true;
-  util::tell_line("cannot write " + util::line_of(*fault));
+  // A disk that is full was told when the run ended for it; the record beside it says no more.
+  const int told = util::write_failure_told;
+  if (told == 0 || fault->what != util::system_text(told)) {
+    util::tell_line("cannot write " + util::line_of(*fault));
+  }
   return false;
 }
 

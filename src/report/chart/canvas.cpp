@@ -16,6 +16,8 @@
 namespace chart {
 namespace {
 
+// The page's style sheet names the same font first: the widths measured here, by which texts are
+// shortened and names turned, then hold for the texts of an SVG, which the reader's browser draws.
 constexpr const char* font = "DejaVu Sans";
 
 cairo_status_t take_bytes(void* into, const unsigned char* data, unsigned int length) {
@@ -39,6 +41,8 @@ double snapped(const canvas& c, double at, double width) {
 }
 
 void straight(canvas& c, point from, point to, double width) {
+  // Slanted lines are smoothed wherever they lie; only level and upright ones can be sharp, or
+  // smeared over two pixels.
   const bool level = from.y == to.y, upright = from.x == to.x;
   if (level) from.y = to.y = snapped(c, from.y, width);
   if (upright) from.x = to.x = snapped(c, from.x, width);
@@ -61,6 +65,8 @@ void set_font(canvas& c, double size, bool bold) {
 void show_text(canvas& c, const std::string& text, point place, const text_style& style) {
   cairo_text_extents_t extents;
   set_font(c, style.size, style.bold);
+  // Placed by the advance, not by the inked width: "1" and "0" then take the same room, and numbers
+  // below each other keep their columns.
   cairo_text_extents(c.pen.get(), text.c_str(), &extents);
   cairo_save(c.pen.get());
   cairo_translate(c.pen.get(), place.x, place.y);
@@ -94,10 +100,14 @@ canvas open_canvas(medium kind, double width, double height, double scale) {
     c.sheet.reset(cairo_image_surface_create(CAIRO_FORMAT_RGB24,
                                              static_cast<int>(std::ceil(width * scale)),
                                              static_cast<int>(std::ceil(height * scale))));
+    // The bit map knows its scale, so lengths stay in points and `snapped` can ask for it.
     cairo_surface_set_device_scale(c.sheet.get(), scale, scale);
   }
   c.pen.reset(cairo_create(c.sheet.get()));
+  // Paper has no pixels: here the pen is scaled, which holds for all pages that follow.
   if (kind == medium::pdf) cairo_scale(c.pen.get(), scale, scale);
+  // A new bit map is black. Pages of the other two are white by themselves, or take the colour of
+  // what they stand on.
   if (kind == medium::png) {
     set_ink(c, ink::paper);
     cairo_paint(c.pen.get());
@@ -108,6 +118,7 @@ canvas open_canvas(medium kind, double width, double height, double scale) {
 void next_page(canvas& c) { cairo_show_page(c.pen.get()); }
 
 std::string finish(canvas& c, std::string_view title) {
+  // The pen's fault is asked for before the pen is given back: the sheet does not know of it.
   const bool drawn = cairo_status(c.pen.get()) == CAIRO_STATUS_SUCCESS;
   c.pen.reset();
   cairo_status_t status = cairo_surface_status(c.sheet.get());
@@ -132,6 +143,7 @@ void draw_dashed_line(canvas& c, point from, point to, ink colour, double width)
   constexpr std::array dash{4.0, 3.0};  // [points]
   cairo_set_dash(c.pen.get(), dash.data(), static_cast<int>(dash.size()), 0);
   draw_line(c, from, to, colour, width);
+  // The pen keeps its dashes: without this every later line would have them.
   cairo_set_dash(c.pen.get(), nullptr, 0, 0);
 }
 
@@ -142,6 +154,7 @@ void draw_lines(canvas& c, std::span<const point> corners, ink colour, double wi
   stroke(c, colour, width);
 }
 
+// All strokes in one path: a picture of many needs one colour and one width in its file.
 void draw_strokes(canvas& c, std::span<const point> ends, ink colour, double width) {
   if (ends.size() < 2) return;
   for (std::size_t i = 0; i + 1 < ends.size(); i += 2) straight(c, ends[i], ends[i + 1], width);
@@ -204,6 +217,7 @@ std::string shortened(canvas& c, std::string_view text, double size, double widt
   const auto inside_character = [](char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
   };
+  // Whole characters of UTF-8 go: half of one would be no text any more (and would show as \xNN).
   while (!kept.empty()) {
     while (!kept.empty() && inside_character(kept.back())) kept.pop_back();
     if (!kept.empty()) kept.pop_back();

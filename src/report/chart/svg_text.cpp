@@ -23,7 +23,9 @@ const ink_colour* ink_of(std::string_view percentages) {
     if (end == std::string_view::npos) return nullptr;
     const auto number = util::scan_real(util::trim(percentages.substr(0, end)));
     if (!number) return nullptr;
+    // The percentages have digits enough: rounding below finds the whole number that went in.
     value = *number * 255 / 100;
+    // Beyond the "%" and the comma; the last one has a bracket there.
     percentages.remove_prefix(std::min(end + 2, percentages.size()));
   }
   for (const ink_colour& c : inks) {
@@ -51,8 +53,10 @@ std::string short_number(std::string_view number) {
 // A path in fewer characters: clouds of dots, "M x y L x y" each, are most of a page.
 void append_path(std::string& out, std::string_view path) {
   std::string begin;  // of the stroke, while it has no other corner
+  // Kept back until the next letter: only then it is known that a stroke had no length.
   std::string corner;
   char letter = 0;
+  // A dot is a stroke to where it began, and "h0" says that in two characters.
   const auto put_corner = [&] {
     if (letter == 'L' && corner == begin) {
       out += "h0";
@@ -78,6 +82,8 @@ void append_path(std::string& out, std::string_view path) {
   put_corner();
 }
 
+// They are the SVG standard's, but for the limit of mitres (4 there, 10 is the library's): only
+// sharp corners differ by it, and every bent line of ours has round ones.
 // Values of properties that are what they are without being written.
 bool says_nothing(std::string_view property) {
   constexpr std::array<std::string_view, 9> defaults{
@@ -99,6 +105,7 @@ void append_style(std::string& out, std::string_view style) {
     const std::size_t colour = property.find(":rgb(");
     const ink_colour* shade =
         colour == std::string_view::npos ? nullptr : ink_of(property.substr(colour + 5));
+    // A colour that is none of our inks stays as it is: a wrong shade in the dark, but a picture.
     if (shade == nullptr) {
       out += property;
     } else {
@@ -110,6 +117,7 @@ void append_style(std::string& out, std::string_view style) {
 
 // The value of an attribute of a tag.
 std::optional<std::string_view> attribute(std::string_view tag, std::string_view name) {
+  // With the blank in front: "d" must not be found in "id".
   const std::string key = fmt::format(" {}=\"", name);
   const std::size_t at = tag.find(key);
   if (at == std::string_view::npos) return {};
@@ -131,6 +139,8 @@ std::string style_of(std::string_view tag) {
   return style;
 }
 
+// Paths and boxes are all that our pen makes the library write; prolog, groups, definitions and
+// closing tags fall away.
 void append_tag(std::string& out, std::string_view tag) {
   if (tag.starts_with("<path")) {
     out += "<path style=\"";
@@ -156,6 +166,8 @@ void append_text(std::string& out, const placed_text& t) {
   constexpr std::array anchors{"start", "middle", "end"};
   const auto anchor = static_cast<std::size_t>(std::lround(2 * t.style.at));
   const auto put = std::back_inserter(out);
+  // Anchor, weight and colour only where they are not the usual ones: axes have many texts. All but
+  // the text itself is ours; the text may be anybody's and is escaped.
   fmt::format_to(put, R"(<text x="{:.1f}" y="{:.1f}" font-size="{}")", t.place.x, t.place.y,
                  t.style.size);
   if (anchor > 0)
@@ -172,6 +184,7 @@ void append_text(std::string& out, const placed_text& t) {
 
 }  // namespace
 
+// Quotes too: the same texts stand in attributes, where a quote would end the value.
 std::string html(std::string_view text) {
   std::string out;
   for (const char c : util::shown(text)) {
@@ -201,6 +214,8 @@ std::string html(std::string_view text) {
 std::string svg_element(std::string_view file, const canvas& c, std::string_view title) {
   const std::size_t root = file.find("<svg");
   if (root == std::string_view::npos) return {};
+  // The picture takes the room there is, but grows no further than its texts are fit for. A reader
+  // that speaks pages gets the title instead of the shapes.
   std::string out = fmt::format(
       "<svg role=\"img\" viewBox=\"0 0 {0:.0f} {1:.0f}\" width=\"{0:.0f}\" height=\"{1:.0f}\" "
       "style=\"max-width:min(100%,{2:.0f}px)\" aria-label=\"{3}\">",

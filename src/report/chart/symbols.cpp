@@ -9,6 +9,7 @@ namespace {
 // Corners chosen so that the four have about the same area: none looks more important.
 std::vector<point> outline(std::size_t button, point at, double size) {
   const double half = size / 2;
+  // In units of half squared: circle 3.0 (of 12 corners), square 3.2, triangle 3.0, diamond 3.1.
   std::vector<point> corners;
   if (button == 1) {
     const double side = 0.89 * half;
@@ -38,6 +39,7 @@ std::vector<point> outline(std::size_t button, point at, double size) {
 
 void draw_symbol(canvas& c, std::size_t button, point at, double size, bool full) {
   std::vector<point> corners = outline(button, at, size);
+  // A hollow symbol is filled with paper, so that the grid and its error bar do not run through it.
   fill_area(c, corners, full ? button_inks[button] : ink::paper);
   if (full) return;
   corners.push_back(corners[0]);
@@ -51,6 +53,7 @@ void draw_cross(canvas& c, point at, double size, ink colour) {
                                    {at.x + half, at.y + half},
                                    {at.x - half, at.y + half},
                                    {at.x + half, at.y - half}}};
+  // Heavier than a grid's lines of 1 point, on which crosses stand.
   draw_strokes(c, ends, colour, 1.6);
 }
 

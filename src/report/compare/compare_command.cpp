@@ -10,6 +10,8 @@
 namespace report {
 namespace {
 
+// As of programs that compare files: a script can ask "did anything change" without taking a fault
+// for an answer.
 constexpr int nothing_changed = 0, something_changed = 1, trouble = 2;
 
 struct compare_options {
@@ -18,6 +20,7 @@ struct compare_options {
   change_limits limits;
 };
 
+// One line on standard error, not the end of the process: a status of 1 would mean a change.
 int tell(const util::fault& f) {
   util::tell_line(util::line_of(f));
   return trouble;
@@ -27,10 +30,12 @@ void add_options(CLI::App& app, compare_options& options) {
   app.set_help_flag("-h,--help", "Print this help and exit");
   app.add_option("RUN", options.runs, "Directories of runs, or their gains.csv; two or more")
       ->required()
+      // No upper bound: a year of runs is a fair question.
       ->expected(2, -1);
   app.add_option("--csv", options.csv, "Write the comparison for programs")->type_name("FILE");
   app.add_option("--picture", options.picture, "Draw the gains against the run (PNG)")
       ->type_name("FILE");
+  // The help shows both limits: they are a judgement that the reader need not share.
   app.add_option("--errors", options.limits.errors, "A change is more than this many of its errors")
       ->capture_default_str()
       ->check(CLI::NonNegativeNumber)
@@ -50,6 +55,7 @@ util::status print(const std::string& text) {
   return util::fault{util::system_text(errno), "writing standard output", {}};
 }
 
+// Behind the text: a file that cannot be written leaves the answer on the screen.
 util::status write_files(const comparison& c, const compare_options& options) {
   if (!options.csv.empty()) {
     if (auto fault = util::write_whole_file(options.csv, comparison_csv(c))) return fault;
@@ -61,6 +67,8 @@ util::status write_files(const comparison& c, const compare_options& options) {
 }
 
 int run(const compare_options& options) {
+  // All are read before anything is said: half a comparison, with a fault below it, would be taken
+  // for the whole.
   std::vector<read_run> runs;
   for (const std::string& path : options.runs) {
     auto read = read_run_directory(path);

@@ -14,6 +14,7 @@ namespace {
 
 using chart::ink;
 
+// Wider than high, for the runs stand side by side; nine of them are 2100 pixels.
 constexpr double cell_width = 150, cell_height = 128;  // [points]
 constexpr double margin = 16, axis_room = 40, title_size = 10;
 
@@ -22,11 +23,14 @@ const bpm_row* first_usable(const compared_bpm& b) {
   return found == b.row.end() ? nullptr : *found;
 }
 
+// In logarithms like the changes of the text; for changes of some per cent that is the same.
 double percent_change(const bpm_row& row, const bpm_row& first, std::size_t k) {
   return 100 * std::log(row.gain[k] / first.gain[k]);
 }
 
 quick_plot::axis_scale scale_of(const comparison& c) {
+  // Runs that agree to the last digit still need a range, and one that does not make mountains of
+  // it; what counts as a change begins at 0.05 per cent.
   constexpr double least = 0.02;  // per cent
   std::vector<double> values;
   for (const compared_bpm& b : c.bpm) {
@@ -49,10 +53,13 @@ quick_plot::axis_scale scale_of(const comparison& c) {
 
 void draw_run(chart::canvas& c, const chart::panel& p, const bpm_row& row, const bpm_row& first,
               double run) {
+  // The four symbols of a run side by side, and beside those of the next run with some room
+  // between.
   const double step = std::min(6.0, 0.18 * p.width / (p.x.high - p.x.low));
   for (std::size_t k = 0; k < 4; ++k) {
     const double value = percent_change(row, first, k), bar = 100 * row.error;
     const double x = chart::across(p, run) + (static_cast<double>(k) - 1.5) * step;
+    // Beyond the scale the number itself stands at the frame: nothing is left out in silence.
     if (value < p.y.low || value > p.y.high) {
       const bool up = value > p.y.high;
       const double edge = up ? p.top : p.top + p.height;
@@ -91,9 +98,12 @@ void draw_bpm(chart::canvas& c, const compared_bpm& b, chart::panel p,
     if (takes_part(b.row[run])) {
       draw_run(c, p, *b.row[run], *first, static_cast<double>(run + 1));
     } else {
+      // An empty place would leave open whether the run has no gains or the picture no room for
+      // them.
       draw_cross(c, {x, p.top + p.height}, 6, ink::quiet);
     }
   }
+  // In words as well as in red: not everybody sees it, and printers are black.
   const std::string name = b.name.empty() ? std::to_string(b.bpm) : b.name;
   draw_text(c, shortened(c, changed ? name + ": changed" : name, title_size, p.width),
             {p.left, p.top - 4},
@@ -126,9 +136,12 @@ double draw_head(chart::canvas& c, const comparison& all, double width) {
 
 std::string comparison_png(const comparison& c) {
   const std::size_t n = c.bpm.size();
+  // With 1.3 a sheet of many cells is about three to two, like a screen. Fewer than three columns
+  // would not hold the head; with more than nine one would scroll both ways.
   const auto columns = std::clamp<std::size_t>(
       static_cast<std::size_t>(std::ceil(std::sqrt(1.3 * static_cast<double>(n)))), 3, 9);
   const std::size_t rows = (n + columns - 1) / columns;
+  // What draw_head takes, a line of 14 points a run, and some air: known before the sheet is.
   const double head = margin + 60 + 14 * static_cast<double>(c.run.size());
   const double width = 2 * margin + axis_room + cell_width * static_cast<double>(columns);
   chart::canvas sheet = chart::open_canvas(

@@ -21,6 +21,7 @@ std::string bpm_in_words(const compared_bpm& b) {
                         : fmt::format("{} ({})", b.bpm, util::shown(b.name));
 }
 
+// The clearest change, not the widest: a wide one may be of gains that are hardly known.
 const gain_change& largest(const compared_bpm& b) {
   return *std::max_element(b.disagree.begin(), b.disagree.end(),
                            [](const gain_change& p, const gain_change& q) {
@@ -28,6 +29,7 @@ const gain_change& largest(const compared_bpm& b) {
                            });
 }
 
+// "None of 100 changed" must not count those that were in one run only.
 std::size_t count_compared(const comparison& c) {
   return static_cast<std::size_t>(std::count_if(
       c.bpm.begin(), c.bpm.end(), [](const compared_bpm& b) { return !b.since.empty(); }));
@@ -39,6 +41,7 @@ std::string headline(const comparison& c) {
     if (!b.disagree.empty()) names.push_back(bpm_in_words(b));
   }
   const std::size_t compared = count_compared(c);
+  // Without this the line would say that nothing changed, when nothing was looked at.
   if (compared == 0) return "no BPM has gains in two of the runs: nothing to compare\n";
   return fmt::format("{} of {} BPM{} changed{}{}\n",
                      names.empty() ? "none" : std::to_string(names.size()), compared,
@@ -61,9 +64,11 @@ void tell_runs(const comparison& c, std::string& out) {
 // In which run a change shows first, where the runs are more than two.
 std::string first_seen(const comparison& c, const compared_bpm& b) {
   if (c.run.size() < 3) return {};
+  // The later run is the outer loop where these were found: the front one is the earliest.
   return fmt::format("; first seen in run {}", b.disagree.front().to + 1);
 }
 
+// The limits stand above what they decided: who reads a saved text knows no options.
 void tell_changes(const comparison& c, std::string& out) {
   fmt::format_to(
       std::back_inserter(out),
@@ -92,8 +97,10 @@ void tell_disagreeing_runs(const comparison& c, std::string& out) {
   for (const compared_bpm& b : c.bpm) {
     for (const gain_change& d : b.disagree) pairs[{d.from, d.to}].push_back(bpm_in_words(b));
   }
+  // Two runs disagree where they changed, and that was said above.
   if (pairs.empty() || c.run.size() < 3) return;
   out += "\nruns that disagree\n";
+  // A screen: pairs grow with the square of the runs.
   constexpr std::size_t most_lines = 40;
   std::size_t lines = 0;
   for (const auto& [runs, names] : pairs) {
@@ -112,10 +119,12 @@ std::string why_not(const bpm_row* row) {
   if (takes_part(row)) return {};
   if (row == nullptr) return "not there";
   const bool good = row->verdict == verdict::determined || row->verdict == verdict::weak;
+  // A good verdict with a number that is missing or 0: the file does not say why.
   return good ? "without calibrated gains" : std::string{text_of(row->verdict)};
 }
 
 void tell_left_out(const comparison& c, std::string& out) {
+  // Told for each run: silence about a BPM would be read as "did not change".
   std::string lines;
   for (const compared_bpm& b : c.bpm) {
     std::string reasons;
@@ -130,6 +139,7 @@ void tell_left_out(const comparison& c, std::string& out) {
   if (!lines.empty()) out += "\nnot compared there\n" + lines;
 }
 
+// Null for the BPM's first usable run, which the others are compared with.
 const gain_change* change_of(const compared_bpm& b, std::size_t run) {
   const auto found = std::find_if(b.since.begin(), b.since.end(),
                                   [run](const gain_change& c) { return c.to == run; });
@@ -152,6 +162,8 @@ std::string gains_line(const compared_bpm& b, std::size_t run, int width) {
 }
 
 void tell_gains(const comparison& c, std::string& out) {
+  // At least the word above the column. In bytes: a name beyond ASCII makes the column wider than
+  // it need be, never too narrow.
   std::size_t width = 4;
   for (const compared_bpm& b : c.bpm) width = std::max(width, util::shown(b.name).size());
   out +=
@@ -174,6 +186,7 @@ void put_csv_line(const comparison& c, const compared_bpm& b, std::size_t run, s
   for (const double t : row.gain) put_real(out += ',', t);
   put_real(out += ',', row.error);
   const gain_change* since = change_of(b, run);
+  // since_run to button stay empty then, all five: columns must not move.
   if (since == nullptr) {
     out += ",,,,,";
   } else {
@@ -205,6 +218,8 @@ std::string comparison_csv(const comparison& c) {
       "change_error,change_in_errors,button,bpm_changed\n";
   for (const compared_bpm& b : c.bpm) {
     for (std::size_t run = 0; run < b.row.size(); ++run) {
+      // Rows that do not take part stand there too, with their verdict: programs choose for
+      // themselves.
       if (b.row[run] != nullptr) put_csv_line(c, b, run, out);
     }
   }

@@ -11,6 +11,8 @@
 namespace report {
 
 void put_real(std::string& line, double value) {
+  // 17 digits bring every double back bit for bit. nan and inf have as many spellings as there are
+  // readers; an empty field is understood by all.
   if (std::isfinite(value)) fmt::format_to(std::back_inserter(line), "{:.16E}", value);
 }
 
@@ -23,6 +25,7 @@ std::string field_text(std::string_view text) {
     if (c == '"') c = '\'';
     if (c == '#') c = '_';
   }
+  // Behind blanks too: some spreadsheets drop them before they look.
   const auto first = field.find_first_not_of(' ');
   if (first != std::string::npos && runs.find(field[first]) != std::string_view::npos) {
     field.insert(0, 1, '\'');
@@ -36,10 +39,13 @@ bool split_fields(std::string_view line, std::vector<std::string>& fields) {
     std::string field;
     if (at < line.size() && line[at] == '"') {
       for (++at;; ++at) {
+        // A line end inside quotes is not ours: text fields never hold one, so the quote was not
+        // closed.
         if (at >= line.size()) return false;
         if (line[at] == '"' && (++at >= line.size() || line[at] != '"')) break;
         field += line[at];
       }
+      // Text behind a closed quote has no one meaning, and readers differ in it.
       if (at < line.size() && line[at] != ',') return false;
     } else {
       const std::size_t end = std::min(line.find(',', at), line.size());

@@ -16,6 +16,7 @@
 namespace report {
 namespace {
 
+// The words are in files that programs keep: they are read back, and never change.
 constexpr std::array<std::pair<verdict, std::string_view>, 5> words{
     {{verdict::determined, "determined"},
      {verdict::weak, "weak"},
@@ -69,6 +70,7 @@ std::vector<column> make_columns() {
   return all;
 }
 
+// Made once: the list is asked for at every line, and its forty names are texts.
 const std::vector<column>& columns() {
   static const std::vector<column> all = make_columns();
   return all;
@@ -91,6 +93,8 @@ std::string_view take_field(bpm_row& row, const column& c, const std::string& fi
       row.*c.word = word;
       return {};
     }
+    // Not taken for "not fitted": a wrong word is a damaged file, and gains would go missing in
+    // silence.
     return "a verdict";
   }
   if (c.whole != nullptr) {
@@ -99,6 +103,7 @@ std::string_view take_field(bpm_row& row, const column& c, const std::string& fi
     row.*c.whole = *value;
   }
   if (c.real != nullptr || c.buttons != nullptr) {
+    // Empty is what the writer makes of a value that is not known, and comes back as that.
     const auto value = field.empty() ? std::optional<double>{unknown} : util::scan_real(field);
     if (!value) return "a number or nothing";
     (c.real != nullptr ? row.*c.real : (row.*c.buttons)[c.button]) = *value;
@@ -113,6 +118,8 @@ util::outcome<std::vector<std::size_t>> places_of_columns(const util::text_file&
   // Spreadsheets put a byte-order mark in front of what they save.
   constexpr std::string_view mark = "\xEF\xBB\xBF";
   if (!header.empty() && header[0].starts_with(mark)) header[0].erase(0, mark.size());
+  // By name, not by place: a later version may add columns, and a person may move them. Of two
+  // columns of one name the first counts.
   for (std::size_t i = 0; i < header.size(); ++i) place.emplace(header[i], i);
   std::vector<std::size_t> places;
   for (const column& c : columns()) {
@@ -131,6 +138,7 @@ util::outcome<bpm_row> row_of(const util::text_file& file, const std::vector<std
   for (std::size_t i = 0; i < places.size(); ++i) {
     const column& c = columns()[i];
     const std::string& field = fields[places[i]];
+    // One fault ends the file: values of a line that is wrong somewhere are not to be believed.
     const std::string_view expected = take_field(row, c, field);
     if (!expected.empty()) {
       return util::fault{fmt::format("found \"{}\" in column {}", field, c.name),
@@ -146,6 +154,7 @@ std::string_view text_of(verdict word) {
   for (const auto& [known, text] : words) {
     if (known == word) return text;
   }
+  // Not reached: every verdict has its word above. It says the least.
   return "not fitted";
 }
 
@@ -182,6 +191,7 @@ util::outcome<std::vector<bpm_row>> read_gains_csv(const std::string& path) {
   while (util::next_line(*file)) {
     // A last line cut short is a fault below; one that is empty, as editors leave it, is none.
     if (file->number > 1 && file->line.empty()) continue;
+    // Lines are taken one by one, so a quote that stays open is known at its own line.
     if (!split_fields(file->line, fields)) return util::line_fault(*file, "quotes in pairs");
     if (file->number == 1) {
       auto found = places_of_columns(*file, fields);
@@ -190,6 +200,8 @@ util::outcome<std::vector<bpm_row>> read_gains_csv(const std::string& path) {
       width = fields.size();
       continue;
     }
+    // Fewer fields: cut short, perhaps in the middle of a number that reads well. More: a comma
+    // that was not ours, behind which all columns are moved.
     if (fields.size() != width) {
       return util::fault{fmt::format("found {} fields", fields.size()), util::place_of(*file),
                          fmt::format("{} as in the header", width)};
@@ -198,7 +210,9 @@ util::outcome<std::vector<bpm_row>> read_gains_csv(const std::string& path) {
     if (!row) return row.why;
     rows.push_back(std::move(*row));
   }
+  // Asked for at the end: a read that fails looks like the end of the file until then.
   if (file->trouble) return *file->trouble;
+  // No header is no run; a header without lines is a run without BPMs, and fine.
   if (width == 0) return util::fault{"an empty file", path, "the header of gains.csv"};
   return rows;
 }

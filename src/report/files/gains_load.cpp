@@ -16,6 +16,7 @@ namespace report {
 namespace {
 
 constexpr std::array<std::string_view, 4> button_names{"BI", "BO", "TI", "TO"};
+// What the list of the position tables has room for; its first is 1.
 constexpr int last_listed_bpm = 120;
 
 // Words are separated by blanks in both files.
@@ -34,6 +35,7 @@ double old_of(const bpm_row& row, std::size_t k) { return has_old(row) ? row.coe
 std::string why_kept(const bpm_row& row) {
   std::string why{text_of(row.verdict)};
   if (!row.reason.empty()) why += ": " + row.reason;
+  // What keeps the old ones although the BPM is determined: its verdict would read as "load it".
   if (!row.stays.empty()) why = row.stays;
   return field_text(why);
 }
@@ -58,6 +60,7 @@ std::string what_to_load(const std::vector<bpm_row>& rows) {
   for (const bpm_row& row : rows) {
     for (std::size_t k = 0; is_loaded(row) && k < button_names.size(); ++k) {
       const double change = row.new_coefficient[k] / old_of(row, k) - 1;
+      // The first is taken whatever it is: gains that did not change have a place to be named too.
       if (!where.empty() && std::abs(change) <= std::abs(largest)) continue;
       largest = change;
       where = fmt::format("{} {}", row.name, button_names[k]);
@@ -74,6 +77,7 @@ four new_coefficients(const four& old, const four& gain, bool divided) {
     if (c == 0) c = 1;  // exactly: the readers divide by 1 then
     product *= std::abs(c);
   }
+  // Products of sizes: one negative coefficient would leave no fourth root.
   const double mean = std::sqrt(std::sqrt(product));
   for (std::size_t k = 0; k < now.size(); ++k) {
     // A sign that the electronics have is not the fit's, which takes sizes of signals.
@@ -101,6 +105,7 @@ std::string gains_load_text(const std::vector<bpm_row>& rows, const std::string&
       const double old = old_of(row, k);
       text += fmt::format("{:>5} {:<12} {:<6} ", row.bpm, one_word(row.name), button_names[k]);
       if (loaded) {
+        // Seven digits: finer than any error, and still read by eye.
         const double now = row.new_coefficient[k];
         text += fmt::format("{:>12.7g} {:>12.7g} {:>+9.4f} {:>9.4f}  load\n", old, now,
                             100 * (now / old - 1), 100 * row.error);
@@ -110,6 +115,7 @@ std::string gains_load_text(const std::vector<bpm_row>& rows, const std::string&
         text += fmt::format("{0:>12} {0:>12} {1:>+9.4f} {2:>9}  keep  # {3}", kept, 0.0, "-",
                             why_kept(row));
         // Right within their error, which may be good enough for somebody who decides so.
+        // Behind the #, where no program takes them for a column.
         if (row.verdict == verdict::weak && std::isfinite(row.gain[k])) {
           text += fmt::format("; gain {:.5f} found, error {:.2g} %", row.gain[k], 100 * row.error);
         }
@@ -134,6 +140,7 @@ std::string button_coeff_text(const std::vector<bpm_row>& rows,
       continue;
     }
     if (row.bpm < 1 || row.bpm > last_listed_bpm) {
+      // The list's reader refuses such a number, and with it the whole file.
       outside += fmt::format("# BPM {} ({}) has no place in this list\n", row.bpm, name);
       continue;
     }
@@ -145,11 +152,13 @@ std::string button_coeff_text(const std::vector<bpm_row>& rows,
   std::string text =
       "nonlin_bpm_coeff 1                  # button_coeff.dat: factors of BI, BO, TI, TO\n" +
       first_lines(rows, about) + "# Load these or gains.load, not both.\n" + outside;
+  // What is known to be listed now goes in again: a BPM that a list leaves out counts as 1.
   for (const auto& [bpm, f] : factor) {
     text += fmt::format("{:>3} {:.9f} {:.9f} {:.9f} {:.9f}", bpm, f[0], f[1], f[2], f[3]);
     text += remark.contains(bpm) ? fmt::format("  # {}\n", remark[bpm]) : "\n";
     remark.erase(bpm);
   }
+  // Not loaded, and not known to be listed: a line in use would claim a factor that nobody found.
   for (const auto& [bpm, why] : remark) text += fmt::format("# {:>3} 1 1 1 1  {}\n", bpm, why);
   return text;
 }

@@ -14,6 +14,8 @@ void put_reals(std::string& line, std::initializer_list<double> values) {
 }
 
 std::string lines_of(const bpm_row& row) {
+  // Index and name in every line, so that a line says all by itself: programs sort, cut and join
+  // lines.
   // The same for all orbits of the BPM.
   const std::string begin = std::to_string(row.bpm) + ',' + field_text(row.name) + ',';
   std::string text;
@@ -23,6 +25,7 @@ std::string lines_of(const bpm_row& row) {
     put_reals(text, {at.signal[0], at.signal[1], at.signal[2], at.signal[3]});
     put_reals(text, {at.before_x_mm, at.before_y_mm, at.after_x_mm, at.after_y_mm});
     put_reals(text, {at.intensity, at.residual});
+    // A number, not a word: what reads columns of numbers can select by it.
     text += at.used ? ",1\n" : ",0\n";
   }
   return text;
@@ -36,6 +39,7 @@ util::status write_orbits_csv(const std::string& path, const std::vector<bpm_row
   util::put(file,
             "bpm,name,orbit,signal_1,signal_2,signal_3,signal_4,before_x_mm,before_y_mm,"
             "after_x_mm,after_y_mm,intensity,residual,used\n");
+  // Faults of writing are kept for the end: nothing stands under the name before that.
   for (const bpm_row& row : rows) util::put(file, lines_of(row));
   return util::finish(file);
 }

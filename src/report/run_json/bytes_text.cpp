@@ -42,6 +42,7 @@ std::string text_of_bytes(std::string_view bytes) {
   return text;
 }
 
+// Byte by byte: no part of a longer character of UTF-8 is a backslash, so none is taken for a code.
 std::string bytes_of_text(std::string_view text) {
   std::string bytes;
   while (!text.empty()) {

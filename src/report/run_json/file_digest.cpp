@@ -24,6 +24,7 @@ std::optional<input_file> digest_of(const std::string& path) {
   // Looked at before it is opened: opening a pipe would wait for whoever writes to it.
   struct stat info {};
   if (stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return {};
+  // "e": a process that is started meanwhile does not inherit the file.
   const std::unique_ptr<std::FILE, closes_file> file{std::fopen(path.c_str(), "rbe")};
   if (!file) return {};
   input_file found{.path = path};

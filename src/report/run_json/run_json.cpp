@@ -21,6 +21,8 @@ using json = nlohmann::ordered_json;  // a record is read by people, in our orde
 // --- writing ------------------------------------------------------------------------------------
 
 // JSON has no word for what is not a number.
+// null is what readers of every language have. Numbers are written with as few digits as bring the
+// same bits back.
 json number(double value) { return std::isfinite(value) ? json(value) : json(nullptr); }
 
 json numbers(const four& values) {
@@ -35,6 +37,8 @@ json texts(const std::vector<std::string>& values) {
   return list;
 }
 
+// Names, answers and reasons are anybody's bytes and pass text_of_bytes: the library throws at the
+// first that is no UTF-8, and a run without a record would be the price of a file name.
 json files(const std::vector<input_file>& of) {
   json list = json::array();
   for (const input_file& file : of) {
@@ -56,6 +60,7 @@ json dialog(const std::vector<answered>& questions) {
   return list;
 }
 
+// The few values that people ask a record for; all others are in gains.csv beside it, once.
 json bpms(const std::vector<bpm_row>& rows) {
   json list = json::array();
   for (const bpm_row& row : rows) {
@@ -78,6 +83,8 @@ struct wrong_value {
   std::string name, expected;
 };
 
+// A value that is missing is a fault, one that is null is not: where the writer does not know, it
+// says null, so a record without the name is damaged or no record.
 const json& value_of(const json& object, const char* name) {
   const auto at = object.is_object() ? object.find(name) : object.end();
   if (!object.is_object() || at == object.end()) throw wrong_value{name, "a value of this name"};
@@ -86,11 +93,13 @@ const json& value_of(const json& object, const char* name) {
 
 std::string text_at(const json& object, const char* name) {
   const json& value = value_of(object, name);
+  // An unknown text is the empty one, as the records have it.
   if (value.is_null()) return {};
   if (!value.is_string()) throw wrong_value{name, "a text"};
   return bytes_of_text(value.get<std::string>());
 }
 
+// No default of its own: what stands for "not known" is -1 for a status and 0 for a size.
 std::int64_t integer_at(const json& object, const char* name, std::int64_t when_null) {
   const json& value = value_of(object, name);
   if (value.is_null()) return when_null;
@@ -99,6 +108,7 @@ std::int64_t integer_at(const json& object, const char* name, std::int64_t when_
 }
 
 double number_of(const json& value, const char* name) {
+  // Comes back as the nan that it was.
   if (value.is_null()) return unknown;
   if (!value.is_number()) throw wrong_value{name, "a number"};
   return value.get<double>();
@@ -119,6 +129,7 @@ std::vector<input_file> files_at(const json& object, const char* name) {
   return read;
 }
 
+// By the words of gains.csv, so that both files speak of a BPM in the same way.
 verdict verdict_at(const json& object) {
   const std::string word = text_at(object, "verdict");
   for (const verdict one : {verdict::determined, verdict::weak, verdict::suspect,
@@ -137,6 +148,7 @@ bpm_row row_of(const json& object) {
   row.orbits = static_cast<int>(integer_at(object, "orbits", 0));
   row.orbits_used = static_cast<int>(integer_at(object, "orbits_used", 0));
   const json& gain = list_at(object, "gain");
+  // Checked before the loop: a shorter list would leave gains unknown without a word.
   if (gain.size() != row.gain.size()) throw wrong_value{"gain", "four numbers"};
   for (std::size_t k = 0; k < gain.size(); ++k) row.gain.at(k) = number_of(gain[k], "gain");
   row.error = number_of(value_of(object, "error"), "error");
@@ -153,6 +165,7 @@ void take_lists(const json& from, run_info& info) {
   }
   info.inputs = files_at(from, "inputs");
   info.tables = files_at(from, "tables");
+  // Objects, not lists: the names are the site's and the stages' own, and differ from run to run.
   const json& paths = value_of(from, "site_paths");
   for (const auto& [name, path] : paths.items()) {
     info.site_paths.emplace_back(name, text_at(paths, name.c_str()));
@@ -176,6 +189,7 @@ run_results results_of(const json& from) {
   info.title = text_at(from, "title");
   take_lists(from, info);
   for (const json& bpm : list_at(from, "bpms")) results.bpm.push_back(row_of(bpm));
+  // Taken as it is: "running" here is a run that was killed, or one that still goes on.
   info.ended = text_at(from, "ended");
   info.exit_status = static_cast<int>(integer_at(from, "exit_status", -1));
   return results;
@@ -185,6 +199,8 @@ run_results results_of(const json& from) {
 
 std::string run_json_text(const run_results& results) {
   const run_info& info = results.info;
+  // In the order in which one asks: which program, where and when, what was answered, what came of
+  // it.
   json out;
   out["version"] = info.version;
   out["build"] = info.build;
@@ -205,6 +221,7 @@ std::string run_json_text(const run_results& results) {
   for (const auto& [stage, seconds] : info.seconds) out["seconds"][stage] = number(seconds);
   out["ended"] = text_of_bytes(info.ended);
   out["exit_status"] = info.exit_status < 0 ? json(nullptr) : json(info.exit_status);
+  // A value a line, so that records of two runs can be compared by lines; one blank keeps it small.
   constexpr int indent = 1;
   return out.dump(indent) + "\n";
 }
@@ -216,6 +233,7 @@ util::status write_run_json(const std::string& path, const run_results& results)
 util::outcome<run_results> read_run_json(const std::string& path) {
   std::ifstream file(path);
   if (!file) return util::fault{util::system_text(errno), path, {}};
+  // Only what is missing or wrong inside of it is told by an exception, and that one ends below.
   const json record = json::parse(file, nullptr, false);  // nothing thrown: discarded instead
   if (record.is_discarded()) return util::fault{"is no JSON", path, "the record of a run"};
   try {

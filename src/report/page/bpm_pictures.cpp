@@ -20,10 +20,13 @@ using chart::ink;
 using chart::point;
 
 constexpr double width = 330, height = 250;  // of a picture [points]
+// Around the box: the numbers and the title of the left axis, half a number at the right end,
+// numbers and title below.
 constexpr double left = 44, top = 22, right = 16, bottom = 34;
 
 chart::canvas open_picture() {
   chart::canvas c = chart::open_canvas(chart::medium::svg, width, height);
+  // 478 points: three pictures side by side then fill the widest page that the style sheet makes.
   c.growth = 1.45;
   return c;
 }
@@ -38,6 +41,7 @@ chart::panel usual_panel() {
 }
 
 std::string figure(const std::string& svg, std::string_view caption) {
+  // A page without one picture is still a page; an empty frame would be a riddle.
   if (svg.empty()) return {};
   return fmt::format("<figure>{}<figcaption>{}</figcaption></figure>\n", svg, caption);
 }
@@ -56,16 +60,20 @@ struct unit {
 unit unit_of(double largest) {
   if (!(largest > 0) || !std::isfinite(largest)) largest = 1;
   const int power = 3 * static_cast<int>(std::floor(std::log10(largest) / 3));
+  // Parts of the signal: what is not small is read as it is.
   if (power >= 0) return {1, "1"};
   return {std::pow(10.0, -power), fmt::format("1e{}", power)};
 }
 
 // --- point clouds ---------------------------------------------------------------------------------
 
+// Apart from each other because they are drawn apart, and because outliers must not choose the
+// scales.
 struct cloud {
   std::vector<point> used, left_out;  // in the data's units
 };
 
+// Evenly over the orbits: the first so many would show one moment of a drift.
 // Every so many-th point, so that no more than this many are left.
 void thin(std::vector<point>& points, std::size_t most) {
   const std::size_t step = (points.size() + most - 1) / std::max<std::size_t>(most, 1);
@@ -89,6 +97,7 @@ std::size_t draw_cloud(chart::canvas& c, const chart::panel& p, const std::vecto
   for (const point& at : points) {
     if (inside(p, at.x, at.y)) dots.push_back(place(p, at.x, at.y));
   }
+  // Not quite opaque, so that the grid, and a cloud below this one, can be seen through it.
   draw_dots(c, dots, colour, size, 0.75);
   return points.size() - dots.size();
 }
@@ -98,6 +107,7 @@ std::size_t draw_crosses(chart::canvas& c, const chart::panel& p,
   std::size_t beyond = 0;
   for (const point& at : points) {
     if (inside(p, at.x, at.y)) {
+      // One by one and by another shape: an outlier must be found among thousands of dots.
       draw_cross(c, place(p, at.x, at.y), 5, ink::alarm);
     } else {
       ++beyond;
@@ -115,6 +125,7 @@ void tell_beyond(chart::canvas& c, const chart::panel& p, std::size_t beyond) {
 // A box whose scales hold nearly all of the points.
 void draw_box(chart::canvas& c, chart::panel& p, const chart::span_of_axis& x,
               const chart::span_of_axis& y, std::string_view title_x, std::string_view title_y) {
+  // Fewer ticks sideways: numbers are wider than high, and would touch.
   const auto scale_x = quick_plot::general_scale(x.low, x.high, 3, 7, false);
   const auto scale_y = quick_plot::general_scale(y.low, y.high, 3, 8, false);
   p.x = chart::bounds_of(scale_x);
@@ -131,6 +142,8 @@ struct combined {
   double x = 0, y = 0, q = 0;
 };
 
+// The combinations that the fits work with, so that u here is the u of the model curve. The signal
+// is t times the beam, so t is divided out.
 combined combine(const four& signal, const four& t) {
   four b{};
   for (std::size_t k = 0; k < 4; ++k) b[k] = signal[k] / t[k];
@@ -144,6 +157,7 @@ bool has_residuals(const bpm_row& row) {
                      [](const orbit_row& o) { return o.used && std::isfinite(o.residual); });
 }
 
+// Outliers apart: what was left out of the calibration does not speak for it.
 double rms_residual(const bpm_row& row) {
   double sum = 0;
   std::size_t n = 0;
@@ -165,12 +179,14 @@ cloud residual_cloud(const bpm_row& row, double factor, const four* t) {
       const combined at = combine(o.signal, *t);
       x = at.x * at.y;
     }
+    // Signals whose sum is 0 have no place.
     if (!std::isfinite(x)) continue;
     (o.used ? all.used : all.left_out).push_back({x, o.residual * factor});
   }
   return all;
 }
 
+// Room for bars of 40 points: less, and their shape could not be told from the curve's.
 constexpr double histogram_room = 44;  // beside the box
 
 // How the residuals are spread, beside the box, with the normal curve of their rms.
@@ -180,10 +196,13 @@ void draw_histogram(chart::canvas& c, const chart::panel& p, const std::vector<p
   constexpr double longest = histogram_room - 4;
   std::array<double, n_bins> count{};
   for (const point& at : points) {
+    // Points beyond the box have no bar; the curve still counts them.
     const double bin = (at.y - p.y.low) / (p.y.high - p.y.low) * n_bins;
     if (bin >= 0 && bin < n_bins) ++count[static_cast<std::size_t>(bin)];
   }
   const double step = (p.y.high - p.y.low) / n_bins;
+  // Height of the normal density for so many points in bins of this width: a comparison without a
+  // free factor. Were the curve fitted to the bars, heavy tails would not be seen.
   const double peak =
       static_cast<double>(points.size()) * step / (rms * std::sqrt(2 * std::numbers::pi));
   const double scale = longest / std::max(*std::max_element(count.begin(), count.end()), peak);
@@ -193,6 +212,7 @@ void draw_histogram(chart::canvas& c, const chart::panel& p, const std::vector<p
     const double middle = p.y.low + (static_cast<double>(i) + 0.5) * step;
     const double y = chart::down(p, middle), thick = p.height / n_bins;
     if (count[i] > 0) {
+      // A gap of 0.8 points keeps the bars apart.
       fill_box(c, {edge, y - thick / 2 + 0.4}, scale * count[i], thick - 0.8, ink::quiet, 0.55);
     }
     const double expected = peak * std::exp(-0.5 * middle * middle / (rms * rms));
@@ -211,6 +231,7 @@ std::string residuals_over_orbits(const bpm_row& row, std::size_t most) {
   p.width -= histogram_room;
   const chart::span_of_axis x{0, static_cast<double>(row.orbit.back().orbit)};
   draw_box(c, p, x, range_of(all.used, &point::y), "orbit", fmt::format("residual [{}]", in.text));
+  // Before the points are thinned: the spread is that of all orbits.
   draw_histogram(c, p, all.used, rms * in.factor);
   thin(all.used, most);
   thin(all.left_out, most);
@@ -223,6 +244,8 @@ std::string residuals_over_orbits(const bpm_row& row, std::size_t most) {
                 "normal curve. Red crosses: left out.");
 }
 
+// Against the orbit a wrong model may look like noise; against u, over which the model runs, it is
+// a curve.
 std::string residuals_over_u(const bpm_row& row, const shown_gains& gains, std::size_t most) {
   const unit in = unit_of(rms_residual(row));
   cloud all = residual_cloud(row, in.factor, &gains.t);
@@ -248,6 +271,7 @@ std::string skew_over_u(const bpm_row& row, const shown_gains& gains, std::size_
     const combined at = combine(o.signal, gains.t);
     if (std::isfinite(at.q)) points.push_back({at.x * at.y, at.q});
   }
+  // One point has no range, and makes no curve.
   if (points.size() < 2) return {};
   chart::canvas c = open_picture();
   chart::panel p = usual_panel();
@@ -264,11 +288,13 @@ std::string skew_over_u(const bpm_row& row, const shown_gains& gains, std::size_
 // The smaller of the two scales for both sides: a millimetre is as long upwards as sideways.
 void make_round(chart::span_of_axis& x, chart::span_of_axis& y, double shape) {
   const double half_x = (x.high - x.low) / 2, half_y = (y.high - y.low) / 2;
+  // At least a micrometre: a beam that stood still has no range of its own.
   const double half = std::max({half_x / shape, half_y, 1e-3});
   x = {(x.low + x.high) / 2 - half * shape, (x.low + x.high) / 2 + half * shape};
   y = {(y.low + y.high) / 2 - half, (y.low + y.high) / 2 + half};
 }
 
+// Both clouds share the scales: what the correction moved, and how far, is what the picture is for.
 std::string places(const bpm_row& row, bool corrected, std::size_t most) {
   std::vector<point> before, after;
   for (const orbit_row& o : row.orbit) {
@@ -296,6 +322,7 @@ std::string places(const bpm_row& row, bool corrected, std::size_t most) {
   draw_frame(c, p);
   thin(before, most);
   thin(after, most);
+  // The corrected ones last, on top: they are the answer.
   std::size_t beyond = draw_cloud(c, p, before, ink::button_2, 2);
   beyond += draw_cloud(c, p, after, ink::button_1, 2);
   tell_beyond(c, p, beyond);
@@ -312,11 +339,13 @@ struct stretch {
 };
 
 std::vector<stretch> stretches_of(const bpm_row& row, std::size_t button, double factor) {
+  // Stretches of 2.7 points on the sheet: finer ones would be more bytes and no more to see.
   constexpr std::size_t most = 100;
   const std::size_t n = row.orbit.size(), bins = std::min(n, most);
   std::vector<stretch> all;
   for (std::size_t i = 0; i < bins; ++i) {
     const std::size_t begin = i * n / bins, end = (i + 1) * n / bins;
+    // Lowest and highest beside the mean: one bad orbit of a stretch would drown in it.
     stretch s{HUGE_VAL, -HUGE_VAL, 0, 0};
     std::size_t count = 0;
     for (std::size_t j = begin; j < end; ++j) {
@@ -339,6 +368,7 @@ std::vector<stretch> stretches_of(const bpm_row& row, std::size_t button, double
 void draw_strip(chart::canvas& c, const chart::panel& p, const std::vector<stretch>& all,
                 std::size_t button) {
   std::vector<point> band, line;
+  // Held to the box: the next button's strip lies right below.
   const auto at = [&p](double x, double y) {
     return place(p, x, std::clamp(y, p.y.low, p.y.high));
   };
@@ -360,6 +390,7 @@ unit unit_of_counts(const bpm_row& row) {
       if (std::isfinite(signal)) largest = std::max(largest, std::abs(signal));
     }
   }
+  // Up to four digits need no power: they are read as counts at once.
   const int power = largest >= 1e4 ? 3 * static_cast<int>(std::floor(std::log10(largest) / 3)) : 0;
   return {std::pow(10.0, -power), power == 0 ? "counts" : fmt::format("1e{} counts", power)};
 }
@@ -374,6 +405,7 @@ std::string signals(const bpm_row& row) {
   }
   if (values.empty()) return {};
   const auto range = chart::robust_range(values);
+  // One scale for the four: which button is weak is seen by comparing them.
   const auto scale = quick_plot::general_scale(std::max(0.0, range.low), range.high, 2, 3, false);
   const auto time = quick_plot::general_scale(0, row.orbit.back().orbit, 3, 6, false);
   chart::canvas c = open_picture();
@@ -408,6 +440,7 @@ chart::panel button_panel(chart::canvas& c, double from, double to,
   chart::panel p = usual_panel();
   p.left = from;
   p.width = to - from;
+  // The buttons are at 0 to 3; what is beyond keeps error bars and marks of true gains inside.
   p.x = {-0.6, 3.6};
   const auto [low, high] = std::minmax_element(values.begin(), values.end());
   const auto scale = quick_plot::general_scale(*low, *high, 3, 8, false);
@@ -435,6 +468,7 @@ void draw_value(chart::canvas& c, const chart::panel& p, std::size_t k, double v
 void draw_gains(chart::canvas& c, const bpm_row& row, const shown_gains& gains, double from,
                 double to) {
   std::vector<double> values;
+  // An error that is not known has no bar, and takes no room on the scale.
   const double error = std::isfinite(gains.error) ? gains.error : 0;
   const four truth = true_gains_shown(row);
   for (std::size_t k = 0; k < 4; ++k) {
@@ -453,9 +487,11 @@ void draw_gains(chart::canvas& c, const bpm_row& row, const shown_gains& gains, 
 }
 
 void draw_pedestals(chart::canvas& c, const bpm_row& row, double from, double to) {
+  // With 0 in the scale: whether a pedestal differs from it is the question.
   std::vector<double> values{0};
   double largest = 0;
   for (std::size_t k = 0; k < 4; ++k) {
+    // Three pedestals without the fourth say little: the gains then stand alone.
     if (!std::isfinite(row.pedestal[k])) return;
     const double sigma = std::isfinite(row.pedestal_sigma[k]) ? row.pedestal_sigma[k] : 0;
     values.insert(values.end(), {row.pedestal[k] - sigma, row.pedestal[k] + sigma});

@@ -20,6 +20,7 @@ constexpr double margin = 42 / reduced;  // 15 mm: what printers leave free [poi
 struct sheet {
   chart::canvas c;
   double y = margin;  // lower end of what stands there
+  // How many there will be is known when the last is full, so pages are numbered without "of".
   int page = 1;
   std::string footer;
 };
@@ -32,6 +33,8 @@ void end_page(sheet& s) {
 
 // Room for something of this height: on this page, or on the next.
 void make_room(sheet& s, double height) {
+  // On an empty page nothing is put off: what is higher than a page would leave one blank, and not
+  // fit the next either.
   if (s.y + height <= s.c.height - margin || s.y <= margin) return;
   end_page(s);
   next_page(s.c);
@@ -73,6 +76,7 @@ void write_head(sheet& s, const run_results& run) {
     write_paragraph(s, ended, {.size = 12, .ink = ink::alarm});
   }
   s.y += 4;
+  // Before the picture: who reads no further knows which BPMs not to load.
   for (const look_group& g : bpms_to_look_at(run)) {
     std::string names;
     for (const bpm_row* row : g.bpm) names += (names.empty() ? "" : ", ") + name_of(*row);
@@ -88,11 +92,13 @@ void write_head(sheet& s, const run_results& run) {
 
 std::string gains_pdf(const run_results& run, paper size) {
   const bool a4 = size == paper::a4;
+  // Sides of the sheets in points of 1/72 inch: 210 x 297 mm, and 8.5 x 11 inches.
   sheet s{chart::open_canvas(chart::medium::pdf, (a4 ? 595.276 : 612) / reduced,
                              (a4 ? 841.89 : 792) / reduced, reduced),
           margin, 1, run.info.title};
   write_head(s, run);
   const overview o = lay_out(run, s.c.width - 2 * margin);
+  // The legend never alone at the foot of a page.
   make_room(s, legend_height(o) + row_height(o));
   draw_legend(s.c, o, {margin, s.y});
   s.y += legend_height(o);

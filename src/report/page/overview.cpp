@@ -37,7 +37,10 @@ constexpr double open_above = 1e-2;
 // Half of the range around gain 1 that the picture shows. Gains nobody may load do not choose it:
 // one dead button would press all others onto a line.
 double half_range(const std::vector<overview::entry>& all) {
+  // At least what an error of a determined BPM may be: below it, the picture would be one of noise.
+  // At most from 0 to 2, beyond which a value is told as a number.
   constexpr double least = 1e-3, most = 1.0;
+  // All of them when none is usable: a picture of what went wrong is better than an empty one.
   for (const bool usable_only : {true, false}) {
     std::vector<double> distances;
     for (const overview::entry& e : all) {
@@ -51,6 +54,7 @@ double half_range(const std::vector<overview::entry>& all) {
     for (const double d : distances) both.push_back(-d);
     return std::clamp(chart::robust_range(std::move(both)).high, least, most);
   }
+  // No gains at all: any box will do.
   return 0.1;
 }
 
@@ -61,6 +65,8 @@ void choose_decades(overview& o) {
     o.low_decade = std::min(o.low_decade, decade);
     o.high_decade = std::max(o.high_decade, decade + 1);
   }
+  // Readings without noise have errors next to 0: they would press what matters onto a line. Both
+  // ends hold, and errors beyond stand at the edge.
   o.low_decade = std::max(o.low_decade, -7);
   o.high_decade = std::min(o.high_decade, 0);
 }
@@ -81,6 +87,7 @@ const char* mark_of(verdict word) {
 }
 
 // One row as it is drawn: its boxes and its BPMs.
+// The gains and their errors share left and width, so that a BPM's mark is below its symbols.
 struct row_frame {
   chart::panel gains, errors;
   std::size_t first = 0, count = 0;
@@ -123,6 +130,7 @@ void draw_error_axis(chart::canvas& c, const overview& o, const chart::panel& p)
 }
 
 void draw_boxes(chart::canvas& c, const overview& o, const row_frame& f) {
+  // Bands behind every other BPM: in a row of forty the eye loses the column without them.
   for (std::size_t i = 1; i < f.count; i += 2) {
     const double left = f.gains.left + static_cast<double>(i) * o.pitch;
     fill_box(c, {left, f.gains.top}, o.pitch, gains_height, ink::band);
@@ -157,10 +165,12 @@ void draw_gains(chart::canvas& c, const chart::panel& p, const shown_gains& gain
   for (std::size_t k = 0; k < 4; ++k) {
     const double t = gains.t[k], x = middle + (static_cast<double>(k) - 1.5) * step;
     if (t > p.y.high || t < p.y.low) {
+      // In the middle of the BPM, not below its own symbol: numbers are wider than a quarter of it.
       write_off_scale(c, p, middle, t, k, t > p.y.high ? told_above : told_below);
       continue;
     }
     if (gains.error > 0 && std::isfinite(gains.error)) {
+      // E is an error of logarithms: bars of large ones are not symmetric.
       const double high = std::min(t * std::exp(gains.error), p.y.high);
       const double low = std::max(t * std::exp(-gains.error), p.y.low);
       draw_line(c, {x, chart::down(p, low)}, {x, chart::down(p, high)}, chart::button_inks[k], 1.4);
@@ -175,6 +185,7 @@ void draw_error(chart::canvas& c, const chart::panel& p, const overview::entry& 
   const double y = chart::down(p, std::clamp(std::log10(e.gains->error), p.y.low, p.y.high));
   draw_line(c, {middle, p.top + p.height}, {middle, y}, ink::quiet, 1);
   const point at{middle, y};
+  // A thin stem, no bar: a logarithmic scale has no zero from which a length would count.
   draw_dots(c, {&at, 1}, good ? ink::text : ink::alarm, 5);
 }
 
@@ -200,6 +211,7 @@ void place_names(chart::canvas& c, overview& o) {
         widest,
         text_width(c, chart::shortened(c, name_of(*e.row), name_size, longest_name), name_size));
   }
+  // All or none: names that run both ways cannot be read along.
   o.upright_names = widest > o.pitch - 3;
   o.name_height = o.upright_names ? widest : name_size + 3;
 }
@@ -213,6 +225,7 @@ overview lay_out(const run_results& run, double width) {
   const auto n = std::max<std::size_t>(o.bpm.size(), 1);
   const auto most = std::max<std::size_t>(static_cast<std::size_t>(room / least_pitch), 1);
   o.rows = (n + most - 1) / most;
+  // Rows of equal length: with as many as fit, the last could hold one BPM in an empty box.
   o.in_row = (n + o.rows - 1) / o.rows;
   const auto columns = static_cast<double>(o.in_row);
   const double needed = left_margin + columns * most_pitch + right_margin;
@@ -222,6 +235,8 @@ overview lay_out(const run_results& run, double width) {
   o.gain_scale = quick_plot::general_scale(1 - half, 1 + half, 4, 8, false);
   choose_decades(o);
   chart::canvas measure = chart::open_canvas(chart::medium::svg, 1, 1);
+  // Nothing is drawn there: texts need a pen to be measured, and the real sheet's height is not
+  // known yet.
   place_names(measure, o);
   return o;
 }
@@ -257,6 +272,7 @@ struct legend_word {
   const char* text = "";
 };
 
+// The two bounds stand here once more, in words: weak_above and open_above.
 constexpr std::array<legend_word, 11> legend{{{0, "BI"},
                                               {1, "BO"},
                                               {2, "TI"},
@@ -272,6 +288,7 @@ constexpr std::array<legend_word, 11> legend{{{0, "BI"},
 constexpr double symbol_room = 14, word_gap = 14;
 
 // Goes through the legend's words, wrapped into the width; returns the height that they take.
+// One procedure measures and draws, so that the height is that of what will be drawn.
 template <class draw>
 double walk_legend(chart::canvas& c, double width, const draw& at_place) {
   double x = 0, y = legend_line;

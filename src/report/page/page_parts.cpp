@@ -19,6 +19,7 @@ namespace {
 using chart::html;
 
 // The verdict as a class of the style sheet.
+// From the words of gains.csv, which are fixed; a class has no blanks.
 std::string class_of(verdict word) {
   std::string name{text_of(word)};
   std::replace(name.begin(), name.end(), ' ', '_');
@@ -31,6 +32,8 @@ std::string number(double value, const char* format) {
 }
 
 // A cell whose column is sorted by the full number.
+// The shown number is short, and equal for many BPMs: sorted by it, their order would be by chance.
+// A value that is not known is an empty key, which the script sorts last.
 std::string cell(double value, const char* format) {
   if (!std::isfinite(value)) return "<td data-v=\"\">–</td>";
   return fmt::format("<td data-v=\"{}\">{}</td>", value, number(value, format));
@@ -40,10 +43,12 @@ std::string text_cell(std::string_view text, std::string_view kind = "t") {
   return fmt::format("<td class=\"{}\">{}</td>", kind, html(text));
 }
 
+// By index: a name may hold anything, and may be empty.
 std::string link_to(const bpm_row& row) {
   return fmt::format("<a href=\"#bpm-{}\">{}</a>", row.bpm, html(name_of(row)));
 }
 
+// A fact that is not known is left out: a label with nothing behind it looks like a fault.
 void add_fact(std::string& out, std::string_view name, std::string_view value) {
   if (value.empty()) return;
   fmt::format_to(std::back_inserter(out), "<div><dt>{}</dt><dd>{}</dd></div>\n", html(name),
@@ -54,6 +59,7 @@ std::string counts_list(const run_results& run) {
   std::string out = "<ul class=\"counts\">";
   for (const verdict word : verdicts_by_worth) {
     const std::size_t count = count_of(run, word);
+    // "0 determined" is the news of a bad run; zeros of the others are not.
     if (count == 0 && word != verdict::determined) continue;
     fmt::format_to(std::back_inserter(out),
                    R"(<li class="{}"><b>{}</b><span class="word">{}</span></li>)", class_of(word),
@@ -64,6 +70,7 @@ std::string counts_list(const run_results& run) {
 
 std::string names_of(const std::vector<input_file>& files) {
   std::string text;
+  // A line: all of them, with sizes and digests, stand at the end of the page.
   constexpr std::size_t most = 4;
   for (std::size_t i = 0; i < std::min(files.size(), most); ++i) {
     text += (i == 0 ? "" : ", ") + files[i].path;
@@ -88,6 +95,7 @@ std::string table_row(const bpm_row& row) {
   std::string out = fmt::format(R"(<tr class="{}"><td class="t">{}</td><td>{}</td>)",
                                 class_of(row.verdict), link_to(row), row.bpm);
   out += text_cell(text_of(row.verdict), "t word");
+  // Decimals down to the errors one meets: gains to 1e-5, places to a micrometre.
   for (const double t : row.gain) out += cell(t, "{:.5f}");
   out += cell(row.error, "{:.1e}");
   out += fmt::format("<td>{}</td><td>{}</td>", row.orbits, row.outliers);
@@ -103,6 +111,7 @@ std::string button_table(const bpm_row& row) {
       "<div class=\"scroll\"><table><thead><tr><th class=\"t\">button</th><th>gain t</th>"
       "<th>noise σ</th><th>multiplier of the four fits</th><th>pedestal</th><th>its σ</th>";
   const four true_gain = true_gains_shown(row);
+  // Only simulated data know it; a column of dashes would puzzle everybody else.
   const bool truth = std::isfinite(true_gain[0]);
   out += truth ? "<th>true t</th></tr></thead><tbody>" : "</tr></thead><tbody>";
   for (std::size_t k = 0; k < 4; ++k) {
@@ -116,6 +125,8 @@ std::string button_table(const bpm_row& row) {
   return out + "</tbody></table></div>\n";
 }
 
+// The line that is always seen says what decides whether to open it. The id is what links of table
+// and list lead to.
 std::string fold_out(const bpm_row& row, std::size_t most_points) {
   std::string rest = reason_of(row).empty() ? "" : fmt::format(": {}", reason_of(row));
   if (std::isfinite(row.error)) rest += fmt::format("; E {:.1e}", row.error);
@@ -123,6 +134,7 @@ std::string fold_out(const bpm_row& row, std::size_t most_points) {
       "<details id=\"bpm-{}\" class=\"{}\"><summary><span class=\"name\">{}</span> "
       "<span class=\"word\">{}</span><span class=\"rest\">{}</span></summary><div>\n",
       row.bpm, class_of(row.verdict), html(name_of(row)), text_of(row.verdict), html(rest));
+  // A fold-out all the same: links lead to it.
   if (row.verdict == verdict::not_fitted) {
     out += "<p>This BPM was not fitted: there is nothing to show.</p>\n";
   } else {
@@ -151,6 +163,7 @@ std::string file_list(std::string_view title, const std::vector<input_file>& fil
 }  // namespace
 
 std::string head_of(const run_results& run) {
+  // The colour at the side says the sentence to those who only glance.
   const std::size_t good = count_of(run, verdict::determined);
   const char* kind = good == 0 ? " none" : (good < run.bpm.size() ? " some" : "");
   std::string out =
@@ -170,8 +183,10 @@ std::string head_of(const run_results& run) {
 
 std::string look_list(const run_results& run) {
   const auto groups = bpms_to_look_at(run);
+  // No headline over an empty list: it would have to be read to learn that there is nothing.
   if (groups.empty()) return {};
   std::string out = "<section><h2>BPMs that need a look</h2>\n<ul class=\"look\">\n";
+  // By reason, not by BPM: one cause is one line with all its names.
   for (const look_group& g : groups) {
     std::string names;
     for (const bpm_row* row : g.bpm) names += (names.empty() ? "" : ", ") + link_to(*row);
@@ -194,6 +209,7 @@ std::string table_of(const run_results& run) {
 
 std::string fold_outs(const run_results& run) {
   // A few points less a BPM where there are many: the page must stay fit for a mail.
+  // 500 points a cloud up to 80 BPMs; from 667 on 60, with which a cloud still has a shape.
   constexpr std::size_t points_of_a_page = 40000, least = 60, most = 500;
   const std::size_t points =
       std::clamp(points_of_a_page / std::max<std::size_t>(run.bpm.size(), 1), least, most);
@@ -207,6 +223,7 @@ std::string how_made(const run_results& run) {
   std::string out =
       "<section><h2>How it was made</h2>\n<details><summary>Answers and files"
       "</summary><div>\n";
+  // A run that ended before its first question has none.
   if (!info.dialog.empty()) {
     out += "<h3>Questions and answers</h3><div class=\"scroll\"><table><tbody>";
     for (const answered& a : info.dialog) {

@@ -2,6 +2,13 @@
 
 namespace report {
 
+// Notes stand here because a comment inside would be sent with every page. The colours are the inks
+// of pictures, and for screens that are dark the same hues, lighter; paper has the light ones
+// always. 1500px hold three pictures of a BPM side by side, or the overview at its largest. Below
+// 1100px and 700px an overview would have shrunk to less than nine tenths, so the next narrower one
+// takes its place. min(440px,100%) and its like keep a column from being wider than a telephone,
+// overflow-wrap does so for paths and names, which may be longer than any line. On paper fold-outs
+// stand only where somebody opened them: a hundred folded headlines would be pages of nothing.
 std::string_view page_style() {
   return R"css(
 :root{color-scheme:light dark;--ink:#1f2328;--quiet:#656d76;--grid:#dee2e6;--band:#f3f5f7;
@@ -68,6 +75,11 @@ section:has(details):not(:has(details[open])){display:none}details:not([open]){d
 )css";
 }
 
+// No text of the data ever stands in here, so none can run or end it. Headings become buttons by
+// the script: without it there is no button that does nothing. What is not known stays last
+// whichever way a column is sorted; names sort as people count, 2W before 12W. A link to a fold-out
+// that is closed would lead to its headline only, so it is opened. Old forms of the language on
+// purpose: a page is looked at with what is there.
 std::string_view page_script() {
   return R"js(
 (function(){

@@ -35,8 +35,12 @@ constexpr const char* about =
 
 constexpr const char* answers_group = "Answers given beforehand";
 
+// What shells' own commands end with on a wrong call; 1 would look like a run that began and
+// failed.
 constexpr int usage_error = 2;
 
+// The fault and where help is, not the help itself: that is longer than a screen, and would push
+// the fault out of it.
 [[noreturn]] void refuse(const std::string& why) {
   util::tell_line(why + "; try butngain --help");
   util::stop_program(usage_error);
@@ -44,6 +48,8 @@ constexpr int usage_error = 2;
 
 void add_dialog_options(CLI::App& app, std::vector<std::vector<std::string>>& values) {
   const auto& options = dialog_options();
+  // All of them before the first option is added: the library keeps references to the lists, and
+  // growing would move them.
   values.resize(options.size());
   for (std::size_t i = 0; i < options.size(); ++i) {
     const dialog_option& option = options[i];
@@ -51,8 +57,11 @@ void add_dialog_options(CLI::App& app, std::vector<std::vector<std::string>>& va
         app.add_option(std::string{option.name}, values[i], std::string{option.help});
     // One value each time: what follows it is no further one.
     added->expected(1)->allow_extra_args(false)->group(answers_group);
+    // A question of the whole session cannot have two answers; of a data set each counts.
     added->multi_option_policy(option.times == counted::once ? CLI::MultiOptionPolicy::Throw
                                                              : CLI::MultiOptionPolicy::TakeAll);
+    // Refused here rather than by the dialog, which would find out only when the data before that
+    // question have been read.
     if (option.check != nullptr) {
       added->check(CLI::Validator(option.check, std::string{}));
     }
@@ -62,6 +71,7 @@ void add_dialog_options(CLI::App& app, std::vector<std::vector<std::string>>& va
 
 // What a shell would have to be given to make this word.
 std::string quoted(const std::string& word) {
+  // No ~ among them: at the start of a word it stands for a home directory.
   constexpr std::string_view plain =
       "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-+=.,:/@%^";
   if (!word.empty() && word.find_first_not_of(plain) == std::string::npos) return word;
@@ -85,6 +95,7 @@ void refuse_beside_repeat(const CLI::App& app) {
   }
 }
 
+// The two call each other: a record holds a command line, which is parsed as one.
 session_options parse(const std::vector<std::string>& arguments);
 
 // The options of the recorded run, with the places of this one.
@@ -100,6 +111,7 @@ session_options options_of_record(const session_options& asked) {
                   [](const std::string& word) { return word.starts_with("--repeat"); })) {
     refuse("--repeat: " + asked.repeat + " names another record");
   }
+  // As if it were typed: a record that somebody edited meets the same checks.
   session_options options = parse(recorded);
   options.output = asked.output;
   options.command = asked.command;
@@ -139,6 +151,8 @@ session_options parse(const std::vector<std::string>& arguments) {
   } catch (const CLI::ParseError& fault) {
     refuse(fault.what());
   }
+  // Words for the repetition of the run, a line for people: without a shell the line cannot be
+  // split into its words again.
   options.arguments = arguments;
   options.command = command_of(arguments);
   if (!options.repeat.empty()) {

@@ -19,11 +19,13 @@ namespace {
 // The question that ends a data set. No option of its own: the number of runs given answers it.
 constexpr std::string_view another_set = "Another RD file ?";
 
+// The dialog reads its numbers into 32 bits: what is larger must not get as far as the question.
 constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();
 
 std::string check_whole(const std::string& value, std::int32_t from, std::int32_t to) {
   const auto number = util::scan_integer(value);
   if (number && *number >= from && *number <= to) return {};
+  // "to 2147483647" would read like a limit that somebody chose.
   const std::string bounds =
       to == largest ? fmt::format("from {} on", from) : fmt::format("from {} to {}", from, to);
   return fmt::format("found \"{}\", expected a whole number {}", util::shown(value), bounds);
@@ -37,6 +39,7 @@ std::string check_word(const std::string& value, std::initializer_list<std::stri
   return fmt::format("found \"{}\", expected {}", util::shown(value), fmt::join(words, " or "));
 }
 
+// What can be no answer whatever the data hold; which of the rest are there only the dialog knows.
 std::string check_source(const std::string& value) { return check_word(value, {"T", "O", "F"}); }
 std::string check_copy(const std::string& value) { return check_word(value, {"gif", "ps", "no"}); }
 std::string check_count(const std::string& value) { return check_whole(value, 0, largest); }
@@ -47,6 +50,7 @@ std::string check_index(const std::string& value) { return check_whole(value, 0,
 
 // An empty answer is passed over where the dialog reads list-directed, so batch answers in full
 // there; where the dialog says its default itself, it is left to say it.
+// --data, --first and --index have no default: a guess would fit data that nobody asked for.
 const std::vector<dialog_option> options{
     {"--data", "T|F|O", "TBT data (T), Orbit data(O) or fake data (F) ?",
      "Kind of data: turn by turn, fake (a synthetic series), or closed orbits", counted::once,
@@ -81,6 +85,8 @@ util::outcome<std::size_t> data_sets(const std::vector<std::vector<std::string>>
     if (options[i].times == counted::once || times == 0) continue;
     // One for all says nothing about their number.
     if (options[i].times == counted::any_set && times == 1) continue;
+    // Which set lacks its answer nobody can tell, and a guess would pair a run with another's
+    // bunch.
     if (sets != 0 && times != sets) {
       return util::fault{fmt::format("given {} times, but {} {} times", times, by, sets),
                          std::string{options[i].name}, "the same number of data sets"};
@@ -91,6 +97,8 @@ util::outcome<std::size_t> data_sets(const std::vector<std::vector<std::string>>
   return sets;
 }
 
+// The answers follow from the runs given: yes after each but the last. Where none is given a person
+// is asked, and batch ends with the first set.
 util::known_question ends_set(std::size_t sets, bool batch) {
   util::known_question question{.begins = std::string{another_set}, .option = "--run"};
   if (sets > 0) question.answers.assign(sets - 1, "y");
@@ -118,6 +126,7 @@ util::outcome<util::prepared_dialog> prepare_dialog(
     dialog.questions.push_back(std::move(question));
   }
   dialog.questions.push_back(ends_set(*sets, batch));
+  // values[0] is --data, first in the table. Told now: at its question the run's directory is made.
   if (batch && values[0].empty()) {
     return util::fault{"--batch needs --data, for nobody is asked", {}, {}};
   }

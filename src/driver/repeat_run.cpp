@@ -38,6 +38,8 @@ std::optional<repeated>& in_work() {
 
 void tell(const std::string& line) { util::tell_line(line); }
 
+// It decides whether the transcript shows the answer: one from a pipe stood nowhere. A word that is
+// none of these, from an edited record, counts as an option, which is shown.
 util::given_by given_by_of(std::string_view word) {
   if (word == "terminal") return util::given_by::terminal;
   if (word == "pipe") return util::given_by::pipe;
@@ -50,6 +52,7 @@ std::vector<report::input_file> files_of(const report::run_info& info) {
   return all;
 }
 
+// All of them or none: from a mixture of two directories a run would be made that nobody ever made.
 bool relative_names_are_in(const fs::path& directory, const report::run_info& info) {
   const auto files = files_of(info);
   return std::all_of(files.begin(), files.end(), [&](const report::input_file& file) {
@@ -65,8 +68,10 @@ void go_where_the_data_are(const report::run_info& info) {
   const fs::path there = info.working_directory;
   if (fault || here == there || relative_names_are_in(here, info)) return;
   if (!relative_names_are_in(there, info)) return;
+  // Made absolute while the user's directory is still the current one.
   const std::string outputs = fs::absolute(util::output_base, fault).string();
   fs::current_path(there, fault);
+  // Not reached: the readers name the files that they miss, which says more than this could.
   if (fault) return;
   util::output_base = util::output_base.empty() ? here.string() : outputs;
   tell("data are read from " + there.string());
@@ -74,6 +79,7 @@ void go_where_the_data_are(const report::run_info& info) {
 
 void restore_environment(const report::run_info& info) {
   for (const auto& [name, value] : info.site_paths) {
+    // What is set now wins: it is how somebody says that the data tree has moved.
     if (name != "KOVR_ONLINE") continue;
     const char* now = std::getenv("KOVR_ONLINE");
     if (now == nullptr) setenv("KOVR_ONLINE", value.c_str(), 1);
@@ -92,6 +98,7 @@ void prepare_repeat(const report::run_info& recorded, const std::string& file) {
   for (const report::answered& a : recorded.dialog) {
     dialog.answers.push_back({a.question, a.answer, given_by_of(a.given)});
   }
+  // No options beside it: a record answers every question, in its order.
   util::prepared = {};
   util::prepared.recorded = std::move(dialog);
   repeated& run = in_work().emplace(repeated{recorded, {}});
@@ -107,6 +114,7 @@ void prepare_repeat(const report::run_info& recorded, const std::string& file) {
 void tell_other_inputs(const report::run_info& made) {
   if (!in_work()) return;
   std::set<std::string> recorded;
+  // By content, not by name: a file that was moved is still the one that was read.
   for (const report::input_file& file : files_of(in_work()->info)) recorded.insert(file.sha256);
   for (const report::input_file& file : files_of(made)) {
     if (recorded.contains(file.sha256) || in_work()->told.contains(file.path)) continue;

@@ -28,6 +28,7 @@ namespace {
 
 namespace fit = gain_fit_mod;
 
+// The store keeps a BPM's silent orbits too: a count of all would hide why it was left out.
 int orbits_with_signal(const session_state& s, int bpm) {
   const auto column = fit::orbit_data.column(bpm, s.norbits_save.get());
   return static_cast<int>(std::count_if(column.begin(), column.end(), has_signal));
@@ -42,6 +43,7 @@ void add_rows_of_left_out(session_state& s) {
     rows.push_back(row_of_left_out(remark, orbits_with_signal(s, remark.bpm),
                                    coefficients_of(s.sets, every_set, remark.bpm)));
   }
+  // Fitted and left out among each other: people look for a BPM by its number.
   std::sort(rows.begin(), rows.end(),
             [](const report::bpm_row& a, const report::bpm_row& b) { return a.bpm < b.bpm; });
 }
@@ -50,6 +52,7 @@ void add_rows_of_left_out(session_state& s) {
 // give the same file.
 std::string about(const session_state& s) {
   const std::string text = s.results.info.title + "; ";
+  // 0 as long as no raw run was read, and only raw files name coefficients.
   if (fit::gain_correct == 0)
     return text + "the readings name no old coefficients: 1 stands for them";
   return text +
@@ -66,11 +69,13 @@ std::vector<report::listed_multiplier> listed_now() {
   if (nonlin_bpm_mod::nonlin_bpm_first_call) return listed;
   for (int bpm = 1; bpm <= nonlin_bpm_mod::max_bpm; ++bpm) {
     const report::four factor = nonlin_bpm_mod::bpm_calib(bpm).coeff.item;
+    // Exactly: 1 is what stands where no list named the BPM.
     if (factor != report::four{1, 1, 1, 1}) listed.push_back({bpm, factor});
   }
   return listed;
 }
 
+// Told and passed on: one file that fails must not cost the others.
 void tell(session_state& s, const util::status& fault) {
   if (!fault) return;
   s.exit_status = 1;
@@ -109,11 +114,13 @@ void write_report(session_state& s, const std::string& folder) {
 }  // namespace
 
 void write_results(session_state& s) {
+  // First: every file below is made of the same rows.
   add_rows_of_left_out(s);
   s.results.info.directory = util::output_path(std::string{s.directory.trimmed()});
   s.results.info.title = data_title(s);
   const std::string folder = s.results.info.directory + "/";
   const auto& rows = s.results.bpm;
+  // What programs load comes before what people look at: a run that is killed here has its numbers.
   tell(s, report::write_gains_csv(folder + "gains.csv", rows));
   tell(s, util::write_whole_file(folder + "gains.load", report::gains_load_text(rows, about(s))));
   if (s.list_coefficients) {

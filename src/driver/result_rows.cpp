@@ -14,6 +14,7 @@ using report::unknown;
 
 constexpr double mm = 1e3;  // per metre
 
+// inf and nan of a fit that went astray are one thing to who reads the files: not known.
 double known(double value) { return std::isfinite(value) ? value : unknown; }
 
 template <class Buttons>
@@ -21,6 +22,7 @@ four four_of(const Buttons& from) {
   return {from(1), from(2), from(3), from(4)};
 }
 
+// No cast between the two: one that gains a word would shift the meaning of the others.
 report::verdict word_of(calibration::verdict_word word) {
   switch (word) {
     case calibration::verdict_word::determined:
@@ -40,6 +42,7 @@ std::string reason_of(const bpm_verdict& verdict) {
   if (!verdict.has_table) return verdict.line;
   const std::string line = calibration::text_of(verdict.calibrated.verdict);
   const std::string word{calibration::text_of(verdict.word)};
+  // 2: the colon and the blank behind the word.
   return line.size() > word.size() + 2 ? line.substr(word.size() + 2) : std::string{};
 }
 
@@ -58,6 +61,8 @@ struct spread {
   double mean = unknown, sd = unknown;
 };
 
+// In two passes: of places 5 mm off that move by micrometres, the mean square less the squared mean
+// would lose half of the digits.
 spread spread_of(const std::vector<calibration::orbit_place>& places,
                  double calibration::orbit_place::*of) {
   double n = 0, sum = 0, squares = 0;
@@ -70,6 +75,7 @@ spread spread_of(const std::vector<calibration::orbit_place>& places,
   for (const calibration::orbit_place& at : places) {
     if (at.used) squares += (at.*of - sum / n) * (at.*of - sum / n);
   }
+  // Divided by n: the spread of these very orbits, not an estimate for others.
   return {sum / n * mm, std::sqrt(squares / n) * mm};
 }
 
@@ -107,6 +113,7 @@ std::vector<report::orbit_row> orbits_of(const gain_fit_mod::bpm_result& result,
                           .signal = reading.button.item,
                           .before_x_mm = known(reading.x * mm),
                           .before_y_mm = known(reading.y * mm)};
+    // Without a calibration there are no places, and the columns stay unknown.
     if (j < places.size() && has_place(places[j])) {
       row.after_x_mm = places[j].x * mm;
       row.after_y_mm = places[j].y * mm;
@@ -123,6 +130,8 @@ std::vector<report::orbit_row> orbits_of(const gain_fit_mod::bpm_result& result,
 void put_coefficients(const bpm_coefficients& of, report::bpm_row& row) {
   if (of.agree) row.coefficient = of.value;
   if (row.verdict != report::verdict::determined) return;
+  // A gain is a factor on the coefficient of its readings: with two of them there is no one new
+  // value.
   if (!of.agree) {
     row.stays = "data sets with different coefficients or corrections";
     return;
@@ -131,6 +140,7 @@ void put_coefficients(const bpm_coefficients& of, report::bpm_row& row) {
     row.stays = "no table: only the four fits speak for these gains";
     return;
   }
+  // Where none is named, none was loaded, and readings that nothing divided have 1.
   four old = of.value;
   for (double& c : old) {
     if (!std::isfinite(c)) c = 1;
@@ -159,6 +169,7 @@ bpm_coefficients coefficients_of(const std::vector<data_set>& sets,
     const bool divided = set.divided && std::isfinite(value[0]);
     if (!first) all.agree = all.agree && same(value, all.value) && divided == all.divided;
     first = false;
+    // The last set's stand for all: they are looked at only when all agree.
     all.value = value;
     all.divided = divided;
   }
@@ -180,6 +191,8 @@ report::bpm_row row_of_fitted(const gain_fit_mod::bpm_result& result, const bpm_
     const double truth = result.data.true_gain(k);
     if (truth != 0) row.true_gain[static_cast<std::size_t>(k) - 1] = truth;  // 0: not known
   }
+  // Every orbit that the fit had, also those that the calibration left out: which ones is what
+  // people look for there.
   row.orbit = orbits_of(result, verdict.calibrated.place);
   put_coefficients(coefficients, row);
   return row;

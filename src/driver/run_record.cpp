@@ -79,6 +79,7 @@ std::string build_of_program() {
 std::string expanded(std::string_view path) {
   const std::string name{path.substr(0, path.find('/'))};
   const bool unset = path.starts_with('$') && std::getenv(name.c_str() + 1) == nullptr;
+  // 4096 characters, the longest path that the system takes, for what the variable stands for.
   return unset || path.empty() ? std::string{path} : util::fullfilename(path, path.size() + 4096);
 }
 
@@ -98,6 +99,7 @@ std::vector<std::pair<std::string, std::string>> site_paths() {
   return paths;
 }
 
+// Words, not numbers: people read the record, and an enumerator may move.
 std::string given_word(util::given_by by) {
   switch (by) {
     case util::given_by::terminal:
@@ -124,6 +126,7 @@ const report::input_file& digest_once(kept_record& record, const std::string& pa
 
 void take_files(kept_record& record) {
   report::run_info& info = record.results->info;
+  // Anew each time: every stage may have read more.
   info.inputs.clear();
   info.tables.clear();
   for (const util::file_read& file : util::files_read) {
@@ -143,6 +146,7 @@ void take_dialog(report::run_info& info) {
   }
 }
 
+// By the steady clock: one that is set during a run could make a stage end before it began.
 void end_stage(kept_record& record) {
   if (record.stage.empty()) return;
   const std::chrono::duration<double> passed = steady_clock::now() - record.stage_began;
@@ -188,6 +192,7 @@ void begin_record(report::run_results& results, const session_options& options) 
   kept_record& record = kept();
   record.results = &results;
   record.path = info.directory + "/run.json";
+  // From here on every ending that the program makes itself comes past end_record, faults too.
   util::note_ending = end_record;
   begin_stage("data");
 }

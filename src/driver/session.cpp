@@ -169,12 +169,15 @@ int run_session(const session_options& options) {
   s.list_orbits = options.list_orbits;
   s.list_coefficients = options.list_coefficients;
   s.pdf = options.pdf;
+  // Before the repetition, which may change the directory: --output counts from where the user is.
   take_output(options.output);
   util::prepared = options.dialog;
   if (options.repeated) prepare_repeat(*options.repeated, options.repeat);
+  // Behind it, for the same reason: a recorded --chamber counts from where that run was made.
   take_chamber(s, options.chamber);
   create_output_directory(s.directory);
   s.results.info.directory = util::output_path(std::string{s.directory.trimmed()});
+  // Before the first question: a run that ends at one has its record too.
   begin_record(s.results, options);
   fit::expert = false;
 
@@ -196,6 +199,7 @@ int run_session(const session_options& options) {
   begin_stage("fit");
   treat_bpms(s);
 
+  // Closed before the results are written, so that no fault there can cut them short.
   s.file_list = {};
   s.orbit_table = {};
   output::close_bpm_raw_data();
@@ -204,6 +208,7 @@ int run_session(const session_options& options) {
   begin_stage("results");
   write_results(s);
   tell_summary(s);
+  // The plot comes last because it asks: who never answers has everything else.
   begin_stage("plot");
   plot_gains(s.bpm_max, s.bpm_min, s.bpm_gain, s.bpm_mat, s.plotted,
              std::string{s.directory.trimmed()}, plot_title(s));

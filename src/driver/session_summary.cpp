@@ -75,6 +75,7 @@ std::string line_of_fitted(const session_state& s) {
 // The first answer decides how many turns of raw data are read; its default of 0 reads none.
 bool no_turn_was_asked_for(const session_state& s) {
   const auto& out = store::left_out;
+  // Where one BPM has turns the number was not 0, and the reason must be another.
   return s.norbits_save.get() == 0 && fit::gain_correct != 0 && !out.empty() &&
          std::all_of(out.begin(), out.end(),
                      [](const store::bpm_remark& r) { return r.turns == 0; });
@@ -94,6 +95,7 @@ std::string named(const std::vector<std::string>& bpms) {
 void add_lines_to_look_at(const session_state& s, std::vector<std::string>& lines) {
   using word = report::verdict;
   for (const word verdict : {word::suspect, word::not_determined, word::weak}) {
+    // Searched one by one, not a map: reasons keep the order of the BPMs.
     std::vector<std::pair<std::string, std::vector<std::string>>> groups;
     for (const report::bpm_row& row : s.results.bpm) {
       if (row.verdict != verdict) continue;
@@ -118,6 +120,7 @@ std::string line_of_files(const session_state& s) {
 
 // What a line is about, for somebody who only glances at it.
 std::string_view colour_of(const std::string& line) {
+  // Control sequences as ECMA-48 has them: 31 and 33 are colours, 1 is bold.
   constexpr std::string_view red = "\033[31m";
   constexpr std::string_view yellow = "\033[33m";
   constexpr std::string_view bold = "\033[1m";
@@ -127,6 +130,7 @@ std::string_view colour_of(const std::string& line) {
   return line.starts_with("not fitted: ") ? yellow : bold;
 }
 
+// NO_COLOR counts when it is not empty: so the programs that heed it agreed.
 bool in_colour() {
   const char* no_colour = std::getenv("NO_COLOR");
   const char* terminal = std::getenv("TERM");
@@ -182,6 +186,7 @@ std::vector<std::string> summary_lines(const session_state& s,
         ": no turn was read with N = {} at \"Compute positions (x,y) using nonlin BPM for N "
         "orbits\"; type a number above the turns of the run, such as 100000",
         s.max_nonlin_positions);
+    // Nothing else: every BPM would follow as left out, for this one reason.
     return lines;
   }
   // A series is as long as its last file, whatever the files before it hold.
@@ -209,6 +214,7 @@ std::vector<std::string> summary_lines(const session_state& s,
 }
 
 void tell_summary(const session_state& s) {
+  // Both streams may go to one terminal, where what was printed first must stand first.
   std::fflush(stdout);
   const bool colour = in_colour();
   for (const std::string& line : summary_lines(s, bpms_not_fitted(s))) {
@@ -216,6 +222,7 @@ void tell_summary(const session_state& s) {
       util::tell_line(line);
       continue;
     }
+    // Not tell_line, which would show the colours as escapes.
     const std::string text = util::shown(line);  // names and reasons come from files
     std::fputs(fmt::format("butngain: {}{}\033[0m\n", colour_of(line), text).c_str(), stderr);
   }

@@ -16,6 +16,8 @@ namespace input {
 namespace {
 
 constexpr std::size_t none = static_cast<std::size_t>(-1);
+// The CR because files of other systems end their lines in CR LF: it would be part of the last
+// field.
 constexpr std::string_view blanks = " \t\r";
 
 /// Which columns are what.
@@ -46,6 +48,7 @@ std::string take_field(std::string_view& rest, char separator) {
     }
   }
   rest.remove_prefix(std::min(i, rest.size()));
+  // Blanks beside a separator are padding, as of columns set right.
   return std::string{stripped(field)};
 }
 
@@ -54,6 +57,8 @@ std::vector<std::string> fields_of(std::string_view line, char separator) {
   std::vector<std::string> fields;
   std::string_view rest = stripped(line);
   if (separator != ' ') {
+    // Nothing behind the last separator is a field too: the number of fields is what tells a broken
+    // row.
     for (;;) {
       fields.push_back(take_field(rest, separator));
       if (rest.empty()) return fields;
@@ -69,6 +74,7 @@ std::vector<std::string> fields_of(std::string_view line, char separator) {
   return fields;
 }
 
+// A comma counts first: semicolons and blanks may stand within the names of a file with commas.
 char separator_of(std::string_view line) {
   if (line.find(',') != std::string_view::npos) return ',';
   return line.find(';') != std::string_view::npos ? ';' : ' ';
@@ -77,6 +83,7 @@ char separator_of(std::string_view line) {
 // What an archive writes for a reading that is missing: the number scanner refuses these words.
 bool is_missing(const std::string& field) {
   std::string word = util::upcase(field);
+  // Of either sign: which way a reading overflowed makes it no more of a reading.
   if (!word.empty() && (word[0] == '+' || word[0] == '-')) word.erase(0, 1);
   return word.empty() || word == "NAN" || word == "INF" || word == "INFINITY";
 }
@@ -86,12 +93,14 @@ bool is_number(const std::string& field) { return is_missing(field) || util::sca
 // The signal that a name stands for, 0..3.
 std::optional<std::size_t> signal_named(const std::string& name) {
   const std::string word = util::upcase(name);
+  // The order of the buttons in all our files, which b1 .. b4 count along.
   constexpr std::array<std::string_view, 4> places{"BI", "BO", "TI", "TO"};
   for (std::size_t k = 0; k < places.size(); ++k) {
     if (word == places[k]) return k;
   }
   for (const std::string_view begin : {"BUTTON", "SIGNAL", "BUT", "B"}) {
     if (!word.starts_with(begin)) continue;
+    // One digit and nothing else: "B5" or "BUTTONS" is some other column, and is passed over.
     std::string_view rest = std::string_view{word}.substr(begin.size());
     if (rest.starts_with('_')) rest.remove_prefix(1);
     if (rest.size() == 1 && rest[0] >= '1' && rest[0] <= '4') {
@@ -119,6 +128,7 @@ util::outcome<layout> layout_of_header(const util::text_file& file,
       }
       found.signal.at(*k) = i;
     } else if (names_bpm(names[i]) && found.bpm == none) {
+      // Of two such columns, as number and name, the first: either tells BPMs apart.
       found.bpm = i;
     }
   }
@@ -132,6 +142,7 @@ util::outcome<layout> layout_of_header(const util::text_file& file,
 }
 
 util::outcome<layout> layout_of_rows(const util::text_file& file, std::size_t fields) {
+  // More columns without names could be anything, and a wrong guess would fit the wrong numbers.
   if (fields != 4 && fields != 5) {
     return util::fault{fmt::format("found {} columns without a header", fields),
                        util::place_of(file), "four signals, or a BPM and four signals"};
@@ -158,6 +169,7 @@ struct collected {
 
 util::status take_row(const util::text_file& file, const layout& columns,
                       const std::vector<std::string>& fields, collected& all) {
+  // A row that was cut short is refused, not filled up: its numbers may stand in other columns.
   if (fields.size() != columns.fields) {
     return util::fault{fmt::format("found {} fields", fields.size()), util::place_of(file),
                        fmt::format("{} as in the first line", columns.fields)};
@@ -172,11 +184,14 @@ util::status take_row(const util::text_file& file, const layout& columns,
                          fmt::format("signal {} as a number", k + 1)};
     }
     complete = complete && value.has_value();
+    // The 0 is never looked at: such a row is left out below.
     signals.at(k) = value.value_or(0);
   }
   const std::string name = columns.bpm == none ? std::string{} : fields[columns.bpm];
+  // By name: a file that is written orbit by orbit has its BPMs in turn, not one behind the other.
   const auto [found, is_new] = all.place.try_emplace(name, all.bpms.size());
   if (is_new) all.bpms.push_back({name, {}, 0});
+  // Also one without a complete row: how many were left out is all that there is to tell of it.
   column_bpm& bpm = all.bpms[found->second];
   if (complete) {
     bpm.signals.push_back(signals);

@@ -11,6 +11,7 @@
 namespace butngain {
 namespace {
 
+// Face and rooms have records of the same names: those behind the face are called by this one.
 namespace rooms = ::calibration;
 
 // The enumerators stand in one order here and there; what is added there must be added here.
@@ -18,6 +19,7 @@ template <class to, class from>
 to same(from value) {
   return static_cast<to>(static_cast<int>(value));
 }
+// The last of each: one that is put in between moves it, and the build ends here.
 static_assert(static_cast<int>(verdict_word::suspect) ==
               static_cast<int>(rooms::verdict_word::suspect));
 static_assert(static_cast<int>(verdict_reason::pedestals_not_checked) ==
@@ -27,6 +29,8 @@ static_assert(static_cast<int>(fit_kind::wide_pedestals) ==
 static_assert(static_cast<int>(trouble_kind::pedestals_of_set) ==
               static_cast<int>(rooms::trouble_kind::pedestals_of_set));
 
+// Rows of plain arrays: the rooms' type checks its bounds, and would bring its header into the
+// face.
 square square_of(const rooms::button_square& from) {
   square to{};
   for (std::size_t i = 0; i < 4; ++i) {
@@ -35,10 +39,12 @@ square square_of(const rooms::button_square& from) {
   return to;
 }
 
+// Callers count buttons from 0, the rooms from 1: their 0, no button, is -1 here.
 judgement public_judgement(const rooms::judgement& j) {
   return {same<verdict_word>(j.word), same<verdict_reason>(j.reason), j.button - 1, j.E};
 }
 
+// Field by field: the face stays what it is when the record behind it is put in another order.
 calibration_fit public_fit(const rooms::fit_result& from) {
   return {.kind = same<fit_kind>(from.kind),
           .differences = from.differences,
@@ -80,6 +86,7 @@ calibration public_record(const rooms::record& from) {
   made.halves_sigma = from.halves_sigma;
   made.mechanical_error = from.E_mech;
   for (const rooms::trouble_size& t : from.trouble) {
+    // A button counts from 1 there, a data set from 0 in both.
     const int which = t.kind == rooms::trouble_kind::compression ? t.which - 1 : t.which;
     made.trouble.push_back(
         {same<trouble_kind>(t.kind), which, t.size, t.chi_square, t.freedom, t.shift});
@@ -89,6 +96,7 @@ calibration public_record(const rooms::record& from) {
     made.place.push_back({p.x, p.y, p.intensity, p.residual, p.used});
   }
   made.fits_differ = from.fits_differ;
+  // None where no fits were made, or where the run was given up before they were judged.
   if (from.fits_verdict) made.fits_verdict = public_judgement(*from.fits_verdict);
   return made;
 }
@@ -104,9 +112,13 @@ rooms::four_fits multipliers_of(const gain_fit_mod::four_fits& fits) {
 
 }  // namespace
 
+// Told by the names of the caller's fields. Further down a bad number would come out as a verdict
+// on the BPM, which is not at fault.
 void check_input(const calibration_input& input, const std::string& prefix) {
   contents_of(input.chamber_table, (prefix + "chamber_table").c_str());
   int before = -1;
+  // Ascending without repetition: a data set without an orbit has nothing to find its pedestals
+  // from.
   for (const int start : input.set_start) {
     if (start <= before || std::cmp_greater_equal(start, input.readings.size())) {
       throw_argument(prefix + "set_start", std::to_string(start),
@@ -120,11 +132,14 @@ void check_input(const calibration_input& input, const std::string& prefix) {
                      or_zero ? "0 or a positive number" : "a positive number");
     }
   };
+  // It is divided by: 0 would give the pedestals an infinite weight.
   positive(input.sigma_p, "sigma_p", false);
+  // Of these two 0 says that they are not known.
   positive(input.half_height, "half_height", true);
   positive(input.tolerance, "tolerance", true);
 }
 
+// Apart from the check, so that a list of BPMs can be checked whole before the first one is fitted.
 calibration calibrate_checked(const calibration_input& input) {
   // The calibration takes the readings button by button.
   std::array<std::vector<double>, 4> column;
@@ -142,8 +157,10 @@ calibration calibrate_checked(const calibration_input& input) {
                      .tolerance = input.tolerance,
                      .fits = {}};
   std::optional<four_fits> fits;
+  // Without readings the calibration has a verdict that says so; the fits would only have a fault.
   if (input.with_fits && !input.readings.empty()) {
     const auto readings = copied(input.readings);
+    // Made first: the calibration judges their gains beside its own.
     const auto made = gain_fit_mod::fit_readings(readings);
     run.fits = multipliers_of(made);
     fits = public_fits(readings, made);
@@ -153,6 +170,7 @@ calibration calibrate_checked(const calibration_input& input) {
   return made;
 }
 
+// A reference into the caller's record, as long-lived as that.
 const calibration_fit& chosen_fit(const calibration& c) {
   switch (c.chosen) {
     case fit_kind::free_intensity:
@@ -160,11 +178,13 @@ const calibration_fit& chosen_fit(const calibration& c) {
     case fit_kind::steady_intensity:
       return c.steady;
     case fit_kind::wide_pedestals:
+      // Behind the switch, so that a new kind without a case is told when this is compiled.
       break;
   }
   return c.wide;
 }
 
+// The words of the rooms, not a second list of them: the program and the library must never differ.
 std::string_view text_of(verdict_word word) {
   return rooms::text_of(same<rooms::verdict_word>(word));
 }

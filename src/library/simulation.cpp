@@ -10,6 +10,7 @@
 namespace butngain {
 namespace {
 
+// The face has records of its own, so that the simulator's may grow without breaking a caller.
 sim::plane plane_of(const beam_plane& p) {
   return {p.gaussian ? sim::distribution::gaussian : sim::distribution::uniform,
           p.spread,
@@ -21,6 +22,8 @@ sim::plane plane_of(const beam_plane& p) {
 }
 
 sim::beam beam_of(const beam& b) {
+  // Taken apart by name: a field that is added to the face does not compile here until it is passed
+  // on.
   const auto& [drift, decay, walk, slope_x, slope_y] = b.current;
   const auto& [part, x, y, current] = b.second;
   return {plane_of(b.x),         plane_of(b.y), b.coupling, {drift, decay, walk, slope_x, slope_y},
@@ -29,6 +32,7 @@ sim::beam beam_of(const beam& b) {
 
 // Told by the name of the field: the simulator's own checks know a set-up of many BPMs only.
 void check(const electronics& e, int orbits) {
+  // nan would slip through comparisons further down and come out as readings.
   const auto finite = [](const four& values, const char* name) {
     for (const double value : values) {
       if (!std::isfinite(value)) {
@@ -43,6 +47,7 @@ void check(const electronics& e, int orbits) {
   finite(e.compression, "compression");
   finite(e.gain_step, "gain_step");
   finite(e.gain_drift, "gain_drift");
+  // Not "outside": every comparison with nan is false, and it must be refused.
   const auto within = [](double value, double low, double high, const char* name) {
     if (!(value >= low && value <= high)) {
       throw_argument(std::string{"electronics."} + name, std::to_string(value),
@@ -51,7 +56,9 @@ void check(const electronics& e, int orbits) {
   };
   for (const int cable : e.cable_of) within(cable, 0, 3, "cable_of");
   for (const double full : e.full_scale) within(full, 0, electronics::unlimited, "full_scale");
+  // Far below the largest double, 1.8e308: products with gains and intensities stay finite.
   constexpr double most = 1e300;
+  // Compression is in parts of it: 0 would be divided by.
   within(e.signal, 1e-300, most, "signal");
   within(e.noise, 0, most, "noise");
   within(e.common_noise, 0, most, "common_noise");
@@ -76,6 +83,7 @@ sim::bpm_electronics electronics_of(const electronics& e) {
   made.compression.item = e.compression;
   made.gain_step.item = e.gain_step;
   made.gain_drift.item = e.gain_drift;
+  // Cables count from 0 here, from 1 in the simulator.
   for (std::size_t k = 0; k < 4; ++k) made.cable_of.item[k] = e.cable_of[k] + 1;
   made.signal = e.signal;
   made.noise = e.noise;
@@ -115,9 +123,11 @@ simulated simulate(const simulation& run, const progress& tell) {
   if (run.orbits < 1) throw_argument("orbits", std::to_string(run.orbits), "at least 1");
   check(run.electronics, run.orbits);
   const sim::beam_run described = run_of(run);
+  // What no field can tell alone, but the run as a whole.
   if (const auto wrong = sim::run_fault(described)) throw_fault(error_kind::argument, *wrong);
   simulated made;
   made.gain = run.electronics.gain;
+  // What a correction left in counts like a pedestal: together they are what the readings hold.
   for (std::size_t k = 0; k < 4; ++k) {
     made.pedestal[k] = run.electronics.pedestal[k] + run.electronics.pedestal_left[k];
   }
@@ -133,8 +143,10 @@ simulated simulate(const simulation& run, const progress& tell) {
       throw_fault(error_kind::argument, *wrong);
     }
     add(made, p);
+    // The mean, because gains may step or drift: no fit of the whole run can find more than that.
     for (std::size_t k = 0; k < 4; ++k) made.mean_gain[k] += p.gain.item[k] / run.orbits;
   }
+  // The end too, for whoever draws a bar.
   tell_progress(tell, n, n);
   return made;
 }

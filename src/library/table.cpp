@@ -14,6 +14,8 @@
 namespace butngain {
 namespace {
 
+// A plain record with shared contents behind it: copies are cheap, and no caller can change a table
+// that another thread looks at.
 chamber handle_of(chamber_solver::chamber drawn) {
   auto contents = std::make_shared<chamber_contents>();
   contents->drawn = std::move(drawn);
@@ -23,6 +25,7 @@ chamber handle_of(chamber_solver::chamber drawn) {
 table handle_of(nonlin_bpm_mod::table_struct made, std::string name) {
   auto contents = std::make_shared<table_contents>();
   contents->table = std::move(made);
+  // All fields by name, though some are not used: one that is added stops the build here.
   const auto& [x, y, grid, x_per_step, y_per_step, start, cosines] = contents->table;
   return {std::move(name), grid.nx,        grid.ny,       x.item.front(),
           x.item.back(),   y.item.front(), y.item.back(), contents};
@@ -34,6 +37,7 @@ nonlin_bpm_mod::calib_struct properties_of(const bpm_properties& bpm) {
   }
   nonlin_bpm_mod::calib_struct calib;
   calib.coeff.item = bpm.multiplier;
+  // Buttons count from 0 for callers; the rooms count from 1, and their 0 is none.
   calib.ix_bad_button = bpm.bad_button + 1;
   return calib;
 }
@@ -45,6 +49,7 @@ position fitted(const nonlin_bpm_mod::table_struct& t, const nonlin_bpm_mod::cal
   nonlin_bpm_mod::fit_position(t, calib, {reading}, x, chi_square);
   // A failure is told as the negative of its number.
   if (chi_square < 0) {
+    // The faults of the face are numbered as the failures of the rooms.
     return {.fault = static_cast<position_fault>(std::lround(-chi_square))};
   }
   return {x(1), x(2), x(3), chi_square, position_fault::none};
@@ -54,6 +59,7 @@ position fitted(const nonlin_bpm_mod::table_struct& t, const nonlin_bpm_mod::cal
 
 std::shared_ptr<const sim::solved_chamber> solved_of(const chamber& c) {
   const chamber_contents& contents = contents_of(c, "chamber");
+  // Whichever thread asks first works it out, the others wait: twice the work would be thrown away.
   std::call_once(contents.once, [&contents] { contents.solved = sim::solve(contents.drawn); });
   return contents.solved;
 }
@@ -63,10 +69,12 @@ chamber read_chamber(const std::string& path) {
 }
 
 chamber parse_chamber(std::string_view text, const std::string& name) {
+  // A fault of its kind `file` all the same: it has a line of the text to point at.
   return handle_of(value_of(chamber_solver::parse_chamber(text, name), error_kind::file));
 }
 
 chamber default_chamber(std::string_view name) {
+  // The simulator's pipe, of no facility: it stands in no list.
   if (name == "round") return handle_of(sim::usual_chamber());
   for (std::size_t i = 0; i < chamber_solver::default_chambers.size(); ++i) {
     if (chamber_solver::default_chambers.at(i).name == name) {
@@ -84,6 +92,7 @@ chamber round_chamber(const round_pipe& pipe) {
                                                 : sim::button_shape::disc,
                                    .angle = pipe.angle,
                                    .half_width = pipe.half_width};
+  // First: a drawing that cannot be has no wall to walk along.
   if (const std::string wrong = sim::drawing_fault(drawing); !wrong.empty()) {
     throw_argument("pipe", wrong);
   }
@@ -93,6 +102,7 @@ chamber round_chamber(const round_pipe& pipe) {
 table read_table(const std::string& path) {
   auto nodes = value_of(nonlin_bpm_mod::read_table_nodes(path, ""), error_kind::file);
   nonlin_bpm_mod::table_struct made;
+  // Well read is not yet good: what the numbers say together shows when the cells are made of them.
   if (std::string wrong = nonlin_bpm_mod::build_table(nodes, made); !wrong.empty()) {
     throw_fault(error_kind::file, {wrong, path, ""});
   }
@@ -100,6 +110,7 @@ table read_table(const std::string& path) {
 }
 
 table table_of(const chamber& c, const progress& tell) {
+  // Row by row instead of at once, so that a caller can show how far it is, and stop between two.
   const chamber_solver::chamber& drawn = contents_of(c, "chamber").drawn;
   const auto rows = static_cast<std::size_t>(drawn.y.n);
   tell_progress(tell, 0, rows);
@@ -109,6 +120,7 @@ table table_of(const chamber& c, const progress& tell) {
     tell_progress(tell, iy, rows);
   }
   nonlin_bpm_mod::table_struct made;
+  // No file is involved that could be named: it is the drawing that does not do.
   if (std::string wrong = nonlin_bpm_mod::build_table(work.nodes, made); !wrong.empty()) {
     throw_argument("chamber", "table of " + c.name + ": " + wrong);
   }
@@ -121,6 +133,7 @@ position find_position(const table& t, const signals& reading, const bpm_propert
 
 std::vector<position> find_positions(const table& t, std::span<const signals> readings,
                                      const bpm_properties& bpm) {
+  // Checked once, not again for each of perhaps 100000 readings.
   const auto& contents = contents_of(t, "table").table;
   const auto calib = properties_of(bpm);
   std::vector<position> found;
@@ -132,6 +145,8 @@ std::vector<position> find_positions(const table& t, std::span<const signals> re
 signals signals_at(const table& t, double x, double y) {
   const auto& contents = contents_of(t, "table").table;
   nonlin_bpm_mod::cell_values value{};
+  // A cell without data can be evaluated too, but what comes out is no beam's signals. Without
+  // second derivatives (false), which nobody looks at here.
   if (!nonlin_bpm_mod::has_data(contents, x, y) ||
       !nonlin_bpm_mod::evaluate_cell<false>(contents, x, y, value)) {
     throw_argument("x, y", "(" + std::to_string(x) + ", " + std::to_string(y) + ") m",

@@ -30,6 +30,7 @@ bool is_control(std::string_view text) {
 void append_escaped(std::string& out, char c) {
   constexpr std::string_view digits = "0123456789abcdef";
   const auto byte = static_cast<std::uint8_t>(c);
+  // Those that people know by their letter; all others by their number.
   if (c == '\t') {
     out += "\\t";
   } else if (c == '\n') {
@@ -76,6 +77,7 @@ std::string_view trim_right(std::string_view text) {
   return last == std::string_view::npos ? std::string_view{} : text.substr(0, last + 1);
 }
 
+// Tabs too: this is for what people type and files hold, not for padding.
 std::string_view trim(std::string_view text) {
   const std::size_t first = text.find_first_not_of(" \t");
   if (first == std::string_view::npos) return {};
@@ -107,6 +109,7 @@ std::string shown(std::string_view text) {
 }
 
 std::string shown_lines(std::string_view text) {
+  // With its length: a text would end at the zero.
   constexpr std::string_view kept{"\n\t\0", 3};
   std::string out;
   while (!text.empty()) {

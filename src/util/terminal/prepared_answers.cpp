@@ -25,6 +25,7 @@ struct question_parts {
 // What an empty answer means may change from one run to the next (the newest run), the question not.
 question_parts parts_of(std::string_view question) {
   for (const auto& [begin, end] : default_marks) {
+    // From behind: the default is what comes last, whatever the question says before.
     const std::size_t at = question.rfind(begin);
     if (at == std::string_view::npos) continue;
     const std::string_view behind = question.substr(at + begin.size());
@@ -69,12 +70,15 @@ found asked_again(const known_question& known) {
 
 found answer_known(known_question& known, bool batch, int round, std::string_view question) {
   known.asked = true;
+  // A second time in a round: the answer did not do, and would not do again. A person is asked,
+  // where there is one.
   if (known.answered_in == round) {
     if (batch) return asked_again(known);
     return std::optional<given_answer>{};
   }
   const std::string* given = answer_in(known, round);
   const bool from_option = given != nullptr;
+  // Defaults are for batch: a person is shown the question instead.
   if (!from_option && batch && known.by_default) given = &*known.by_default;
   if (given == nullptr && !batch) return std::optional<given_answer>{};
   if (given == nullptr) {
@@ -90,6 +94,7 @@ found answer_known(known_question& known, bool batch, int round, std::string_vie
 }  // namespace
 
 found prepared_answer(prepared_dialog& dialog, std::string_view question) {
+  // A record answers everything and options nothing: with both, nobody could tell which one counts.
   if (dialog.recorded) return next_recorded(*dialog.recorded, question);
   // The round of this answer: the question that ends a round is still part of it.
   const int round = dialog.round;
@@ -108,6 +113,7 @@ found prepared_answer(prepared_dialog& dialog, std::string_view question) {
 std::vector<std::string> options_not_asked(const prepared_dialog& dialog) {
   std::vector<std::string> unused;
   for (const known_question& known : dialog.questions) {
+    // Two questions may share an option, as a run and the end of its data set do: named once.
     const bool listed = std::find(unused.begin(), unused.end(), known.option) != unused.end();
     if (!known.answers.empty() && !known.asked && !listed) unused.push_back(known.option);
   }

@@ -33,6 +33,7 @@ std::string how_it_ended(int status) {
 }  // namespace
 
 bool begin_apart(apart& work) {
+  // What is still in a buffer would be written by both processes.
   flush_standard_output();
   flush_all_units();
   std::array<int, 2> ends{};
@@ -54,6 +55,7 @@ bool begin_apart(apart& work) {
     work.trouble = errno;
     close(ends[0]);
   }
+  // Our own copy of the writing end: while it is open, reading would never come to an end.
   close(ends[1]);
   if (work.process > 0) work.said = ends[0];
   return false;
@@ -62,6 +64,7 @@ bool begin_apart(apart& work) {
 void end_apart(const apart& work, std::string_view text) {
   // More than a pipe holds is never said: one write, and what is lost is the text alone.
   const bool said = text.empty() || write(work.said, text.data(), text.size()) > 0;
+  // No destructors and no buffers: all that is open is the other process's to finish.
   std::_Exit(said ? 0 : 1);
 }
 
@@ -69,6 +72,7 @@ std::string wait_apart(apart& work) {
   if (work.trouble != 0) return "no process to draw in: " + system_text(work.trouble);
   std::string text;
   std::array<char, 4096> block{};
+  // To the end before waiting for it: who has more to say than a pipe holds would wait for us.
   for (;;) {
     const ssize_t got = read(work.said, block.data(), block.size());
     if (got < 0 && errno == EINTR) continue;

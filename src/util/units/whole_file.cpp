@@ -28,6 +28,7 @@ unfinished_names& unfinished() {
 }
 
 void remove_all() {
+  // Without the lock: a run may end while it holds it, and would wait for itself.
   for (const std::string& name : unfinished().names) static_cast<void>(unlink(name.c_str()));
 }
 
@@ -52,6 +53,7 @@ bool is_special(const std::string& path) {
 // that stands there all the same was left by a process that was killed, and is passed over.
 int open_scratch(const std::string& path, std::string& name) {
   static std::atomic<int> counter{0};
+  // So many names left over by killed processes are passed over; more are no accident.
   constexpr int most_tries = 100;
   constexpr mode_t everybody = 0666;  // less what the umask takes away
   name = path;
@@ -59,6 +61,8 @@ int open_scratch(const std::string& path, std::string& name) {
   if (is_special(path)) return open(name.c_str(), O_WRONLY | O_CLOEXEC);
   for (int i = 0; i < most_tries; ++i) {
     name = path + ".part" + std::to_string(getpid()) + "_" + std::to_string(++counter);
+    // Neither a file nor a link of this name is written through: in a folder that others can write
+    // to, it could lead the text elsewhere.
     // NOLINTNEXTLINE(*-vararg): the system's own interface
     const int file =
         open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, everybody);

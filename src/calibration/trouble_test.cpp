@@ -52,6 +52,7 @@ void fill_columns(const trouble& what, const orbit_facts& o, trouble_columns& g)
     case trouble_kind::drift:
       return gains_times(o, o.time, g);
     case trouble_kind::bend:
+      // The second Legendre polynomial: over a whole run at right angles to a drift.
       return gains_times(o, 1.5 * o.time * o.time - 0.5, g);
     case trouble_kind::step:
       return gains_times(o, o.time < 0 ? -1 : 1, g);
@@ -124,6 +125,7 @@ bool factorise(const equations& e, const common_unknowns& at, factored_fit& fit)
     for (std::size_t j = 0; j <= i; ++j) {
       double sum = i == j ? 1 : e.u_weight * e.u.of[i][j] * fit.scale[i] * fit.scale[j];
       for (std::size_t k = 0; k < j; ++k) sum -= fit.l[i][k] * fit.l[j][k];
+      // Not `sum <= 0`: nan must fail as well.
       if (i == j && !(sum > 0)) return false;
       fit.l[i][j] = i == j ? std::sqrt(sum) : sum / fit.l[j][j];
     }
@@ -184,6 +186,7 @@ trouble_size solve_trouble(const trouble& what, const trouble_sums& sums, const 
   const std::array<double, 4> moved = log_gains(found.data());
   for (std::size_t k = 1; k < 4; ++k) {
     size.shift = std::max(size.shift, std::abs(shift[k] - shift[0]));
+    // Twice: a drift goes from -1 to 1, a step from one sign to the other.
     size.size = std::max(size.size, what.n == n_z ? 2 * std::abs(moved[k] - moved[0]) : 0);
   }
   if (what.n != n_z)

@@ -84,6 +84,7 @@ int run_template(const sim::template_setup& s) {
 
 // A word of a shell line, as people paste it or `eval` it: in quotes unless it is plain.
 std::string shell_word(const std::string& text) {
+  // All others are quoted, whether this shell needs it or not: they differ in what is special.
   constexpr std::string_view plain =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-+./:,@%";
   if (!text.empty() && text.find_first_not_of(plain) == std::string::npos) return text;
@@ -176,6 +177,7 @@ void add_raw(CLI::App& app, int& status) {
   sub.callback([s, chosen, coefficients, &status] {
     settle(s->machine, *chosen);
     refuse_if(sim::raw_fault(*s));
+    // Before anything is written: a list that does not do leaves no run half made.
     load_coefficients(*s, *coefficients);
     status = run_raw(*s);
   });

@@ -28,8 +28,10 @@ util::outcome<loaded_coefficients> read_coefficients(const std::string& path) {
   loaded_coefficients all;
   while (util::next_line(*file)) {
     util::list_record line;
+    // A comment may stand behind a line's values as well as on a line of its own.
     util::start_record(line, file->line.substr(0, file->line.find('#')));
     std::string bpm, name, button, old, now;
+    // Nothing but blanks or a comment.
     if (util::take(line, bpm) != util::taken::value) continue;
     for (std::string* word : {&name, &button, &old, &now}) {
       if (util::take(line, *word) != util::taken::value) {
@@ -38,14 +40,17 @@ util::outcome<loaded_coefficients> read_coefficients(const std::string& path) {
     }
     const int k = button_called(button);
     if (k == 0) return util::line_fault(*file, "a button BI, BO, TI or TO");
+    // None was loaded; a BPM of which all four lines say so keeps what it has.
     if (now == "-") continue;
     const auto value = util::scan_real(now);
+    // 0 cannot be: readings are divided by it. Below it stands for "not given yet".
     if (!value || *value == 0) return util::line_fault(*file, "a coefficient other than 0");
     double& at = all[name](k);
     if (at != 0) return util::line_fault(*file, "each button of a BPM once");
     at = *value;
   }
   if (file->trouble) return *file->trouble;
+  // All four or none: a BPM that was loaded in part has gains that no session ever found.
   for (const auto& [name, coefficient] : all) {
     for (const double value : coefficient.item) {
       if (value == 0) return util::fault{"BPM " + name, path, "a coefficient of each button"};

@@ -18,12 +18,12 @@
 namespace util {
 namespace {
 
-constexpr unsigned patience = 30;  // seconds; a page takes a tenth of one
+constexpr unsigned patience = 120;  // seconds; a page takes 0.1, and 2.3 beside twenty other jobs
 
 std::string how_it_ended(int status) {
   if (WIFSIGNALED(status)) {
     const int number = WTERMSIG(status);
-    if (number == SIGALRM) return "drawing took more than half a minute";
+    if (number == SIGALRM) return "drawing took more than two minutes";
     return std::string{"drawing failed: "} + strsignal(number);  // NOLINT(concurrency-mt-unsafe)
   }
   if (WEXITSTATUS(status) != 0) return "drawing ended early";

@@ -27,7 +27,7 @@ struct apart {
 bool begin_apart(apart& work);
 /// Ends the other process. Empty text: all went well.
 [[noreturn]] void end_apart(const apart& work, std::string_view text);
-/// Waits for it, half a minute at most.
+/// Waits for it, two minutes at most.
 /// returns  what it said; how it ended, when it could not say anything
 std::string wait_apart(apart& work);
 

@@ -43,9 +43,9 @@ void write_error(std::string_view what, int reason) {
 }
 
 // The line before an end of the run: what ends it says enough.
-void tell_line(std::string_view) {}
+void tell_line(std::string_view /*what*/) {}
 
-int ending_noted(std::string_view, int status) { return status; }
+int ending_noted(std::string_view /*how*/, int status) { return status; }
 
 void err_exit() { thrown("fatal exit"); }
 

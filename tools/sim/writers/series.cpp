@@ -2,7 +2,6 @@
 
 #include <fmt/core.h>
 
-#include <filesystem>
 #include <vector>
 
 #include "directories.hpp"
@@ -13,8 +12,6 @@
 
 namespace sim {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr const char* header =
     "#           x [m]            y [m]      b1(BI)      b2(BO)      b3(TI)      b4(TO)"

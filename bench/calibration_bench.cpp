@@ -66,8 +66,10 @@ int main(int argc, char** argv) {
     const bpm at = make_bpm(orbits);
     const calibration::bpm_run run{
         .signal = {at.column[0], at.column[1], at.column[2], at.column[3]},
+        .set_start = {},
         .table = &*table,
-        .sigma_p = calibration::pedestals_subtracted};
+        .sigma_p = calibration::pedestals_subtracted,
+        .fits = {}};
     const auto usable = calibration::take_usable(run);
     const calibration::fit_setting setting{.kind = calibration::fit_kind::free_intensity,
                                            .table = &*table,

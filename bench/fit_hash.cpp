@@ -64,11 +64,11 @@ void fill(int orbits, double range, double noise) {
 std::uint64_t hash_of_fits(std::string_view set) {
   hash h;
   const auto fit = [&] {
-    for (const one_fit& fit : fit_readings(current_readings(), {.instruction_set = set}).fit) {
-      h.add({&fit.chisq, 1});
-      h.add(fit.gain.item);
-      h.add(fit.coefficients.item);
-      h.add(fit.covariance.item);
+    for (const one_fit& one : fit_readings(current_readings(), {.instruction_set = set}).fit) {
+      h.add({&one.chisq, 1});
+      h.add(one.gain.item);
+      h.add(one.coefficients.item);
+      h.add(one.covariance.item);
     }
   };
   for (const int orbits : {1000, 131})

@@ -193,9 +193,9 @@ std::string change_text(const chamber_change& change) {
   }
   if (change.shape) add(*change.shape == button_shape::disc ? "discs" : "strips");
   if (change.ellipse != 0) {
-    add(fmt::format("wider and lower by the part {:g}", change.ellipse));
+    add(fmt::format("wider and lower by the fraction {:g}", change.ellipse));
   }
-  if (change.radius != 0) add(fmt::format("larger by the part {:g}", change.radius));
+  if (change.radius != 0) add(fmt::format("larger by the fraction {:g}", change.radius));
   return text;
 }
 

@@ -1,4 +1,4 @@
-// One calibration and the whole rule (three fits, halves, verdict) against the four fits of the same
+// One calibration and the whole rule (three fits, questions, verdict) against the four fits of the same
 // BPM, one after the other in every round. Read ratios, not times.
 //
 //     calibration_bench [rounds]

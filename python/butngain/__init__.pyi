@@ -190,8 +190,8 @@ class Calibration:
     median_signal: float
     pedestal_chi: float
     slope_chi: float
-    halves_differ: float
-    halves_sigma: float
+    moved_gains: float
+    moved_sigma: float
     trouble: list[dict[str, Union[str, int, float]]]
     mechanical_error: float
     x: Reals

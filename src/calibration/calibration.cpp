@@ -92,8 +92,8 @@ void find_change(record& r) {
     if (!moves_in_time(t) || t.chi_square < by_sets || t.chi_square < change_limit ||
         t.size < least_change)
       continue;
-    r.halves_differ = std::max(r.halves_differ, t.size);
-    r.halves_sigma = std::max(r.halves_sigma, std::sqrt(t.chi_square));
+    r.moved_gains = std::max(r.moved_gains, t.size);
+    r.moved_sigma = std::max(r.moved_sigma, std::sqrt(t.chi_square));
   }
 }
 
@@ -219,7 +219,7 @@ verdict_reason find_reason(const bpm_run& run, const record& r, double E) {
   const int all = fit.orbits + fit.outliers;
   if (fit.outliers > most_outliers * all) return verdict_reason::many_outliers;
   if (fit.at_edge > most_at_edge * all) return verdict_reason::at_the_edge;
-  if (r.halves_sigma > 0) return verdict_reason::gains_change;
+  if (r.moved_sigma > 0) return verdict_reason::gains_change;
   if (has_other_signals(r)) return verdict_reason::other_signals;
   if (!run.own_table && off_axis(r) > stand_in_to) return verdict_reason::stand_in_table;
   // Open pedestals do no harm where T1 finds them, as from two currents: it trusts in no slope.

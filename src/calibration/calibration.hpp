@@ -186,8 +186,8 @@ struct record {
   double median_signal = 0;       ///< median over orbits of the four-signal sum, over 4
   double pedestal_chi = 0;        ///< how far W's pedestals are beyond sigma_p; 20 is too far [-]
   double slope_chi = 0;           ///< how far W's slopes of the current are beyond their prior
-  double halves_differ = 0;       ///< largest change of ln(t_k/t_1) in time that stands out [-]
-  double halves_sigma = 0;        ///< root of the chi-square that speaks for it [-]
+  double moved_gains = 0;         ///< largest change of ln(t_k/t_1) in time that stands out [-]
+  double moved_sigma = 0;         ///< root of the chi-square that speaks for it [-]
   std::vector<trouble_size> trouble;  ///< what else the readings were asked for
   double E_mech = 0;               ///< error from the tolerance of the buttons' places; 0: unknown
   std::vector<orbit_place> place;  ///< orbit by orbit

@@ -82,8 +82,8 @@ calibration public_record(const rooms::record& from) {
   made.median_signal = from.median_signal;
   made.pedestal_chi = from.pedestal_chi;
   made.slope_chi = from.slope_chi;
-  made.halves_differ = from.halves_differ;
-  made.halves_sigma = from.halves_sigma;
+  made.moved_gains = from.moved_gains;
+  made.moved_sigma = from.moved_sigma;
   made.mechanical_error = from.E_mech;
   for (const rooms::trouble_size& t : from.trouble) {
     // A button counts from 1 there, a data set from 0 in both.

@@ -20,31 +20,16 @@ void small_array(py::class_<record>& c, const char* name, T record::*field, cons
       name, [field](const record& self) { return array_of(self.*field); }, doc);
 }
 
-const char* text_of(butngain::fit_word word) {
-  switch (word) {
-    case butngain::fit_word::determined:
-      return "determined";
-    case butngain::fit_word::doubtful:
-      return "doubtful";
-    case butngain::fit_word::not_determined:
-      break;
-  }
-  return "not determined";
+// The words of enumerators, in their order. What is added there must be added here.
+template <class enumerator, std::size_t n>
+const char* word_of(const std::array<const char*, n>& words, enumerator value) {
+  return words.at(static_cast<std::size_t>(value));
 }
 
-const char* text_of(butngain::fit_kind kind) {
-  switch (kind) {
-    case butngain::fit_kind::free_intensity:
-      return "free";
-    case butngain::fit_kind::steady_intensity:
-      return "steady";
-    case butngain::fit_kind::wide_pedestals:
-      break;
-  }
-  return "wide";
-}
-
-// In the order of the enumerators; the names are theirs.
+constexpr std::array<const char*, 3> fit_words{"determined", "doubtful", "not determined"};
+static_assert(static_cast<std::size_t>(butngain::fit_word::not_determined) + 1 == fit_words.size());
+constexpr std::array<const char*, 3> fit_kinds{"free", "steady", "wide"};
+static_assert(static_cast<std::size_t>(butngain::fit_kind::wide_pedestals) + 1 == fit_kinds.size());
 constexpr std::array<const char*, 19> reasons{"none",
                                               "no_table",
                                               "few_orbits",
@@ -90,7 +75,7 @@ void add_four_fits(py::module_& m) {
   small_array(f, "curve", &four_fits::curve, "(4,): Am, k, h2, h3 [-]");
   f.def_readonly("chi_square", &four_fits::chi_square, "Mean over the fits [-].");
   f.def_property_readonly(
-      "word", [](const four_fits& self) { return text_of(self.word); },
+      "word", [](const four_fits& self) { return word_of(fit_words, self.word); },
       "'determined', 'doubtful' or 'not determined': by the fits alone.");
   f.def_readonly("reason", &four_fits::reason, "One line for people.");
   f.def_readonly("excitation", &four_fits::excitation,
@@ -117,7 +102,7 @@ void add_judgement(py::module_& m) {
       "word", [](const judgement& self) { return butngain::text_of(self.word); },
       "'determined', 'weak', 'suspect' or 'not determined'.");
   j.def_property_readonly(
-      "reason", [](const judgement& self) { return reasons.at(std::size_t(self.reason)); },
+      "reason", [](const judgement& self) { return word_of(reasons, self.reason); },
       "Why it is not 'determined': 'none', 'one_line', 'saturated_button' ...");
   j.def_property_readonly(
       "button",
@@ -136,7 +121,7 @@ void add_calibration_fit(py::module_& m) {
       m, "CalibrationFit",
       "One fit of all unknowns. Pedestals, noise and jitter in parts of the median signal.");
   c.def_property_readonly(
-      "kind", [](const calibration_fit& self) { return text_of(self.kind); },
+      "kind", [](const calibration_fit& self) { return word_of(fit_kinds, self.kind); },
       "'free', 'steady' or 'wide'.");
   c.def_readonly("differences", &calibration_fit::differences,
                  "The current was taken for a random walk.");
@@ -205,9 +190,9 @@ void add_calibration(py::module_& m) {
                  "How far the pedestals are beyond sigma_p; 20 is too far [-].");
   c.def_readonly("slope_chi", &calibration::slope_chi,
                  "How far the slopes of the current are beyond what is usual [-].");
-  c.def_readonly("halves_differ", &calibration::halves_differ,
+  c.def_readonly("moved_gains", &calibration::moved_gains,
                  "Largest change of ln(gain ratio) in time that stands out [-].");
-  c.def_readonly("halves_sigma", &calibration::halves_sigma,
+  c.def_readonly("moved_sigma", &calibration::moved_sigma,
                  "Root of the chi-square that speaks for it [-].");
   c.def_property_readonly(
       "trouble",
@@ -215,7 +200,7 @@ void add_calibration(py::module_& m) {
         py::list all;
         for (const butngain::trouble_size& t : self.trouble) {
           py::dict one;
-          one["kind"] = troubles.at(static_cast<std::size_t>(t.kind));
+          one["kind"] = word_of(troubles, t.kind);
           one["which"] = t.which;
           one["size"] = t.size;
           one["chi_square"] = t.chi_square;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "gains_csv.hpp"
 #include "round_pipe.hpp"
 
 namespace made {
@@ -22,18 +23,13 @@ void spoil(const std::string& kind, int i, round_pipe::plan& plan, double& sigma
   if (trouble == 6) plan.wild_every = 9;
 }
 
+// Both rooms have the same four words.
 report::verdict word_of(calibration::verdict_word word) {
-  switch (word) {
-    case calibration::verdict_word::determined:
-      return report::verdict::determined;
-    case calibration::verdict_word::weak:
-      return report::verdict::weak;
-    case calibration::verdict_word::suspect:
-      return report::verdict::suspect;
-    case calibration::verdict_word::not_determined:
-      break;
+  using report::verdict;
+  for (const verdict v : {verdict::determined, verdict::weak, verdict::suspect}) {
+    if (report::text_of(v) == calibration::text_of(word)) return v;
   }
-  return report::verdict::not_determined;
+  return verdict::not_determined;
 }
 
 void put_orbits(const round_pipe::made_run& made, const calibration::record& r, double counts,

@@ -73,8 +73,8 @@ struct cloud {
   std::vector<point> used, left_out;  // in the data's units
 };
 
-// Evenly over the orbits: the first so many would show one moment of a drift.
-// Every so many-th point, so that no more than this many are left.
+// Every so many-th point, so that no more than this many are left. Evenly over the orbits: the first
+// so many would show one moment of a drift.
 void thin(std::vector<point>& points, std::size_t most) {
   const std::size_t step = (points.size() + most - 1) / std::max<std::size_t>(most, 1);
   if (step <= 1) return;
@@ -221,6 +221,15 @@ void draw_histogram(chart::canvas& c, const chart::panel& p, const std::vector<p
   draw_lines(c, curve, ink::text, 1);
 }
 
+// Thinned last: what is worked out from a cloud is worked out from all of it.
+void draw_residuals(chart::canvas& c, const chart::panel& p, cloud& all, std::size_t most) {
+  thin(all.used, most);
+  thin(all.left_out, most);
+  std::size_t beyond = draw_cloud(c, p, all.used, ink::button_1, 2.2);
+  beyond += draw_crosses(c, p, all.left_out);
+  tell_beyond(c, p, beyond);
+}
+
 std::string residuals_over_orbits(const bpm_row& row, std::size_t most) {
   const double rms = rms_residual(row);
   const unit in = unit_of(rms);
@@ -233,11 +242,7 @@ std::string residuals_over_orbits(const bpm_row& row, std::size_t most) {
   draw_box(c, p, x, range_of(all.used, &point::y), "orbit", fmt::format("residual [{}]", in.text));
   // Before the points are thinned: the spread is that of all orbits.
   draw_histogram(c, p, all.used, rms * in.factor);
-  thin(all.used, most);
-  thin(all.left_out, most);
-  std::size_t beyond = draw_cloud(c, p, all.used, ink::button_1, 2.2);
-  beyond += draw_crosses(c, p, all.left_out);
-  tell_beyond(c, p, beyond);
+  draw_residuals(c, p, all, most);
   return figure(c, "Residual against orbit",
                 "What each orbit says about the BPM alone, in parts of the signal; right, its "
                 "spread beside the "
@@ -254,11 +259,7 @@ std::string residuals_over_u(const bpm_row& row, const shown_gains& gains, std::
   chart::panel p = usual_panel();
   draw_box(c, p, range_of(all.used, &point::x), range_of(all.used, &point::y), "u = X Y",
            fmt::format("residual [{}]", in.text));
-  thin(all.used, most);
-  thin(all.left_out, most);
-  std::size_t beyond = draw_cloud(c, p, all.used, ink::button_1, 2.2);
-  beyond += draw_crosses(c, p, all.left_out);
-  tell_beyond(c, p, beyond);
+  draw_residuals(c, p, all, most);
   return figure(c, "Residual against u",
                 "The same against u, the product of the two plane combinations: a curve or a "
                 "tilt here means gains or chamber are off.");

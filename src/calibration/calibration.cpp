@@ -5,6 +5,7 @@
 
 #include "input_check.hpp"
 #include "one_fit.hpp"
+#include "pedestal_knowledge.hpp"
 #include "trouble_test.hpp"
 
 namespace calibration {
@@ -20,10 +21,11 @@ constexpr double pedestal_limit = 13;   // chi-square of four pedestals: 1e-2 by
 constexpr double worth_it = 0.85;
 // A slope of the current this far beyond what a steady current may have is none: chi-square of two.
 constexpr double slope_limit = 13;
-// Knowledge of the pedestals is a promise. Gains with open pedestals may be this far off, so many
-// standard deviations included, for the data to hold it to account.
-constexpr double checked_to = 2.5e-3;
-constexpr double checked_sigmas = 1.5;
+// Knowledge of the pedestals is a promise, and gains may hang on it. They must stay right when it is
+// wrong by this factor: within so much, and so many standard deviations.
+constexpr double withstood = 3;
+constexpr double right_within = 2e-3;
+constexpr double right_sigmas = 1.5;
 constexpr double noise_sigmas = 2.5;
 constexpr double free_sigmas = 2;
 constexpr double witness_to = 2e-3;
@@ -51,30 +53,6 @@ constexpr double least_bent = 3e-4, bent_hurts = 1e-3;
 constexpr double set_pedestal_limit = 3;
 // A button off by a tolerance dx along the wall of a pipe of radius R: 1.1 dx/R of its gain ratio.
 constexpr double mechanical_factor = 1.1;
-
-// W was fitted with a wide prior, so its pedestals are nearly the data's own word; sigma_p is the
-// spread that honest knowledge of them leaves.
-// p' (C + sigma_p^2)^-1 p of the four pedestals, by elimination.
-double pedestal_chi_square(const fit_result& wide, double sigma_p) {
-  std::array<std::array<double, 5>, 4> a{};
-  for (int k = 1; k <= 4; ++k) {
-    auto& row = a[static_cast<std::size_t>(k - 1)];
-    for (int m = 1; m <= 4; ++m) {
-      row[static_cast<std::size_t>(m - 1)] = wide.pedestal_covariance(k, m);
-    }
-    row[static_cast<std::size_t>(k - 1)] += sigma_p * sigma_p;
-    row[4] = wide.pedestal(k);
-  }
-  double chi_square = 0;
-  for (std::size_t i = 0; i < 4; ++i) {  // positive definite: no pivots
-    chi_square += a[i][4] * a[i][4] / a[i][i];
-    for (std::size_t j = i + 1; j < 4; ++j) {
-      const double part = a[j][i] / a[i][i];
-      for (std::size_t k = i; k < 5; ++k) a[j][k] -= part * a[i][k];
-    }
-  }
-  return chi_square;
-}
 
 bool moves_in_time(const trouble_size& t) {
   return t.kind == trouble_kind::drift || t.kind == trouble_kind::bend ||
@@ -128,11 +106,22 @@ double distance(const fit_result& a, const fit_result& b) {
   return most;
 }
 
-// Whether the data could contradict wrong knowledge of the pedestals: they can where gains that owe
-// it nothing are good enough, and near.
-bool can_check_pedestals(const record& r) {
-  return has_pedestals(r) &&
-         distance(r.wide, chosen_fit(r)) + checked_sigmas * r.wide.E_noise <= checked_to;
+// Whether the gains are right even if the pedestals are some times what is said to be known of them:
+// seen from a fit that believes so, how far may the chosen gains be from the truth?
+bool withstands_pedestals(const bpm_run& run, const record& r) {
+  const bool open = has_pedestals(r);
+  const double prior = open ? pedestals_left_in : run.sigma_p;
+  const double other = std::min(withstood * run.sigma_p, std::max(prior, pedestals_left_in));
+  const ratios_under under = with_prior(open ? r.wide : r.free, prior, other);
+  const fit_result& fit = chosen_fit(r);
+  double apart = 0, variance = 0;  // means of three ratios
+  for (int k = 2; k <= 4; ++k) {
+    const auto i = static_cast<std::size_t>(k - 2);
+    const double shift = under.value[i] - std::log(fit.t(k) / fit.t(1));
+    apart += shift * shift / 3;
+    variance += under.variance[i] / 3;
+  }
+  return std::sqrt(apart) + right_sigmas * std::sqrt(variance) <= right_within;
 }
 
 // Mean sixth power of the places' distance from the axis, in parts of where difference over sum
@@ -228,7 +217,10 @@ verdict_reason find_reason(const bpm_run& run, const record& r, double E) {
     return verdict_reason::pedestals_not_known;
   }
   if (E > determined_to) return verdict_reason::error_large;
-  if (!can_check_pedestals(r)) return verdict_reason::pedestals_not_checked;
+  // Gains that trust in no steady current must lie near as well, however little they know.
+  if (!withstands_pedestals(run, r) || (r.free.converged && distance(r.free, fit) > right_within)) {
+    return verdict_reason::pedestals_not_checked;
+  }
   return verdict_reason::none;
 }
 

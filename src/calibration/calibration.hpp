@@ -22,14 +22,15 @@
 // and higher orders that do not matter. l is a current that follows the position. Each allowance
 // has a prior, and so has each pedestal; the error E contains what they leave undecided.
 //
-// | in reading order    | what it holds                                                       |
-// |---------------------|---------------------------------------------------------------------|
-// | calibration.cpp     | the whole rule: three fits, the choice between them, the verdict     |
-// | input_check.cpp     | what is wrong with readings before anything is fitted                |
-// | one_fit.hpp         | one fit of all unknowns                                              |
-// | trouble_test.hpp    | what the readings would like the model to have                       |
-// | orbit_block.hpp     | orbits in columns: model, directions u and v, rows for the sums      |
-// | normal_system.hpp   | the normal equations and their solution                              |
+// | in reading order       | what it holds                                                    |
+// |------------------------|------------------------------------------------------------------|
+// | calibration.cpp        | the whole rule: three fits, the choice between them, the verdict  |
+// | input_check.cpp        | what is wrong with readings before anything is fitted             |
+// | one_fit.hpp            | one fit of all unknowns                                           |
+// | pedestal_knowledge.hpp | a fit when other things are believed of the pedestals             |
+// | trouble_test.hpp       | what the readings would like the model to have                    |
+// | orbit_block.hpp        | orbits in columns: model, directions u and v, rows for the sums   |
+// | normal_system.hpp      | the normal equations and their solution                           |
 //
 // Buttons 1..4 are BI, BO, TI, TO. A button gain t is what the button makes of the signal
 // (signal = t x beam); the gains of a fit elsewhere in the program, by which signals are
@@ -102,7 +103,7 @@ enum class verdict_reason {
   pedestals_not_known,   ///< sigma_p of 1e-2 or more
   stand_in_table,        ///< the table is not this chamber's
   error_large,           ///< E above 1e-3
-  pedestals_not_checked  ///< the data could not contradict wrong knowledge of the pedestals
+  pedestals_not_checked  ///< pedestals three times those said to be known might spoil the gains
 };
 
 /// Which of the fits the gains are from.
@@ -124,12 +125,13 @@ struct fit_result {
   double E_noise = 0;      ///< the same of noise_covariance [-]
   buttons pedestal{};
   button_square pedestal_covariance{};
-  double noise = 0;         ///< rms of one reading
-  double noise_v = 0;       ///< rms of the v-residuals; 0 when free
-  double jitter = 0;        ///< rms of the intensity about its smooth course; 0 when free
-  double chi_square = 0;    ///< u-residuals over the noise, squared and summed [-]
-  double chi_square_v = 0;  ///< the same of the v-residuals over theirs; 0 when free
-  double persistence = 0;   ///< autocorrelation of the v-residuals from orbit to orbit, -1..1
+  button_square shared_covariance{};  ///< of ln t (first) with the pedestals (second)
+  double noise = 0;                   ///< rms of one reading
+  double noise_v = 0;                 ///< rms of the v-residuals; 0 when free
+  double jitter = 0;                  ///< rms of the intensity about its smooth course; 0 when free
+  double chi_square = 0;              ///< u-residuals over the noise, squared and summed [-]
+  double chi_square_v = 0;            ///< the same of the v-residuals over theirs; 0 when free
+  double persistence = 0;  ///< autocorrelation of the v-residuals from orbit to orbit, -1..1
   std::array<double, n_harmonics> h{};  ///< allowances for the chamber, in the order above [-]
   std::array<double, 2> l{};            ///< current that follows the position [-]
   int orbits = 0;                       ///< that took part

@@ -190,6 +190,18 @@ button_square log_covariance(const common_matrix& of) {
   return c;
 }
 
+// The same with the pedestals.
+button_square covariance_with_pedestals(const common_matrix& of) {
+  button_square c{};
+  for (int m = 1; m <= 4; ++m) {
+    const auto p = first_p + static_cast<std::size_t>(m - 1);
+    const std::array<double, n_z> column{of[0][p], of[1][p], of[2][p]};
+    const std::array<double, 4> along = log_gains(column.data());
+    for (int k = 1; k <= 4; ++k) c(k, m) = along[static_cast<std::size_t>(k - 1)];
+  }
+  return c;
+}
+
 double ratio_error(const button_square& c) {
   double most = 0;
   // Ratios to button 1, as the tables give them: the covariance between the two enters with a
@@ -249,6 +261,7 @@ void fill_result(const fit_state& state, const solution& s, const totals& sum, f
     }
   }
   result.covariance = log_covariance(s.covariance);
+  result.shared_covariance = covariance_with_pedestals(s.covariance);
   result.noise_covariance = log_covariance(noise_covariance(s));
   result.E_noise = ratio_error(result.noise_covariance);
   const double* const value = state.at.value.data();

@@ -3,9 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <thread>
+#include <tuple>
+#include <utility>
 
 #include "cell_kernel.hpp"
+#include "pedestal_knowledge.hpp"
 #include "round_pipe.hpp"
 
 namespace {
@@ -242,10 +246,42 @@ TEST(calibration, readings_are_asked_for_what_the_model_lacks) {
   }
 }
 
-// Noise that hides pedestals of a thousandth: their knowledge is a promise that nothing checks.
-TEST(calibration, knowledge_that_the_data_cannot_check_is_at_most_weak) {
-  EXPECT_EQ(calibrate(as_run(make({.spread = 1e-3}, 12))).verdict.reason,
-            verdict_reason::pedestals_not_checked);
+// The same gains and errors as a fit that was made with the other prior: W as T2, and T1 with less
+// knowledge than it had.
+TEST(pedestal_knowledge, stands_for_another_fit) {
+  const made_run made = make({.pedestal = 5e-4}, 12);
+  auto run = as_run(made);
+  run.sigma_p = 3e-4;
+  const record narrow = calibrate(run);
+  run.sigma_p = 1e-3;
+  const record wider = calibrate(run);
+  for (const auto& [from, prior, other, to] :
+       {std::tuple{&narrow.wide, calibration::pedestals_left_in, 3e-4, &narrow.steady},
+        {&narrow.free, 3e-4, 1e-3, &wider.free}}) {
+    const auto under = calibration::with_prior(*from, prior, other);
+    for (int k = 2; k <= 4; ++k) {
+      const auto i = static_cast<std::size_t>(k - 2);
+      const auto& c = to->covariance;
+      const double variance = c(k, k) + c(1, 1) - 2 * c(k, 1);
+      EXPECT_NEAR(under.value[i], std::log(to->t(k) / to->t(1)), 0.1 * std::sqrt(variance)) << k;
+      EXPECT_NEAR(under.variance[i], variance, 0.1 * variance) << k;
+    }
+    EXPECT_GT(std::abs(under.value[0] - std::log(from->t(2) / from->t(1))), 1e-5) << "no change";
+  }
+}
+
+// Gains that hang on the pedestals, in data that could not tell three times as much: what is said of
+// the pedestals decides.
+TEST(calibration, gains_that_wrong_pedestals_would_spoil_are_at_most_weak) {
+  const made_run made = make({.orbits = 1000, .x = 5e-3, .y = 3e-3, .spread = 1.5e-3}, 12);
+  auto run = as_run(made);
+  for (const auto& [sigma_p, reason] :
+       {std::pair{3e-4, verdict_reason::pedestals_not_checked}, {5e-5, verdict_reason::none}}) {
+    run.sigma_p = sigma_p;
+    const record r = calibrate(run);
+    EXPECT_EQ(r.verdict.reason, reason) << sigma_p << " " << text_of(r.verdict);
+    EXPECT_LT(r.verdict.E, 1e-3) << sigma_p;
+  }
 }
 
 // Near the axis all chambers look alike, to 4e-4 of a gain.

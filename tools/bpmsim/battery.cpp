@@ -156,10 +156,6 @@ kind_result run_kind(const battery_kind& kind, std::size_t ix_kind, const batter
     const double error = rms_of(judged.calibration);
     ++result.words.at(static_cast<std::size_t>(verdict.word));
     ++result.fits_words.at(static_cast<std::size_t>(of_fits.word));
-    if (judged.record.wide.orbits > 0 && judged.record.wide.E_noise <= reach) {
-      ++result.in_reach;
-      if (!determined) ++result.lost_in_reach;
-    }
     if (!determined) ++reasons[text_of(verdict)];
     // The one count that must be 0: a word too careful costs a run, a word too bold a machine.
     if (determined && error > false_above) ++result.wrong;

@@ -64,8 +64,6 @@ struct kind_result {
   double E = 0;                     // rms of the calibration's own figure
   int wrong = 0;                    // determined with an error above 2e-3
   int fits_wrong = 0;               // the same of the four fits
-  int in_reach = 0;                 // whose data could contradict wrong pedestals
-  int lost_in_reach = 0;            // of which not determined
   std::string usual_reason;         // of the verdicts that are not determined: the most frequent
   double pull_squares = 0, pull_sum = 0;  // over the ratios of all BPMs
   int pulls = 0;
@@ -73,10 +71,6 @@ struct kind_result {
 
 /// An error above this, called determined, is a false word [-].
 inline constexpr double false_above = 2e-3;
-
-/// A run can contradict wrong knowledge of its pedestals when gains that owe it nothing have a noise
-/// below this: twice it is a false word. The figure is that of the fit with open pedestals [-].
-inline constexpr double reach = 1e-3;
 
 /// What a BPM of a kind reads.
 struct battery_run {

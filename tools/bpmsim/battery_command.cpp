@@ -18,9 +18,8 @@ using namespace options;
 struct totals {
   int kinds = 0, bpms = 0;
   int wrong = 0, fits_wrong = 0, fits_determined = 0;
-  int sound = 0, lost = 0;  // BPMs of sound kinds, and those of them that are not determined
-  int in_reach = 0, lost_in_reach = 0;    // the same of those that could contradict wrong pedestals
-  int blind = 0, blind_wrong = 0;         // of kinds that no data can tell
+  int sound = 0, lost = 0;         // BPMs of sound kinds, and those of them that are not determined
+  int blind = 0, blind_wrong = 0;  // of kinds that no data can tell
   double pull_squares = 0, pull_sum = 0;  // of the kind whose allowances are drawn
   int pulls = 0;
 };
@@ -39,8 +38,6 @@ void add_to(totals& sum, const sim::battery_kind& kind, const sim::kind_result& 
   if (kind.sound) {
     sum.sound += bpms;
     sum.lost += bpms - r.words[0];
-    sum.in_reach += r.in_reach;
-    sum.lost_in_reach += r.lost_in_reach;
   }
   // Elsewhere the pulls mean nothing: a trouble is no draw from the priors, and none at all is
   // less.
@@ -86,11 +83,6 @@ int run_battery(const sim::battery_setup& s) {
   if (sum.sound > 0) {
     util::print_line(fmt::format("sound runs not called determined: {} of {}, {:.1f} %", sum.lost,
                                  sum.sound, 100.0 * sum.lost / sum.sound));
-  }
-  if (sum.in_reach > 0) {
-    util::print_line(
-        fmt::format("of those whose data can contradict wrong pedestals: {} of {}, {:.1f} %",
-                    sum.lost_in_reach, sum.in_reach, 100.0 * sum.lost_in_reach / sum.in_reach));
   }
   if (sum.blind > 0) {
     util::print_line(fmt::format("beside them, kinds that no data can tell: {} of {} wrong",

@@ -73,7 +73,7 @@ std::string figures_of(const calibration::record& r) {
     text += " of the signal";
   }
   if (r.verdict.reason == verdict_reason::gains_change) {
-    text += fmt::format("; its halves differ by {:.2g}", r.moved_gains);
+    text += fmt::format("; its gains move by {:.2g}", r.moved_gains);
   }
   if (r.fits_verdict && std::isfinite(r.fits_differ)) {
     text += fmt::format("; the four fits are off by {:.2g}: {}", r.fits_differ,

@@ -42,11 +42,7 @@ nonlin_bpm_mod::calib_struct properties_of(const bpm_properties& bpm) {
   return calib;
 }
 
-position fitted(const nonlin_bpm_mod::table_struct& t, const nonlin_bpm_mod::calib_struct& calib,
-                const signals& reading) {
-  nonlin_bpm_mod::position x{};
-  double chi_square = 0;
-  nonlin_bpm_mod::fit_position(t, calib, {reading}, x, chi_square);
+position public_position(const nonlin_bpm_mod::position& x, double chi_square) {
   // A failure is told as the negative of its number.
   if (chi_square < 0) {
     // The faults of the face are numbered as the failures of the rooms.
@@ -128,7 +124,7 @@ table table_of(const chamber& c, const progress& tell) {
 }
 
 position find_position(const table& t, const signals& reading, const bpm_properties& bpm) {
-  return fitted(contents_of(t, "table").table, properties_of(bpm), reading);
+  return find_positions(t, {&reading, 1}, bpm).front();
 }
 
 std::vector<position> find_positions(const table& t, std::span<const signals> readings,
@@ -138,7 +134,17 @@ std::vector<position> find_positions(const table& t, std::span<const signals> re
   const auto calib = properties_of(bpm);
   std::vector<position> found;
   found.reserve(readings.size());
-  for (const signals& reading : readings) found.push_back(fitted(contents, calib, reading));
+  constexpr std::size_t most = 256;  // readings of a portion: what they need stays near
+  std::array<nonlin_bpm_mod::button_signals, most> but{};
+  std::array<nonlin_bpm_mod::position, most> x{};
+  std::array<double, most> chi_square{};
+  while (found.size() < readings.size()) {
+    const std::size_t n = std::min(most, readings.size() - found.size());
+    for (std::size_t i = 0; i < n; ++i) but[i].item = readings[found.size() + i];
+    nonlin_bpm_mod::fit_positions(contents, calib, std::span(but).first(n), std::span(x).first(n),
+                                  std::span(chi_square).first(n));
+    for (std::size_t i = 0; i < n; ++i) found.push_back(public_position(x[i], chi_square[i]));
+  }
   return found;
 }
 

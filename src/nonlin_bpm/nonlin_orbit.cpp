@@ -1,5 +1,8 @@
 // The entry of the position conversion, with what it keeps per BPM: offsets and table choice.
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <span>
 
 #include "list_io.hpp"
 #include "nonlin_bpm_mod.hpp"
@@ -12,22 +15,29 @@ namespace {
 constexpr double smallest_signal{1e-10F};  // far below one count: no signal at all
 constexpr double rough_pi{3.14159F};
 
-void convert(int bpm_index, const button_signals& but, position& x, double& chisq) {
-  // All four, a button marked as bad too: kept for compatibility.
-  for (const double signal : but.item) {
-    if (!(signal >= smallest_signal)) {  // also true of a NaN
-      x.fill(0);
-      return;
-    }
-  }
-  const button_signals copy = but;
-  nonlin_bpm_minimize(bpm_index, copy, x, chisq);
+// All four, a button marked as bad too: kept for compatibility. Also false of a NaN.
+bool has_signals(const button_signals& but) {
+  return std::all_of(but.item.begin(), but.item.end(),
+                     [](double signal) { return signal >= smallest_signal; });
+}
+
+void move_to_real(int bpm_index, position& x) {
   if (nonlin_bpm_use_rotation) nonlin_bpm_real_coords(bpm_index, x);
   // Also from the zeros of a failed fit: kept for compatibility; chisq tells which it is.
   if (nonlin_bpm_use_offsets) {
     x(1) -= bpm_calib(bpm_index).offset(1);
     x(2) -= bpm_calib(bpm_index).offset(2);
   }
+}
+
+void convert(int bpm_index, const button_signals& but, position& x, double& chisq) {
+  if (!has_signals(but)) {
+    x.fill(0);
+    return;
+  }
+  const button_signals copy = but;
+  nonlin_bpm_minimize(bpm_index, copy, x, chisq);
+  move_to_real(bpm_index, x);
 }
 
 }  // namespace
@@ -55,6 +65,36 @@ void nonlin_orbit(int bpm_index, const button_signals& but, position& x, double&
     default:
       // 0 and numbers below -4 go on too: the bounds of bpm_calib stop them.
       convert(bpm_index, but, x, chisq);
+  }
+}
+
+void nonlin_orbits(int bpm_index, std::span<const button_signals> but, std::span<position> x) {
+  if (nonlin_bpm_first_call) nonlin_bpm_init();
+  // What is no BPM is told, or done, once a reading.
+  const bool is_bpm = bpm_index <= max_bpm && (bpm_index >= 0 || bpm_index < -4);
+  constexpr std::size_t most = 256;  // readings of a portion: what they need stays near
+  std::array<button_signals, most> good{};
+  std::array<std::size_t, most> place{};
+  std::array<position, most> found{};
+  std::array<double, most> chisq{};
+  for (std::size_t next = 0; next < but.size();) {
+    std::size_t n = 0;
+    for (; next < but.size() && n < most; ++next) {
+      if (is_bpm && has_signals(but[next])) {
+        good[n] = but[next];
+        place[n++] = next;
+      } else {
+        nonlin_orbit(bpm_index, but[next], x[next], chisq[n]);
+      }
+    }
+    if (n == 0) continue;
+    nonlin_bpm_set_pointers(bpm_index);
+    fit_positions(*func_bpm, bpm_calib(bpm_index), std::span(good).first(n),
+                  std::span(found).first(n), std::span(chisq).first(n));
+    for (std::size_t i = 0; i < n; ++i) {
+      move_to_real(bpm_index, found[i]);
+      x[place[i]] = found[i];
+    }
   }
 }
 

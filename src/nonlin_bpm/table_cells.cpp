@@ -151,11 +151,11 @@ void scale_signals(table_struct& table, double factor) {
 
 // Linear answer and loudest buttons of a usable node.
 void fill_response(grid_struct& node) {
-  const four &dx = node.b.dphi_dx.v, &dy = node.b.dphi_dy.v, &phi = node.b.phi.v;
-  const std::array<const four*, 3> column{&dx, &dy, &phi};
+  const four& phi = node.b.phi.v;
+  const std::array<const lanes*, 3> column{&node.b.dphi_dx, &node.b.dphi_dy, &node.b.phi};
   auto& response = node.response_mat.item;
   for (std::size_t j = 0; j < 3; ++j) {
-    const four& b = *column[j];
+    const four& b = column[j]->v;
     response[j] = b[1] + b[3] - b[0] - b[2];
     response[3 + j] = b[2] + b[3] - b[0] - b[1];
     response[6 + j] = b[0] + b[1] + b[2] + b[3];
@@ -198,14 +198,15 @@ std::vector<std::array<int, 2>> start_nodes(const table_nodes& nodes) {
 }
 
 // Direction cosines of the signals at the start nodes, with all buttons and with one left out: what
-// is left is then scaled to unit length. The copies that fill the last group can only tie with
+// is left is then scaled to unit length. The copies that fill the last groups can only tie with
 // their node, and the first of equals is taken.
 void fill_cosines(table_struct& table) {
   constexpr std::size_t size = start_group::size;
   const std::size_t n = table.start.size();
   for (std::size_t bad = 0; bad < table.cosines.size(); ++bad) {
     auto& groups = table.cosines[bad];
-    groups.resize((n + size - 1) / size);
+    constexpr std::size_t nodes = size * start_group::abreast;
+    groups.resize((n + nodes - 1) / nodes * start_group::abreast);
     for (std::size_t i = 0; i < groups.size() * size; ++i) {
       const auto [ix, iy] = table.start[std::min(i, n - 1)];
       four phi = table.grid(ix, iy).b.phi.v;
@@ -213,9 +214,7 @@ void fill_cosines(table_struct& table) {
       double size2 = 0;
       for (int k = 0; k < 4; ++k) size2 += phi[k] * phi[k];
       for (std::size_t k = 0; k < 4; ++k) {
-        auto& [low, high] = groups[i / size].f[k];
-        four_floats& half = i % size < 4 ? low : high;
-        half[i % 4] = static_cast<float>(phi[k] / std::sqrt(size2));
+        groups[i / size].f[k].v[i % size] = static_cast<float>(phi[k] / std::sqrt(size2));
       }
     }
   }

@@ -1,4 +1,6 @@
 // The position fit on the chambers that come with the simulator, with signals of the solved walls.
+#include "position_fit.hpp"
+
 #include <cmath>
 #include <map>
 #include <random>
@@ -180,6 +182,46 @@ TEST(position_fit, ends_where_the_gradient_vanishes) {
     EXPECT_NEAR(gx, 0, 1e-5);
     EXPECT_NEAR(gy, 0, 1e-5);
     EXPECT_NEAR(gs, 0, 1e-12);
+  }
+}
+
+// Readings good and bad, in portions of every length: each as if it were alone, and with two lanes as
+// with four.
+TEST(position_fit, of_many_is_that_of_each) {
+  const chamber_case& c = arc();
+  std::vector<button_signals> but;
+  for (const point z : random_places(c, 400)) but.push_back(signals_of(c, z));
+  but[3].fill(0);
+  but[8](2) = std::nan("");
+  but[9](1) = 1e6;  // no beam inside gives this
+  but[17](3) = -1;
+  calib_struct calib;
+  calib.coeff = {{1, 1.02, 0.99, 1.01}};
+  for (const int bad : {0, 3}) {
+    calib.ix_bad_button = bad;
+    std::vector<position> x(but.size()), narrow_x(but.size());
+    std::vector<double> chi2(but.size()), narrow_chi2(but.size());
+    std::size_t next = 0;
+    for (std::size_t n = 1; next < but.size(); ++n) {
+      const std::size_t some = std::min(n, but.size() - next);
+      fit_positions(*c.table, calib, std::span(but).subspan(next, some),
+                    std::span(x).subspan(next, some), std::span(chi2).subspan(next, some));
+      next += some;
+    }
+    fit_positions_narrow(*c.table, calib, but, narrow_x, narrow_chi2);
+    int failed = 0;
+    for (std::size_t i = 0; i < but.size(); ++i) {
+      position alone{};
+      double chi2_alone = 0;
+      fit_position(*c.table, calib, but[i], alone, chi2_alone);
+      EXPECT_EQ(x[i].item, alone.item) << i;
+      EXPECT_EQ(chi2[i], chi2_alone) << i;
+      EXPECT_EQ(narrow_x[i].item, alone.item) << i;
+      EXPECT_EQ(narrow_chi2[i], chi2_alone) << i;
+      failed += chi2_alone < 0 ? 1 : 0;
+    }
+    EXPECT_GE(failed, 2);
+    EXPECT_LT(failed, 40);
   }
 }
 

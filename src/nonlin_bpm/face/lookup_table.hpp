@@ -11,8 +11,9 @@
 
 namespace nonlin_bpm_mod {
 
-/// Four doubles, one per button, that one instruction handles together.
-using four [[gnu::vector_size(32)]] = double;
+/// Four doubles, one per button, that one instruction handles together. The alignment is written out:
+/// left alone it would be 16 in most of the program and 32 where four lanes are used.
+using four [[gnu::vector_size(32), gnu::aligned(32)]] = double;
 struct lanes {
   four v{};  ///< buttons 1..4 at [0]..[3]
 };
@@ -71,15 +72,17 @@ struct node_grid {
   }
 };
 
-/// Direction cosines of phi at eight start nodes, by button: [k][i / 4][i % 4]. Single precision is
-/// plenty to choose a start; four of them are what every processor compares at once.
-using four_floats [[gnu::vector_size(16)]] = float;
+/// Direction cosines of phi at eight start nodes, by button: [k][i]. Single precision is plenty to
+/// choose a start; eight of them are what a wide processor compares at once.
+using eight_floats [[gnu::vector_size(32), gnu::aligned(32)]] = float;
 struct start_group {
   static constexpr std::size_t size = 8;
-  struct button_cosines {
-    four_floats low{}, high{};
+  static constexpr std::size_t abreast =
+      4;  ///< groups come in fours: so many are looked at at once
+  struct cosines {
+    eight_floats v{};
   };
-  std::array<button_cosines, 4> f{};
+  std::array<cosines, 4> f{};
 };
 
 struct table_struct {

@@ -21,6 +21,7 @@
 // | calib_files, word_file      | the files of single BPMs; lines of words with comments         |
 // | linear_algebra              | the only door to LAPACK                                        |
 #pragma once
+#include <span>
 #include <vector>
 
 #include "bounded.hpp"
@@ -64,6 +65,11 @@ inline util::bounded<calib_struct, 1, max_bpm, "bpm_calib"> bpm_calib{};
 ///          as they were. Any other number outside 1..120 ends the run (bounds of bpm_calib).
 /// note     a failed fit gives zeros before the offsets are taken away: look at chisq, not at x
 void nonlin_orbit(int bpm_index, const button_signals& but, position& x, double& chisq);
+
+/// The same for many readings of one BPM, without their chisq; faster together.
+/// given    but, x  of one length
+/// note     what nonlin_orbit prints or does for each reading is printed or done for each
+void nonlin_orbits(int bpm_index, std::span<const button_signals> but, std::span<position> x);
 
 /// Reads all files below $KOVR_ONLINE/machine_data/meas/orbit/: three tables, coefficients, bad
 /// buttons (folder nonlin_bpm), and the offsets.
@@ -113,6 +119,12 @@ void nonlin_bpm_minimize(int i_bpm, const button_signals& but_in, position& x, d
 /// note     safe on several threads
 void fit_position(const table_struct& table, const calib_struct& calib,
                   const button_signals& but_in, position& x, double& chi2_out);
+
+/// The same for many readings of one BPM, each as if it were alone; twice as fast together.
+/// given    but_in, x, chi2_out  of one length
+void fit_positions(const table_struct& table, const calib_struct& calib,
+                   std::span<const button_signals> but_in, std::span<position> x,
+                   std::span<double> chi2_out);
 
 /// Bisection: j with table(j) <= value < table(j+1); 0 below the first entry and for a NaN, the
 /// number of entries from the last one on.

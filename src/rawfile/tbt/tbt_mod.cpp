@@ -131,16 +131,18 @@ void take_button(tbt_bpm_struct& bpm, int i, readings raw, std::int32_t but_corr
   }
 }
 
+// What fails is not told: a reading without position is at the offsets' place.
 void find_positions(tbt_bpm_struct& bpm, int index) {
-  for (tbt_turn_position_struct& turn : bpm.turn) {
-    nonlin_bpm_mod::button_signals but{};
+  std::vector<nonlin_bpm_mod::button_signals> but(bpm.turn.size());
+  for (std::size_t turn = 0; turn < but.size(); ++turn) {
     // Pulses of either sign: a position takes their sizes.
-    for (int i = 1; i <= 4; ++i) but(i) = std::abs(turn.button(i));
-    nonlin_bpm_mod::position x{};
-    double chisq = 0;  // not kept: a reading without position is at the offsets' place
-    nonlin_bpm_mod::nonlin_orbit(index, but, x, chisq);
-    turn.x = x(1);
-    turn.y = x(2);
+    for (int i = 1; i <= 4; ++i) but[turn](i) = std::abs(bpm.turn[turn].button(i));
+  }
+  std::vector<nonlin_bpm_mod::position> x(but.size());
+  nonlin_bpm_mod::nonlin_orbits(index, but, x);
+  for (std::size_t turn = 0; turn < but.size(); ++turn) {
+    bpm.turn[turn].x = x[turn](1);
+    bpm.turn[turn].y = x[turn](2);
   }
 }
 

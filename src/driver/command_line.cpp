@@ -31,7 +31,8 @@ constexpr const char* about =
     "\n"
     "The environment variable KOVR_ONLINE names the root of the facility's data tree.\n"
     "\n"
-    "butngain compare RUN RUN... compares the gains of earlier runs: butngain compare --help\n";
+    "butngain compare RUN RUN... compares the gains of earlier runs: butngain compare --help\n"
+    "butngain fit FILE --chamber CHAMBER fits columns of any ring: butngain fit --help\n";
 
 constexpr const char* answers_group = "Answers given beforehand";
 
@@ -80,12 +81,6 @@ std::string quoted(const std::string& word) {
   return text + "'";
 }
 
-std::string command_of(const std::vector<std::string>& arguments) {
-  std::string line = "butngain";
-  for (const std::string& word : arguments) line += " " + quoted(word);
-  return line;
-}
-
 // A record says all that the command line of its run said. Only where the results go is chosen anew.
 void refuse_beside_repeat(const CLI::App& app) {
   for (const CLI::Option* option : app.get_options()) {
@@ -106,6 +101,11 @@ session_options options_of_record(const session_options& asked) {
     util::stop_program(usage_error);
   }
   const std::vector<std::string> recorded = record->info.arguments;
+  // A dialog is repeated; of the subcommand the command is all that it was.
+  if (!recorded.empty() && recorded.front() == "fit") {
+    refuse("--repeat: " + asked.repeat + " is of a run without a dialog; its command was \"" +
+           record->info.command + "\"");
+  }
   // Its own --repeat would lead on to another record; ours hold none.
   if (std::any_of(recorded.begin(), recorded.end(),
                   [](const std::string& word) { return word.starts_with("--repeat"); })) {
@@ -166,6 +166,12 @@ session_options parse(const std::vector<std::string>& arguments) {
 }
 
 }  // namespace
+
+std::string command_of(const std::vector<std::string>& arguments) {
+  std::string line = "butngain";
+  for (const std::string& word : arguments) line += " " + quoted(word);
+  return line;
+}
 
 session_options read_command_line(int count, const char* const* arguments) {
   return parse({arguments + 1, arguments + count});

@@ -24,6 +24,10 @@ struct session_options {
   std::optional<report::run_info> repeated;  ///< what it says
 };
 
+/// The words of a call as a line that a shell splits into them again.
+/// given    arguments  without the program's name
+std::string command_of(const std::vector<std::string>& arguments);
+
 /// Returns when the session is to begin; otherwise the process ends: --help and --version print
 /// and end with status 0, anything else is told on standard error and ends with status 2.
 session_options read_command_line(int count, const char* const* arguments);

@@ -39,10 +39,15 @@ date_and_time local_now() {
   return {date.data(), std::string{time.data()} + "." + fraction};
 }
 
+std::string name_of(const date_and_time& now) { return now.date + "_" + now.time.substr(0, 6); }
+
 }  // namespace
 
+std::string run_directory_name() { return name_of(local_now()); }
+
 void create_output_directory(util::fixed_text<16>& directory) {
-  const auto [date, time] = local_now();
+  const date_and_time now = local_now();
+  const auto& [date, time] = now;
 
   // The field of the text " time = " is one column wide and keeps only its blank.
   std::string line;
@@ -52,7 +57,7 @@ void create_output_directory(util::fixed_text<16>& directory) {
   util::put_text(line, util::fixed_text<16>{time}.all().substr(0, 10), 10);
   util::print_line(line);
 
-  const std::string name = date + "_" + time.substr(0, 6);
+  const std::string name = name_of(now);
   directory = name;
   // The name is told as it is, wherever it lies: readers of transcripts know its form.
   const std::string path = util::output_path(name);

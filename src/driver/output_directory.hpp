@@ -1,8 +1,13 @@
 // The directory of one run, named from the local date and time at which it started.
 #pragma once
+#include <string>
+
 #include "text.hpp"
 
 namespace driver {
+
+/// The name of a run's directory that begins now: CCYYMMDD_hhmmss, local time.
+std::string run_directory_name();
 
 /// Makes the run's output directory where outputs go: the working directory, or that of --output.
 ///

@@ -75,60 +75,74 @@ std::vector<report::listed_multiplier> listed_now() {
   return listed;
 }
 
-// Told and passed on: one file that fails must not cost the others.
-void tell(session_state& s, const util::status& fault) {
-  if (!fault) return;
-  s.exit_status = 1;
-  util::tell_line("cannot write " + util::line_of(*fault));
+// Told and passed on: one file that fails must not cost the others. Returns whether all went well.
+bool tell(const util::status& fault) {
+  if (fault) util::tell_line("cannot write " + util::line_of(*fault));
+  return !fault;
 }
 
 // The pictures; the lines of those that could not be written.
-std::string draw_pictures(const session_state& s, const std::string& folder) {
+std::string draw_pictures(const report::run_results& results, const std::string& pdf,
+                          const std::string& folder) {
   std::string lines;
   const auto note = [&lines](const util::status& fault) {
     if (fault) lines += util::line_of(*fault) + "\n";
   };
-  note(report::write_report_html(folder + "report.html", s.results));
-  note(report::write_gains_png(folder + "gains.png", s.results));
-  if (s.pdf.empty()) return lines;
-  const auto size = s.pdf == "letter" ? report::paper::letter : report::paper::a4;
-  note(report::write_gains_pdf(folder + "gains.pdf", s.results, size));
+  note(report::write_report_html(folder + "report.html", results));
+  note(report::write_gains_png(folder + "gains.png", results));
+  if (pdf.empty()) return lines;
+  const auto size = pdf == "letter" ? report::paper::letter : report::paper::a4;
+  note(report::write_gains_pdf(folder + "gains.pdf", results, size));
   return lines;
 }
 
 // In a process of its own: the numbers are written, whatever becomes of the pictures.
-void write_report(session_state& s, const std::string& folder) {
+bool write_report(const report::run_results& results, const std::string& pdf,
+                  const std::string& folder) {
   util::apart work;
-  if (util::begin_apart(work)) util::end_apart(work, draw_pictures(s, folder));
+  if (util::begin_apart(work)) util::end_apart(work, draw_pictures(results, pdf, folder));
   std::string lines = util::wait_apart(work);
+  const bool all_well = lines.empty();
   // How it ended, where it could not say which picture failed.
   if (!lines.empty() && lines.back() != '\n') lines.insert(0, "the pictures: ");
   while (!lines.empty()) {
     const std::size_t end = std::min(lines.find('\n'), lines.size());
-    s.exit_status = 1;
     util::tell_line("cannot write " + lines.substr(0, end));
     lines.erase(0, end + 1);
   }
+  return all_well;
 }
 
 }  // namespace
 
+bool write_run_files(const report::run_results& results, const std::string& about,
+                     const wanted_files& wanted) {
+  const std::string folder = results.info.directory + "/";
+  const auto& rows = results.bpm;
+  // What programs load comes before what people look at: a run that is killed here has its numbers.
+  bool all_well = tell(report::write_gains_csv(folder + "gains.csv", rows));
+  all_well &=
+      tell(util::write_whole_file(folder + "gains.load", report::gains_load_text(rows, about)));
+  if (!wanted.button_coeff.empty()) {
+    all_well &= tell(util::write_whole_file(folder + "button_coeff.dat", wanted.button_coeff));
+  }
+  if (wanted.orbits) {
+    all_well &= tell(report::write_orbits_csv(folder + "orbits.csv", rows));
+  }
+  all_well &= write_report(results, wanted.pdf, folder);
+  return all_well;
+}
+
 void write_results(session_state& s) {
-  // First: every file below is made of the same rows.
+  // First: every file is made of the same rows.
   add_rows_of_left_out(s);
   s.results.info.directory = util::output_path(std::string{s.directory.trimmed()});
   s.results.info.title = data_title(s);
-  const std::string folder = s.results.info.directory + "/";
-  const auto& rows = s.results.bpm;
-  // What programs load comes before what people look at: a run that is killed here has its numbers.
-  tell(s, report::write_gains_csv(folder + "gains.csv", rows));
-  tell(s, util::write_whole_file(folder + "gains.load", report::gains_load_text(rows, about(s))));
+  wanted_files wanted{.orbits = s.list_orbits, .pdf = s.pdf, .button_coeff = {}};
   if (s.list_coefficients) {
-    tell(s, util::write_whole_file(folder + "button_coeff.dat",
-                                   report::button_coeff_text(rows, listed_now(), about(s))));
+    wanted.button_coeff = report::button_coeff_text(s.results.bpm, listed_now(), about(s));
   }
-  if (s.list_orbits) tell(s, report::write_orbits_csv(folder + "orbits.csv", rows));
-  write_report(s, folder);
+  if (!write_run_files(s.results, about(s), wanted)) s.exit_status = 1;
 }
 
 }  // namespace driver

@@ -1,8 +1,25 @@
 // The files of a run beside the described ones: for programs, the control system and the report.
 #pragma once
+#include <string>
+
 #include "session_state.hpp"
 
 namespace driver {
+
+/// What is wanted beside the files that every run leaves.
+struct wanted_files {
+  bool orbits = false;       ///< orbits.csv
+  std::string pdf;           ///< "a4" or "letter": gains.pdf; empty: none
+  std::string button_coeff;  ///< the content of button_coeff.dat; empty: none
+};
+
+/// Writes gains.csv, gains.load, report.html and gains.png, and what else is wanted, into the run's
+/// directory (info.directory).
+/// given    about  what the readings were, for who loads what came of them
+/// returns  whether all went well. A file that cannot be written is told in one line with its name;
+///          the others follow all the same
+bool write_run_files(const report::run_results& results, const std::string& about,
+                     const wanted_files& wanted);
 
 /// Completes the results with the BPMs that were not fitted, and writes gains.csv, gains.load,
 /// report.html and gains.png, and on request orbits.csv, button_coeff.dat and gains.pdf, into the

@@ -177,7 +177,8 @@ bool end_record(std::string_view how, int status) {
 
 }  // namespace
 
-void begin_record(report::run_results& results, const session_options& options) {
+void begin_record(report::run_results& results, const std::string& command,
+                  const std::vector<std::string>& arguments) {
   report::run_info& info = results.info;
   std::error_code none;
   if (!fs::is_directory(info.directory, none)) return;
@@ -185,8 +186,8 @@ void begin_record(report::run_results& results, const session_options& options) 
   info.build = build_of_program();
   info.host = host_name();
   info.working_directory = fs::current_path(none).string();
-  info.command = options.command;
-  info.arguments = options.arguments;
+  info.command = command;
+  info.arguments = arguments;
   info.started = now_in_iso_8601();
   info.site_paths = site_paths();
   kept_record& record = kept();
@@ -194,7 +195,6 @@ void begin_record(report::run_results& results, const session_options& options) 
   record.path = info.directory + "/run.json";
   // From here on every ending that the program makes itself comes past end_record, faults too.
   util::note_ending = end_record;
-  begin_stage("data");
 }
 
 void begin_stage(std::string_view name) {

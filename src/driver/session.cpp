@@ -178,7 +178,8 @@ int run_session(const session_options& options) {
   create_output_directory(s.directory);
   s.results.info.directory = util::output_path(std::string{s.directory.trimmed()});
   // Before the first question: a run that ends at one has its record too.
-  begin_record(s.results, options);
+  begin_record(s.results, options.command, options.arguments);
+  begin_stage("data");
   fit::expert = false;
 
   const char answer = util::ask_letter(" TBT data (T), Orbit data(O) or fake data (F) ? ");

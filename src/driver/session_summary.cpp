@@ -53,23 +53,14 @@ bool was_fitted(const session_state& s, int bpm) {
 }
 
 // ", 2 weak (12W, 13W)"; the names only of those that somebody must look at.
-std::string count_of(const session_state& s, calibration::verdict_word verdict, bool by_name) {
+std::string count_of(const report::run_results& results, report::verdict verdict, bool by_name) {
   std::vector<std::string> names;
-  for (const fitted_bpm& f : s.fitted) {
-    if (f.verdict == verdict) names.push_back(f.name);
+  for (const report::bpm_row& row : results.bpm) {
+    if (row.verdict == verdict) names.push_back(row.name);
   }
-  std::string text = fmt::format("{} {}", names.size(), calibration::text_of(verdict));
+  std::string text = fmt::format("{} {}", names.size(), report::text_of(verdict));
   if (by_name && !names.empty()) text += fmt::format(" ({})", fmt::join(names, ", "));
   return text;
-}
-
-std::string line_of_fitted(const session_state& s) {
-  if (s.fitted.empty()) return "no BPM fitted";
-  using word = calibration::verdict_word;
-  return fmt::format("{} BPM{} fitted: {}, {}, {}, {}", s.fitted.size(),
-                     s.fitted.size() == 1 ? "" : "s", count_of(s, word::determined, false),
-                     count_of(s, word::weak, true), count_of(s, word::suspect, true),
-                     count_of(s, word::not_determined, true));
 }
 
 // The first answer decides how many turns of raw data are read; its default of 0 reads none.
@@ -91,13 +82,26 @@ std::string named(const std::vector<std::string>& bpms) {
   return text;
 }
 
-// Those fitted whose gains somebody must look at, the worst first, with the same reason together.
-void add_lines_to_look_at(const session_state& s, std::vector<std::string>& lines) {
+}  // namespace
+
+std::string line_of_fitted(const report::run_results& results) {
+  using word = report::verdict;
+  const auto fitted = std::count_if(results.bpm.begin(), results.bpm.end(), [](const auto& row) {
+    return row.verdict != word::not_fitted;
+  });
+  if (fitted == 0) return "no BPM fitted";
+  return fmt::format("{} BPM{} fitted: {}, {}, {}, {}", fitted, fitted == 1 ? "" : "s",
+                     count_of(results, word::determined, false),
+                     count_of(results, word::weak, true), count_of(results, word::suspect, true),
+                     count_of(results, word::not_determined, true));
+}
+
+void add_lines_to_look_at(const report::run_results& results, std::vector<std::string>& lines) {
   using word = report::verdict;
   for (const word verdict : {word::suspect, word::not_determined, word::weak}) {
     // Searched one by one, not a map: reasons keep the order of the BPMs.
     std::vector<std::pair<std::string, std::vector<std::string>>> groups;
-    for (const report::bpm_row& row : s.results.bpm) {
+    for (const report::bpm_row& row : results.bpm) {
       if (row.verdict != verdict) continue;
       auto group = std::find_if(groups.begin(), groups.end(),
                                 [&row](const auto& g) { return g.first == row.reason; });
@@ -111,12 +115,31 @@ void add_lines_to_look_at(const session_state& s, std::vector<std::string>& line
   }
 }
 
-// The last line: where everything is that the lines above do not say.
-std::string line_of_files(const session_state& s) {
-  const std::string folder = util::output_path(std::string{s.directory.trimmed()});
+std::string line_of_files(const report::run_results& results) {
+  const std::string& folder = results.info.directory;
   return fmt::format("{}: {}/gains.load; all results: {}/report.html",
-                     report::what_to_load(s.results.bpm), folder, folder);
+                     report::what_to_load(results.bpm), folder, folder);
 }
+
+void add_lines_of_not_fitted(const std::vector<store::bpm_remark>& not_fitted,
+                             std::vector<std::string>& lines) {
+  // BPMs with the same reason in one line, where the first of them would have stood.
+  std::vector<bool> told(not_fitted.size(), false);
+  for (std::size_t i = 0; i < not_fitted.size(); ++i) {
+    if (told[i]) continue;
+    std::vector<std::string> bpms;
+    bpms.reserve(not_fitted.size() - i);
+    for (std::size_t j = i; j < not_fitted.size(); ++j) {
+      if (not_fitted[j].reason != not_fitted[i].reason) continue;
+      told[j] = true;
+      bpms.push_back(fmt::format("{} ({})", not_fitted[j].bpm, not_fitted[j].name));
+    }
+    lines.push_back(fmt::format("not fitted: BPM{} {}: {}", bpms.size() == 1 ? "" : "s",
+                                fmt::join(bpms, ", "), not_fitted[i].reason));
+  }
+}
+
+namespace {
 
 // What a line is about, for somebody who only glances at it.
 std::string_view colour_of(const std::string& line) {
@@ -180,7 +203,7 @@ std::vector<store::bpm_remark> all_not_fitted(const session_state& s) {
 
 std::vector<std::string> summary_lines(const session_state& s,
                                        const std::vector<store::bpm_remark>& not_fitted) {
-  std::vector<std::string> lines{line_of_fitted(s)};
+  std::vector<std::string> lines{line_of_fitted(s.results)};
   if (no_turn_was_asked_for(s)) {
     lines[0] += fmt::format(
         ": no turn was read with N = {} at \"Compute positions (x,y) using nonlin BPM for N "
@@ -194,30 +217,17 @@ std::vector<std::string> summary_lines(const session_state& s,
     lines[0] += s.fitted.empty() ? ": nothing was read"
                                  : ": the last file has no orbit, and its number holds for all";
   }
-  add_lines_to_look_at(s, lines);
-  // BPMs with the same reason in one line, where the first of them would have stood.
-  std::vector<bool> told(not_fitted.size(), false);
-  for (std::size_t i = 0; i < not_fitted.size(); ++i) {
-    if (told[i]) continue;
-    std::vector<std::string> bpms;
-    bpms.reserve(not_fitted.size() - i);
-    for (std::size_t j = i; j < not_fitted.size(); ++j) {
-      if (not_fitted[j].reason != not_fitted[i].reason) continue;
-      told[j] = true;
-      bpms.push_back(fmt::format("{} ({})", not_fitted[j].bpm, not_fitted[j].name));
-    }
-    lines.push_back(fmt::format("not fitted: BPM{} {}: {}", bpms.size() == 1 ? "" : "s",
-                                fmt::join(bpms, ", "), not_fitted[i].reason));
-  }
-  if (!s.results.bpm.empty()) lines.push_back(line_of_files(s));
+  add_lines_to_look_at(s.results, lines);
+  add_lines_of_not_fitted(not_fitted, lines);
+  if (!s.results.bpm.empty()) lines.push_back(line_of_files(s.results));
   return lines;
 }
 
-void tell_summary(const session_state& s) {
+void tell_lines(const std::vector<std::string>& lines) {
   // Both streams may go to one terminal, where what was printed first must stand first.
   std::fflush(stdout);
   const bool colour = in_colour();
-  for (const std::string& line : summary_lines(s, bpms_not_fitted(s))) {
+  for (const std::string& line : lines) {
     if (!colour) {
       util::tell_line(line);
       continue;
@@ -227,6 +237,8 @@ void tell_summary(const session_state& s) {
     std::fputs(fmt::format("butngain: {}{}\033[0m\n", colour_of(line), text).c_str(), stderr);
   }
 }
+
+void tell_summary(const session_state& s) { tell_lines(summary_lines(s, bpms_not_fitted(s))); }
 
 std::string data_title(const session_state& s) {
   std::vector<std::string> sets{s.data_sets};

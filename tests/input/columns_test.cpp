@@ -12,9 +12,10 @@ using rows = std::vector<std::array<double, 4>>;
 using columns = scratch::fixture;
 
 util::outcome<std::vector<input::column_bpm>> read(const scratch::workplace& place,
-                                                   const std::string& text) {
+                                                   const std::string& text,
+                                                   const input::column_choice& choice = {}) {
   auto file = util::open_text_file(place.file("any.csv", text));
-  return input::read_columns(*file);
+  return input::read_columns(*file, choice);
 }
 
 TEST_F(columns, every_spelling_gives_the_same_rows) {
@@ -45,6 +46,44 @@ TEST_F(columns, every_spelling_gives_the_same_rows) {
     EXPECT_EQ(made->front().name, name);
     EXPECT_EQ(made->front().signals, expected);
     EXPECT_EQ(made->front().left_out, 0);
+  }
+}
+
+TEST_F(columns, chosen_columns_are_taken_whatever_the_file_calls_them) {
+  const input::column_choice letters{{"A", "b", "C", "D"}, ""};
+  const input::column_choice numbers{{"3", "4", "1", "2"}, ""};
+  const struct {
+    const char* what;
+    const char* text;
+    input::column_choice choice;
+    const char* name;
+  } cases[] = {
+      {"names", "t,D,C,B,A\n0,4,3,2,1\n", letters, ""},
+      {"numbers without a header", "3 4 1 2 9 9 9\n", numbers, ""},
+      {"numbers under a header", "TI,TO,BI,BO,name\n3,4,1,2,12W\n", numbers, "12W"},
+      {"a BPM by name", "id,A,B,C,D\n12W,1,2,3,4\n", {{"A", "B", "C", "D"}, "id"}, "12W"},
+      {"a BPM by number, the signals beside it", "1 2 12W 3 4\n", {{}, "3"}, "12W"},
+      {"names of a comment", "# made by hand\n# TO, TI, BO, BI\n4,3,2,1\n", {}, ""},
+      {"other names of a comment", "# D C B A bpm\n4 3 2 1 12W\n", letters, "12W"},
+      {"a comment of as many words that names no signals",
+       "# a comment of words\n1 2 3 4\n",
+       {},
+       ""},
+  };
+  for (const auto& [what, text, choice, name] : cases) {
+    SCOPED_TRACE(what);
+    const auto made = read(place, text, choice);
+    ASSERT_TRUE(made) << util::line_of(made.why);
+    ASSERT_EQ(made->size(), 1U);
+    EXPECT_EQ(made->front().name, name);
+    EXPECT_EQ(made->front().signals, (rows{{1, 2, 3, 4}}));
+  }
+  for (const auto& [choice, line] : {std::pair{numbers, ":1: no column 4, expected a name"},
+                                     {{{"1", "2", "2", "3"}, ""}, "column 2 is chosen twice"},
+                                     {{{}, "where"}, ":1: no column where"}}) {
+    const auto made = read(place, "1 2 3\n", choice);
+    ASSERT_FALSE(made);
+    EXPECT_NE(util::line_of(made.why).find(line), std::string::npos) << util::line_of(made.why);
   }
 }
 

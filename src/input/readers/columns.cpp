@@ -115,50 +115,142 @@ bool names_bpm(const std::string& name) {
   return word == "BPM" || word == "NAME" || word == "LOCATION" || word == "DEVICE";
 }
 
-util::outcome<layout> layout_of_header(const util::text_file& file,
-                                       const std::vector<std::string>& names) {
-  layout found;
-  found.fields = names.size();
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    if (const auto k = signal_named(names[i])) {
-      // Which of two was meant nobody can say.
-      if (found.signal.at(*k) != none) {
-        return util::fault{fmt::format("column {} is signal {} once more", names[i], *k + 1),
-                           util::place_of(file), "each signal once"};
-      }
-      found.signal.at(*k) = i;
-    } else if (names_bpm(names[i]) && found.bpm == none) {
-      // Of two such columns, as number and name, the first: either tells BPMs apart.
-      found.bpm = i;
+/// The first line that is no comment, and the comment above it where it could be its header.
+struct beginning {
+  std::vector<std::string> fields;
+  std::vector<std::string> above;  // as many, or none
+};
+
+// The column of this name, or of this number. A reading that happens to be the number of a column is
+// no name of one.
+std::optional<std::size_t> chosen_column(const beginning& first, const std::string& choice) {
+  const std::string word = util::upcase(choice);
+  for (const auto& names : {first.fields, first.above}) {
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      if (util::upcase(names[i]) == word && !is_number(names[i])) return i;
     }
+  }
+  const auto number = util::scan_integer(choice);
+  if (!number || *number < 1 || std::cmp_greater(*number, first.fields.size())) return std::nullopt;
+  return static_cast<std::size_t>(*number - 1);
+}
+
+// What was chosen, wherever the file has it: as names of a header or as numbers.
+util::status take_choice(const util::text_file& file, const beginning& first,
+                         const column_choice& choice, layout& found) {
+  const auto missing = [&](const std::string& name) {
+    return util::fault{
+        fmt::format("no column {}", name), util::place_of(file),
+        fmt::format("a name of the header, or a number up to {}", first.fields.size())};
+  };
+  for (std::size_t k = 0; k < choice.signals.size(); ++k) {
+    const auto at = chosen_column(first, choice.signals[k]);
+    if (!at) return missing(choice.signals[k]);
+    // One reading for two buttons would be fitted as well as any, and mean nothing.
+    if (std::find(found.signal.begin(), found.signal.end(), *at) != found.signal.end()) {
+      return util::fault{fmt::format("column {} is chosen twice", choice.signals[k]),
+                         util::place_of(file), "four different columns"};
+    }
+    found.signal.at(k) = *at;
+  }
+  if (choice.bpm.empty()) return {};
+  const auto at = chosen_column(first, choice.bpm);
+  if (!at) return missing(choice.bpm);
+  found.bpm = *at;
+  return {};
+}
+
+// The signals, and what tells the BPM, by the names that a header has for them.
+util::status take_names(const util::text_file& file, const std::vector<std::string>& names,
+                        layout& found) {
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const auto k = signal_named(names[i]);
+    if (!k) continue;
+    // Which of two was meant nobody can say.
+    if (found.signal.at(*k) != none) {
+      return util::fault{fmt::format("column {} is signal {} once more", names[i], *k + 1),
+                         util::place_of(file), "each signal once"};
+    }
+    found.signal.at(*k) = i;
   }
   for (std::size_t k = 0; k < 4; ++k) {
     if (found.signal.at(k) == none) {
       return util::fault{fmt::format("no column of signal {}", k + 1), util::place_of(file),
-                         "a header with BI, BO, TI, TO or b1 .. b4"};
+                         "a header with BI, BO, TI, TO or b1 .. b4, or four columns chosen"};
     }
   }
-  return found;
+  return {};
 }
 
-util::outcome<layout> layout_of_rows(const util::text_file& file, std::size_t fields) {
-  // More columns without names could be anything, and a wrong guess would fit the wrong numbers.
-  if (fields != 4 && fields != 5) {
-    return util::fault{fmt::format("found {} columns without a header", fields),
-                       util::place_of(file), "four signals, or a BPM and four signals"};
+void take_name_of_bpm(const std::vector<std::string>& names, layout& found) {
+  // Of two such columns, as number and name, the first: either tells BPMs apart.
+  const auto at = std::find_if(names.begin(), names.end(), names_bpm);
+  if (found.bpm == none && at != names.end()) {
+    found.bpm = static_cast<std::size_t>(at - names.begin());
   }
-  layout found;
-  found.fields = fields;
-  const std::size_t first = fields - 4;
-  if (first == 1) found.bpm = 0;
-  for (std::size_t k = 0; k < 4; ++k) found.signal.at(k) = first + k;
-  return found;
 }
 
-// A header has a name where rows have a signal; of five columns the first may be a BPM's name.
-bool is_header(const std::vector<std::string>& fields) {
-  const auto first = fields.begin() + (fields.size() == 5 ? 1 : 0);
-  return !std::all_of(first, fields.end(), is_number);
+// A header has a name where rows have a signal. Without a choice all columns are looked at: of five
+// the first may be a BPM's name.
+bool is_header(const std::vector<std::string>& fields, const layout& chosen) {
+  if (chosen.signal[0] != none) {
+    return !std::all_of(chosen.signal.begin(), chosen.signal.end(),
+                        [&](std::size_t at) { return is_number(fields[at]); });
+  }
+  const std::size_t bpm = chosen.bpm == none && fields.size() == 5 ? 0 : chosen.bpm;
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    if (i != bpm && !is_number(fields[i])) return true;
+  }
+  return false;
+}
+
+bool names_four_signals(const std::vector<std::string>& names) {
+  std::array<int, 4> times{};
+  for (const std::string& name : names) {
+    if (const auto k = signal_named(name)) ++times.at(*k);
+  }
+  return times == std::array{1, 1, 1, 1};
+}
+
+util::status take_rows_without_names(const util::text_file& file, layout& found) {
+  if (found.fields == 5 && found.bpm == none) found.bpm = 0;
+  // More columns without names could be anything, and a wrong guess would fit the wrong numbers.
+  if (found.fields != (found.bpm == none ? 4U : 5U)) {
+    return util::fault{fmt::format("found {} columns without a header", found.fields),
+                       util::place_of(file),
+                       "four signals, or a BPM and four signals, or four columns chosen"};
+  }
+  std::size_t at = 0;
+  for (std::size_t& signal : found.signal) {
+    if (at == found.bpm) ++at;
+    signal = at++;
+  }
+  return {};
+}
+
+/// What the beginning says of all rows.
+struct first_look {
+  layout columns;
+  bool header = false;  // the first line is no row
+};
+
+util::outcome<first_look> look_at(const util::text_file& file, const beginning& first,
+                                  const column_choice& choice) {
+  first_look found;
+  layout& columns = found.columns;
+  columns.fields = first.fields.size();
+  if (auto wrong = take_choice(file, first, choice, columns)) return *wrong;
+  const bool chosen = columns.signal[0] != none;
+  found.header = is_header(first.fields, columns);
+  // Numpy and others write their header as a comment. Names in another order than ours must count
+  // there too: passed over they would be four signals in the wrong places.
+  const bool named = found.header || chosen || names_four_signals(first.above);
+  const auto& names = found.header ? first.fields : first.above;
+  if (named) take_name_of_bpm(names, columns);
+  if (chosen) return found;
+  auto wrong = named ? take_names(file, names, columns) : take_rows_without_names(file, columns);
+  if (wrong) return *wrong;
+  return found;
 }
 
 /// The BPMs so far, and where each stands.
@@ -203,8 +295,10 @@ util::status take_row(const util::text_file& file, const layout& columns,
 
 }  // namespace
 
-util::outcome<std::vector<column_bpm>> read_columns(util::text_file& file) {
+util::outcome<std::vector<column_bpm>> read_columns(util::text_file& file,
+                                                    const column_choice& choice) {
   std::optional<layout> columns;
+  std::string comment;  // the last one before the first row
   char separator = ' ';
   collected all;
   while (util::next_line(file)) {
@@ -213,15 +307,20 @@ util::outcome<std::vector<column_bpm>> read_columns(util::text_file& file) {
     constexpr std::string_view mark = "\xEF\xBB\xBF";
     if (file.number == 1 && line.starts_with(mark)) line.remove_prefix(mark.size());
     line = stripped(line);
-    if (line.empty() || line[0] == '#') continue;
+    if (line.empty()) continue;
+    if (line[0] == '#') {
+      if (!columns) comment = line.substr(1);
+      continue;
+    }
     if (!columns) separator = separator_of(line);
     const auto fields = fields_of(line, separator);
     if (!columns) {
-      const bool header = is_header(fields);
-      auto made = header ? layout_of_header(file, fields) : layout_of_rows(file, fields.size());
-      if (!made) return made.why;
-      columns = *made;
-      if (header) continue;
+      beginning first{fields, fields_of(comment, separator_of(comment))};
+      if (first.above.size() != fields.size()) first.above.clear();
+      const auto found = look_at(file, first, choice);
+      if (!found) return found.why;
+      columns = found->columns;
+      if (found->header) continue;
     }
     if (auto wrong = take_row(file, *columns, fields, all)) return *wrong;
   }

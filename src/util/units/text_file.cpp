@@ -1,6 +1,8 @@
 #include "text_file.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -19,6 +21,16 @@ outcome<text_file> open_text_file(const std::string& path) {
   if (fstat(fileno(file.stream.get()), &info) == 0 && S_ISDIR(info.st_mode)) {
     return fault{system_text(EISDIR), path, {}};
   }
+  return file;
+}
+
+outcome<text_file> standard_input_file() {
+  text_file file;
+  file.path = "standard input";
+  // A handle of its own, so that closing the file leaves the process its standard input.
+  const int handle = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+  if (handle >= 0) file.stream.reset(fdopen(handle, "r"));
+  if (!file.stream) return fault{system_text(errno), file.path, {}};
   return file;
 }
 

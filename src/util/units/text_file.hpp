@@ -33,6 +33,9 @@ struct text_file {
 /// Opens an existing file. The fault names it and the system's reason; a directory is none to read.
 outcome<text_file> open_text_file(const std::string& path);
 
+/// Standard input as such a file, "standard input" in faults. It stays open when this one closes.
+outcome<text_file> standard_input_file();
+
 /// Moves on to the next line; false at the end, and when reading fails or a line has more than
 /// longest_line characters, which `trouble` then tells.
 [[nodiscard]] bool next_line(text_file& file);

@@ -14,6 +14,10 @@ with open(PAGE, encoding="utf-8") as page:  # mdoc writes a long option as Fl -n
     described = set(re.findall(r"Fl -([\w-]+)", page.read()))
 assert options <= described, f"not in the man page: {options - described}"
 
+columns = set(re.findall(r"^  (?:-\w,)?--([\w-]+)", subprocess.run(
+    [BUTNGAIN, "fit", "--help"], capture_output=True, text=True, check=True).stdout, re.M))
+assert {"help", "chamber", "pedestals"} <= columns <= described, f"{columns - described}"
+
 # What bash offers: after the program's name, after an option, and behind "--option=".
 ASKED = """source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _butngain
 printf '%s\\n' "${COMPREPLY[@]}" """
@@ -27,6 +31,8 @@ def offered(*words):
 
 
 assert options <= {word.removeprefix("--") for word in offered("--")}, offered("--")
+assert columns == {word.removeprefix("--") for word in offered("fit", "--")}
+assert offered("fit", "--pedestals", "s") == ["subtracted"]
 assert offered("--copy", "g") == ["gif"]
 assert offered("--data", "=", "") == offered("--data", "=") == ["T", "O", "F"]
 assert offered("--bpm", "") == []

@@ -237,6 +237,24 @@ def a_record_that_cannot_be_written_hides_no_result():
     assert sorted(os.listdir(folder + "run.json")) == ["in_the_way"]
 
 
+def columns_are_recorded_without_a_dialog():
+    rows = "".join(f"{20000 + i} 20000 {20000 - i} 20000\n" for i in range(5))
+    with open("rows.txt", "w", encoding="ascii") as file:
+        file.write(rows)
+    for name, path in (("rows.txt", "rows.txt"), ("-", "/dev/stdin")):
+        with open("rows.txt", encoding="ascii") as typed:
+            subprocess.run([BUTNGAIN, "fit", name, "--chamber", "round.chamber", "--output", "found"],
+                           check=True, capture_output=True, stdin=typed)
+        with open("found/run.json", encoding="utf-8") as file:
+            record = json.load(file)
+        jsonschema.validate(record, SCHEMA)
+        assert (record["dialog"], record["ended"]) == ([], "whole"), record
+        assert record["inputs"] == [{"path": path, "size": len(rows),
+                                     "sha256": hashlib.sha256(rows.encode()).hexdigest()}], record
+        assert [t["path"] for t in record["tables"]] == ["round.chamber"], record
+        assert set(record["seconds"]) == {"data", "fit", "results"}, record
+
+
 def main():
     with tempfile.TemporaryDirectory() as scratch:
         os.chdir(scratch)
@@ -255,6 +273,7 @@ def main():
         what_is_not_as_recorded_is_one_line()
         every_end_is_recorded()
         a_record_that_cannot_be_written_hides_no_result()
+        columns_are_recorded_without_a_dialog()
         os.chdir("/")
 
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
 
 #include "kbpmfio.hpp"  // is_space
+#include "printed_lines.hpp"
 
 namespace rawfile {
 namespace {
@@ -68,14 +68,6 @@ bool scan_number(std::string_view& line, std::int32_t& number) {
 //
 // Eight characters at a time, first character lowest.
 
-constexpr std::uint64_t each(std::uint64_t byte) { return byte * 0x0101010101010101U; }
-
-std::uint64_t eight_at(const char* p) {
-  std::uint64_t word = 0;
-  std::memcpy(&word, p, sizeof word);
-  return word;
-}
-
 // High bits where a byte, an exclusive-or with '0', is no decimal digit. Right up to the first of
 // them: its carry may spoil those behind.
 // 0x76 carries 10 and more into the high bit; what has it already is none either.
@@ -89,18 +81,6 @@ std::int32_t decimal_value(std::uint64_t digits) {
   v = ((v & pair) * (100 + (std::uint64_t{1000000} << 32))) +
       (((v >> 16) & pair) * (1 + (std::uint64_t{10000} << 32)));
   return static_cast<std::int32_t>(v >> 32);
-}
-
-// Eight hexadecimal digits, lower case. Sets a bit of `bad` for anything else.
-std::int32_t hexadecimal_value(std::uint64_t text, std::uint64_t& bad) {
-  const std::uint64_t letter = (text >> 6) & each(0x01);
-  const std::uint64_t t = text - (letter * ('a' - '9' - 1));  // letters behind the digits: 0x3A..3F
-  bad |= (t & each(0xF0)) ^ each(0x30);
-  bad |= ((t + each(0x80 - 0x3A)) ^ (letter << 7)) & each(0x80);  // there, but nothing else is
-  const std::uint64_t value = t & each(0x0F);
-  std::uint64_t v = ((value << 4) | (value >> 8)) & 0x00FF00FF00FF00FFU;
-  v = ((v << 8) | (v >> 16)) & 0x0000FFFF0000FFFFU;
-  return static_cast<std::int32_t>(static_cast<std::uint32_t>((v << 16) | (v >> 32)));
 }
 
 // --- the usual columns ------------------------------------------------------------------------
@@ -130,26 +110,15 @@ std::int32_t decimal_column(const char* p, column_faults& fault) {
   return odd == 0 ? number : -number;
 }
 
-std::uint16_t two_at(const char* p) {
-  std::uint16_t word = 0;
-  std::memcpy(&word, p, sizeof word);
-  return word;
-}
-
 // One printed line whose first eight characters are `head`; false when it is none.
 bool printed_columns(const char* p, std::uint64_t head, std::array<std::int32_t, 5>& v) {
   column_faults fault;
   fault.bad = eight_at(p) ^ head;
-  // The first of these characters is the head's last blank.
-  v[0] = hexadecimal_value((eight_at(p + 7) & ~std::uint64_t{0xFF}) | '0', fault.bad);
+  v[0] = printed_phase(p, fault.bad);
   for (std::size_t card = 0; card < 4; ++card) {
     v[card + 1] = decimal_column(p + 16 + (9 * card), fault);
   }
-  // Two blanks between columns, and the line end.
-  constexpr std::uint16_t blanks = 0x2020;
-  fault.bad |= static_cast<std::uint64_t>((two_at(p + 15) ^ blanks) | (two_at(p + 24) ^ blanks) |
-                                          (two_at(p + 33) ^ blanks) | (two_at(p + 42) ^ blanks) |
-                                          (p[51] ^ '\n'));
+  fault.bad |= between_columns(p);
   fault.bad |= (fault.high & each(0x80)) | (~fault.last & (std::uint64_t{0x10} << 56));
   return fault.bad == 0;
 }
@@ -233,23 +202,30 @@ int scan_data_line(std::string_view line, data_columns& columns) {
   return static_cast<int>(columns.size());
 }
 
-std::size_t take_printed_lines(std::string_view text, std::int32_t block, std::size_t most,
-                               const column_places& to) {
-  // The words above have their first character lowest. Elsewhere every line gets the full scan.
-  if constexpr (std::endian::native != std::endian::little) return 0;
-  const std::size_t lines = std::min(most, text.size() / printed_line);
-  const std::uint64_t head = (each(' ') & ~std::uint64_t{0xFF}) |
-                             static_cast<std::uint64_t>('0' + static_cast<char>(block));
-  const char* p = text.data();
-  // The block's digit and seven blanks. A line of another block fails like any odd line: whoever
-  // reads on then sees the new block.
-  std::size_t n = 0;
-  for (; n < lines; ++n, p += printed_line) {
+std::size_t printed_lines_plain(const char* p, std::uint64_t head, std::size_t lines,
+                                const column_places& to) {
+  for (std::size_t n = 0; n < lines; ++n, p += printed_line) {
     std::array<std::int32_t, 5> v;  // NOLINT(*-member-init): set before it is read
-    if (!printed_columns(p, head, v)) break;
+    if (!printed_columns(p, head, v)) return n;
     store(v, n, to);
   }
-  return n;
+  return lines;
+}
+
+std::size_t take_printed_lines(std::string_view text, std::int32_t block, std::size_t most,
+                               const column_places& to) {
+  // The words have their first character lowest. Elsewhere every line gets the full scan.
+  if constexpr (std::endian::native != std::endian::little) return 0;
+  const std::size_t lines = std::min(most, text.size() / printed_line);
+  // The block's digit and seven blanks. A line of another block fails like any odd line: whoever
+  // reads on then sees the new block.
+  const std::uint64_t head = (each(' ') & ~std::uint64_t{0xFF}) |
+                             static_cast<std::uint64_t>('0' + static_cast<char>(block));
+#ifdef __x86_64__
+  static const bool side_by_side = __builtin_cpu_supports("avx2") != 0;
+  if (side_by_side) return printed_lines_avx2(text.data(), head, lines, to);
+#endif
+  return printed_lines_plain(text.data(), head, lines, to);
 }
 
 plain_lines take_plain_lines(std::string_view text, std::int32_t block, std::size_t most,

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "literal_rawfile.hpp"
+#include "printed_lines.hpp"
 
 namespace {
 
@@ -163,6 +164,35 @@ TEST(data_line, taken_by_its_columns_holds_what_the_c_library_reads) {
   }
   EXPECT_GT(taken, lines_to_scan() / 20);
 }
+
+#ifdef __x86_64__
+// Whatever the characters: a processor must never change what is read, nor where reading stops.
+TEST(data_line, is_taken_by_every_processor_alike) {
+  if (__builtin_cpu_supports("avx2") == 0) GTEST_SKIP() << "no AVX2 here";
+  line_maker make;
+  int taken = 0;
+  for (int i = lines_to_scan() / 4; i > 0; --i) {
+    std::string text;
+    for (int k = 0; k < 4; ++k) {
+      text += make.below(3) == 0 ? make.damaged(make.printed()) : make.printed();
+    }
+    text.resize(4 * rawfile::printed_line, ' ');
+    std::uint64_t head = 0;
+    std::memcpy(&head, text.data(), sizeof head);
+    const auto lines_by = [&](const auto& form, std::array<std::array<std::int32_t, 4>, 5>& v) {
+      const rawfile::column_places to{v[0].data(),
+                                      {v[1].data(), v[2].data(), v[3].data(), v[4].data()}};
+      return form(text.data(), head, std::size_t{4}, to);
+    };
+    std::array<std::array<std::int32_t, 4>, 5> plain{}, wide{};
+    const std::size_t lines = lines_by(rawfile::printed_lines_plain, plain);
+    ASSERT_EQ(lines_by(rawfile::printed_lines_avx2, wide), lines) << text;
+    ASSERT_EQ(wide, plain) << text;
+    taken += static_cast<int>(lines);
+  }
+  EXPECT_GT(taken, lines_to_scan() / 20);
+}
+#endif
 
 TEST(data_line, of_plain_numbers_holds_what_the_c_library_reads) {
   line_maker make;

@@ -18,8 +18,11 @@ struct held_bpm {
   const raw_bpm* bpm;
 };
 
+// From the Python object and not the record: the arrays made of it keep the object alive, and that
+// the file.
 const raw_bpm& bpm_of(const py::object& self) { return *self.cast<const held_bpm&>().bpm; }
 
+// The library has one span for all bunches; two dimensions are what a notebook slices.
 template <class T>
 py::array by_turn(const py::object& self, std::span<const T> values) {
   const raw_file& file = *self.cast<const held_bpm&>().file;
@@ -28,13 +31,15 @@ py::array by_turn(const py::object& self, std::span<const T> values) {
   return view_of(values.data(), {file.bunches, turns}, {turns * item, item}, self);
 }
 
+// A tuple of four and not an array (4, bunches, turns): the four lie apart in memory.
 template <class T>
 py::tuple by_button(const py::object& self, const std::array<std::span<const T>, 4>& values) {
   return py::make_tuple(by_turn(self, values[0]), by_turn(self, values[1]),
                         by_turn(self, values[2]), by_turn(self, values[3]));
 }
 
-// A header field of a BPM: texts and numbers as they are, blocks of buttons as small arrays.
+// A header field of a BPM: texts and numbers as they are, blocks of buttons as small arrays. Copies,
+// because a field is a few bytes and pybind11's own references would keep whole records in hand.
 template <class T>
 void header(py::class_<held_bpm>& c, const char* name, T raw_bpm::*field, const char* doc) {
   c.def_property_readonly(
@@ -56,36 +61,44 @@ void turns(py::class_<held_bpm>& c, const char* name, std::span<const T> raw_bpm
 
 void add_headers(py::class_<held_bpm>& c) {
   header(c, "name", &raw_bpm::name, "Where it stands: '12W'.");
-  header(c, "host", &raw_bpm::host, "Host name.");
-  header(c, "ip_address", &raw_bpm::ip_address, "IP address.");
+  header(c, "host", &raw_bpm::host, "Host name of the electronics.");
+  header(c, "ip_address", &raw_bpm::ip_address, "IP address of the electronics.");
   header(c, "detector_type", &raw_bpm::detector_type, "Kind of detector.");
   header(c, "loader", &raw_bpm::loader, "Program of the electronics.");
   header(c, "timing_setup", &raw_bpm::timing_setup, "Timing set-up.");
-  header(c, "trigger", &raw_bpm::trigger, "Trigger.");
-  header(c, "horizontal_coefficient", &raw_bpm::horizontal_coefficient, "Scale of x.");
-  header(c, "vertical_coefficient", &raw_bpm::vertical_coefficient, "Scale of y.");
+  header(c, "trigger", &raw_bpm::trigger, "Trigger setting.");
+  header(c, "horizontal_coefficient", &raw_bpm::horizontal_coefficient,
+         "x is this times difference over sum; it sets the unit of x, mm as a rule.");
+  header(c, "vertical_coefficient", &raw_bpm::vertical_coefficient, "The same for y.");
   header(c, "build_time", &raw_bpm::build_time, "Time stamp of the loader's build.");
-  header(c, "fpga_major", &raw_bpm::fpga_major, "FPGA version.");
-  header(c, "fpga_minor", &raw_bpm::fpga_minor, "FPGA version.");
+  header(c, "fpga_major", &raw_bpm::fpga_major, "FPGA version, major number.");
+  header(c, "fpga_minor", &raw_bpm::fpga_minor, "FPGA version, minor number.");
   header(c, "fpga_id", &raw_bpm::fpga_id, "FPGA numbers by button.");
   header(c, "header_turns", &raw_bpm::header_turns, "Turns, as the BPM's own header says.");
-  header(c, "turn_counter", &raw_bpm::turn_counter, "Turn counter.");
+  header(c, "turn_counter", &raw_bpm::turn_counter, "Turn counter, as the header has it.");
   header(c, "turn_spacing", &raw_bpm::turn_spacing, "Turns from one recorded turn to the next.");
-  header(c, "bunch_pattern_offset", &raw_bpm::bunch_pattern_offset, "By timing block.");
-  header(c, "common_turn_delay", &raw_bpm::common_turn_delay, "Common turn marker delay.");
-  header(c, "turn_delay", &raw_bpm::turn_delay, "Turn marker delay by timing block.");
-  header(c, "block_delay", &raw_bpm::block_delay, "Delay by timing block.");
-  header(c, "channel_delay", &raw_bpm::channel_delay, "(2, 4) by timing block and button.");
-  header(c, "gain_setting", &raw_bpm::gain_setting, "(2, 4) by timing block and button.");
-  header(c, "gain_code", &raw_bpm::gain_code, "(2, 4) by timing block and button.");
-  header(c, "pedestal", &raw_bpm::pedestal, "(2, 4) by timing block and button [ADC counts].");
+  header(c, "bunch_pattern_offset", &raw_bpm::bunch_pattern_offset,
+         "Offset of the bunch pattern, by timing block [as set].");
+  header(c, "common_turn_delay", &raw_bpm::common_turn_delay, "Common turn marker delay [as set].");
+  header(c, "turn_delay", &raw_bpm::turn_delay, "Turn marker delay by timing block [as set].");
+  header(c, "block_delay", &raw_bpm::block_delay, "Delay by timing block [as set].");
+  header(c, "channel_delay", &raw_bpm::channel_delay,
+         "(2, 4) delays by timing block and button [as set].");
+  header(c, "gain_setting", &raw_bpm::gain_setting,
+         "(2, 4) amplifier settings by timing block and button [as set].");
+  header(c, "gain_code", &raw_bpm::gain_code,
+         "(2, 4) codes of these settings by timing block and button.");
+  header(c, "pedestal", &raw_bpm::pedestal,
+         "(2, 4) readings without beam, by timing block and button [ADC counts].");
   header(c, "gain_coefficient", &raw_bpm::gain_coefficient,
-         "(2, 4) by timing block and button: corrected = (reading - pedestal) / coefficient.");
-  header(c, "adc_saturation", &raw_bpm::adc_saturation, "(2, 4) by timing block and button.");
-  header(c, "adc_high", &raw_bpm::adc_high, "(2, 4) by timing block and button.");
-  header(c, "adc_low", &raw_bpm::adc_low, "(2, 4) by timing block and button.");
-  header(c, "board_temperature", &raw_bpm::board_temperature, "[degrees C]");
-  header(c, "card_temperature", &raw_bpm::card_temperature, "By button [degrees C].");
+         "(2, 4) by timing block and button: corrected = (reading - pedestal) / coefficient [-].");
+  header(
+      c, "adc_saturation", &raw_bpm::adc_saturation,
+      "(2, 4) limit by timing block and button, as set; the file has that of TI alone, others 0.");
+  header(c, "adc_high", &raw_bpm::adc_high, "(2, 4) upper bound, likewise.");
+  header(c, "adc_low", &raw_bpm::adc_low, "(2, 4) lower bound, likewise.");
+  header(c, "board_temperature", &raw_bpm::board_temperature, "Of the board [degrees C].");
+  header(c, "card_temperature", &raw_bpm::card_temperature, "Of the cards, by button [degrees C].");
 }
 
 void add_arrays(py::class_<held_bpm>& c) {
@@ -103,7 +116,8 @@ void add_arrays(py::class_<held_bpm>& c) {
   turns(c, "phase_words", &raw_bpm::phase_words, "int32 (bunches, turns), as encoded.");
   turns(c, "phase_x", &raw_bpm::phase_x, "int32 (bunches, turns) [512ths of a cycle].");
   turns(c, "phase_y", &raw_bpm::phase_y, "int32 (bunches, turns) [512ths of a cycle].");
-  turns(c, "phase_other", &raw_bpm::phase_other, "The rest of the phase words.");
+  turns(c, "phase_other", &raw_bpm::phase_other,
+        "int32 (bunches, turns): the rest of the phase words.");
   c.def_property_readonly(
       "blocks",
       [](const py::object& self) {
@@ -112,6 +126,8 @@ void add_arrays(py::class_<held_bpm>& c) {
                        {py::ssize_t{sizeof(blocks[0])}}, self);
       },
       "Timing block of every bunch, int32 (bunches,).");
+  // Doubles in one piece: fits and calibrations take them so, and making them later would cost each
+  // of them a copy.
   c.def(
       "signals",
       [](const held_bpm& held, std::size_t bunch) {
@@ -122,22 +138,26 @@ void add_arrays(py::class_<held_bpm>& c) {
       "bunch: place in the arrays, from 0.\nReturns float64 (turns, 4) [ADC counts], a copy.");
 }
 
+// Names are those of the library's record: what is read in its header holds here too.
 void add_file_headers(py::class_<raw_file, std::shared_ptr<raw_file>>& c) {
   c.def_readonly("path", &raw_file::path, "Where it was read from.");
-  c.def_readonly("instrument_type", &raw_file::instrument_type);
+  c.def_readonly("instrument_type", &raw_file::instrument_type, "Kind of instrument.");
   c.def_readonly("command", &raw_file::command, "Command that recorded it.");
-  c.def_readonly("file_type", &raw_file::file_type);
-  c.def_readonly("time_stamp", &raw_file::time_stamp);
+  c.def_readonly("file_type", &raw_file::file_type, "Kind of file.");
+  c.def_readonly("time_stamp", &raw_file::time_stamp, "When it was recorded, as the file says it.");
   c.def_readonly("species", &raw_file::species, "POSITRONS, ELECTRONS or DUAL.");
-  c.def_readonly("timing_setup", &raw_file::timing_setup);
+  c.def_readonly("timing_setup", &raw_file::timing_setup, "Timing set-up: '14ns_VAR_G' ...");
   c.def_readonly("file_id", &raw_file::file_id, "Run number.");
-  c.def_readonly("file_version", &raw_file::file_version);
-  c.def_readonly("core_revision", &raw_file::core_revision);
-  c.def_readonly("platform_revision", &raw_file::platform_revision);
+  c.def_readonly("file_version", &raw_file::file_version, "Version of the file's form.");
+  c.def_readonly("core_revision", &raw_file::core_revision, "Revision of the recorder's core.");
+  c.def_readonly("platform_revision", &raw_file::platform_revision,
+                 "Revision of the recorder's platform.");
   c.def_readonly("bunches", &raw_file::bunches, "Bunches recorded.");
   c.def_readonly("turns", &raw_file::turns, "Turns recorded of each bunch.");
-  c.def_readonly("turn_spacing", &raw_file::turn_spacing);
-  c.def_readonly("condition", &raw_file::condition, "Condition number of the ring.");
+  c.def_readonly("turn_spacing", &raw_file::turn_spacing,
+                 "Turns from one recorded turn to the next.");
+  c.def_readonly("condition", &raw_file::condition,
+                 "Number of the ring's condition, a key of its operators.");
   c.def_readonly("raw_current", &raw_file::raw_current, "Beam current monitor [counts].");
   c.def_readonly("current", &raw_file::current, "Beam current [mA].");
   c.def_readonly("bunch_numbers", &raw_file::bunch, "Numbers, from 1, of the recorded bunches.");
@@ -158,6 +178,7 @@ void add_raw_files(py::module_& m) {
   file.def_property_readonly(
       "bpms",
       [](const std::shared_ptr<raw_file>& self) {
+        // Each with its share of the file: a list of BPMs may outlive the name of the file.
         std::vector<held_bpm> all;
         for (const raw_bpm& one : self->bpm) all.push_back({self, &one});
         return all;
@@ -171,11 +192,13 @@ void add_raw_files(py::module_& m) {
         return names;
       },
       "Their names.");
+  // As a dict by name, with the length of a list: the order of the file is kept in both.
   file.def("__len__", [](const raw_file& self) { return self.bpm.size(); });
   file.def(
       "__getitem__",
       [](const std::shared_ptr<raw_file>& self, const std::string& name) {
         const raw_bpm* found = butngain::find_bpm(*self, name);
+        // As of a dict: `in` a try block, or names first.
         if (found == nullptr) throw py::key_error("no BPM " + name + " in " + self->path);
         return held_bpm{self, found};
       },
@@ -191,6 +214,7 @@ void add_raw_files(py::module_& m) {
   m.def(
       "read_raw",
       [](const std::filesystem::path& path) {
+        // A load of seconds from a slow disk is no reason to hold up other threads.
         const py::gil_scoped_release released;
         return std::make_shared<raw_file>(butngain::read_raw(path.string()));
       },

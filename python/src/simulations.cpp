@@ -28,6 +28,7 @@ void four_numbers(py::class_<electronics>& c, const char* name, four electronics
       doc);
 }
 
+// Truths and numbers of buttons, which take_four would make reals of.
 template <class T>
 void four_choices(py::class_<electronics>& c, const char* name,
                   std::array<T, 4> electronics::*field, const char* doc) {
@@ -40,6 +41,7 @@ void four_choices(py::class_<electronics>& c, const char* name,
       [field](electronics& self, const std::array<T, 4>& values) { self.*field = values; }, doc);
 }
 
+// Records within records are handed out by reference: setup.beam.x.orbit = 1e-3 changes the setup.
 void add_beam(py::module_& m) {
   using butngain::beam;
   using butngain::beam_current;
@@ -67,31 +69,35 @@ void add_beam(py::module_& m) {
       .def(py::init<>())
       .def_readwrite("part", &beam_population::part, "Of the orbits, 0..1.")
       .def_readwrite("x", &beam_population::x, "Its orbit, counted from the other's [m].")
-      .def_readwrite("y", &beam_population::y, "[m]")
+      .def_readwrite("y", &beam_population::y, "Likewise, in y [m].")
       .def_readwrite("current", &beam_population::current, "In parts of the other's [-].");
   py::class_<beam>(m, "Beam", "Where the beam passes.")
       .def(py::init<>())
-      .def_readwrite("x", &beam::x, "BeamPlane")
-      .def_readwrite("y", &beam::y, "BeamPlane")
+      .def_readwrite("x", &beam::x, "BeamPlane: the motion in x.")
+      .def_readwrite("y", &beam::y, "BeamPlane: the motion in y.")
       .def_readwrite("coupling", &beam::coupling,
                      "Part of one plane's motion that shows in the other [-].")
-      .def_readwrite("current", &beam::current, "BeamCurrent")
-      .def_readwrite("second", &beam::second, "BeamPopulation")
+      .def_readwrite("current", &beam::current, "BeamCurrent: how the current changes.")
+      .def_readwrite("second", &beam::second, "BeamPopulation: orbits of another kind.")
       .def_readwrite("duplicated", &beam::duplicated,
                      "Probability that an orbit is the one before once more [-].");
 }
 
+// Four to a button first, then what the whole BPM has.
 void add_electronics(py::module_& m) {
   py::class_<electronics> e(m, "Electronics", "What reads the buttons, and what is wrong with it.");
   e.def(py::init<>());
   four_numbers(e, "gain", &electronics::gain, "True button gains [-].");
-  four_numbers(e, "pedestal", &electronics::pedestal, "[ADC counts]");
+  four_numbers(e, "pedestal", &electronics::pedestal, "Reading without beam [ADC counts].");
   four_numbers(e, "pedestal_left", &electronics::pedestal_left,
                "On top of it, only with beam [ADC counts].");
-  four_numbers(e, "full_scale", &electronics::full_scale, "[ADC counts]; inf: no limit.");
-  four_choices(e, "dead", &electronics::dead, "Reads its pedestal alone.");
-  four_numbers(e, "stuck", &electronics::stuck, "Constant reading [ADC counts]; 0: none.");
-  four_numbers(e, "compression", &electronics::compression, "Of large readings [-].");
+  four_numbers(e, "full_scale", &electronics::full_scale,
+               "Where readings end [ADC counts]; inf: nowhere.");
+  four_choices(e, "dead", &electronics::dead, "True: the button reads its pedestal alone.");
+  four_numbers(e, "stuck", &electronics::stuck,
+               "Constant reading above the pedestal [ADC counts]; 0: none.");
+  four_numbers(e, "compression", &electronics::compression,
+               "c of r -> r (1 - c (r / (gain signal) - 1)): loss of large readings [-].");
   four_numbers(e, "gain_step", &electronics::gain_step, "Relative change at gain_step_at [-].");
   four_numbers(e, "gain_drift", &electronics::gain_drift, "Relative change over the run [-].");
   four_choices(e, "cable_of", &electronics::cable_of, "Button 0..3 whose signal a channel gets.");
@@ -103,18 +109,19 @@ void add_electronics(py::module_& m) {
                   "rms of the intensity from orbit to orbit [-].");
   e.def_readwrite("wild", &electronics::wild, "Probability that a reading is wild [-].");
   e.def_readwrite("cross_talk", &electronics::cross_talk, "Part that neighbours see [-].");
-  e.def_readwrite("adc_step", &electronics::adc_step, "[ADC counts]; 0: none.");
-  e.def_readwrite("gain_step_at", &electronics::gain_step_at, "Part of the run, 0..1.");
+  e.def_readwrite("adc_step", &electronics::adc_step, "Steps of readings [ADC counts]; 0: none.");
+  e.def_readwrite("gain_step_at", &electronics::gain_step_at,
+                  "Part of the run after which gains have stepped, 0..1.");
   e.def_readwrite("outliers", &electronics::outliers, "Orbits with one button off.");
   e.def_readwrite("outlier_size", &electronics::outlier_size, "In parts of signal [-].");
 }
 
-/// What a simulation made, in arrays.
+/// What a simulation made, in arrays: made once, so that made.x is the same array each time.
 struct made_arrays {
   py::array signals, x, y, intensity, gain, mean_gain, pedestal;
 };
 
-/// Planes may be given as one number for both, or two.
+/// Planes may be given as one number for both, or two: most simulated beams are the same in both.
 void set_planes(simulation& run, const py::object& values, const char* name,
                 double butngain::beam_plane::*field) {
   if (values.is_none()) return;
@@ -131,7 +138,9 @@ made_arrays simulate(std::optional<int> orbits, std::optional<std::uint64_t> see
                      std::optional<double> noise, const py::object& spread, const py::object& orbit,
                      const std::optional<butngain::chamber>& chamber,
                      const std::optional<simulation>& setup, const py::object& callback) {
+  // A copy: what is given beside a setup holds for this call alone.
   simulation run = setup.value_or(simulation{});
+  // None everywhere means "not given": 0 orbits or a gain of 0 must be told, not passed over.
   run.orbits = orbits.value_or(run.orbits);
   run.seed = seed.value_or(run.seed);
   run.electronics.gain = take_four(gain, "gain", run.electronics.gain);
@@ -143,6 +152,7 @@ made_arrays simulate(std::optional<int> orbits, std::optional<std::uint64_t> see
   const auto tell = progress_of(callback);
   simulated made;
   {
+    // Up to here only: the arrays below are Python's.
     const py::gil_scoped_release released;
     made = butngain::simulate(run, tell);
   }
@@ -163,10 +173,12 @@ void add_simulation(py::module_& m) {
   py::class_<simulation>(m, "Simulation", "One BPM's run, described; see simulate().")
       .def(py::init<>())
       .def_readwrite("chamber", &simulation::where, "Chamber that the beam passes.")
-      .def_readwrite("beam", &simulation::beam, "Beam")
-      .def_readwrite("electronics", &simulation::electronics, "Electronics")
-      .def_readwrite("orbits", &simulation::orbits)
-      .def_readwrite("seed", &simulation::seed)
+      .def_readwrite("beam", &simulation::beam, "Beam: where it passes.")
+      .def_readwrite("electronics", &simulation::electronics,
+                     "Electronics: what reads the buttons.")
+      .def_readwrite("orbits", &simulation::orbits, "How many.")
+      .def_readwrite("seed", &simulation::seed,
+                     "Of the random numbers: the same seed, the same bits.")
       .def_readwrite("bpm", &simulation::bpm, "With the seed it chooses the random numbers.")
       .def_readwrite("bunch", &simulation::bunch, "Likewise.");
   py::class_<made_arrays> s(m, "Simulated", "What a simulation made; one entry an orbit.");
@@ -176,8 +188,10 @@ void add_simulation(py::module_& m) {
   s.def_readonly("y", &made_arrays::y, "float64 (n,): true places [m]");
   s.def_readonly("intensity", &made_arrays::intensity, "float64 (n,): true, mean 1 [-]");
   s.def_readonly("gain", &made_arrays::gain, "float64 (4,): true button gains at the start [-]");
-  s.def_readonly("mean_gain", &made_arrays::mean_gain, "float64 (4,): over the run [-]");
-  s.def_readonly("pedestal", &made_arrays::pedestal, "float64 (4,) [ADC counts]");
+  s.def_readonly("mean_gain", &made_arrays::mean_gain,
+                 "float64 (4,): true button gains over the run; others when they change [-]");
+  s.def_readonly("pedestal", &made_arrays::pedestal,
+                 "float64 (4,): true pedestals of the readings [ADC counts]");
   m.def("simulate", &simulate, py::arg("orbits") = py::none(), py::kw_only(),
         py::arg("seed") = py::none(), py::arg("gain") = py::none(),
         py::arg("pedestal") = py::none(), py::arg("noise") = py::none(),

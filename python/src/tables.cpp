@@ -17,7 +17,7 @@ struct found_positions {
   py::array x, y, scale, chi_square, fault;
 };
 
-// The fields of many records, as columns.
+// The fields of many records, as columns: one pass for each, over records that are in the cache.
 template <class T, class value>
 py::array column(const std::vector<butngain::position>& all, value of) {
   py::array_t<T> made(static_cast<py::ssize_t>(all.size()));
@@ -31,6 +31,7 @@ found_positions positions_of(const table& t, const py::object& readings,
   const taken_readings taken = take_readings(readings, "signals");
   const butngain::bpm_properties bpm{take_four(multipliers, "multipliers", {1, 1, 1, 1}),
                                      bad_button.value_or(-1)};
+  // Plain records meanwhile: numpy's arrays may not be made without the lock.
   std::vector<butngain::position> all;
   {
     const py::gil_scoped_release released;
@@ -51,6 +52,7 @@ py::array signals_at(const table& t, const py::object& x, const py::object& y) {
     throw py::value_error("y: expected " + std::to_string(at_x.size()) + " places as in x, found " +
                           std::to_string(at_y.size()));
   }
+  // With the lock held: a place costs less than taking and giving it.
   std::vector<signals> made;
   for (py::ssize_t i = 0; i < at_x.size(); ++i) {
     made.push_back(butngain::signals_at(t, at_x.at(i), at_y.at(i)));
@@ -59,6 +61,7 @@ py::array signals_at(const table& t, const py::object& x, const py::object& y) {
 }
 
 table table_from(const py::object& from, const py::object& callback) {
+  // A path is read here, so that one call leads from a drawing to a table.
   const chamber c = py::isinstance<chamber>(from)
                         ? from.cast<chamber>()
                         : butngain::read_chamber(from.cast<std::filesystem::path>().string());
@@ -68,6 +71,7 @@ table table_from(const py::object& from, const py::object& callback) {
 }
 
 chamber round_of(double radius, double half_width, double angle, const std::string& shape) {
+  // Words as in chamber files; the library has an enumerator, which here would be one more import.
   if (shape != "strip" && shape != "disc") {
     throw py::value_error("shape: expected 'strip' or 'disc', found '" + shape + "'");
   }
@@ -76,6 +80,8 @@ chamber round_of(double radius, double half_width, double angle, const std::stri
        angle, half_width});
 }
 
+// Ways to a chamber are static procedures, not one constructor: "read" and "default" both take a
+// text.
 void add_chamber(py::module_& m) {
   py::class_<chamber> c(m, "Chamber", "A cross-section of a vacuum chamber with four buttons.");
   c.def_static(
@@ -87,13 +93,14 @@ void add_chamber(py::module_& m) {
   c.def_static("default", &butngain::default_chamber, py::arg("name"),
                "One of the chambers that come with the module: 'bpm_48', 'bpm_arc', 'bpm_tirsku', "
                "'round'.");
+  // The defaults that help() shows are the library's own.
   const butngain::round_pipe usual;
   c.def_static("round", &round_of, py::arg("radius") = usual.radius,
                py::arg("half_width") = usual.half_width, py::arg("angle") = usual.angle,
                py::arg("shape") = "strip",
                "A round pipe with buttons on its diagonals.\n\nradius [m]; half_width and angle of "
                "a button, seen from the axis [rad]; shape 'strip' or 'disc'.");
-  c.def_readonly("name", &chamber::name);
+  c.def_readonly("name", &chamber::name, "As its file names it.");
   c.def_readonly("about", &chamber::about, "One line for people.");
   c.def("__repr__",
         [](const chamber& self) { return "<Chamber " + self.name + ": " + self.about + ">"; });
@@ -111,6 +118,7 @@ void add_tables(py::module_& m) {
                  "float64 (n,): sum of the signals of the same beam on axis [unit of the signals]");
   p.def_readonly("chi_square", &found_positions::chi_square,
                  "float64 (n,): squared differences, readings scaled to sum 1 [-]");
+  // A number for each orbit, which a mask is made of: (positions.fault == 0).
   p.def_readonly("fault", &found_positions::fault,
                  "int8 (n,): 0 none, 1 beyond the table, 2 no convergence, 3 singular, "
                  "4 unusable signals");
@@ -123,7 +131,8 @@ void add_tables(py::module_& m) {
                py::arg("progress") = py::none(),
                "Makes the table of a Chamber, or of the chamber file of this path.\n\n"
                "progress(done, of), if given, is called row by row; False stops the work.");
-  t.def_readonly("name", &table::name);
+  t.def_readonly("name", &table::name, "Of the chamber that it is of.");
+  // In the order that a picture's axes take.
   t.def_property_readonly(
       "extent",
       [](const table& s) { return py::make_tuple(s.x_first, s.x_last, s.y_first, s.y_last); },

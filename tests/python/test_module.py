@@ -3,6 +3,7 @@ import ast
 import inspect
 import json
 import pathlib
+import re
 import subprocess
 import sys
 
@@ -40,7 +41,14 @@ def test_stubs_name_what_there_is():
 
 def test_everything_is_explained():
     for name in butngain.__all__:
-        assert name == "__version__" or getattr(butngain, name).__doc__, name
+        thing = getattr(butngain, name)
+        assert name == "__version__" or thing.__doc__, name
+        if not inspect.isclass(thing):
+            continue
+        for member, value in vars(thing).items():
+            # A unit alone says nothing.
+            text = re.sub(r"\[.*?\]", "", getattr(value, "__doc__", None) or "")
+            assert member.startswith("_") or re.search(r"[a-z]{3}", text), f"{name}.{member}"
 
 
 csv = ("bpm,name,orbits,verdict,reason,gain_1,gain_2,gain_3,gain_4,error\n"

@@ -145,7 +145,7 @@ void add_file_headers(py::class_<raw_file, std::shared_ptr<raw_file>>& c) {
   c.def_readonly("command", &raw_file::command, "Command that recorded it.");
   c.def_readonly("file_type", &raw_file::file_type, "Kind of file.");
   c.def_readonly("time_stamp", &raw_file::time_stamp, "When it was recorded, as the file says it.");
-  c.def_readonly("species", &raw_file::species, "POSITRONS, ELECTRONS or DUAL.");
+  c.def_readonly("species", &raw_file::species, "Particles: POSITRONS, ELECTRONS or DUAL.");
   c.def_readonly("timing_setup", &raw_file::timing_setup, "Timing set-up: '14ns_VAR_G' ...");
   c.def_readonly("file_id", &raw_file::file_id, "Run number.");
   c.def_readonly("file_version", &raw_file::file_version, "Version of the file's form.");

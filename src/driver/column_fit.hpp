@@ -53,7 +53,8 @@ struct column_results {
 /// Fits all BPMs, on all processors, and shows how far it is.
 /// given    readings  their orbits get positions, by difference over sum
 /// errors   none
-/// note     Ctrl-C ends it when the BPMs in work are done
+/// note     Ctrl-C ends it when the BPMs in work are done, also one that came since the caller began
+///          to watch for it; afterwards nobody watches
 column_results fit_columns(std::vector<column_readings>& readings, const column_setting& setting);
 
 }  // namespace driver

@@ -224,6 +224,8 @@ int run(const fit_options& options, const std::vector<std::string>& arguments) {
   info.title = title_of(options, *readings);
   const std::chrono::duration<double> reading = std::chrono::steady_clock::now() - began;
   info.seconds.emplace_back("data", reading.count());
+  // From the record's first line on: one that is there says how the run ended.
+  util::watch_interrupts();
   begin_record(results, command_of(arguments), arguments);
   begin_stage("fit");
   column_results fitted = fit_columns(*readings, {.table = &*table, .sigma_p = options.sigma_p});

@@ -255,6 +255,29 @@ def columns_are_recorded_without_a_dialog():
         assert set(record["seconds"]) == {"data", "fit", "results"}, record
 
 
+def a_fit_of_columns_that_is_ended_keeps_what_it_has():
+    with open("many.txt", "w", encoding="ascii") as file:
+        for i in range(1000):
+            dx, dy = i * 37 % 1001, i * 59 % 997
+            row = f"{20000 - dx - dy} {20000 + dx - dy} {20000 - dx + dy} {20000 + dx + dy}\n"
+            file.writelines(f"{bpm} {row}" for bpm in range(300))
+    child = subprocess.Popen([BUTNGAIN, "fit", "many.txt", "--chamber", "round.chamber", "--output",
+                              "ended"], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    while not os.path.exists("ended/run.json"):  # the fits have begun
+        pass
+    child.send_signal(signal.SIGTERM)
+    out, err = child.communicate()
+    assert child.returncode == -signal.SIGTERM, err
+    assert err.decode() == "butngain: terminated; what was fitted so far is written\n", err
+    with open("ended/run.json", encoding="utf-8") as file:
+        record = json.load(file)
+    jsonschema.validate(record, SCHEMA)
+    assert (record["ended"], record["exit_status"]) == ("terminated", 143), record
+    left = [b for b in record["bpms"] if b["reason"] == "the run was interrupted before it"]
+    assert len(record["bpms"]) == 300 and len(left) + len(out.splitlines()) == 300, len(left)
+    assert left
+
+
 def main():
     with tempfile.TemporaryDirectory() as scratch:
         os.chdir(scratch)
@@ -274,6 +297,7 @@ def main():
         every_end_is_recorded()
         a_record_that_cannot_be_written_hides_no_result()
         columns_are_recorded_without_a_dialog()
+        a_fit_of_columns_that_is_ended_keeps_what_it_has()
         os.chdir("/")
 
 

@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdio>
 #include <string>
@@ -32,13 +33,19 @@ constexpr const char* about =
     "The environment variable KOVR_ONLINE names the root of the facility's data tree.\n"
     "\n"
     "butngain compare RUN RUN... compares the gains of earlier runs: butngain compare --help\n"
-    "butngain fit FILE --chamber CHAMBER fits columns of any ring: butngain fit --help\n";
+    "butngain fit FILE --chamber CHAMBER fits columns of any ring: butngain fit --help\n"
+    "butngain many LIST makes a list of runs, on all cores or a batch system: butngain many "
+    "--help\n";
 
 constexpr const char* answers_group = "Answers given beforehand";
 
 // What shells' own commands end with on a wrong call; 1 would look like a run that began and
 // failed.
 constexpr int usage_error = 2;
+
+// What says how the program is started, not what the run is.
+constexpr std::array<std::string_view, 6> of_the_start{"--help",   "--version", "--output",
+                                                       "--repeat", "--batch",   "--jobs"};
 
 // The fault and where help is, not the help itself: that is longer than a screen, and would push
 // the fault out of it.
@@ -120,14 +127,20 @@ session_options options_of_record(const session_options& asked) {
   return options;
 }
 
-session_options parse(const std::vector<std::string>& arguments) {
-  CLI::App app(about, "butngain");
+// What a session can be told, and where it is kept.
+struct told_options {
+  CLI::App app{about, "butngain"};
+  session_options session;
+  std::vector<std::vector<std::string>> answers;
+  bool batch = false;
+};
+
+void add_options(told_options& told) {
+  CLI::App& app = told.app;
+  session_options& options = told.session;
   app.set_version_flag("--version", fmt::format("butngain {}", site::version));
   app.get_version_ptr()->description("Print the version and exit");
   app.set_help_flag("-h,--help", "Print this help and exit");
-  session_options options;
-  std::vector<std::vector<std::string>> answers;
-  bool batch = false;
   app.add_option("--chamber", options.chamber,
                  "Chamber, or table of one, of BPMs without a table of their own")
       ->type_name("FILE");
@@ -141,8 +154,16 @@ session_options parse(const std::vector<std::string>& arguments) {
       ->type_name("DIR");
   app.add_option("--repeat", options.repeat, "Make the run of this record (run.json) once more")
       ->type_name("FILE");
-  app.add_flag("--batch", batch, "Ask nothing: take the defaults of questions without an option");
-  add_dialog_options(app, answers);
+  app.add_flag("--batch", told.batch,
+               "Ask nothing: take the defaults of questions without an option");
+  add_dialog_options(app, told.answers);
+}
+
+session_options parse(const std::vector<std::string>& arguments) {
+  told_options told;
+  add_options(told);
+  CLI::App& app = told.app;
+  session_options& options = told.session;
   try {
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));  // last one first
   } catch (const CLI::Success& asked) {  // the library's way to tell of --help and --version
@@ -159,7 +180,7 @@ session_options parse(const std::vector<std::string>& arguments) {
     refuse_beside_repeat(app);
     return options_of_record(options);
   }
-  auto dialog = prepare_dialog(answers, batch);
+  auto dialog = prepare_dialog(told.answers, told.batch);
   if (!dialog) refuse(util::line_of(dialog.why));
   options.dialog = std::move(*dialog);
   return options;
@@ -171,6 +192,43 @@ std::string command_of(const std::vector<std::string>& arguments) {
   std::string line = "butngain";
   for (const std::string& word : arguments) line += " " + quoted(word);
   return line;
+}
+
+std::vector<run_option> options_of_a_run() {
+  told_options told;
+  add_options(told);
+  std::vector<run_option> all;
+  for (const CLI::Option* option : told.app.get_options()) {
+    const std::string name = option->get_name();
+    if (std::find(of_the_start.begin(), of_the_start.end(), name) != of_the_start.end()) continue;
+    all.push_back(
+        {.name = name,
+         .flag = option->get_expected_max() == 0,
+         .several = option->get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll});
+  }
+  return all;
+}
+
+std::vector<std::string> start_of_a_run() {
+  told_options told;
+  add_options(told);
+  std::vector<std::string> words{"--batch"};
+  // Others use the other cores.
+  if (told.app.get_option_no_throw("--jobs") != nullptr) words.emplace_back("--jobs=1");
+  return words;
+}
+
+util::status fault_of_run(const std::vector<std::string>& arguments) {
+  told_options told;
+  add_options(told);
+  try {
+    told.app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+  } catch (const CLI::ParseError& fault) {  // none asks for help: a run has no such option
+    return util::fault{fault.what(), {}, {}};
+  }
+  auto dialog = prepare_dialog(told.answers, told.batch);
+  if (!dialog) return dialog.why;
+  return {};
 }
 
 session_options read_command_line(int count, const char* const* arguments) {

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "fault.hpp"
 #include "prepared_answers.hpp"
 #include "run_results.hpp"
 
@@ -31,5 +32,23 @@ std::string command_of(const std::vector<std::string>& arguments);
 /// Returns when the session is to begin; otherwise the process ends: --help and --version print
 /// and end with status 0, anything else is told on standard error and ends with status 2.
 session_options read_command_line(int count, const char* const* arguments);
+
+/// An option that says what a run is, not how the program is started.
+struct run_option {
+  std::string name;      ///< "--run"
+  bool flag = false;     ///< it takes no value
+  bool several = false;  ///< it may be given once for each data set
+};
+
+/// All of them, in the order of the help.
+std::vector<run_option> options_of_a_run();
+
+/// What a run among others is started with: nobody is asked, and one core does.
+std::vector<std::string> start_of_a_run();
+
+/// Whether a session of these words would begin.
+/// given    arguments  without the program's name; no --help, --version or --repeat among them
+/// errors   the fault that read_command_line would end the process for
+util::status fault_of_run(const std::vector<std::string>& arguments);
 
 }  // namespace driver

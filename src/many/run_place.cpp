@@ -135,9 +135,11 @@ std::string reason_of(const run_place& place, const std::string& name, int wait_
     return fmt::format("killed by signal {} ({})", number,
                        strsignal(number));  // NOLINT(concurrency-mt-unsafe)
   }
-  const std::string said = util::shown(last_message(messages_of(place, name)));
+  std::string said = util::shown(last_message(messages_of(place, name)));
+  // Some faults are part of the described transcript.
+  if (said.empty()) said = util::shown(last_message(transcript_of(place, name)));
   const int status = WEXITSTATUS(wait_status);
-  return said.empty() ? fmt::format("status {}", status) : said;
+  return said.empty() ? fmt::format("status {}", status) : std::string{util::trim(said)};
 }
 
 // --- from the session's folder to the run's ------------------------------------------------------

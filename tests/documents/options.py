@@ -37,6 +37,11 @@ assert offered("--copy", "g") == ["gif"]
 assert offered("--data", "=", "") == offered("--data", "=") == ["T", "O", "F"]
 assert offered("--bpm", "") == []
 assert offered("--data", "T", "--pe") == ["--pedestal-bunch"]
+many = subprocess.run([BUTNGAIN, "many", "--help"], capture_output=True, text=True, check=True).stdout
+options = set(re.findall(r"^  (?:-\w,)?--([\w-]+)", many, re.M))
+assert {"engine", "jobs", "dry-run"} <= options <= described, options - described
+assert options <= {word.removeprefix("--") for word in offered("many", "--")}, offered("many", "--")
+assert offered("many", "--engine", "s") == ["slurm"]
 if shutil.which("mandoc") is None:
     sys.exit(77)
 lint = subprocess.run(["mandoc", "-Tlint", "-Wwarning", PAGE], capture_output=True, text=True,

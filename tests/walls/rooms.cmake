@@ -148,6 +148,15 @@ wall(butngain_report_files butngain_calibration calibration.hpp)
 wall(butngain_report_files butngain_driver session_state.hpp)
 wall(butngain_report_files butngain_terminal terminal.hpp)
 
+# Many runs are sessions of other processes: who starts them sees none.
+door(butngain_many many_command.hpp)
+door(butngain_many run_json.hpp)
+wall(butngain_many butngain_driver session.hpp)
+wall(butngain_many butngain_driver command_line.hpp)
+wall(butngain_many butngain_calibration calibration.hpp)
+wall(butngain_many butngain_page_interior overview.hpp)
+blind(butngain_many gain_fit_mod.hpp)
+
 # The library: work on records for other programs. Who uses it sees its own headers alone.
 door(butngain_library four_fits.hpp)
 wall(butngain_library butngain_terminal terminal.hpp)

@@ -74,6 +74,7 @@ void watch_signals() {
 child start_child(const std::vector<std::string>& command, const child_files& files) {
   std::vector<std::string> kept = command;
   std::vector<char*> words;
+  words.reserve(kept.size() + 1);
   for (std::string& word : kept) words.push_back(word.data());
   words.push_back(nullptr);
   child one;

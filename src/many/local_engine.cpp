@@ -119,8 +119,9 @@ void take_ended(local_engine& engine) {
     }
     one = engine.running.erase(one);
   }
-  engine.line.at(static_cast<long long>(count_of(engine.table, run_state::done) +
-                                        count_of(engine.table, run_state::failed)));
+  const std::size_t ended =
+      count_of(engine.table, run_state::done) + count_of(engine.table, run_state::failed);
+  engine.line.at(static_cast<long long>(ended));
 }
 
 // What is to happen although nobody ends: writing the status, or trying runs that others hold.

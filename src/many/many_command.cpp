@@ -184,7 +184,7 @@ void tell_summary(const many_options& options, const status_table& table, std::s
   util::tell_line(line);
 }
 
-int make_runs(const many_options& options, engine_work work, status_table& table,
+int make_runs(const many_options& options, const engine_work& work, status_table& table,
               std::size_t chosen) {
   const std::size_t before = count_of(table, run_state::done);
   for (const std::size_t run : work.to_do) set_status(table, run, {});
@@ -198,7 +198,7 @@ int make_runs(const many_options& options, engine_work work, status_table& table
   return count_of(table, run_state::done) == chosen && !table.fault ? all_done : some_failed;
 }
 
-int run(many_options options, const session_words& session) {
+int run(const many_options& options, const session_words& session) {
   const bool task = !options.only.empty() || options.share.of > 0;
   const auto runs = read_run_list(options.list, session);
   if (!runs) return tell(runs.why);
@@ -231,7 +231,7 @@ int run(many_options options, const session_words& session) {
   if (const auto fault = look_at_runs(options, *chosen, work, table)) return tell(*fault);
   if (options.dry_run) return dry_run(options, work, table);
   watch_signals();
-  return make_runs(options, std::move(work), table, chosen->size());
+  return make_runs(options, work, table, chosen->size());
 }
 
 }  // namespace
@@ -262,7 +262,7 @@ int many_command(int count, const char* const* arguments, const session_words& s
   // found/ is found: its name stands in the records.
   while (options.folder.size() > 1 && options.folder.back() == '/') options.folder.pop_back();
   util::show_long_steps();
-  return run(std::move(options), session);
+  return run(options, session);
 }
 
 }  // namespace many

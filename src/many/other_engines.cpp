@@ -30,13 +30,15 @@ using std::chrono::milliseconds;
 // What tasks left is looked at so often: they may be on other machines, and a shared file system
 // tells of nothing.
 constexpr milliseconds look_pause{3000};
+// Other machines' files are seen so late by a machine that asks its file server now and then.
+constexpr milliseconds shown_late{15000};
 
 // The program as the shell would find it; empty where it is not.
 std::string path_of(const std::string& program) {
   const char* path = std::getenv("PATH");
   std::istringstream folders(path != nullptr ? path : "/usr/bin:/bin");
   for (std::string folder; std::getline(folders, folder, ':');) {
-    const std::string candidate = (folder.empty() ? "." : folder) + "/" + program;
+    std::string candidate = (folder.empty() ? "." : folder) + "/" + program;
     if (access(candidate.c_str(), X_OK) == 0 && !fs::is_directory(candidate)) return candidate;
   }
   return {};
@@ -95,15 +97,25 @@ void look_at_tasks(task_watch& watch, util::progress& line) {
 }
 
 // Waits for the engine's program, and looks at what its tasks leave meanwhile.
+// given    interrupt  ends the engine's work; done again as long as the program goes on, for it may
+//                     not have begun what is to be ended
+//          late       how long files of other machines may need to be seen here
 template <class Interrupt>
-void wait_for(child& program, task_watch& watch, const Interrupt& interrupt) {
+void wait_for(child& program, task_watch& watch, const Interrupt& interrupt, milliseconds late) {
   util::progress line("runs", static_cast<long long>(watch.table.status.size()),
                       util::output_during::silence);
   while (!child_ended(program)) {
-    if (wait_for_news(look_pause) == news::interrupt) interrupt();
+    wait_for_news(look_pause);
+    if (interrupted_by() != 0) interrupt();
     look_at_tasks(watch, line);
   }
   look_at_tasks(watch, line);
+  const auto ended = std::chrono::steady_clock::now();
+  while (!watch.open.empty() && interrupted_by() == 0 &&
+         std::chrono::steady_clock::now() - ended < late) {
+    wait_for_news(look_pause);
+    look_at_tasks(watch, line);
+  }
   // What nobody made is to be made the next time.
   for (const std::size_t run : watch.open) set_status(watch.table, run, {});
   write_status(watch.table, true);
@@ -164,7 +176,8 @@ util::status run_parallel(const engine_work& work, status_table& table) {
   if (program.process < 0) {
     return util::fault{util::system_text(program.trouble), "parallel", {}};
   }
-  wait_for(program, watch, [&] { kill(program.process, SIGTERM); });
+  wait_for(
+      program, watch, [&] { kill(program.process, SIGTERM); }, milliseconds{0});
   // Up to 100 it is a number of tasks that failed, which they told themselves.
   constexpr int most_failed = 101;
   if (interrupted_by() != 0 || watch.open.empty()) return {};
@@ -211,14 +224,19 @@ util::status run_slurm(const engine_work& work, status_table& table) {
       start_child({path_of("sbatch"), "--parsable", "--wait", "--job-name", name, script},
                   {.output = said, .error = faults});
   if (program.process < 0) return util::fault{util::system_text(program.trouble), "sbatch", {}};
-  wait_for(program, watch, [&] {
-    child cancel = start_child({path_of("scancel"), "--name", name}, {});
-    while (cancel.process > 0 && !child_ended(cancel)) wait_for_news(look_pause);
-  });
+  const auto cancel = [&] {
+    child scancel = start_child({path_of("scancel"), "--name", name}, {});
+    while (scancel.process > 0 && !child_ended(scancel)) wait_for_news(look_pause);
+  };
+  wait_for(program, watch, cancel, shown_late);
   if (interrupted_by() != 0 || watch.open.empty()) return {};
   // Without a number nothing was submitted.
   if (first_line(said).empty()) return util::fault{last_line(faults), "sbatch", {}};
-  return {};
+  return util::fault{
+      fmt::format("{} runs were not made; what their tasks said stands in {}/.many/slurm_*.txt",
+                  watch.open.size(), work.place->folder),
+      "slurm",
+      {}};
 }
 
 }  // namespace many

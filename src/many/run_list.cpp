@@ -132,7 +132,7 @@ std::string name_of_answers(const std::vector<std::string>& options) {
 
 std::string no_second(const std::map<std::string, int>& names, const std::string& name) {
   std::string free = name;
-  for (int i = 2; names.count(free) != 0; ++i) free = fmt::format("{}-{}", name, i);
+  for (int i = 2; names.contains(free); ++i) free = fmt::format("{}-{}", name, i);
   return free;
 }
 

@@ -138,6 +138,8 @@ struct told_options {
 void add_options(told_options& told) {
   CLI::App& app = told.app;
   session_options& options = told.session;
+  auto& answers = told.answers;
+  bool& batch = told.batch;
   app.set_version_flag("--version", fmt::format("butngain {}", site::version));
   app.get_version_ptr()->description("Print the version and exit");
   app.set_help_flag("-h,--help", "Print this help and exit");
@@ -154,9 +156,8 @@ void add_options(told_options& told) {
       ->type_name("DIR");
   app.add_option("--repeat", options.repeat, "Make the run of this record (run.json) once more")
       ->type_name("FILE");
-  app.add_flag("--batch", told.batch,
-               "Ask nothing: take the defaults of questions without an option");
-  add_dialog_options(app, told.answers);
+  app.add_flag("--batch", batch, "Ask nothing: take the defaults of questions without an option");
+  add_dialog_options(app, answers);
 }
 
 session_options parse(const std::vector<std::string>& arguments) {
@@ -164,6 +165,8 @@ session_options parse(const std::vector<std::string>& arguments) {
   add_options(told);
   CLI::App& app = told.app;
   session_options& options = told.session;
+  const auto& answers = told.answers;
+  const bool& batch = told.batch;
   try {
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));  // last one first
   } catch (const CLI::Success& asked) {  // the library's way to tell of --help and --version
@@ -180,7 +183,7 @@ session_options parse(const std::vector<std::string>& arguments) {
     refuse_beside_repeat(app);
     return options_of_record(options);
   }
-  auto dialog = prepare_dialog(told.answers, told.batch);
+  auto dialog = prepare_dialog(answers, batch);
   if (!dialog) refuse(util::line_of(dialog.why));
   options.dialog = std::move(*dialog);
   return options;

@@ -140,9 +140,7 @@ util::status look_at_runs(const many_options& options, const std::vector<std::si
   }
   if (!changed.empty()) {
     util::tell_line(
-        fmt::format("{} of {} changed in the list since, and made again: {}",
-                    changed.size() == 1 ? "a run" : std::to_string(changed.size()) + " runs",
-                    options.folder, fmt::join(changed, ", ")));
+        fmt::format("changed in the list, to be made again: {}", fmt::join(changed, ", ")));
   }
   return {};
 }

@@ -124,7 +124,7 @@ def changed_and_removed_lines(place, environment):
     assert done.stdout == "week_001\n", done.stdout
     assert status_of(place / "changed")["week_001"][0] == "waiting"
     done = many(place, environment, "runs.csv", "--output", "changed")
-    assert "changed in the list since, and made again: week_001" in done.stderr, done.stderr
+    assert "changed in the list, to be made again: week_001\n" in done.stderr, done.stderr
     after = made_when(place / "changed")
     assert {n for n in after if after[n] != before.get(n)} == {"week_001"}, (before, after)
     assert "week_003" in after and "week_003" not in status_of(place / "changed")

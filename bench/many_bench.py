@@ -54,7 +54,7 @@ def together(place, environment):
     """One call: wall seconds, the engine's memory [MB] and processor time [s]."""
     start = time.perf_counter()
     engine = subprocess.Popen([BUTNGAIN, "many", "runs.csv", "--output", "found"], cwd=place,
-                              env=environment, stderr=subprocess.DEVNULL)
+                              env=environment, stderr=subprocess.PIPE, text=True)
     memory, ticks = 0, 0
     while engine.poll() is None:
         try:
@@ -65,7 +65,8 @@ def together(place, environment):
         except (OSError, IndexError):
             break  # it ended meanwhile
         time.sleep(0.2)
-    assert engine.wait() == 0
+    said = engine.communicate()[1]
+    assert engine.returncode == 0, said
     return time.perf_counter() - start, memory, ticks / os.sysconf("SC_CLK_TCK")
 
 

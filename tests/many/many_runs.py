@@ -192,6 +192,20 @@ def leftovers_go(place, environment):
     assert not (place / "left/week_001/half").exists()
 
 
+def long_lists_are_dealt_out(place, environment):
+    """More runs than an array may have tasks: each share is a task, and no run is in two or in none."""
+    write_list(place / "long.csv", 1003)
+    done = many(place, environment, "long.csv", "--output", "long", "--engine", "slurm", "--dry-run",
+                "--jobs", "7")
+    script = (place / "long/slurm.sh").read_text(encoding="utf-8")
+    assert "--array=1-1000%7\n" in script and '--share "$SLURM_ARRAY_TASK_ID/1000"' in script, script
+    names = [many(place, environment, "long.csv", "--output", "long", "--dry-run", "--share",
+                  f"{i}/1000").stdout.split() for i in (1, 3, 4, 1000)]
+    assert names == [["week_000", "week_1000"], ["week_002", "week_1002"], ["week_003"],
+                     ["week_999"]], names
+    assert len(done.stdout.split()) == 1003
+
+
 def parallel_makes_the_same(place, environment):
     if shutil.which("parallel") is None:
         print("left out: GNU parallel is not installed")
@@ -221,7 +235,7 @@ def main():
         environment = simulate(BPMSIM, place, bpms=2, turns=200, seed=4)
         for fact in (lists_that_cannot_be_meant, names_follow_from_answers, failures_do_not_stop_the_others, changed_and_removed_lines,
                      nobody_elses_folder, one_engine_at_a_time, leftovers_go,
-                     parallel_makes_the_same):
+                     long_lists_are_dealt_out, parallel_makes_the_same):
             fact(place, environment)
             print(fact.__name__, flush=True)
 

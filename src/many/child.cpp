@@ -66,6 +66,8 @@ void watch_signals() {
     if (sigaction(number, nullptr, &now) == 0 && now.sa_handler == SIG_IGN) continue;
     sigaddset(&watched.all, number);
   }
+  // Processes whose parent died become ours, so that their end is seen.
+  prctl(PR_SET_CHILD_SUBREAPER, 1);  // NOLINT(*-vararg)
   // Whoever started us may have left it ignored, and then nobody is told of ends.
   std::signal(SIGCHLD, SIG_DFL);
   sigprocmask(SIG_BLOCK, &watched.all, &watched.before);
@@ -92,10 +94,30 @@ child start_child(const std::vector<std::string>& command, const child_files& fi
 }
 
 bool child_ended(child& one) {
-  const pid_t ended = wait4(one.process, &one.wait_status, WNOHANG, &one.usage);
-  if (ended != one.process) return false;
-  one.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - one.began).count();
-  return true;
+  for (;;) {
+    int status = 0;
+    rusage usage{};
+    const pid_t ended = wait4(-one.process, &status, WNOHANG, &usage);
+    if (ended == one.process) {
+      one.ended = true;
+      one.wait_status = status;
+      one.usage = usage;
+      one.seconds =
+          std::chrono::duration<double>(std::chrono::steady_clock::now() - one.began).count();
+      // What it leaves behind when it is killed works for nobody, in a folder that is about to go.
+      signal_child(one, SIGKILL);
+    }
+    if (ended == 0) return false;
+    if (ended < 0) return one.ended;
+  }
+}
+
+void wait_for_all() {
+  for (;;) {
+    const pid_t ended = waitpid(-1, nullptr, WNOHANG);
+    if (ended < 0) return;
+    if (ended == 0) wait_for_news(forever);
+  }
 }
 
 void signal_child(const child& one, int number) { static_cast<void>(kill(-one.process, number)); }

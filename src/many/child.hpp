@@ -27,6 +27,7 @@ struct child {
   pid_t process = -1;  ///< negative: could not be started
   int trouble = 0;     ///< errno value of why not
   std::chrono::steady_clock::time_point began;
+  bool ended = false;   ///< itself; others of its group may go on
   int wait_status = 0;  ///< these three once it ended
   rusage usage{};
   double seconds = 0;
@@ -40,8 +41,12 @@ void watch_signals();
 /// given    command  the program's path, and its words
 child start_child(const std::vector<std::string>& command, const child_files& files);
 
-/// Whether it ended; then all about it is known. To be called until it says so.
+/// Whether it ended, and all of its group that it left behind; then all about it is known. To be called
+/// until it says so.
 bool child_ended(child& one);
+
+/// Waits for all that is left of children which were told to end, and of what they had started.
+void wait_for_all();
 
 /// Sends a signal to it and to what it started.
 void signal_child(const child& one, int number);

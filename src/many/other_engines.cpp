@@ -109,6 +109,8 @@ void wait_for(child& program, task_watch& watch, const Interrupt& interrupt, mil
     if (interrupted_by() != 0) interrupt();
     look_at_tasks(watch, line);
   }
+  // It need not have waited for the tasks that it told to end.
+  if (interrupted_by() != 0) wait_for_all();
   look_at_tasks(watch, line);
   const auto ended = std::chrono::steady_clock::now();
   while (!watch.open.empty() && interrupted_by() == 0 &&

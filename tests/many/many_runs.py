@@ -221,6 +221,24 @@ def parallel_makes_the_same(place, environment):
     assert "7 runs: 6 done, 1 failed" in done.stderr, done.stderr
     assert_same_runs(place / "by_local", place / "by_parallel")
     assert status_of(place / "by_local") == status_of(place / "by_parallel")
+    # Ended or killed, it takes its tasks and their sessions with it.
+    write_list(place / "long.csv", 40)
+    for number in (signal.SIGINT, signal.SIGKILL):
+        engine = subprocess.Popen([BUTNGAIN, "many", "long.csv", "--output", "p", "--engine",
+                                   "parallel"], cwd=place, env=environment, stderr=subprocess.PIPE)
+        goal = len(made_when(place / "p")) + 2
+        while len(made_when(place / "p")) < goal:
+            assert engine.poll() is None, engine.stderr.read()
+            time.sleep(0.01)
+        engine.send_signal(number)
+        engine.communicate(timeout=PATIENCE)
+        assert engine.returncode == -number
+        if number == signal.SIGINT:
+            assert {s for s, _ in status_of(place / "p").values()} == {"done", "waiting"}
+        while sessions_of("p"):  # killed, it cannot wait for them
+            assert number == signal.SIGKILL, sessions_of("p")
+            time.sleep(0.01)
+        assert len(made_when(place / "p")) < 40
     # Tasks by hand, as scripts of other systems call them.
     for share in ("1/2", "2/2"):
         many(place, environment, "runs.csv", "--output", "by_tasks", "--share", share,

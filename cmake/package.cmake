@@ -75,6 +75,7 @@ and a plot from which the gains are corrected.
 It comes with a simulator of beams, monitors and electronics, and with a viewer
 of raw data files.")
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_RECOMMENDS fonts-dejavu-core)  # the plot's font
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_SUGGESTS "parallel, slurm-client")  # engines of many runs
 
 debian_package(library libbutngain${BUTNGAIN_SOVERSION} libs
 "button gains of beam position monitors (shared library)

@@ -235,8 +235,9 @@ util::status run_slurm(const engine_work& work, status_table& table) {
   // Without a number nothing was submitted.
   if (first_line(said).empty()) return util::fault{last_line(faults), "sbatch", {}};
   return util::fault{
-      fmt::format("{} runs were not made; what their tasks said stands in {}/.many/slurm_*.txt",
-                  watch.open.size(), work.place->folder),
+      fmt::format(
+          "{} of the runs were not made; what their tasks said stands in {}/.many/slurm_*.txt",
+          watch.open.size(), work.place->folder),
       "slurm",
       {}};
 }

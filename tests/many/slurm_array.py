@@ -4,6 +4,7 @@ usage: slurm_array.py BUTNGAIN BPMSIM; status 77 where munge and Slurm are missi
 Everything, sockets and keys too, lies in a scratch folder; the daemons are children of this script.
 """
 import contextlib
+import ctypes
 import os
 import pathlib
 import shutil
@@ -49,6 +50,11 @@ PartitionName=all Nodes={host} Default=YES MaxTime=INFINITE State=UP
 """
 
 
+def end_with_us():
+    """In a daemon before it begins: it does not outlive this script, however that ends."""
+    ctypes.CDLL(None).prctl(1, signal.SIGTERM)  # PR_SET_PDEATHSIG
+
+
 def skip(why):
     print("skipped: " + why)
     sys.exit(77)
@@ -85,7 +91,8 @@ class Cluster:
     def daemon(self, *command):
         with open(self.folder / "log/daemons", "ab") as log:
             self.daemons.append(subprocess.Popen(command, env=self.environment, stdout=log,
-                                                 stderr=log, stdin=subprocess.DEVNULL))
+                                                 stderr=log, stdin=subprocess.DEVNULL,
+                                                 preexec_fn=end_with_us))
 
     def wait_for(self, what, ready):
         began = time.monotonic()

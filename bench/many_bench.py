@@ -6,6 +6,8 @@ Sessions are started by hand, one at a time and by xargs, half of a sample befor
 so that a machine whose load changes does not favour one of them. The lines give
   wall time of the call over the sum of the sessions' times alone, divided by cores
   wall time of the call over that of the same sessions by xargs, as many at a time
+  processor time of the call's sessions and of the engine over that of the sessions alone: what a free
+      machine would show in the first line, while others work on this one
   wall time of the call over the sum of the times of its own sessions, divided by cores: what is
       left above 1 is time in which a core had no session
   the most memory that the engine held, and its own processor time
@@ -13,6 +15,7 @@ so that a machine whose load changes does not favour one of them. The lines give
 import csv
 import os
 import pathlib
+import resource
 import subprocess
 import sys
 import tempfile
@@ -23,6 +26,12 @@ RUNS = int(sys.argv[3]) if len(sys.argv) > 3 else 300
 SAMPLE = max(10, RUNS // 10)
 CORES = len(os.sched_getaffinity(0))
 OPTIONS = ["--data=T", "--positions=100000", "--pedestal-bunch=2"]
+
+
+def processor_time():
+    """Of all children that ended."""
+    used = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return used.ru_utime + used.ru_stime
 
 
 def by_xargs(place, environment, first, count):
@@ -36,8 +45,8 @@ def by_xargs(place, environment, first, count):
 
 
 def alone(place, environment, first, count):
-    """Wall seconds of sessions one after the other."""
-    taken = []
+    """Wall seconds of sessions one after the other, and their processor seconds."""
+    taken, before = [], processor_time()
     for i in range(first, first + count):
         folder = place / f"alone/{i}"
         folder.mkdir(parents=True)
@@ -47,7 +56,7 @@ def alone(place, environment, first, count):
                             f"--run={4565 + i % 3}"], cwd=place, env=environment, check=True,
                            stdin=subprocess.DEVNULL, stdout=out, stderr=err)
         taken.append(time.perf_counter() - start)
-    return taken
+    return taken, processor_time() - before
 
 
 def together(place, environment):
@@ -81,18 +90,21 @@ def main():
         lines += [f"run_{i:05},T,100000,2,{4565 + i % 3}" for i in range(RUNS)]
         (place / "runs.csv").write_text("\n".join(lines) + "\n", encoding="ascii")
         alone(place, environment, 0, 3)  # files and libraries come into memory
-        taken = alone(place, environment, 3, SAMPLE // 2)
+        taken, used = alone(place, environment, 3, SAMPLE // 2)
         xargs = by_xargs(place, environment, 0, SAMPLE // 2)
         wall, memory, cpu = together(place, environment)
         xargs += by_xargs(place, environment, SAMPLE // 2, SAMPLE // 2)
-        taken += alone(place, environment, 3 + SAMPLE // 2, SAMPLE // 2)
+        later, used_later = alone(place, environment, 3 + SAMPLE // 2, SAMPLE // 2)
+        taken += later
         with open(place / "found/status.csv", encoding="ascii") as status:
             rows = list(csv.DictReader(status))
         assert len(rows) == RUNS and all(row["state"] == "done" for row in rows)
         own = sum(float(row["seconds"]) for row in rows)
+        own_cpu = cpu + sum(float(row["cpu_seconds"]) for row in rows)
         by_hand = RUNS * sum(taken) / len(taken)
         print(f"{RUNS} runs on {CORES} cores: {wall:.1f} s; load {os.getloadavg()[0]:.1f}")
         print(f"over sessions alone     {wall * CORES / by_hand:6.3f}")
+        print(f"processor time likewise {own_cpu / RUNS * len(taken) / (used + used_later):6.3f}")
         print(f"over sessions by xargs  {wall / RUNS * len(taken) / xargs:6.3f}")
         print(f"over its own sessions   {wall * CORES / own:6.3f}")
         print(f"engine                  {memory:6.1f} MB, {cpu:.2f} s ({1000 * cpu / RUNS:.2f} ms a run)")

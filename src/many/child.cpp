@@ -120,7 +120,10 @@ void wait_for_all() {
   }
 }
 
-void signal_child(const child& one, int number) { static_cast<void>(kill(-one.process, number)); }
+void signal_child(const child& one, int number) {
+  // One that was not started has no group.
+  if (one.process > 1) static_cast<void>(kill(-one.process, number));
+}
 
 news wait_for_news(std::chrono::milliseconds longest) {
   for (;;) {

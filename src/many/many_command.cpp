@@ -198,6 +198,11 @@ int make_runs(const many_options& options, const engine_work& work, status_table
 
 int run(const many_options& options, const session_words& session) {
   const bool task = !options.only.empty() || options.share.of > 0;
+  if (task && options.engine != "local") {
+    return tell({"--only and --share are for tasks, which make their runs themselves",
+                 "--engine " + options.engine,
+                 {}});
+  }
   const auto runs = read_run_list(options.list, session);
   if (!runs) return tell(runs.why);
   const auto chosen = chosen_runs(options, *runs);

@@ -73,6 +73,13 @@ def lists_that_cannot_be_meant(place, environment):
         assert done.stderr.count("\n") == 1 and not (place / "bad").exists(), (text, done.stderr)
 
 
+    for words in (["--share", "0/3"], ["--share", "4/3"], ["--share", "1"], ["--only", "nobody"],
+                  ["--jobs", "0"], ["--engine", "cloud"], ["--only", "week_000", "--engine", "slurm"]):
+        write_list(place / "runs.csv", 1)
+        done = many(place, environment, "runs.csv", "--output", "bad", *words, status=2)
+        assert done.stderr.count("\n") == 1 and not (place / "bad").exists(), (words, done.stderr)
+
+
 def names_follow_from_answers(place, environment):
     """Of lines without a name: what they read; a chosen name is never taken away from its line."""
     (place / "names.csv").write_text(

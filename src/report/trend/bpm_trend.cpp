@@ -1,0 +1,322 @@
+#include "bpm_trend.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <utility>
+
+#include "calendar.hpp"
+#include "scatter.hpp"
+
+namespace report {
+namespace {
+
+double mean_of(const four& v) { return (v[0] + v[1] + v[2] + v[3]) / 4; }
+
+std::vector<stated> stated_points(const bpm_series& series, const trend_data& data,
+                                  std::vector<std::size_t>& used) {
+  std::vector<stated> points;
+  for (std::size_t i = 0; i < series.point.size(); ++i) {
+    const trend_point& p = series.point[i];
+    if (!p.usable) continue;
+    used.push_back(i);
+    points.push_back({data.run[p.run].day, p.gain, p.noise, p.error});
+  }
+  return points;
+}
+
+// --- wild runs ----------------------------------------------------------------------------------
+
+// The median of some readings, button by button.
+four median_of(std::span<const reading> readings, const four& slope, double day) {
+  four middle{};
+  for (std::size_t k = 0; k < 4; ++k) {
+    std::vector<double> values;
+    for (const reading& r : readings) values.push_back(r.value[k] + slope[k] * (day - r.day));
+    std::sort(values.begin(), values.end());
+    const std::size_t n = values.size();
+    middle[k] = (values[(n - 1) / 2] + values[n / 2]) / 2;
+  }
+  return middle;
+}
+
+// Whether a reading is off from these neighbours, which all stand on one side of it.
+bool off_from(const reading& r, std::span<const reading> neighbours, const four& slope,
+              double wander, const trend_limits& limits) {
+  if (neighbours.empty()) return true;
+  const four middle = median_of(neighbours, slope, r.day);
+  // A median of three has 0.45 of the variance of one; that of fewer, more.
+  double variance = r.variance, days = 0;
+  for (const reading& n : neighbours) {
+    variance += 1.35 * n.variance / static_cast<double>(neighbours.size() * neighbours.size());
+    days = std::max(days, std::abs(n.day - r.day));
+  }
+  four d{};
+  for (std::size_t k = 0; k < 4; ++k) d[k] = r.value[k] - middle[k];
+  return single_button_errors(d, variance + wander * days) > limits.errors;
+}
+
+// First guess, before any step is known: off from those before and from those behind alike. At a
+// step a reading agrees with one side.
+std::vector<bool> first_wild(std::span<const reading> all, double wander,
+                             const trend_limits& limits) {
+  constexpr std::size_t side = 3;  // of three, one that is wild itself does not count
+  const four slope = robust_slope(all);
+  std::vector<bool> wild(all.size());
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    const auto before = all.first(i), behind = all.subspan(i + 1);
+    const auto off = [&](std::span<const reading> those) {
+      return off_from(all[i], those, slope, wander, limits);
+    };
+    // From the next one as well: two that agree are a step, or the end of one, and not wild.
+    wild[i] = off(before.last(std::min<std::size_t>(i, 1))) &&
+              off(behind.first(std::min<std::size_t>(behind.size(), 1))) &&
+              off(before.last(std::min(i, side))) &&
+              off(behind.first(std::min(behind.size(), side)));
+  }
+  return wild;
+}
+
+std::vector<reading> without(std::span<const reading> all, const std::vector<bool>& wild) {
+  std::vector<reading> kept;
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    if (!wild[i]) kept.push_back(all[i]);
+  }
+  return kept;
+}
+
+// --- explanation and wild runs in turn ----------------------------------------------------------
+
+struct explained_series {
+  found_changes found;        // of the readings that are not wild
+  std::vector<bool> wild;     // of all
+  std::vector<known_level> level;   // at all readings, from the others
+  std::vector<double> errors; // by which each is off from that
+};
+
+// The level that the other readings of its stretch say at a reading.
+known_level level_without(std::span<const reading> all, const explained_series& e, std::size_t at,
+                    std::size_t begin, std::size_t end, double wander) {
+  std::vector<reading> before, behind;
+  // Near ones suffice: with more, the level is no better known than the reading itself.
+  constexpr std::size_t enough = 40;
+  for (std::size_t i = at; i-- > begin && before.size() < enough;) {
+    if (!e.wild[i]) before.push_back(all[i]);
+  }
+  for (std::size_t i = at + 1; i < end && behind.size() < enough; ++i) {
+    if (!e.wild[i]) behind.push_back(all[i]);
+  }
+  known_level sum{};
+  double weights = 0;
+  for (const auto& side : {before, behind}) {
+    if (side.empty()) continue;
+    // Filtered towards the reading.
+    const std::vector<reading> towards(side.rbegin(), side.rend());
+    const known_level near = forward_levels(towards, wander).back();
+    const double weight = 1 / (near.variance + wander * std::abs(side[0].day - all[at].day));
+    weights += weight;
+    for (std::size_t k = 0; k < 4; ++k) sum.value[k] += weight * near.value[k];
+    sum.day += weight * near.day;
+  }
+  if (weights == 0) return {all[at].value, all[at].day, 1};
+  sum.day /= weights;
+  sum.variance = 1 / weights;
+  for (std::size_t k = 0; k < 4; ++k) {
+    sum.value[k] /= weights;
+    if (e.found.drifts) sum.value[k] += e.found.drift.a_day[k] * (all[at].day - sum.day);
+  }
+  return sum;
+}
+
+// Places of the steps among all readings.
+std::vector<std::size_t> places_of_steps(const explained_series& e) {
+  std::vector<std::size_t> kept;
+  for (std::size_t i = 0; i < e.wild.size(); ++i) {
+    if (!e.wild[i]) kept.push_back(i);
+  }
+  std::vector<std::size_t> places;
+  for (const found_step& step : e.found.steps) places.push_back(kept[step.at]);
+  places.push_back(e.wild.size());
+  return places;
+}
+
+void compare_with_others(std::span<const reading> all, double wander, explained_series& e) {
+  e.level.clear();
+  e.errors.clear();
+  std::size_t begin = 0;
+  for (const std::size_t end : places_of_steps(e)) {
+    for (std::size_t i = begin; i < end; ++i) {
+      const known_level at = level_without(all, e, i, begin, end, wander);
+      four d{};
+      for (std::size_t k = 0; k < 4; ++k) d[k] = all[i].value[k] - at.value[k];
+      e.level.push_back(at);
+      e.errors.push_back(single_button_errors(d, all[i].variance + at.variance));
+    }
+    begin = end;
+  }
+}
+
+explained_series explain_series(std::span<const reading> all, double wander,
+                                const trend_limits& limits) {
+  explained_series e;
+  e.wild = first_wild(all, wander, limits);
+  constexpr int most_rounds = 4;  // a run on the verge may come and go
+  for (int round = 0; round < most_rounds; ++round) {
+    e.found = search_changes(without(all, e.wild), wander, limits);
+    compare_with_others(all, wander, e);
+    std::vector<bool> wild(all.size());
+    for (std::size_t i = 0; i < all.size(); ++i) wild[i] = e.errors[i] > limits.errors;
+    if (std::exchange(e.wild, wild) == wild) break;
+  }
+  return e;
+}
+
+// --- into the record ----------------------------------------------------------------------------
+
+bool made_otherwise(const trend_run& p, const trend_run& q) {
+  return p.version != q.version || p.tables != q.tables;
+}
+
+void take_steps(const explained_series& e, const trend_data& data, const trend_limits& limits,
+                bpm_trend& b) {
+  std::vector<std::size_t> runs;  // of the readings that are not wild
+  for (std::size_t i = 0; i < b.used.size(); ++i) {
+    if (!e.wild[i]) runs.push_back(b.series->point[b.used[i]].run);
+  }
+  for (const found_step& step : e.found.steps) {
+    trend_step told;
+    told.before = runs[step.earliest - 1];
+    told.behind = runs[step.latest];
+    told.errors = single_button_errors(step.change, step.variance);
+    told.moved = explain(step.change, step.variance, limits);
+    told.made_otherwise = made_otherwise(data.run[told.before], data.run[told.behind]);
+    b.steps.push_back(told);
+  }
+}
+
+void take_drift(const found_changes& found, double days, const trend_limits& limits,
+                bpm_trend& b) {
+  if (!(found.drift.variance > 0)) return;
+  four a_month = found.drift.a_day;
+  for (double& a : a_month) a *= days_of_month;
+  const double variance = found.drift.variance * days_of_month * days_of_month;
+  // Whether a second button drifts is worth a look where it makes a floor in all the time.
+  trend_limits of_slope = limits;
+  of_slope.floor *= days > 0 ? days_of_month / days : 1;
+  b.drift.moved = explain(a_month, variance, of_slope);
+  b.drift.errors = single_button_errors(a_month, variance);
+  const double size = std::abs(b.drift.moved.change[b.drift.moved.button]);
+  b.drift.told = found.drifts && b.drift.errors > limits.errors && size > of_slope.floor;
+}
+
+void take_wild(std::span<const reading> all, const explained_series& e, const trend_limits& limits,
+               bpm_trend& b) {
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    if (!e.wild[i]) continue;
+    four d{};
+    for (std::size_t k = 0; k < 4; ++k) d[k] = all[i].value[k] - e.level[i].value[k];
+    const moved_gains moved = explain(d, all[i].variance + e.level[i].variance, limits);
+    b.wild.push_back({b.series->point[b.used[i]].run, e.errors[i], moved,
+                      i == 0 || i + 1 == all.size()});
+  }
+}
+
+// The common factor of each run, so that buttons that did not move stay where they were.
+void show(std::span<const reading> all, const explained_series& e, bpm_trend& b) {
+  const double first = all.front().day;
+  four moved{};  // by all steps so far, in the simplest explanation
+  std::size_t next = 0;
+  std::vector<four> shown(all.size()), explained(all.size());
+  const auto places = places_of_steps(e);
+  auto level = e.found.level.begin();
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    while (next < b.steps.size() && i >= places[next]) {
+      for (std::size_t k = 0; k < 4; ++k) moved[k] += b.steps[next].moved.change[k];
+      ++next;
+    }
+    four model = moved;
+    for (std::size_t k = 0; k < 4 && b.drift.told; ++k) {
+      model[k] += b.drift.moved.change[k] / days_of_month * (all[i].day - first);
+    }
+    const double common = mean_of(model);
+    // Of a wild run, what the others say.
+    const four& at = e.wild[i] || level == e.found.level.end() ? e.level[i].value : (level++)->value;
+    for (std::size_t k = 0; k < 4; ++k) {
+      shown[i][k] = all[i].value[k] + common;
+      explained[i][k] = at[k] + common;
+    }
+  }
+  // From the level of the first run on.
+  const four zero = explained[0];
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    for (std::size_t k = 0; k < 4; ++k) {
+      shown[i][k] -= zero[k];
+      explained[i][k] -= zero[k];
+    }
+  }
+  b.shown = std::move(shown);
+  b.explained = std::move(explained);
+}
+
+void judge(std::span<const stated> points, double scale, const trend_data& data,
+           const trend_limits& limits, bpm_trend& b) {
+  std::vector<reading> all;
+  for (const stated& p : points) {
+    all.push_back({p.day, p.gain, variance_of(p, scale)});
+    b.scatter.push_back(std::sqrt(all.back().variance));
+  }
+  std::vector<double> sorted = b.scatter;
+  std::sort(sorted.begin(), sorted.end());
+  b.usual_scatter = sorted[sorted.size() / 2];
+  const double wander = wander_of(all);
+  b.wander = std::sqrt(wander * days_of_month);
+  const explained_series e = explain_series(all, wander, limits);
+  const bool enough = points.size() >= least_runs;
+  if (enough) {
+    take_steps(e, data, limits, b);
+    take_drift(e.found, all.back().day - all.front().day, limits, b);
+    take_wild(all, e, limits, b);
+  }
+  show(all, e, b);
+  b.word = !enough         ? trend_word::few
+           : changed(b)    ? trend_word::changed
+           : b.wild.empty() ? trend_word::quiet
+                            : trend_word::wild_only;
+}
+
+}  // namespace
+
+bool changed(const bpm_trend& b) { return !b.steps.empty() || b.drift.told; }
+
+double size_of_changes(const bpm_trend& b, const trend_data& data) {
+  double most = 0;
+  for (const trend_step& step : b.steps) {
+    most = std::max(most, std::abs(step.moved.change[step.moved.button]));
+  }
+  if (!b.drift.told || data.run.empty()) return most;
+  const double months = (data.run.back().day - data.run.front().day) / days_of_month;
+  return std::max(most, std::abs(b.drift.moved.change[b.drift.moved.button]) * months);
+}
+
+std::vector<bpm_trend> trends_of(const trend_data& data, const trend_limits& limits) {
+  std::vector<bpm_trend> all;
+  std::vector<std::vector<stated>> points;
+  std::vector<double> scales;
+  std::vector<std::size_t> counts;
+  // The scatter of every BPM first: each is judged with what all of them say.
+  for (const bpm_series& series : data.bpm) {
+    bpm_trend b;
+    b.series = &series;
+    points.push_back(stated_points(series, data, b.used));
+    scales.push_back(scale_of_scatter(points.back()));
+    counts.push_back(points.back().size());
+    all.push_back(std::move(b));
+  }
+  const std::vector<double> scale = shared_scales(scales, counts);
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    if (!points[i].empty()) judge(points[i], scale[i], data, limits, all[i]);
+  }
+  return all;
+}
+
+}  // namespace report

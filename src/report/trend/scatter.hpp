@@ -1,0 +1,37 @@
+// scatter: how much gains scatter from run to run, and whether they wander (bpm_trend.hpp).
+#pragma once
+#include <span>
+#include <vector>
+
+#include "level_filter.hpp"
+#include "trend_data.hpp"
+
+namespace report {
+
+/// A usable point: its gains and its two stated errors.
+struct stated {
+  double day = 0;
+  four gain{};
+  double noise = 0, error = 0;
+};
+
+/// c^2 of one BPM by itself.
+/// returns  unknown for fewer than four points
+double scale_of_scatter(std::span<const stated> points);
+
+/// Draws the c^2 of each BPM towards the median of all, and that towards 1.
+/// given    counts  points of each
+std::vector<double> shared_scales(const std::vector<double>& own,
+                                  const std::vector<std::size_t>& counts);
+
+/// scatter^2 of a point.
+double variance_of(const stated& point, double scale);
+
+/// Variance a day by which the level of these readings wanders; 0 unless it is clear.
+double wander_of(std::span<const reading> readings);
+
+/// Slope that most of the readings share, by the median of slopes: steps and wild readings do not
+/// move it much.
+four robust_slope(std::span<const reading> readings);
+
+}  // namespace report

@@ -6,6 +6,7 @@
 #include "program_start.hpp"
 #include "run_time.hpp"
 #include "session.hpp"
+#include "trend_command.hpp"
 
 int main(int count, char** arguments) {
   util::start_program("butngain");
@@ -15,6 +16,9 @@ int main(int count, char** arguments) {
   }
   if (count > 1 && std::string_view{arguments[1]} == "fit") {
     util::stop_program(driver::fit_command(count - 1, arguments + 1));
+  }
+  if (count > 1 && std::string_view{arguments[1]} == "trend") {
+    util::stop_program(report::trend_command(count - 1, arguments + 1));
   }
   const int status = driver::run_session(driver::read_command_line(count, arguments));
   util::stop_program(status);

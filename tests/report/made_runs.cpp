@@ -20,8 +20,8 @@ using normal = std::normal_distribution<double>;
 
 // What stays the same about a BPM.
 struct made_bpm {
-  four gain{};                      // ln t
-  std::array<four, 2> by_orbit{};   // change of ln t a millimetre
+  four gain{};                     // ln t
+  std::array<four, 2> by_orbit{};  // change of ln t a millimetre
 };
 
 struct source {
@@ -90,8 +90,8 @@ void write_runs(const std::string& directory, const many_runs& made) {
       four ln_t = b.gain;
       add(ln_t, b.by_orbit[0], orbit[0]);
       add(ln_t, b.by_orbit[1], orbit[1]);
-      add(ln_t, from.draw_four((weak ? 5 : 1) * noise));    // of the readings
-      add(ln_t, from.draw_four((weak ? 5 : 1) * 5e-5));     // pedestals of the run
+      add(ln_t, from.draw_four((weak ? 5 : 1) * noise));  // of the readings
+      add(ln_t, from.draw_four((weak ? 5 : 1) * 5e-5));   // pedestals of the run
       if (from.once_in(100) || run == wild_run) add(ln_t, from.draw_four(0.01));
       for (const planted& p : made.changes) {
         if (p.bpm == i + 1) ln_t[static_cast<std::size_t>(p.button)] += planted_at(p, run, months);

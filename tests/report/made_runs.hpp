@@ -8,10 +8,10 @@ namespace made {
 /// What was planted in a BPM (by index).
 struct planted {
   int bpm = 0;
-  int button = 0;     ///< 0..3
-  double step = 0;    ///< of ln t
-  int at_run = 0;     ///< the first run behind the step
-  double drift = 0;   ///< of ln t, a month
+  int button = 0;    ///< 0..3
+  double step = 0;   ///< of ln t
+  int at_run = 0;    ///< the first run behind the step
+  double drift = 0;  ///< of ln t, a month
 };
 
 struct many_runs {

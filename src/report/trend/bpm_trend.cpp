@@ -88,15 +88,15 @@ std::vector<reading> without(std::span<const reading> all, const std::vector<boo
 // --- explanation and wild runs in turn ----------------------------------------------------------
 
 struct explained_series {
-  found_changes found;        // of the readings that are not wild
-  std::vector<bool> wild;     // of all
-  std::vector<known_level> level;   // at all readings, from the others
-  std::vector<double> errors; // by which each is off from that
+  found_changes found;             // of the readings that are not wild
+  std::vector<bool> wild;          // of all
+  std::vector<known_level> level;  // at all readings, from the others
+  std::vector<double> errors;      // by which each is off from that
 };
 
 // The level that the other readings of its stretch say at a reading.
 known_level level_without(std::span<const reading> all, const explained_series& e, std::size_t at,
-                    std::size_t begin, std::size_t end, double wander) {
+                          std::size_t begin, std::size_t end, double wander) {
   std::vector<reading> before, behind;
   // Near ones suffice: with more, the level is no better known than the reading itself.
   constexpr std::size_t enough = 40;
@@ -156,13 +156,16 @@ void compare_with_others(std::span<const reading> all, double wander, explained_
   }
 }
 
-explained_series explain_series(std::span<const reading> all, double wander,
+// For the search, errors of means count, for wild runs that of each by itself.
+explained_series explain_series(std::span<const reading> all, double wander, double memory,
                                 const trend_limits& limits) {
   explained_series e;
   e.wild = first_wild(all, wander, limits);
   constexpr int most_rounds = 4;  // a run on the verge may come and go
   for (int round = 0; round < most_rounds; ++round) {
-    e.found = search_changes(without(all, e.wild), wander, limits);
+    std::vector<reading> kept = without(all, e.wild);
+    for (reading& r : kept) r.variance *= memory;
+    e.found = search_changes(kept, wander, limits);
     compare_with_others(all, wander, e);
     std::vector<bool> wild(all.size());
     for (std::size_t i = 0; i < all.size(); ++i) wild[i] = e.errors[i] > limits.errors;
@@ -194,8 +197,7 @@ void take_steps(const explained_series& e, const trend_data& data, const trend_l
   }
 }
 
-void take_drift(const found_changes& found, double days, const trend_limits& limits,
-                bpm_trend& b) {
+void take_drift(const found_changes& found, double days, const trend_limits& limits, bpm_trend& b) {
   if (!(found.drift.variance > 0)) return;
   four a_month = found.drift.a_day;
   for (double& a : a_month) a *= days_of_month;
@@ -216,8 +218,8 @@ void take_wild(std::span<const reading> all, const explained_series& e, const tr
     four d{};
     for (std::size_t k = 0; k < 4; ++k) d[k] = all[i].value[k] - e.level[i].value[k];
     const moved_gains moved = explain(d, all[i].variance + e.level[i].variance, limits);
-    b.wild.push_back({b.series->point[b.used[i]].run, e.errors[i], moved,
-                      i == 0 || i + 1 == all.size()});
+    b.wild.push_back(
+        {b.series->point[b.used[i]].run, e.errors[i], moved, i == 0 || i + 1 == all.size()});
   }
 }
 
@@ -240,7 +242,8 @@ void show(std::span<const reading> all, const explained_series& e, bpm_trend& b)
     }
     const double common = mean_of(model);
     // Of a wild run, what the others say.
-    const four& at = e.wild[i] || level == e.found.level.end() ? e.level[i].value : (level++)->value;
+    const four& at =
+        e.wild[i] || level == e.found.level.end() ? e.level[i].value : (level++)->value;
     for (std::size_t k = 0; k < 4; ++k) {
       shown[i][k] = all[i].value[k] + common;
       explained[i][k] = at[k] + common;
@@ -258,30 +261,80 @@ void show(std::span<const reading> all, const explained_series& e, bpm_trend& b)
   b.explained = std::move(explained);
 }
 
-void judge(std::span<const stated> points, double scale, const trend_data& data,
-           const trend_limits& limits, bpm_trend& b) {
+// Readings of a BPM and their scatter.
+struct bpm_readings {
+  std::vector<stated> points;
   std::vector<reading> all;
-  for (const stated& p : points) {
-    all.push_back({p.day, p.gain, variance_of(p, scale)});
-    b.scatter.push_back(std::sqrt(all.back().variance));
+  double wander = 0;  // [1/day]
+  double memory = 1;
+};
+
+double own_memory(const bpm_readings& of, const trend_limits& limits) {
+  if (of.all.empty()) return unknown;
+  const explained_series e = explain_series(of.all, of.wander, 1, limits);
+  std::vector<std::optional<four>> residuals;
+  std::size_t kept = 0, next = 0;
+  for (std::size_t i = 0; i < of.all.size(); ++i) {
+    residuals.emplace_back();
+    if (e.wild[i] || kept >= e.found.level.size()) continue;
+    if (next < e.found.steps.size() && kept == e.found.steps[next].at) {
+      residuals.emplace_back();
+      ++next;
+    }
+    four r{};
+    for (std::size_t k = 0; k < 4; ++k) {
+      r[k] = (of.all[i].value[k] - e.found.level[kept].value[k]) / std::sqrt(of.all[i].variance);
+    }
+    residuals.back() = r;
+    ++kept;
   }
+  return memory_of(residuals);
+}
+
+void judge(const bpm_readings& of, const trend_data& data, const trend_limits& limits,
+           bpm_trend& b) {
+  const std::vector<reading>& all = of.all;
+  for (const reading& r : all) b.scatter.push_back(std::sqrt(r.variance));
   std::vector<double> sorted = b.scatter;
   std::sort(sorted.begin(), sorted.end());
   b.usual_scatter = sorted[sorted.size() / 2];
-  const double wander = wander_of(all);
-  b.wander = std::sqrt(wander * days_of_month);
-  const explained_series e = explain_series(all, wander, limits);
-  const bool enough = points.size() >= least_runs;
+  b.memory = of.memory;
+  b.wander = std::sqrt(of.wander * days_of_month);
+  const explained_series e = explain_series(all, of.wander, of.memory, limits);
+  const bool enough = all.size() >= least_runs;
   if (enough) {
     take_steps(e, data, limits, b);
     take_drift(e.found, all.back().day - all.front().day, limits, b);
     take_wild(all, e, limits, b);
   }
   show(all, e, b);
-  b.word = !enough         ? trend_word::few
-           : changed(b)    ? trend_word::changed
-           : b.wild.empty() ? trend_word::quiet
-                            : trend_word::wild_only;
+  b.word = !enough      ? trend_word::few
+           : changed(b) ? trend_word::changed
+                        : trend_word::quiet;
+}
+
+// The scatter of every BPM first: each is judged with what all of them say.
+std::vector<bpm_readings> readings_of_all(const trend_data& data, const trend_limits& limits,
+                                          std::vector<bpm_trend>& trends) {
+  std::vector<bpm_readings> all(data.bpm.size());
+  std::vector<double> scales, memories;
+  std::vector<std::size_t> counts;
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    all[i].points = stated_points(data.bpm[i], data, trends[i].used);
+    scales.push_back(scale_of_scatter(all[i].points));
+    counts.push_back(all[i].points.size());
+  }
+  const std::vector<double> scale = shared_scales(scales, counts);
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    for (const stated& p : all[i].points) {
+      all[i].all.push_back({p.day, p.gain, variance_of(p, scale[i])});
+    }
+    all[i].wander = wander_of(all[i].all);
+    memories.push_back(own_memory(all[i], limits));
+  }
+  const std::vector<double> memory = shared_memories(memories, counts);
+  for (std::size_t i = 0; i < all.size(); ++i) all[i].memory = memory[i];
+  return all;
 }
 
 }  // namespace
@@ -299,24 +352,13 @@ double size_of_changes(const bpm_trend& b, const trend_data& data) {
 }
 
 std::vector<bpm_trend> trends_of(const trend_data& data, const trend_limits& limits) {
-  std::vector<bpm_trend> all;
-  std::vector<std::vector<stated>> points;
-  std::vector<double> scales;
-  std::vector<std::size_t> counts;
-  // The scatter of every BPM first: each is judged with what all of them say.
-  for (const bpm_series& series : data.bpm) {
-    bpm_trend b;
-    b.series = &series;
-    points.push_back(stated_points(series, data, b.used));
-    scales.push_back(scale_of_scatter(points.back()));
-    counts.push_back(points.back().size());
-    all.push_back(std::move(b));
+  std::vector<bpm_trend> trends(data.bpm.size());
+  for (std::size_t i = 0; i < trends.size(); ++i) trends[i].series = &data.bpm[i];
+  const auto readings = readings_of_all(data, limits, trends);
+  for (std::size_t i = 0; i < trends.size(); ++i) {
+    if (!readings[i].all.empty()) judge(readings[i], data, limits, trends[i]);
   }
-  const std::vector<double> scale = shared_scales(scales, counts);
-  for (std::size_t i = 0; i < all.size(); ++i) {
-    if (!points[i].empty()) judge(points[i], scale[i], data, limits, all[i]);
-  }
-  return all;
+  return trends;
 }
 
 }  // namespace report

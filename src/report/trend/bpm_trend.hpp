@@ -9,6 +9,10 @@
 // which neither steps nor some wild runs move. Few runs say little about c: it is drawn to the
 // median of all BPMs, and where these are few too, to 1, the error as stated.
 //
+// Neighbouring runs scatter alike when the beam's orbit remembers: the mean of many is then known less
+// well than if each stood for itself. How much less, the residuals tell, and errors of steps and
+// drifts are larger by that.
+//
 // Gains may wander besides, with temperatures or as electronics age. When runs that are further
 // apart in time differ by more than neighbours do, beyond a straight line, the excess a day counts
 // as a random walk, and makes errors of steps and drifts larger.
@@ -34,7 +38,7 @@ struct trend_step {
 struct wild_run {
   std::size_t run = 0;  ///< in trend_data::run
   double errors = 0;
-  moved_gains moved;     ///< against what the other runs say
+  moved_gains moved;    ///< against what the other runs say
   bool at_end = false;  ///< the last run or the first: it may as well be the beginning of a step
 };
 
@@ -46,24 +50,24 @@ struct trend_drift {
 };
 
 enum class trend_word {
-  changed,    ///< steps, or a drift that is told
-  wild_only,  ///< single runs were off, nothing else
-  quiet,
-  few,   ///< too few usable runs to judge
-  never  ///< no run determined it
+  changed,  ///< steps, or a drift that is told
+  quiet,    ///< nothing but, perhaps, single runs that are off
+  few,      ///< too few usable runs to judge
+  never     ///< no run determined it
 };
 
 struct bpm_trend {
   const bpm_series* series = nullptr;
   trend_word word = trend_word::never;
-  std::vector<std::size_t> used;  ///< usable points, in series->point
-  std::vector<double> scatter;    ///< of a button, at each of them [-]
+  std::vector<std::size_t> used;   ///< usable points, in series->point
+  std::vector<double> scatter;     ///< of a button, at each of them [-]
   double usual_scatter = unknown;  ///< their median
+  double memory = 1;               ///< variance of means of runs, over that of independent ones
   double wander = 0;               ///< rms of the random walk over a month [-]
   std::vector<trend_step> steps;   ///< by time
   trend_drift drift;
-  std::vector<wild_run> wild;      ///< by time
-  std::vector<four> explained;     ///< what the explanation says at each used point
+  std::vector<wild_run> wild;   ///< by time
+  std::vector<four> explained;  ///< what the explanation says at each used point
   /// ln gain with the common factor that the explanation sets free: buttons that did not move stay
   /// where they were; 0 in the mean of the first level.
   std::vector<four> shown;

@@ -88,11 +88,18 @@ std::string date_text(double day) {
 }
 
 std::string minute_text(double day) {
-  // Half a second later: moments that were whole minutes must not show as the minute before.
+  const std::string text = iso_text(day);
+  constexpr std::size_t date = 10, minute = 5;
+  return text.substr(0, date) + ' ' + text.substr(date + 1, minute);
+}
+
+std::string iso_text(double day) {
+  // Half a second more: moments that were whole seconds must not show as the second before.
   day += 0.5 / seconds_of_day;
   const double midnight = std::floor(day);
-  const int minute = static_cast<int>((day - midnight) * minutes_of_day);
-  return fmt::format("{} {:02}:{:02}", date_text(midnight), minute / 60, minute % 60);
+  const int second = static_cast<int>((day - midnight) * seconds_of_day);
+  return fmt::format("{}T{:02}:{:02}:{:02}Z", date_text(midnight), second / 3600, second / 60 % 60,
+                     second % 60);
 }
 
 }  // namespace report

@@ -18,5 +18,7 @@ std::optional<double> day_of(std::string_view text);
 /// "2026-03-04" and "2026-03-04 12:30", in UTC.
 std::string date_text(double day);
 std::string minute_text(double day);
+/// "2026-03-04T12:30:05Z".
+std::string iso_text(double day);
 
 }  // namespace report

@@ -203,7 +203,7 @@ explanation steps_on_a_line(const series& s, std::vector<std::size_t> begin_with
 
 // What the explanation says at every reading: the level of its stretch from both sides.
 std::vector<known_level> levels_of(const series& s, const std::vector<std::size_t>& cuts,
-                             const found_drift& drift) {
+                                   const found_drift& drift) {
   std::vector<known_level> levels;
   for (const auto& [begin, end] : stretches(s, cuts)) {
     const auto part = s.readings.subspan(begin, end - begin);

@@ -18,10 +18,10 @@ namespace report {
 
 /// A step between two readings.
 struct found_step {
-  std::size_t at = 0;                ///< the first reading behind it
+  std::size_t at = 0;                    ///< the first reading behind it
   std::size_t earliest = 0, latest = 0;  ///< where else it may be, as likely but for two errors
-  four change{};                     ///< of the level, mean 0
-  double variance = 0;               ///< of one button's change
+  four change{};                         ///< of the level, mean 0
+  double variance = 0;                   ///< of one button's change
 };
 
 /// A straight drift.
@@ -31,11 +31,11 @@ struct found_drift {
 };
 
 struct found_changes {
-  std::vector<found_step> steps;  ///< by time
-  found_drift drift;              ///< the straight line with these steps, whether or not it counts
-  bool drifts = false;            ///< whether the line is part of the explanation
-  std::vector<known_level> level;       ///< of every reading: what the explanation says its value is,
-                                  ///< drift included; variance of that
+  std::vector<found_step> steps;   ///< by time
+  found_drift drift;               ///< the straight line with these steps, whether or not it counts
+  bool drifts = false;             ///< whether the line is part of the explanation
+  std::vector<known_level> level;  ///< of every reading: what the explanation says its value is,
+                                   ///< drift included; variance of that
 };
 
 /// Searches a series.

@@ -151,7 +151,8 @@ void look_at(const fs::path& folder, const times_of_runs& times, search& into) {
   }
   const auto record = read_run_json((folder / "run.json").string());
   if (!record) {
-    leave_out(record.why.what + (record.why.expected.empty() ? "" : ", expected " + record.why.expected) +
+    leave_out(record.why.what +
+              (record.why.expected.empty() ? "" : ", expected " + record.why.expected) +
               ": run.json");
     return;
   }
@@ -165,9 +166,10 @@ void look_at(const fs::path& folder, const times_of_runs& times, search& into) {
   const auto made = day_of(info.started);
   const auto taken = time_of(times, directory, info);
   if (!made && !taken) return leave_out("no time: started is \"" + info.started + "\"");
-  into.found.push_back({{directory, taken.value_or(made.value_or(0)), info.version,
-                         digests_of(info.tables)},
-                        data_and_answers(info), made.value_or(0)});
+  into.found.push_back(
+      {{directory, taken.value_or(made.value_or(0)), info.version, digests_of(info.tables)},
+       data_and_answers(info),
+       made.value_or(0)});
 }
 
 // Of runs with the same data and answers the one that was made last stays: the same readings twice
@@ -222,7 +224,8 @@ using series_by_bpm = std::map<std::pair<int, std::string>, bpm_series>;
 void take_rows(const std::vector<bpm_row>& rows, const std::set<std::string>& wanted,
                std::size_t run, series_by_bpm& all) {
   for (const bpm_row& row : rows) {
-    if (!wanted.empty() && !wanted.contains(row.name) && !wanted.contains(std::to_string(row.bpm))) {
+    if (!wanted.empty() && !wanted.contains(row.name) &&
+        !wanted.contains(std::to_string(row.bpm))) {
       continue;
     }
     bpm_series& series = all[{row.bpm, row.name}];
@@ -256,8 +259,8 @@ trend_data with_gains(search all, const trend_choice& choice) {
     step.at(static_cast<long long>(data.run.size()));
     const auto rows = read_gains_csv((fs::path(found.run.directory) / "gains.csv").string());
     if (!rows || has_twice(*rows)) {
-      all.left_out.push_back({found.run.directory, rows ? "gains.csv holds a BPM twice"
-                                                        : util::line_of(rows.why)});
+      all.left_out.push_back(
+          {found.run.directory, rows ? "gains.csv holds a BPM twice" : util::line_of(rows.why)});
       continue;
     }
     take_rows(*rows, wanted, data.run.size(), series);

@@ -47,8 +47,7 @@ double excess(std::span<const reading> readings, std::size_t apart, const four& 
 double variance_of(const stated& point, double scale) {
   // Not nothing, even if many runs agree to the last digit: they are divided by.
   constexpr double least_scale = 1e-4;
-  return point.noise * point.noise +
-         std::max(scale, least_scale) * point.error * point.error / 2;
+  return point.noise * point.noise + std::max(scale, least_scale) * point.error * point.error / 2;
 }
 
 four robust_slope(std::span<const reading> readings) {
@@ -96,10 +95,46 @@ std::vector<double> shared_scales(const std::vector<double>& own,
   const double usual = (worth_of_stated + all * median(known)) / (worth_of_stated + all);
   std::vector<double> shared;
   for (std::size_t i = 0; i < own.size(); ++i) {
-    const double weight =
-        std::isfinite(own[i]) ? worth * static_cast<double>(counts[i] - 1) : 0;
+    const double weight = std::isfinite(own[i]) ? worth * static_cast<double>(counts[i] - 1) : 0;
     const double mine = weight > 0 ? own[i] : 0;
     shared.push_back((worth_of_others * usual + weight * mine) / (worth_of_others + weight));
+  }
+  return shared;
+}
+
+double memory_of(const std::vector<std::optional<four>>& residuals) {
+  // Neighbours up to half a dozen runs away; further ones say nothing but chance.
+  constexpr std::size_t reach = 6, least = 24;
+  if (residuals.size() < least) return unknown;
+  double memory = 0;
+  for (std::size_t apart = 0; apart <= reach; ++apart) {
+    double sum = 0;
+    std::size_t pairs = 0;
+    for (std::size_t i = 0; i + apart < residuals.size(); ++i) {
+      if (!residuals[i] || !residuals[i + apart]) continue;
+      for (std::size_t k = 0; k < 4; ++k) sum += (*residuals[i])[k] * (*residuals[i + apart])[k];
+      ++pairs;
+    }
+    // Three numbers a reading are free; weights that fall to the end keep the sum positive.
+    const double part = 1 - static_cast<double>(apart) / (reach + 1);
+    if (pairs > 0) memory += (apart == 0 ? 1 : 2) * part * sum / 3 / static_cast<double>(pairs);
+  }
+  return std::max(memory, 1.0);
+}
+
+std::vector<double> shared_memories(const std::vector<double>& own,
+                                    const std::vector<std::size_t>& counts) {
+  std::vector<double> known;
+  for (const double m : own) {
+    if (std::isfinite(m)) known.push_back(m);
+  }
+  const double usual = known.empty() ? 1 : median(known);
+  std::vector<double> shared;
+  for (std::size_t i = 0; i < own.size(); ++i) {
+    // Runs that say as much about a BPM's own memory as all others do.
+    constexpr double as_good = 200;
+    const double weight = std::isfinite(own[i]) ? static_cast<double>(counts[i]) / as_good : 0;
+    shared.push_back((usual + weight * (weight > 0 ? own[i] : 0)) / (1 + weight));
   }
   return shared;
 }

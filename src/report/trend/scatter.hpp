@@ -1,5 +1,7 @@
 // scatter: how much gains scatter from run to run, and whether they wander (bpm_trend.hpp).
 #pragma once
+#include <cstddef>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -29,6 +31,17 @@ double variance_of(const stated& point, double scale);
 
 /// Variance a day by which the level of these readings wanders; 0 unless it is clear.
 double wander_of(std::span<const reading> readings);
+
+/// How much larger than that of independent readings the variance of a mean of many is: neighbours
+/// that scatter alike, as runs on similar orbits do.
+/// given    residuals  over their scatter, in order; an empty entry where a step or a wild reading
+///                     divides them
+/// returns  at least 1; unknown for too few
+double memory_of(const std::vector<std::optional<four>>& residuals);
+
+/// Draws the memory of each BPM to the median of all: what makes runs alike is mostly the beam.
+std::vector<double> shared_memories(const std::vector<double>& own,
+                                    const std::vector<std::size_t>& counts);
 
 /// Slope that most of the readings share, by the median of slopes: steps and wild readings do not
 /// move it much.

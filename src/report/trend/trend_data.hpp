@@ -42,8 +42,8 @@ struct trend_point {
 struct bpm_series {
   int bpm = 0;
   std::string name;
-  std::vector<trend_point> point;         ///< in time order
-  std::map<std::string, int> why_not{};   ///< verdict and reason of what is not usable: how often
+  std::vector<trend_point> point;        ///< in time order
+  std::map<std::string, int> why_not{};  ///< verdict and reason of what is not usable: how often
 };
 
 struct trend_data {

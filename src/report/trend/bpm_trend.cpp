@@ -223,6 +223,57 @@ void take_wild(std::span<const reading> all, const explained_series& e, const tr
   }
 }
 
+// What steps and drift leave of the level at the readings that are not wild.
+std::vector<four> rest_of_levels(std::span<const reading> all, const explained_series& e) {
+  std::vector<four> rest;
+  std::size_t i = 0, step = 0;
+  four moved{};
+  for (const known_level& at : e.found.level) {
+    while (e.wild[i]) ++i;
+    if (step < e.found.steps.size() && rest.size() == e.found.steps[step].at) {
+      for (std::size_t k = 0; k < 4; ++k) moved[k] += e.found.steps[step].change[k];
+      ++step;
+    }
+    four v = at.value;
+    for (std::size_t k = 0; k < 4; ++k) {
+      v[k] -= moved[k];
+      if (e.found.drifts) v[k] -= e.found.drift.a_day[k] * (all[i].day - all.front().day);
+    }
+    rest.push_back(v);
+    ++i;
+  }
+  return rest;
+}
+
+void take_slow(std::span<const reading> all, const explained_series& e, double wander,
+               const trend_limits& limits, bpm_trend& b) {
+  const std::vector<four> rest = rest_of_levels(all, e);
+  if (rest.empty()) return;
+  std::vector<std::size_t> runs;
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    if (!e.wild[i]) runs.push_back(b.series->point[b.used[i]].run);
+  }
+  std::size_t from = 0, to = 0;
+  double most = 0;
+  for (std::size_t k = 0; k < 4; ++k) {
+    const auto [low, high] = std::minmax_element(
+        rest.begin(), rest.end(), [k](const four& p, const four& q) { return p[k] < q[k]; });
+    if ((*high)[k] - (*low)[k] <= most) continue;
+    most = (*high)[k] - (*low)[k];
+    from = static_cast<std::size_t>(std::min(low, high) - rest.begin());
+    to = static_cast<std::size_t>(std::max(low, high) - rest.begin());
+  }
+  four d{};
+  for (std::size_t k = 0; k < 4; ++k) d[k] = rest[to][k] - rest[from][k];
+  const double variance = e.found.level[from].variance + e.found.level[to].variance;
+  b.slow.from = runs[from];
+  b.slow.to = runs[to];
+  b.slow.moved = explain(d, variance, limits);
+  b.slow.errors = single_button_errors(d, variance);
+  b.slow.told = wander > 0 && b.slow.errors > limits.errors &&
+                std::abs(b.slow.moved.change[b.slow.moved.button]) > limits.floor;
+}
+
 // The common factor of each run, so that buttons that did not move stay where they were.
 void show(std::span<const reading> all, const explained_series& e, bpm_trend& b) {
   const double first = all.front().day;
@@ -230,7 +281,8 @@ void show(std::span<const reading> all, const explained_series& e, bpm_trend& b)
   std::size_t next = 0;
   std::vector<four> shown(all.size()), explained(all.size());
   const auto places = places_of_steps(e);
-  auto level = e.found.level.begin();
+  const std::vector<four> rest = rest_of_levels(all, e);
+  std::size_t kept = 0;
   for (std::size_t i = 0; i < all.size(); ++i) {
     while (next < b.steps.size() && i >= places[next]) {
       for (std::size_t k = 0; k < 4; ++k) moved[k] += b.steps[next].moved.change[k];
@@ -240,10 +292,16 @@ void show(std::span<const reading> all, const explained_series& e, bpm_trend& b)
     for (std::size_t k = 0; k < 4 && b.drift.told; ++k) {
       model[k] += b.drift.moved.change[k] / days_of_month * (all[i].day - first);
     }
-    const double common = mean_of(model);
     // Of a wild run, what the others say.
-    const four& at =
-        e.wild[i] || level == e.found.level.end() ? e.level[i].value : (level++)->value;
+    const bool in_search = !e.wild[i] && kept < e.found.level.size();
+    const four& at = in_search ? e.found.level[kept].value : e.level[i].value;
+    // A single button that moves slowly takes all of that upon itself.
+    if (b.slow.told && b.slow.moved.count == 1 && !rest.empty()) {
+      const std::size_t k = b.slow.moved.button, near = std::min(kept, rest.size() - 1);
+      model[k] += 4.0 / 3 * (rest[near][k] - rest[0][k]);
+    }
+    if (in_search) ++kept;
+    const double common = mean_of(model);
     for (std::size_t k = 0; k < 4; ++k) {
       shown[i][k] = all[i].value[k] + common;
       explained[i][k] = at[k] + common;
@@ -269,12 +327,21 @@ struct bpm_readings {
   double memory = 1;
 };
 
-double own_memory(const bpm_readings& of, const trend_limits& limits) {
-  if (of.all.empty()) return unknown;
-  const explained_series e = explain_series(of.all, of.wander, 1, limits);
+// Readings that are not wild, with the steps taken out.
+std::vector<reading> without_steps(std::span<const reading> all, const explained_series& e) {
+  std::vector<reading> rest = without(all, e.wild);
+  for (const found_step& step : e.found.steps) {
+    for (std::size_t i = step.at; i < rest.size(); ++i) {
+      for (std::size_t k = 0; k < 4; ++k) rest[i].value[k] -= step.change[k];
+    }
+  }
+  return rest;
+}
+
+double own_memory(std::span<const reading> all, const explained_series& e) {
   std::vector<std::optional<four>> residuals;
   std::size_t kept = 0, next = 0;
-  for (std::size_t i = 0; i < of.all.size(); ++i) {
+  for (std::size_t i = 0; i < all.size(); ++i) {
     residuals.emplace_back();
     if (e.wild[i] || kept >= e.found.level.size()) continue;
     if (next < e.found.steps.size() && kept == e.found.steps[next].at) {
@@ -283,12 +350,23 @@ double own_memory(const bpm_readings& of, const trend_limits& limits) {
     }
     four r{};
     for (std::size_t k = 0; k < 4; ++k) {
-      r[k] = (of.all[i].value[k] - e.found.level[kept].value[k]) / std::sqrt(of.all[i].variance);
+      r[k] = (all[i].value[k] - e.found.level[kept].value[k]) / std::sqrt(all[i].variance);
     }
     residuals.back() = r;
     ++kept;
   }
   return memory_of(residuals);
+}
+
+// How the level wanders, and how far neighbours scatter alike. Several steps look like wandering, so
+// both are asked for once more when those that are found are taken out.
+double find_wander_and_memory(const trend_limits& limits, bpm_readings& of) {
+  if (of.all.empty()) return unknown;
+  of.wander = wander_of(of.all);
+  const explained_series first = explain_series(of.all, of.wander, 1, limits);
+  if (first.found.steps.empty()) return own_memory(of.all, first);
+  of.wander = wander_of(without_steps(of.all, first));
+  return own_memory(of.all, explain_series(of.all, of.wander, 1, limits));
 }
 
 void judge(const bpm_readings& of, const trend_data& data, const trend_limits& limits,
@@ -305,12 +383,11 @@ void judge(const bpm_readings& of, const trend_data& data, const trend_limits& l
   if (enough) {
     take_steps(e, data, limits, b);
     take_drift(e.found, all.back().day - all.front().day, limits, b);
+    take_slow(all, e, of.wander, limits, b);
     take_wild(all, e, limits, b);
   }
   show(all, e, b);
-  b.word = !enough      ? trend_word::few
-           : changed(b) ? trend_word::changed
-                        : trend_word::quiet;
+  b.word = !enough ? trend_word::few : changed(b) ? trend_word::changed : trend_word::quiet;
 }
 
 // The scatter of every BPM first: each is judged with what all of them say.
@@ -329,8 +406,7 @@ std::vector<bpm_readings> readings_of_all(const trend_data& data, const trend_li
     for (const stated& p : all[i].points) {
       all[i].all.push_back({p.day, p.gain, variance_of(p, scale[i])});
     }
-    all[i].wander = wander_of(all[i].all);
-    memories.push_back(own_memory(all[i], limits));
+    memories.push_back(find_wander_and_memory(limits, all[i]));
   }
   const std::vector<double> memory = shared_memories(memories, counts);
   for (std::size_t i = 0; i < all.size(); ++i) all[i].memory = memory[i];
@@ -339,13 +415,14 @@ std::vector<bpm_readings> readings_of_all(const trend_data& data, const trend_li
 
 }  // namespace
 
-bool changed(const bpm_trend& b) { return !b.steps.empty() || b.drift.told; }
+bool changed(const bpm_trend& b) { return !b.steps.empty() || b.drift.told || b.slow.told; }
 
 double size_of_changes(const bpm_trend& b, const trend_data& data) {
   double most = 0;
   for (const trend_step& step : b.steps) {
     most = std::max(most, std::abs(step.moved.change[step.moved.button]));
   }
+  if (b.slow.told) most = std::max(most, std::abs(b.slow.moved.change[b.slow.moved.button]));
   if (!b.drift.told || data.run.empty()) return most;
   const double months = (data.run.back().day - data.run.front().day) / days_of_month;
   return std::max(most, std::abs(b.drift.moved.change[b.drift.moved.button]) * months);

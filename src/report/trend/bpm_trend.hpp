@@ -49,8 +49,17 @@ struct trend_drift {
   bool told = false;  ///< clear, and more than the floor over all runs
 };
 
+/// A slow change that is no straight line: between the two runs where the level is furthest apart,
+/// steps and drift taken out.
+struct slow_change {
+  std::size_t from = 0, to = 0;  ///< in trend_data::run
+  double errors = 0;
+  moved_gains moved;
+  bool told = false;  ///< the level wanders, by more than its error and the floor
+};
+
 enum class trend_word {
-  changed,  ///< steps, or a drift that is told
+  changed,  ///< steps, or a drift or slow change that is told
   quiet,    ///< nothing but, perhaps, single runs that are off
   few,      ///< too few usable runs to judge
   never     ///< no run determined it
@@ -66,6 +75,7 @@ struct bpm_trend {
   double wander = 0;               ///< rms of the random walk over a month [-]
   std::vector<trend_step> steps;   ///< by time
   trend_drift drift;
+  slow_change slow;
   std::vector<wild_run> wild;   ///< by time
   std::vector<four> explained;  ///< what the explanation says at each used point
   /// ln gain with the common factor that the explanation sets free: buttons that did not move stay
@@ -77,7 +87,8 @@ struct bpm_trend {
 /// note     points into the data
 std::vector<bpm_trend> trends_of(const trend_data& data, const trend_limits& limits);
 
-/// How much a BPM changed: by it the worst comes first. Steps and the drift over all runs count.
+/// How much a BPM changed: by it the worst comes first. Steps, the drift over all runs, and the slow
+/// change count.
 double size_of_changes(const bpm_trend& b, const trend_data& data);
 
 /// Whether something changed at all.

@@ -8,6 +8,7 @@ namespace {
 
 // Median of chi-square of three: gains of four buttons with their common factor free.
 constexpr double median_of_three = 2.36597;
+constexpr double median_of_one = 0.454936;
 
 double median(std::vector<double>& values) {
   if (values.empty()) return 0;
@@ -40,6 +41,18 @@ double excess(std::span<const reading> readings, std::size_t apart, const four& 
     squares.push_back(square_between(p, q, slope) / (p.variance + q.variance));
   }
   return median(squares) / median_of_three;
+}
+
+// The same for one button: what moves one alone hides among the three numbers of all.
+double excess_of(std::size_t k, std::span<const reading> readings, std::size_t apart,
+                 const four& slope) {
+  std::vector<double> squares;
+  for (std::size_t i = 0; i + apart < readings.size(); ++i) {
+    const reading &p = readings[i], &q = readings[i + apart];
+    const double d = q.value[k] - p.value[k] - slope[k] * (q.day - p.day);
+    squares.push_back(4.0 / 3 * d * d / (p.variance + q.variance));
+  }
+  return median(squares) / median_of_one;
 }
 
 }  // namespace
@@ -150,12 +163,15 @@ double wander_of(std::span<const reading> readings) {
       variance += (readings[i].variance + readings[i + apart].variance) / pairs;
       days += (readings[i + apart].day - readings[i].day) / pairs;
     }
-    // Pairs overlap: as many as lie side by side are worth something, each of three numbers.
-    const double chance = std::sqrt(2 / (1.2 * pairs / static_cast<double>(apart)));
-    const double beyond = excess(readings, apart, slope) - 1;
-    // A median of few is above this by chance once in a hundred times.
-    constexpr double clear = 2.5;
-    if (days > 0 && beyond > clear * chance) most = std::max(most, beyond * variance / days);
+    // Pairs overlap: as many as lie side by side are worth something, 0.4 of a number each.
+    const double side_by_side = pairs / static_cast<double>(apart);
+    const auto take = [&](double beyond, double numbers) {
+      // A median of few is above this by chance once in a hundred times.
+      const double clear = 2.5 * std::sqrt(2 / (0.4 * numbers * side_by_side));
+      if (days > 0 && beyond > clear) most = std::max(most, beyond * variance / days);
+    };
+    take(excess(readings, apart, slope) - 1, 3);
+    for (std::size_t k = 0; k < 4; ++k) take(excess_of(k, readings, apart, slope) - 1, 1);
   }
   return most;
 }

@@ -76,8 +76,8 @@ std::string html_of(const std::string& words) {
 
 std::string counts_list(const trend_result& r) {
   std::string out = "<ul class=\"counts\">";
-  for (const trend_word word : {trend_word::changed, trend_word::quiet,
-                                trend_word::few, trend_word::never}) {
+  for (const trend_word word :
+       {trend_word::changed, trend_word::quiet, trend_word::few, trend_word::never}) {
     const std::size_t count = count_of(r, word);
     if (count == 0 && word != trend_word::changed) continue;
     out += fmt::format(R"(<li class="{}"><b>{}</b><span class="word">{}</span></li>)",
@@ -318,7 +318,8 @@ std::string how_judged(const trend_result& r) {
 
 // Beside the style of all pages: what only this one has.
 constexpr std::string_view own_style =
-    ".whole{white-space:nowrap}.note{color:var(--quiet);font-size:.85rem;margin:.3rem 0}.look b{font-size:1.05rem}"
+    ".whole{white-space:nowrap}.note{color:var(--quiet);font-size:.85rem;margin:.3rem 0}.look "
+    "b{font-size:1.05rem}"
     "@media (max-width:700px){.middle-up{display:none}}@media print{.middle-up{display:block}}"
     "section details figure{max-width:1040px}";
 
@@ -331,7 +332,8 @@ std::string trend_html(const trend_result& r) {
       "<title>Trend of the button gains: {}</title>\n<style>{}{}</style></head>\n<body><main>\n",
       html(runs_in_words(r.data)), page_style(), own_style);
   out += head_of_page(r) + list_of_changes(r) + time_line(r) + fold_outs(r, true) +
-         list_of_others(r) + table_of_all(r) + fold_outs(r, false) + list_of_left_out(r.data) + how_judged(r);
+         list_of_others(r) + table_of_all(r) + fold_outs(r, false) + list_of_left_out(r.data) +
+         how_judged(r);
   return out + fmt::format("</main>\n<script>{}</script></body></html>\n", page_script());
 }
 

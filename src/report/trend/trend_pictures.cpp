@@ -142,6 +142,9 @@ std::string strip_title(const bpm_trend& b, std::size_t k) {
     if (step.moved.change[k] == 0) continue;
     text += (text.empty() ? "" : ", ") + percent(step.moved.change[k]);
   }
+  if (b.slow.told && b.slow.moved.change[k] != 0) {
+    text += (text.empty() ? "slowly " : ", slowly ") + percent(b.slow.moved.change[k]);
+  }
   if (b.drift.told && b.drift.moved.change[k] != 0) {
     text += (text.empty() ? "" : ", ") + percent(b.drift.moved.change[k]) + " a month";
   }
@@ -243,6 +246,18 @@ void draw_step_mark(chart::canvas& c, const panel& p, const trend_result& r, con
             {.ink = chart::button_inks[step.moved.button], .bold = true});
 }
 
+// What changed in the course of time: up or down from here to there.
+void draw_wedge(chart::canvas& c, const moved_gains& moved, double from, double to, double y,
+                const std::string& text, double& free_from) {
+  const std::size_t k = moved.button;
+  const double foot = moved.change[k] > 0 ? 5 : -5;
+  const std::array<point, 3> wedge{{{from, y + foot}, {to, y + foot}, {to, y - foot}}};
+  fill_area(c, wedge, chart::button_inks[k], 0.35);
+  if (from + 2 < free_from) return;
+  draw_text(c, text, {from + 2, y - 1}, {.ink = chart::button_inks[k], .bold = true});
+  free_from = from + text_width(c, text, 10, true) + 8;
+}
+
 void draw_row_of_changes(chart::canvas& c, const panel& p, const trend_result& r,
                          const bpm_trend& b, double y) {
   const double first = chart::across(p, day_of_used(r, b, 0));
@@ -250,14 +265,13 @@ void draw_row_of_changes(chart::canvas& c, const panel& p, const trend_result& r
   draw_line(c, {first, y}, {last, y}, ink::grid, 2);
   double free_from = p.left;
   if (b.drift.told) {
-    const std::size_t k = b.drift.moved.button;
-    const bool up = b.drift.moved.change[k] > 0;
-    const std::array<point, 3> wedge{
-        {{first, y + (up ? 5 : -5)}, {last, y + (up ? 5 : -5)}, {last, y + (up ? -5 : 5)}}};
-    fill_area(c, wedge, chart::button_inks[k], 0.35);
-    const std::string text = moved_in_words(b.drift.moved, false) + " a month";
-    draw_text(c, text, {first + 2, y - 1}, {.ink = chart::button_inks[k], .bold = true});
-    free_from = first + text_width(c, text, 10, true) + 8;
+    draw_wedge(c, b.drift.moved, first, last, y, moved_in_words(b.drift.moved, false) + " a month",
+               free_from);
+  }
+  if (b.slow.told) {
+    draw_wedge(c, b.slow.moved, chart::across(p, r.data.run[b.slow.from].day),
+               chart::across(p, r.data.run[b.slow.to].day), y,
+               moved_in_words(b.slow.moved, false) + " slowly", free_from);
   }
   for (const trend_step& step : b.steps) draw_step_mark(c, p, r, step, y, free_from);
 }

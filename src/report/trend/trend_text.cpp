@@ -48,10 +48,17 @@ std::vector<std::string> lines_of_changes(const trend_result& r) {
                       run_in_words(r.data, step->before), run_in_words(r.data, step->behind),
                       step->made_otherwise ? "; these runs differ in program or tables" : ""));
     }
-    if (!b.drift.told) continue;
-    lines.push_back(fmt::format("{}: drift {} a month, {:.0f} times its error",
-                                long_name(*b.series), moved_in_words(b.drift.moved, true),
-                                b.drift.errors));
+    if (b.drift.told) {
+      lines.push_back(fmt::format("{}: drift {} a month, {:.0f} times its error",
+                                  long_name(*b.series), moved_in_words(b.drift.moved, true),
+                                  b.drift.errors));
+    }
+    if (b.slow.told) {
+      lines.push_back(fmt::format("{}: slowly {}, {:.0f} times its error, from {} to {}",
+                                  long_name(*b.series), moved_in_words(b.slow.moved, true),
+                                  b.slow.errors, run_in_words(r.data, b.slow.from),
+                                  run_in_words(r.data, b.slow.to)));
+    }
   }
   return lines;
 }
@@ -232,6 +239,10 @@ std::string changes_csv(const trend_result& r) {
       put_change(r, b,
                  {"drift", &b.drift.moved, b.drift.errors, run_of(b.used.front()),
                   run_of(b.used.back()), true, "a month"},
+                 out);
+    }
+    if (b.slow.told) {
+      put_change(r, b, {"slow", &b.slow.moved, b.slow.errors, b.slow.from, b.slow.to, true, ""},
                  out);
     }
     for (const wild_run& w : b.wild) {

@@ -34,9 +34,9 @@ std::string moved_in_words(const moved_gains& moved, bool with_error) {
   std::string words;
   for (std::size_t k = 0; k < 4; ++k) {
     if (moved.change[k] == 0) continue;  // exactly: it stood still
-    words += fmt::format("{}{} {}", words.empty() ? "" : ", ", chart::button_names[k],
-                         with_error ? percent_and_error(moved.change[k], moved.error)
-                                    : percent(moved.change[k]));
+    words += fmt::format(
+        "{}{} {}", words.empty() ? "" : ", ", chart::button_names[k],
+        with_error ? percent_and_error(moved.change[k], moved.error) : percent(moved.change[k]));
   }
   if (moved.or_others) words += ", or the other two the other way";
   return words;
@@ -63,6 +63,11 @@ std::vector<std::string> changes_in_words(const bpm_trend& b, const trend_data& 
   }
   if (b.drift.told) {
     words.push_back("drift " + moved_in_words(b.drift.moved, with_error) + " a month");
+  }
+  if (b.slow.told) {
+    words.push_back(fmt::format("slowly {} from {} to {}", moved_in_words(b.slow.moved, with_error),
+                                date_text(data.run[b.slow.from].day),
+                                date_text(data.run[b.slow.to].day)));
   }
   return words;
 }

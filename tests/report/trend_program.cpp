@@ -13,6 +13,7 @@ int main(int count, char** arguments) {
   if (count == 5) {
     const int middle = runs.runs * 3 / 5;
     runs.changes = {{.bpm = 7, .button = 2, .step = 5e-3, .at_run = middle},
+                    {.bpm = 31, .button = 0, .step = -5e-3, .at_run = 12},
                     {.bpm = 12, .button = 1, .drift = 1e-3}};
   }
   made::write_runs(arguments[4], runs);

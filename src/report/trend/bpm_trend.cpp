@@ -245,8 +245,33 @@ std::vector<four> rest_of_levels(std::span<const reading> all, const explained_s
   return rest;
 }
 
-void take_slow(std::span<const reading> all, const explained_series& e, double wander,
-               const trend_limits& limits, bpm_trend& b) {
+// Readings that are not wild, with the steps taken out.
+std::vector<reading> without_steps(std::span<const reading> all, const explained_series& e) {
+  std::vector<reading> rest = without(all, e.wild);
+  for (const found_step& step : e.found.steps) {
+    for (std::size_t i = step.at; i < rest.size(); ++i) {
+      for (std::size_t k = 0; k < 4; ++k) rest[i].value[k] -= step.change[k];
+    }
+  }
+  return rest;
+}
+
+// Whether the level wanders, in the currency of all changes.
+bool wanders(std::span<const reading> all, const explained_series& e, double wander, double memory,
+             const trend_limits& limits) {
+  if (!(wander > 0)) return false;
+  std::vector<reading> rest = without_steps(all, e);
+  for (reading& r : rest) {
+    r.variance *= memory;
+    for (std::size_t k = 0; k < 4 && e.found.drifts; ++k) {
+      r.value[k] -= e.found.drift.a_day[k] * (r.day - all.front().day);
+    }
+  }
+  return gain_by_wandering(rest, wander) > limits.errors * limits.errors;
+}
+
+void take_slow(std::span<const reading> all, const explained_series& e, const trend_limits& limits,
+               bpm_trend& b) {
   const std::vector<four> rest = rest_of_levels(all, e);
   if (rest.empty()) return;
   std::vector<std::size_t> runs;
@@ -270,7 +295,7 @@ void take_slow(std::span<const reading> all, const explained_series& e, double w
   b.slow.to = runs[to];
   b.slow.moved = explain(d, variance, limits);
   b.slow.errors = single_button_errors(d, variance);
-  b.slow.told = wander > 0 && b.slow.errors > limits.errors &&
+  b.slow.told = b.slow.errors > limits.errors &&
                 std::abs(b.slow.moved.change[b.slow.moved.button]) > limits.floor;
 }
 
@@ -327,17 +352,6 @@ struct bpm_readings {
   double memory = 1;
 };
 
-// Readings that are not wild, with the steps taken out.
-std::vector<reading> without_steps(std::span<const reading> all, const explained_series& e) {
-  std::vector<reading> rest = without(all, e.wild);
-  for (const found_step& step : e.found.steps) {
-    for (std::size_t i = step.at; i < rest.size(); ++i) {
-      for (std::size_t k = 0; k < 4; ++k) rest[i].value[k] -= step.change[k];
-    }
-  }
-  return rest;
-}
-
 double own_memory(std::span<const reading> all, const explained_series& e) {
   std::vector<std::optional<four>> residuals;
   std::size_t kept = 0, next = 0;
@@ -383,7 +397,7 @@ void judge(const bpm_readings& of, const trend_data& data, const trend_limits& l
   if (enough) {
     take_steps(e, data, limits, b);
     take_drift(e.found, all.back().day - all.front().day, limits, b);
-    take_slow(all, e, of.wander, limits, b);
+    if (wanders(all, e, of.wander, of.memory, limits)) take_slow(all, e, limits, b);
     take_wild(all, e, limits, b);
   }
   show(all, e, b);

@@ -55,7 +55,8 @@ struct slow_change {
   std::size_t from = 0, to = 0;  ///< in trend_data::run
   double errors = 0;
   moved_gains moved;
-  bool told = false;  ///< the level wanders, by more than its error and the floor
+  bool told =
+      false;  ///< the level wanders as clearly as a change must be, and by more than the floor
 };
 
 enum class trend_word {

@@ -43,6 +43,32 @@ std::vector<known_level> backward_levels(std::span<const reading> readings, doub
   return levels;
 }
 
+namespace {
+
+// -2 ln of the likelihood, but for what does not depend on the wandering.
+double unlikeliness(std::span<const reading> readings, double wander) {
+  double sum = 0;
+  known_level at{readings[0].value, readings[0].day, readings[0].variance};
+  for (std::size_t i = 1; i < readings.size(); ++i) {
+    const reading& r = readings[i];
+    const double wandered = wander * (r.day - readings[i - 1].day);
+    const double variance = at.variance + wandered + r.variance;
+    sum += 3 * std::log(variance);
+    for (std::size_t k = 0; k < 4; ++k) {
+      sum += (r.value[k] - at.value[k]) * (r.value[k] - at.value[k]) / variance;
+    }
+    take(at, r, wandered);
+  }
+  return sum;
+}
+
+}  // namespace
+
+double gain_by_wandering(std::span<const reading> readings, double wander) {
+  if (readings.empty()) return 0;
+  return unlikeliness(readings, 0) - unlikeliness(readings, wander);
+}
+
 line_sums sums_of(std::span<const reading> readings, double wander) {
   line_sums sums;
   if (readings.empty()) return sums;

@@ -40,4 +40,9 @@ struct line_sums {
 };
 line_sums sums_of(std::span<const reading> readings, double wander);
 
+/// How much better a level that wanders explains the readings than one that stands: twice the
+/// difference of the logarithms of both likelihoods.
+/// note     the four values have mean 0: three numbers a reading
+double gain_by_wandering(std::span<const reading> readings, double wander);
+
 }  // namespace report

@@ -186,7 +186,7 @@ void leave_out_repeated(search& all) {
   for (std::size_t i = 0; i < all.found.size(); ++i) {
     const auto at = last.find(all.found[i].same_as);
     if (at == last.end() || at->second == i) {
-      kept.push_back(std::move(all.found[i]));
+      kept.push_back(all.found[i]);
     } else {
       all.left_out.push_back({all.found[i].run.directory,
                               "made again from the same data with the same answers, later: " +

@@ -116,9 +116,11 @@ std::vector<double> shared_scales(const std::vector<double>& own,
 }
 
 double memory_of(const std::vector<std::optional<four>>& residuals) {
-  // Neighbours up to half a dozen runs away; further ones say nothing but chance.
-  constexpr std::size_t reach = 6, least = 24;
+  constexpr std::size_t least = 24;
   if (residuals.size() < least) return unknown;
+  // Neighbours up to half a dozen runs away, more where there are many; further ones say nothing but
+  // chance.
+  const std::size_t reach = std::clamp<std::size_t>(residuals.size() / 20, 6, 30);
   double memory = 0;
   for (std::size_t apart = 0; apart <= reach; ++apart) {
     double sum = 0;
@@ -129,7 +131,7 @@ double memory_of(const std::vector<std::optional<four>>& residuals) {
       ++pairs;
     }
     // Three numbers a reading are free; weights that fall to the end keep the sum positive.
-    const double part = 1 - static_cast<double>(apart) / (reach + 1);
+    const double part = 1 - static_cast<double>(apart) / static_cast<double>(reach + 1);
     if (pairs > 0) memory += (apart == 0 ? 1 : 2) * part * sum / 3 / static_cast<double>(pairs);
   }
   return std::max(memory, 1.0);
@@ -155,8 +157,13 @@ std::vector<double> shared_memories(const std::vector<double>& own,
 double wander_of(std::span<const reading> readings) {
   const four slope = robust_slope(readings);
   double most = 0;
-  // Further apart than a sixth of the runs, one step would lie between too many of the pairs.
-  for (std::size_t apart = 4; apart <= readings.size() / 6; apart *= 2) {
+  // As far apart as possible, and half of that: neighbours that scatter alike are no wandering, and a
+  // season comes back after its period. Further apart than a sixth of the runs, one step would lie
+  // between too many of the pairs.
+  constexpr std::size_t least = 4;
+  const std::size_t furthest = readings.size() / 6;
+  for (const std::size_t apart : {furthest, furthest / 2}) {
+    if (apart < least) continue;
     double variance = 0, days = 0;
     const auto pairs = static_cast<double>(readings.size() - apart);
     for (std::size_t i = 0; i + apart < readings.size(); ++i) {

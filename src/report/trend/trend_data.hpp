@@ -54,10 +54,10 @@ struct trend_data {
 
 /// What of the runs is asked for.
 struct trend_choice {
-  std::vector<std::string> folders;    ///< in which runs are looked for, at any depth
-  std::vector<std::string> bpms;       ///< names or indices; empty: all
-  std::optional<double> since, until;  ///< first and last moment [days]
-  std::string times;  ///< file that says when data were taken; empty: as run.json says
+  std::vector<std::string> folders{};      ///< in which runs are looked for, at any depth
+  std::vector<std::string> bpms{};         ///< names or indices; empty: all
+  std::optional<double> since{}, until{};  ///< first and last moment [days]
+  std::string times{};  ///< file that says when data were taken; empty: as run.json says
 };
 
 /// Finds and reads the runs.

@@ -256,43 +256,63 @@ std::vector<reading> without_steps(std::span<const reading> all, const explained
   return rest;
 }
 
-// Whether the level wanders, in the currency of all changes.
-bool wanders(std::span<const reading> all, const explained_series& e, double wander, double memory,
-             const trend_limits& limits) {
-  if (!(wander > 0)) return false;
-  std::vector<reading> rest = without_steps(all, e);
-  for (reading& r : rest) {
-    r.variance *= memory;
-    for (std::size_t k = 0; k < 4 && e.found.drifts; ++k) {
-      r.value[k] -= e.found.drift.a_day[k] * (r.day - all.front().day);
-    }
-  }
-  return gain_by_wandering(rest, wander) > limits.errors * limits.errors;
-}
+// What steps and drift leave, in means of neighbours: so many that runs which scatter alike because
+// the orbit remembers do not look like a level that moves.
+struct blocks {
+  std::vector<reading> mean;
+  std::vector<std::size_t> run;  // in the middle of each, in trend_data::run
+};
 
-void take_slow(std::span<const reading> all, const explained_series& e, const trend_limits& limits,
-               bpm_trend& b) {
-  const std::vector<four> rest = rest_of_levels(all, e);
-  if (rest.empty()) return;
+blocks blocks_of(std::span<const reading> all, const explained_series& e, double memory,
+                 const bpm_trend& b) {
+  const std::vector<reading> rest = without_steps(all, e);
   std::vector<std::size_t> runs;
   for (std::size_t i = 0; i < all.size(); ++i) {
     if (!e.wild[i]) runs.push_back(b.series->point[b.used[i]].run);
   }
+  blocks made;
+  const std::size_t each = reach_of_memory(rest.size());
+  for (std::size_t begin = 0; begin + each <= rest.size(); begin += each) {
+    reading mean{};
+    double weights = 0;
+    for (std::size_t i = begin; i < begin + each; ++i) {
+      const double weight = 1 / (memory * rest[i].variance);
+      weights += weight;
+      mean.day += weight * rest[i].day;
+      for (std::size_t k = 0; k < 4; ++k) {
+        const double drift = e.found.drifts ? e.found.drift.a_day[k] : 0;
+        mean.value[k] += weight * (rest[i].value[k] - drift * (rest[i].day - all.front().day));
+      }
+    }
+    mean.day /= weights;
+    for (double& v : mean.value) v /= weights;
+    mean.variance = 1 / weights;
+    made.mean.push_back(mean);
+    made.run.push_back(runs[begin + each / 2]);
+  }
+  return made;
+}
+
+void take_slow(const blocks& rest, double wander, const trend_limits& limits, bpm_trend& b) {
+  if (!(wander > 0) || rest.mean.empty()) return;
+  // Wandering is weighed like a change: what it betters must be worth one.
+  if (gain_by_wandering(rest.mean, wander) <= limits.errors * limits.errors) return;
   std::size_t from = 0, to = 0;
   double most = 0;
   for (std::size_t k = 0; k < 4; ++k) {
     const auto [low, high] = std::minmax_element(
-        rest.begin(), rest.end(), [k](const four& p, const four& q) { return p[k] < q[k]; });
-    if ((*high)[k] - (*low)[k] <= most) continue;
-    most = (*high)[k] - (*low)[k];
-    from = static_cast<std::size_t>(std::min(low, high) - rest.begin());
-    to = static_cast<std::size_t>(std::max(low, high) - rest.begin());
+        rest.mean.begin(), rest.mean.end(),
+        [k](const reading& p, const reading& q) { return p.value[k] < q.value[k]; });
+    if (high->value[k] - low->value[k] <= most) continue;
+    most = high->value[k] - low->value[k];
+    from = static_cast<std::size_t>(std::min(low, high) - rest.mean.begin());
+    to = static_cast<std::size_t>(std::max(low, high) - rest.mean.begin());
   }
   four d{};
-  for (std::size_t k = 0; k < 4; ++k) d[k] = rest[to][k] - rest[from][k];
-  const double variance = e.found.level[from].variance + e.found.level[to].variance;
-  b.slow.from = runs[from];
-  b.slow.to = runs[to];
+  for (std::size_t k = 0; k < 4; ++k) d[k] = rest.mean[to].value[k] - rest.mean[from].value[k];
+  const double variance = rest.mean[from].variance + rest.mean[to].variance;
+  b.slow.from = rest.run[from];
+  b.slow.to = rest.run[to];
   b.slow.moved = explain(d, variance, limits);
   b.slow.errors = single_button_errors(d, variance);
   b.slow.told = b.slow.errors > limits.errors &&
@@ -397,7 +417,7 @@ void judge(const bpm_readings& of, const trend_data& data, const trend_limits& l
   if (enough) {
     take_steps(e, data, limits, b);
     take_drift(e.found, all.back().day - all.front().day, limits, b);
-    if (wanders(all, e, of.wander, of.memory, limits)) take_slow(all, e, limits, b);
+    take_slow(blocks_of(all, e, of.memory, b), of.wander, limits, b);
     take_wild(all, e, limits, b);
   }
   show(all, e, b);

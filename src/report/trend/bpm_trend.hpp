@@ -49,8 +49,8 @@ struct trend_drift {
   bool told = false;  ///< clear, and more than the floor over all runs
 };
 
-/// A slow change that is no straight line: between the two runs where the level is furthest apart,
-/// steps and drift taken out.
+/// A slow change that is no straight line: between the two times where the mean of some runs is
+/// furthest apart, steps and drift taken out.
 struct slow_change {
   std::size_t from = 0, to = 0;  ///< in trend_data::run
   double errors = 0;

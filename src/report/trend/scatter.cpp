@@ -115,12 +115,14 @@ std::vector<double> shared_scales(const std::vector<double>& own,
   return shared;
 }
 
+std::size_t reach_of_memory(std::size_t readings) {
+  return std::clamp<std::size_t>(readings / 20, 6, 30);
+}
+
 double memory_of(const std::vector<std::optional<four>>& residuals) {
   constexpr std::size_t least = 24;
   if (residuals.size() < least) return unknown;
-  // Neighbours up to half a dozen runs away, more where there are many; further ones say nothing but
-  // chance.
-  const std::size_t reach = std::clamp<std::size_t>(residuals.size() / 20, 6, 30);
+  const std::size_t reach = reach_of_memory(residuals.size());
   double memory = 0;
   for (std::size_t apart = 0; apart <= reach; ++apart) {
     double sum = 0;

@@ -32,6 +32,10 @@ double variance_of(const stated& point, double scale);
 /// Variance a day by which the level of these readings wanders; 0 unless it is clear.
 double wander_of(std::span<const reading> readings);
 
+/// Neighbours up to here may scatter alike: half a dozen runs, more where there are many. Further
+/// ones say nothing but chance.
+std::size_t reach_of_memory(std::size_t readings);
+
 /// How much larger than that of independent readings the variance of a mean of many is: neighbours
 /// that scatter alike, as runs on similar orbits do.
 /// given    residuals  over their scatter, in order; an empty entry where a step or a wild reading

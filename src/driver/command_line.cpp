@@ -32,7 +32,8 @@ constexpr const char* about =
     "The environment variable KOVR_ONLINE names the root of the facility's data tree.\n"
     "\n"
     "butngain compare RUN RUN... compares the gains of earlier runs: butngain compare --help\n"
-    "butngain fit FILE --chamber CHAMBER fits columns of any ring: butngain fit --help\n";
+    "butngain fit FILE --chamber CHAMBER fits columns of any ring: butngain fit --help\n"
+    "butngain trend DIR... finds what changed in the course of many: butngain trend --help\n";
 
 constexpr const char* answers_group = "Answers given beforehand";
 

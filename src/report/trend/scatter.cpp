@@ -182,7 +182,9 @@ double wander_of(std::span<const reading> readings) {
     take(excess(readings, apart, slope) - 1, 3);
     for (std::size_t k = 0; k < 4; ++k) take(excess_of(k, readings, apart, slope) - 1, 1);
   }
-  return most;
+  // And only where it betters the whole: medians of few pairs are far off at times.
+  constexpr double least_gain = 9;
+  return most > 0 && gain_by_wandering(readings, most) > least_gain ? most : 0;
 }
 
 }  // namespace report

@@ -228,7 +228,7 @@ namespace {
 constexpr double row_height = 22, head_height = 8, foot_height = 34;
 
 void draw_step_mark(chart::canvas& c, const panel& p, const trend_result& r, const trend_step& step,
-                    double y, double& free_from) {
+                    double y, double& free_from, double free_to) {
   const double before = chart::across(p, r.data.run[step.before].day);
   const double behind = chart::across(p, r.data.run[step.behind].day);
   // As wide as nobody knows better.
@@ -237,11 +237,13 @@ void draw_step_mark(chart::canvas& c, const panel& p, const trend_result& r, con
   draw_symbol(c, step.moved.button, {x, y}, 9);
   const std::string text = moved_in_words(step.moved, false);
   const double length = text_width(c, text, 10, true);
-  // Beside its mark, left of it near the right end; not over the text before it.
-  const bool left = x + 10 + length > p.left + p.width;
-  const double begin = left ? x - 9 - length : x + 9;
-  if (begin < free_from) return;
-  free_from = begin + length + 6;
+  // Beside its mark, left of it where there is no room on the right, or nowhere: the card has it.
+  double begin = x + 9;
+  if (begin + length > free_to) begin = x - 9 - length;
+  const bool fits = begin >= free_from;
+  free_from = std::max(free_from, x + 8);
+  if (!fits) return;
+  free_from = std::max(free_from, begin + length + 6);
   draw_text(c, text, {begin, y + 3.5},
             {.ink = chart::button_inks[step.moved.button], .bold = true});
 }
@@ -273,7 +275,12 @@ void draw_row_of_changes(chart::canvas& c, const panel& p, const trend_result& r
                chart::across(p, r.data.run[b.slow.to].day), y,
                moved_in_words(b.slow.moved, false) + " slowly", free_from);
   }
-  for (const trend_step& step : b.steps) draw_step_mark(c, p, r, step, y, free_from);
+  for (std::size_t i = 0; i < b.steps.size(); ++i) {
+    double free_to = p.left + p.width;
+    if (i + 1 < b.steps.size())
+      free_to = chart::across(p, r.data.run[b.steps[i + 1].before].day) - 6;
+    draw_step_mark(c, p, r, b.steps[i], y, free_from, free_to);
+  }
 }
 
 // A tick a run: gaps in time are seen.

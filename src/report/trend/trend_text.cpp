@@ -41,7 +41,7 @@ std::vector<std::string> lines_of_changes(const trend_result& r) {
   std::vector<std::string> lines;
   for (const std::size_t i : worst_first(r)) {
     const bpm_trend& b = r.bpm[i];
-    for (auto step = b.steps.rbegin(); step != b.steps.rend(); ++step) {
+    for (const trend_step* step : largest_first(b)) {
       lines.push_back(
           fmt::format("{}: step {}, {:.0f} times its error, between {} and {}{}",
                       long_name(*b.series), moved_in_words(step->moved, true), step->errors,

@@ -55,10 +55,21 @@ std::string between(const trend_data& data, const trend_step& step) {
   return fmt::format("between {} and {}", minute_text(before), minute_text(behind));
 }
 
+std::vector<const trend_step*> largest_first(const bpm_trend& b) {
+  std::vector<const trend_step*> steps;
+  for (const trend_step& step : b.steps) steps.push_back(&step);
+  const auto size = [](const trend_step* step) {
+    return std::abs(step->moved.change[step->moved.button]);
+  };
+  std::stable_sort(steps.begin(), steps.end(),
+                   [size](const trend_step* p, const trend_step* q) { return size(p) > size(q); });
+  return steps;
+}
+
 std::vector<std::string> changes_in_words(const bpm_trend& b, const trend_data& data,
                                           bool with_error) {
   std::vector<std::string> words;
-  for (auto step = b.steps.rbegin(); step != b.steps.rend(); ++step) {
+  for (const trend_step* step : largest_first(b)) {
     words.push_back(moved_in_words(step->moved, with_error) + ' ' + between(data, *step));
   }
   if (b.drift.told) {

@@ -25,8 +25,11 @@ std::string most_moved(const moved_gains& moved);
 /// "between 2026-03-04 and 2026-03-11", with times of day where both are of one day.
 std::string between(const trend_data& data, const trend_step& step);
 
+/// The steps of a BPM by size.
+std::vector<const trend_step*> largest_first(const bpm_trend& b);
+
 /// "TI +0.501 % between 2026-03-04 and 2026-03-11"; "BO drifts by +0.1 % a month"; one after the
-/// other, the latest step first.
+/// other, the largest step first.
 std::vector<std::string> changes_in_words(const bpm_trend& b, const trend_data& data,
                                           bool with_error);
 

@@ -24,6 +24,7 @@ struct series {
 std::vector<std::pair<std::size_t, std::size_t>> stretches(const series& s,
                                                            const std::vector<std::size_t>& cuts) {
   std::vector<std::pair<std::size_t, std::size_t>> all;
+  all.reserve(cuts.size() + 1);
   std::size_t begin = 0;
   for (const std::size_t cut : cuts) all.emplace_back(std::exchange(begin, cut), cut);
   all.emplace_back(begin, s.readings.size());

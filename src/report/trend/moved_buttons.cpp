@@ -1,6 +1,7 @@
 #include "moved_buttons.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace report {
@@ -47,7 +48,8 @@ pair_fit best_pair(const four& d) {
 
 // The other two buttons explain it as well when both moved by the same.
 bool others_do(const four& d, const pair_fit& fit, double allowed) {
-  std::size_t other[2] = {0, 0}, n = 0;  // NOLINT(*-c-arrays): two numbers
+  std::array<std::size_t, 2> other{};
+  std::size_t n = 0;
   for (std::size_t k = 0; k < 4; ++k) {
     if (k != fit.i && k != fit.j) other[n++] = k;
   }

@@ -70,14 +70,15 @@ util::outcome<times_of_runs> read_times(const std::string& path) {
 // Numbers of runs in the names of files: RD-004567.dat. The last one read counts, as it does in a
 // session that lays one run over another.
 std::string run_number(const run_info& info) {
-  for (auto input = info.inputs.rbegin(); input != info.inputs.rend(); ++input) {
-    const std::string name = fs::path(input->path).filename().string();
+  std::string number;
+  for (const input_file& input : info.inputs) {
+    const std::string name = fs::path(input.path).filename().string();
     const auto first = name.find_first_of("0123456789");
     if (!name.starts_with("RD") || first == std::string::npos) continue;
     const auto last = std::min(name.find_first_not_of("0123456789", first), name.size());
-    return without_zeros(std::string_view{name}.substr(first, last - first));
+    number = without_zeros(std::string_view{name}.substr(first, last - first));
   }
-  return {};
+  return number;
 }
 
 // By the folder's path, by any folder of it, or by the number of the run that was read.

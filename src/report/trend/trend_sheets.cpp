@@ -107,8 +107,9 @@ std::string changes_png(const trend_result& r) {
                          62 + margin + row_height * static_cast<double>(rows), pixels_a_point);
   draw_head(c, r, "BPMs that changed: gain of each button [%] against time", width);
   for (std::size_t i = 0; i < shown.size(); ++i) {
-    const double x = margin + each * static_cast<double>(i % columns);
-    const double y = 62 + row_height * static_cast<double>(i / columns);
+    const std::size_t column = i % columns, row = i / columns;
+    const double x = margin + each * static_cast<double>(column);
+    const double y = 62 + row_height * static_cast<double>(row);
     const std::string title =
         fmt::format("{}: {}", short_name(*shown[i]->series),
                     fmt::join(changes_in_words(*shown[i], r.data, false), "; "));

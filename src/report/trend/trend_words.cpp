@@ -69,6 +69,7 @@ std::vector<const trend_step*> largest_first(const bpm_trend& b) {
 std::vector<std::string> changes_in_words(const bpm_trend& b, const trend_data& data,
                                           bool with_error) {
   std::vector<std::string> words;
+  words.reserve(b.steps.size() + 2);
   for (const trend_step* step : largest_first(b)) {
     words.push_back(moved_in_words(step->moved, with_error) + ' ' + between(data, *step));
   }
@@ -135,6 +136,7 @@ std::vector<wild_in_run> wild_by_run(const trend_result& r) {
     }
   }
   std::vector<wild_in_run> all;
+  all.reserve(by_run.size());
   for (auto& [run, wild] : by_run) all.push_back(std::move(wild));
   std::stable_sort(all.begin(), all.end(), [](const wild_in_run& p, const wild_in_run& q) {
     return p.bpm.size() > q.bpm.size();

@@ -43,9 +43,13 @@ TEST(trend_session, a_step_of_half_a_per_cent_is_found_in_real_runs) {
   ASSERT_EQ(changes.size(), 2U);
   ASSERT_TRUE(changes[1].starts_with("step,2,EXP_1,TI,")) << changes[1];
   EXPECT_NEAR(std::stod(changes[1].substr(std::string{"step,2,EXP_1,TI,"}.size())), 4.99e-3, 4e-4);
+  EXPECT_FALSE(contains(done.out, "--times FILE")) << done.out;
   // The same runs by the time of the sessions: seconds apart, in the same order.
   how.arguments = {"trend", "runs", "--output", "by_session"};
-  EXPECT_EQ(session::butngain(here.path(), {}, how).status, 1);
+  const auto at_once = session::butngain(here.path(), {}, how);
+  EXPECT_EQ(at_once.status, 1);
+  EXPECT_TRUE(contains(at_once.out, "made at once. If their data are older, --times"))
+      << at_once.out;
 }
 
 }  // namespace

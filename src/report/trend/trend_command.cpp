@@ -121,7 +121,7 @@ int run(trend_options& options) {
         {"no whole run to look at", choice.folders.front(), "folders with run.json and gains.csv"});
   }
   if (data->bpm.empty()) return tell({"no such BPM in the runs", choice.folders.front(), {}});
-  trend_result r{std::move(*data), {}, options.limits};
+  trend_result r{std::move(*data), {}, options.limits, !choice.times.empty()};
   r.bpm = trends_of(r.data, r.limits);
   if (auto fault = print(trend_text(r))) return tell(*fault);
   if (auto fault = write_files(r, options.output)) return tell(*fault);

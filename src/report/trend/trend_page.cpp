@@ -91,6 +91,9 @@ std::string head_of_page(const trend_result& r) {
   std::string out =
       fmt::format("<header><h1>Trend of the button gains: {}</h1>\n<p class=\"verdict{}\">{}</p>\n",
                   html_of(runs_in_words(r.data)), any ? " none" : "", html_of(trend_sentence(r)));
+  if (const std::string hint = hint_at_times(r); !hint.empty()) {
+    out += fmt::format("<p class=\"ended\">{}</p>\n", hint);
+  }
   return out + counts_list(r) + "</header>\n";
 }
 

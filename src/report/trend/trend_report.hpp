@@ -13,6 +13,7 @@ struct trend_result {
   trend_data data;
   std::vector<bpm_trend> bpm;
   trend_limits limits;
+  bool times_given = false;  ///< a file says when data were taken
 };
 
 /// BPMs as people should look at them: largest change first, then those that are never determined or

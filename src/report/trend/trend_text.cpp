@@ -197,6 +197,7 @@ void put_change(const trend_result& r, const bpm_trend& b, const change_line& c,
 std::string trend_text(const trend_result& r) {
   std::string out = util::shown(trend_sentence(r)) + '\n';
   out += fmt::format("{}; {} left out\n", runs_in_words(r.data), r.data.left_out.size());
+  if (const std::string hint = hint_at_times(r); !hint.empty()) out += hint + '\n';
   put_section(out,
               fmt::format("changes: more than {:g} times their error and more than {:g} %",
                           r.limits.errors, 100 * r.limits.floor),

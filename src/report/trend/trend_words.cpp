@@ -91,6 +91,14 @@ std::string runs_in_words(const trend_data& data) {
                      date_text(data.run.front().day), date_text(data.run.back().day));
 }
 
+std::string hint_at_times(const trend_result& r) {
+  constexpr double at_once = 2;  // days
+  if (r.times_given || r.data.run.size() < least_runs) return {};
+  if (r.data.run.back().day - r.data.run.front().day > at_once) return {};
+  return "All runs were made at once. If their data are older, --times FILE says when they were "
+         "taken.";
+}
+
 std::string trend_sentence(const trend_result& r) {
   std::vector<std::string> names;
   constexpr std::size_t most = 3;

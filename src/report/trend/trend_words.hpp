@@ -39,6 +39,9 @@ std::string trend_sentence(const trend_result& r);
 /// "200 runs from 2026-01-01 to 2026-12-24"; "1 run".
 std::string runs_in_words(const trend_data& data);
 
+/// What to do about runs that were all made at once, most likely of older data; empty otherwise.
+std::string hint_at_times(const trend_result& r);
+
 /// Why a BPM was never determined: the commonest of its reasons.
 std::string why_never(const bpm_series& series);
 

@@ -404,6 +404,8 @@ TEST_F(trend_folder, tells_by_its_status_and_leaves_its_files) {
   EXPECT_EQ(status({".", "--output", "out"}), 1);
   EXPECT_EQ(status({".", "--output", "out", "--floor", "0.01"}), 0);
   EXPECT_EQ(status({".", "--until", "2026-01-11"}), 0);
+  // Five runs are just enough, and the fifth is of the last day.
+  EXPECT_EQ(status({".", "--until", "2026-01-21"}), 1);
   EXPECT_EQ(status({".", "--bpm", "3W", "--output", "out"}), 1);
   EXPECT_EQ(status({".", "--bpm", "3", "--since", "2026-01-01T10:00:00+01:00", "--output", "out"}),
             1);

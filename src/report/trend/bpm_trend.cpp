@@ -315,7 +315,9 @@ void take_slow(const blocks& rest, double wander, const trend_limits& limits, bp
   b.slow.to = rest.run[to];
   b.slow.moved = explain(d, variance, limits);
   b.slow.errors = single_button_errors(d, variance);
-  b.slow.told = b.slow.errors > limits.errors &&
+  // Twice as clear as a step must be: an orbit that remembers for longer than a block looks the same.
+  constexpr double surer = 2;
+  b.slow.told = b.slow.errors > surer * limits.errors &&
                 std::abs(b.slow.moved.change[b.slow.moved.button]) > limits.floor;
 }
 

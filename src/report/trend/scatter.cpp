@@ -151,7 +151,9 @@ std::vector<double> shared_memories(const std::vector<double>& own,
     // Runs that say as much about a BPM's own memory as all others do.
     constexpr double as_good = 200;
     const double weight = std::isfinite(own[i]) ? static_cast<double>(counts[i]) / as_good : 0;
-    shared.push_back((usual + weight * (weight > 0 ? own[i] : 0)) / (1 + weight));
+    const double drawn = (usual + weight * (weight > 0 ? own[i] : 0)) / (1 + weight);
+    // A BPM that follows the orbit more than others do must not borrow their errors.
+    shared.push_back(weight > 0 ? std::max(drawn, own[i]) : drawn);
   }
   return shared;
 }

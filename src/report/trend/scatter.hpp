@@ -43,7 +43,7 @@ std::size_t reach_of_memory(std::size_t readings);
 /// returns  at least 1; unknown for too few
 double memory_of(const std::vector<std::optional<four>>& residuals);
 
-/// Draws the memory of each BPM to the median of all: what makes runs alike is mostly the beam.
+/// Draws the memory of each BPM up to the median of all: what makes runs alike is mostly the beam.
 std::vector<double> shared_memories(const std::vector<double>& own,
                                     const std::vector<std::size_t>& counts);
 

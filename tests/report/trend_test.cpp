@@ -317,7 +317,8 @@ TEST_F(trend_of_many, planted_changes_are_found_among_a_hundred_bpms) {
 struct trend_folder : scratch::fixture {
   // A run of one BPM.
   void run(const std::string& name, const std::string& started, double gain,
-           const std::string& ended = "whole", const std::string& digest = {}) const {
+           const std::string& ended = "whole", const std::string& digest = {},
+           const std::vector<std::string>& arguments = {}) const {
     report::bpm_row row;
     row.bpm = 3;
     row.name = "3W";
@@ -328,6 +329,7 @@ struct trend_folder : scratch::fixture {
     report::run_results results;
     results.info.started = started;
     results.info.ended = ended;
+    results.info.arguments = arguments;
     results.info.inputs = {{"RD-004" + name.substr(0, 3) + ".dat", 1, digest}};
     fs::create_directories(place / name);
     ASSERT_FALSE(report::write_gains_csv(place / name + "/gains.csv", {row}));
@@ -365,12 +367,13 @@ TEST_F(trend_folder, runs_that_say_nothing_are_left_out_with_the_reason) {
   scratch::write(place / "torn/run.json", "{\"version\":");
   run(".scratch/run", "2026-02-07T10:00:00+01:00", 1);
   run("old", "2026-02-08T10:00:00+01:00", 1, "whole", "abc");
-  run("new", "2026-02-09T10:00:00+01:00", 1, "whole", "abc");
+  run("new", "2026-02-09T10:00:00+01:00", 1, "whole", "abc", {"--output", "new"});
+  run("other columns", "2026-02-10T10:00:00+01:00", 1, "whole", "abc", {"--columns", "5,6,7,8"});
   const auto data = report::read_trend_data({.folders = {"."}});
   ASSERT_TRUE(data);
   std::vector<std::string> used;
   for (const auto& r : data->run) used.push_back(r.directory);
-  EXPECT_EQ(used, (std::vector<std::string>{"first", "new", "a/deep/run"}));
+  EXPECT_EQ(used, (std::vector<std::string>{"first", "new", "other columns", "a/deep/run"}));
   const std::map<std::string, std::string> expected{
       {"killed", "did not end"},    {"faulty", "out of memory"}, {"no_gains", "no gains.csv"},
       {"no_record", "no run.json"}, {"cut", "cut/gains.csv:1"},  {"torn", "is no JSON"},

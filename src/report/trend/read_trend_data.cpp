@@ -132,6 +132,14 @@ std::string data_and_answers(const run_info& info) {
   if (info.inputs.empty()) return {};
   std::string all = digests_of(info.inputs);
   for (const answered& a : info.dialog) all += a.question + '\n' + a.answer + '\n';
+  if (!info.dialog.empty()) return all;
+  // A run that asked nothing: its options are its answers. Where it went does not matter.
+  bool is_place = false;
+  for (const std::string& argument : info.arguments) {
+    if (!std::exchange(is_place, argument == "--output") && !argument.starts_with("--output")) {
+      all += argument + '\n';
+    }
+  }
   return all;
 }
 

@@ -7,6 +7,7 @@
 #include "program_start.hpp"
 #include "run_time.hpp"
 #include "session.hpp"
+#include "trend_command.hpp"
 
 namespace {
 
@@ -33,6 +34,9 @@ int main(int count, char** arguments) {
   }
   if (count > 1 && std::string_view{arguments[1]} == "many") {
     util::stop_program(many::many_command(count - 1, arguments + 1, words_of_sessions()));
+  }
+  if (count > 1 && std::string_view{arguments[1]} == "trend") {
+    util::stop_program(report::trend_command(count - 1, arguments + 1));
   }
   const int status = driver::run_session(driver::read_command_line(count, arguments));
   util::stop_program(status);

@@ -35,7 +35,8 @@ constexpr const char* about =
     "butngain compare RUN RUN... compares the gains of earlier runs: butngain compare --help\n"
     "butngain fit FILE --chamber CHAMBER fits columns of any ring: butngain fit --help\n"
     "butngain many LIST makes a list of runs, on all cores or a batch system: butngain many "
-    "--help\n";
+    "--help\n"
+    "butngain trend DIR... finds what changed in the course of many: butngain trend --help\n";
 
 constexpr const char* answers_group = "Answers given beforehand";
 

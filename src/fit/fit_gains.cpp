@@ -1,50 +1,51 @@
 #include "fit_gains.hpp"
 
+#include <cstring>
 #include <string>
+#include <string_view>
 
 #include "fields.hpp"
 #include "gain_fit_mod.hpp"
 #include "kept_solver.hpp"
-#include "list_io.hpp"
 #include "standard_output.hpp"
 
 namespace gain_fit_mod {
 namespace {
 
-// Kept for compatibility: the lines are fixed fields, and every width and blank is part of them. So
-// labels have a length of their own beside the text, which they pad or cut.
+// Kept for compatibility: the lines are fixed fields, and every width and blank is part of them.
 constexpr int ind_width = 12;  // of the number in the ind line: as free-format output writes it
 
-void put_chis_and_gains(std::string& line, const fit_event& event) {
-  util::put_text(line, " chis2 = ", 9);
-  util::put_exponent(line, event.chisq);
-  line += " gain ";
-  for (int i = 1; i <= 4; ++i) util::put_fixed(line, event.at(i));
+char* put(char* at, std::string_view text) {
+  std::memcpy(at, text.data(), text.size());
+  return at + text.size();
+}
+
+char* put_chis_and_gains(char* at, const fit_event& event) {
+  at = util::write_exponent(put(at, " chis2 = "), event.chisq);
+  at = put(at, " gain ");
+  for (int i = 1; i <= 4; ++i) at = util::write_fixed(at, event.at(i));
+  return at;
 }
 
 // Two lines for one event: the number of the held gain stands alone.
-void put_start(std::string& line, const fit_event& event) {
-  line = " ind = ";
+char* put_start(char* at, const fit_event& event) {
+  std::string line = " ind = ";
   util::put_integer(line, event.held, ind_width);
-  util::print_line(line);
-  line.clear();
-  put_chis_and_gains(line, event);
+  at = put(at, line += '\n');
+  return put_chis_and_gains(at, event);
 }
 
-void put_progress(std::string& line, const fit_event& event) {
-  put_chis_and_gains(line, event);
-  util::put_text(line, " coef = ", 8);
-  for (int i = 5; i <= max_parameters; ++i) util::put_fixed(line, event.at(i));
-  util::put_text(line, " alambda = ", 8);  // the field keeps " alambda": columns stay put
-  util::put_exponent(line, event.alamda);
+char* put_progress(char* at, const fit_event& event) {
+  at = put(put_chis_and_gains(at, event), " coef = ");
+  for (int i = 5; i <= max_parameters; ++i) at = util::write_fixed(at, event.at(i));
+  // Cut to 8 columns, the field keeps this much: columns stay put.
+  return util::write_exponent(put(at, " alambda"), event.alamda);
 }
 
-void put_final(std::string& line, const fit_event& event) {
+char* put_final(char* at, const fit_event& event) {
   // Only the amplitude of the curve: it is the one coefficient that is kept for the next BPM.
-  util::put_text(line, "final", 8);
-  put_chis_and_gains(line, event);
-  util::put_text(line, " const = ", 8);  // the field keeps " const ="
-  util::put_fixed(line, event.at(5));
+  at = put_chis_and_gains(put(at, "   final"), event);
+  return util::write_fixed(put(at, " const ="), event.at(5));
 }
 
 }  // namespace
@@ -58,33 +59,43 @@ std::vector<signals> current_readings() {
   return readings;
 }
 
-void tell(std::span<const fit_event> events) {
+fits_told text_of(std::span<const fit_event> events) {
   // The fit itself prints nothing, so that BPMs can be fitted side by side and told in order.
   using kind = fit_event::kind;
-  std::string line;  // keeps its memory: a BPM has hundreds of these
+  constexpr std::size_t longest = 200;  // of the lines of one event; they have 151 columns at most
+  fits_told told;
+  char* at = util::room(told.lines, events.size() * longest);
   for (const fit_event& event : events) {
-    line.clear();
     switch (event.what) {
       case kind::start:
-        put_start(line, event);
+        at = put_start(at, event);
         break;
       case kind::step:
-        put_progress(line, event);
+        at = put_progress(at, event);
         break;
       case kind::sweep_end:
-        line = util::list_line().text(" ").str();
+        at = put(at, "  ");
         break;
       case kind::zero_pivot:
-        mrqmin_mod::tell_singular();
-        // It has printed its line itself, on the side log as well; an empty one must not follow.
-        continue;
+        at = put(at, mrqmin_mod::singular_line);
+        ++told.singular;
+        break;
       case kind::final:
-        put_final(line, event);
+        at = put_final(at, event);
         break;
     }
-    util::print_line(line);
+    *at++ = '\n';
   }
+  util::end_at(told.lines, at);
+  return told;
 }
+
+void tell(const fits_told& told) {
+  util::print_text(util::view(told.lines));
+  for (int i = 0; i < told.singular; ++i) mrqmin_mod::log_singular();
+}
+
+void tell(std::span<const fit_event> events) { tell(text_of(events)); }
 
 void save(const four_fits& fits, chis_saved& chis_save, gains_saved& gain_save,
           coeffs_saved& coeff_save, covar_saved& covar_save) {

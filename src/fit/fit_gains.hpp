@@ -8,6 +8,7 @@
 
 #include "bounded.hpp"
 #include "four_fits.hpp"
+#include "text_block.hpp"
 
 namespace gain_fit_mod {
 
@@ -20,6 +21,19 @@ using covar_saved = util::bounded3<double, 1, 4, 1, 8, 1, 8, "covar_save">;
 
 /// The signals of orbits 1..norbits of the BPM in work; zeros for a BPM that nothing was written to.
 std::vector<signals> current_readings();
+
+/// What is told of a BPM's fits: the lines, and how many of them go to unit 111 as well.
+struct fits_told {
+  util::text_block lines;
+  int singular = 0;  ///< lines about singular matrices
+};
+
+/// The lines of what happened during the fits.
+/// note     safe on several threads
+fits_told text_of(std::span<const fit_event> events);
+
+/// Shows them on standard output; those about singular matrices also on unit 111.
+void tell(const fits_told& told);
 
 /// Shows on standard output what happened during the fits, a line for each event; a singular matrix
 /// also on unit 111.

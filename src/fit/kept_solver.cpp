@@ -3,7 +3,6 @@
 #include <string>
 
 #include "file_units.hpp"
-#include "list_io.hpp"
 #include "run_time.hpp"
 #include "standard_output.hpp"
 
@@ -53,11 +52,12 @@ void covsrt(matrix& covar, std::span<const bool> maska) {
 }
 
 void tell_singular() {
-  const std::string line = util::list_line().text("gaussj: singular matrix (2)").str();
-  util::print_line(line);
-  // The same words in both places: one search finds them on the screen and in the side log.
-  util::write_line(singular_log, line);
+  util::print_line(singular_line);
+  log_singular();
 }
+
+// The same words in both places: one search finds them on the screen and in the side log.
+void log_singular() { util::write_line(singular_log, singular_line); }
 
 void nrerror(std::string_view text, std::string_view last_line) {
   util::print_line(std::string{"nrerror: "}.append(text));

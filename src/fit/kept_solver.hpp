@@ -28,8 +28,13 @@ void gaussj(matrix& a, matrix& b);
 /// solver::covsrt. errors   sizes that disagree end the run
 void covsrt(matrix& covar, std::span<const bool> maska);
 
-/// Tells an exactly singular matrix: one line on standard output and on unit 111.
+/// The line that tells an exactly singular matrix.
+inline constexpr std::string_view singular_line = " gaussj: singular matrix (2)";
+
+/// Tells one: that line on standard output and on unit 111.
 void tell_singular();
+/// On unit 111 alone.
+void log_singular();
 
 /// The fatal stop: "nrerror: " and the text, then the second line; all units closed, status 2.
 [[noreturn]] void nrerror(std::string_view text,

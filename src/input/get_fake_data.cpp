@@ -86,9 +86,7 @@ int read_series(const std::string& path, int k) {
   kept.gain = fit::gain;  // the true gains are read into the session's own
   const series_file read = read_series_file(path, k, kept, fit::orbit_data);
   fit::gain = kept.gain;
-  for (std::size_t at = 0; at < read.echo.size(); at += series_width) {
-    util::write_line(echo_unit, std::string_view{read.echo}.substr(at, series_width));
-  }
+  if (read.echo.size > 0) util::write_text(echo_unit, util::view(read.echo));
   if (read.fault) end_run(*read.fault);
   const std::string unused = unusable_line(path, read);
   if (!unused.empty()) note(unused);

@@ -1,6 +1,7 @@
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <initializer_list>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -58,37 +59,36 @@ gain_fit_mod::gains relative_truth(const gain_fit_mod::gains& true_gain) {
 
 // --- parts of the file --------------------------------------------------------------------------
 
-void write_settings(int unit, const gain_fit_mod::bpm_result& result) {
+void put_settings(util::text_block& out, const gain_fit_mod::bpm_result& result) {
   const gain_fit_mod::combined_fits& mean = result.combined;
   const gain_fit_mod::gains& true_gain = result.data.true_gain;
-  util::write_line(unit, "#&button_sums");
+  util::add_line(out, "#&button_sums");
   std::string line = "# BPM = ";
   util::put_integer(line, result.data.bpm, 5);
-  util::write_line(unit, line);
-  util::write_line(unit, four_fixed(" gain = ", mean.gain));
-  util::write_line(unit, four_fixed(" true_gain = ", true_gain));
-  util::write_line(unit, four_fixed(" coef = ", {mean.coefficients.item}));
+  util::add_line(out, line);
+  util::add_line(out, four_fixed(" gain = ", mean.gain));
+  util::add_line(out, four_fixed(" true_gain = ", true_gain));
+  util::add_line(out, four_fixed(" coef = ", {mean.coefficients.item}));
   // The amplitude is that of the last fit, not the mean above it: kept for compatibility.
-  util::write_line(unit, one_exponent(" const = ", result.fits.fit.back().coefficients(1)));
+  util::add_line(out, one_exponent(" const = ", result.fits.fit.back().coefficients(1)));
   // Nothing here measures an offset: the lines are kept for compatibility.
   for (const char* offset : {" delta_h = ", " delta_v = "}) {
     std::string offset_line{"#"};
     util::put_text(offset_line, offset, 11);
     util::put_fixed(offset_line, 0);
-    util::write_line(unit, offset_line);
+    util::add_line(out, offset_line);
   }
   const auto orbits = static_cast<int>(result.data.orbits.size());
-  util::write_line(
-      unit, one_exponent(" chis_deg = ", mean.chisq / (orbits - gain_fit_mod::free_parameters)));
-  util::write_line(unit, four_fixed("array gains[4] = ", button_gains(mean.gain)));
-  util::write_line(unit, four_fixed("array true_gains[4] = ", relative_truth(true_gain)));
+  util::add_line(
+      out, one_exponent(" chis_deg = ", mean.chisq / (orbits - gain_fit_mod::free_parameters)));
+  util::add_line(out, four_fixed("array gains[4] = ", button_gains(mean.gain)));
+  util::add_line(out, four_fixed("array true_gains[4] = ", relative_truth(true_gain)));
   const auto& [h_min, h_max, v_min, v_max] = result.motion.extremes;
-  util::write_line(unit,
-                   four_fixed(" h_min, h_max, v_min, v_max = ", {{h_min, h_max, v_min, v_max}}));
-  util::write_line(unit, "#exit");
+  util::add_line(out, four_fixed(" h_min, h_max, v_min, v_max = ", {{h_min, h_max, v_min, v_max}}));
+  util::add_line(out, "#exit");
 }
 
-void write_fits(int unit, const gain_fit_mod::four_fits& fits) {
+void put_fits(util::text_block& out, const gain_fit_mod::four_fits& fits) {
   int ind = 0;
   for (const gain_fit_mod::one_fit& fit : fits.fit) {
     std::string line = "#";
@@ -100,15 +100,15 @@ void write_fits(int unit, const gain_fit_mod::four_fits& fits) {
     for (const double g : fit.gain.item) util::put_fixed(line, g);
     line += " coef = ";
     for (const double c : fit.coefficients.item) util::put_fixed(line, c);
-    util::write_line(unit, line);
+    util::add_line(out, line);
 
     // Rows and columns of the gain that was held are zeros: all four matrices have one shape.
-    util::write_line(unit, "# covariance matrix of gains 1..4, Am, k, h2, h3");
+    util::add_line(out, "# covariance matrix of gains 1..4, Am, k, h2, h3");
     for (int i = 1; i <= gain_fit_mod::max_parameters; ++i) {
       std::string row{"#"};
       for (int j = 1; j <= gain_fit_mod::max_parameters; ++j)
         util::put_exponent(row, fit.covariance(i, j));
-      util::write_line(unit, row);
+      util::add_line(out, row);
     }
   }
 }
@@ -137,8 +137,8 @@ std::vector<fitted_orbit> fitted_orbits(const gain_fit_mod::bpm_result& result) 
 
 // What tells at once whether the fit is good: the verdict, the size of what is left over, and the
 // two pictures worth drawing.
-void write_reading_aids(int unit, std::string_view name, const std::string& verdict,
-                        const std::vector<fitted_orbit>& orbits) {
+void put_reading_aids(util::text_block& out, std::string_view name, const std::string& verdict,
+                      const std::vector<fitted_orbit>& orbits) {
   double sum_Q = 0;
   double sum_residual = 0;
   for (const fitted_orbit& orbit : orbits) {
@@ -146,53 +146,80 @@ void write_reading_aids(int unit, std::string_view name, const std::string& verd
     sum_residual += orbit.residual * orbit.residual;
   }
   const auto n = static_cast<double>(orbits.size());
-  util::write_line(unit, std::string{"# "}.append(verdict));
+  util::add_line(out, std::string{"# "}.append(verdict));
   std::string line = "# rms of chis_1 =";
   util::put_exponent(line, std::sqrt(sum_residual / n));
   line += " beside rms of Bpmmp.G =";
   util::put_exponent(line, std::sqrt(sum_Q / n));
-  util::write_line(unit, line);
+  util::add_line(out, line);
 
   // To be copied as they stand. Points beside the curve and a shape in the residual are bad signs.
   for (const char* curves : {"' using 8:3 title 'readings', '' using 8:9 smooth unique title 'fit'",
                              "' using 8:10 title 'residual: noise without a shape is good'"}) {
     std::string aid{"# gnuplot: set datafile fortran; plot '"};
-    util::write_line(unit, aid.append(util::trim_right(name)).append(".dat_fit").append(curves));
+    util::add_line(out, aid.append(util::trim_right(name)).append(".dat_fit").append(curves));
   }
 }
 
-void write_table(int unit, std::span<const store::bpm_struct> column,
-                 const std::vector<fitted_orbit>& orbits, double current) {
-  util::write_line(unit, captions({"", "", "", "", "", "Bpmpm.G X", "", "Bpmpm.G X", "model", ""}));
-  util::write_line(unit, captions({"x", "y", "Bpmmp.G", "Bpmpm.G", "Bppmm.G", "Bppmm.G/I", "I",
-                                   "Bppmm.G", "Bpmmp.G", "chis_1"}));
+// The current is one for all rows, that of the last orbit: kept for compatibility.
+void put_table(util::text_block& out, const gain_fit_mod::bpm_data& bpm,
+               const std::vector<fitted_orbit>& orbits, const raw_data_text* raw) {
+  util::add_line(out, captions({"", "", "", "", "", "Bpmpm.G X", "", "Bpmpm.G X", "model", ""}));
+  util::add_line(out, captions({"x", "y", "Bpmmp.G", "Bpmpm.G", "Bppmm.G", "Bppmm.G/I", "I",
+                                "Bppmm.G", "Bpmmp.G", "chis_1"}));
+  constexpr std::size_t columns = 10;
+  constexpr std::size_t position_width = std::size_t{2} * util::real_width;
+  const double current = bpm.current.empty() ? 0 : bpm.current.back();
+  std::array<char, util::real_width> current_text{};
+  util::write_exponent(current_text.data(), current);
+  char* at = util::room(out, orbits.size() * (columns * util::real_width + 1));
   for (std::size_t i = 0; i < orbits.size(); ++i) {
-    const auto& [at, curve, residual] = orbits[i];
+    const auto& [sums, curve, residual] = orbits[i];
     // What the model takes for its argument, so it is what the table is drawn against.
-    const double u = at.X * at.Y;
-    std::string line;
-    for (const double value :
-         {column[i].x, column[i].y, at.Q, at.X, at.Y, u / current, current, u, curve, residual})
-      util::put_exponent(line, value);
-    util::write_line(unit, line);
+    const double u = sums.X * sums.Y;
+    if (raw != nullptr) {
+      // The positions are those of the raw data, where their texts are made already.
+      std::memcpy(at, raw->text.memory.get() + raw->orbits_at + i * raw_data_line, position_width);
+      at += position_width;
+    } else {
+      at = util::write_exponent(util::write_exponent(at, bpm.orbits[i].x), bpm.orbits[i].y);
+    }
+    for (const double value : {sums.Q, sums.X, sums.Y}) at = util::write_exponent(at, value);
+    char* const per_current = at;
+    at = util::write_exponent(at, u / current);
+    std::memcpy(at, current_text.data(), current_text.size());
+    at += current_text.size();
+    if (u / current == u) {  // at a current of 1, which most data have
+      std::memcpy(at, per_current, util::real_width);
+      at += util::real_width;
+    } else {
+      at = util::write_exponent(at, u);
+    }
+    for (const double value : {curve, residual}) at = util::write_exponent(at, value);
+    *at++ = '\n';
   }
+  util::end_at(out, at);
 }
 
 }  // namespace
 
-void write_bpm_fitted_data(const run_record& run, const gain_fit_mod::bpm_result& result) {
+util::text_block fitted_data_text(const run_record& run, const gain_fit_mod::bpm_result& result,
+                                  const raw_data_text* raw) {
   const gain_fit_mod::bpm_data& bpm = result.data;
-  const util::unit_handle file{util::lunget()};
-  const int unit = file.number();
-  util::open_output(unit, path_of(run.directory, bpm.name, ".dat_fit"));
-  for (const std::string& line : file_list_lines(run))
-    util::write_line(unit, std::string{"#"}.append(line));
-  write_settings(unit, result);
-  write_fits(unit, result.fits);
+  util::text_block out;
+  for (const std::string& line : file_list_lines(run)) {
+    util::add_line(out, std::string{"#"}.append(line));
+  }
+  put_settings(out, result);
+  put_fits(out, result.fits);
   const auto orbits = fitted_orbits(result);
-  write_reading_aids(unit, bpm.name, result.quality.reason, orbits);
-  // One current for all rows, that of the last orbit: kept for compatibility.
-  write_table(unit, bpm.orbits, orbits, bpm.current.empty() ? 0 : bpm.current.back());
+  put_reading_aids(out, bpm.name, result.quality.reason, orbits);
+  put_table(out, bpm, orbits, raw);
+  return out;
+}
+
+void write_bpm_fitted_data(const run_record& run, const gain_fit_mod::bpm_result& result) {
+  write_bpm_file(run, result.data.name, ".dat_fit", fitted_data_text(run, result));
 }
 
 }  // namespace output

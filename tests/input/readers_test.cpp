@@ -2,13 +2,19 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <bit>
+#include <cstdint>
 #include <cstring>
+#include <random>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "button_file.hpp"
 #include "command_file.hpp"
+#include "list_io.hpp"
+#include "plain_numbers.hpp"
 #include "scratch.hpp"
 #include "series_file.hpp"
 #include "turn_text.hpp"
@@ -63,7 +69,7 @@ TEST(readers, a_fault_is_a_value_beside_what_was_read) {
   const auto series = input::read_series_file("exp_0.txt", 7, values, into);
   EXPECT_EQ(util::line_of(*series.fault), "subscript 3001 of orbit_data is outside 1..3000");
   EXPECT_EQ(series.orbits, 3000);
-  EXPECT_EQ(series.echo.size(), 3001U * 300);
+  EXPECT_EQ(series.echo.size, 3001U * 301);
   EXPECT_EQ(into(3000).detector(7).button(4), 14);
 
   scratch::write("butns.7", "E T1      2.5\n3 1 2 3 4\n-1 5 6 7 8\n");
@@ -80,6 +86,74 @@ TEST(readers, a_fault_is_a_value_beside_what_was_read) {
       util::line_of(list.left_out.at(0)),
       "list.cal:1: found \"no pair\", expected \"orbit1 orbit2 ratio error\", key = value or a "
       "comment");
+}
+
+// A line that is not plain is read by the rules of free format, and what is plain gives the same.
+TEST(readers, lines_of_series_files_are_read_the_same_however_they_are_written) {
+  const scratch::workplace here;
+  const std::string plain = "-1.5e-3 2.25E-03 1200000 13 -14 15 0.9564839398209506 1.003 1 1";
+  const char* const same[] = {
+      "-1.5e-3,2.25E-03,1200000,13,-14,15,0.9564839398209506,1.003,1,1",
+      "-0.0015 .00225 +1200000 13 -14 15 0.9564839398209506D0 1.003 2*1",
+      "\t-15e-4 225.0e-5 1200000 13 -14 15 0.95648393982095060 1003E-3 1 1 7",
+      "-1.5D-3 2.25-3 1200000 13 -14 15 0.9564839398209506 1.003 1 1 / "};
+  for (const char* line : same) {
+    SCOPED_TRACE(line);
+    scratch::write("exp_0.txt", plain + "\n" + line + "\n" + plain + "\r\n");
+    store::orbit_store into{"orbit_data"};
+    input::series_values values;
+    const auto read = input::read_series_file("exp_0.txt", 1, values, into);
+    ASSERT_EQ(read.orbits, 3);
+    EXPECT_FALSE(read.unusable.first);
+    for (const int orbit : {2, 3}) {
+      EXPECT_EQ(
+          std::memcmp(&into(orbit).detector(1), &into(1).detector(1), sizeof(store::bpm_struct)), 0)
+          << orbit;
+    }
+  }
+  // What is missing, in any place, is that of the line before, also behind a line with other gains.
+  scratch::write("exp_0.txt", plain +
+                                  "\n1 2 3 4 5 6 7 8 9 10\n1 2 3 4 5 6 7 8 9 ten\n"
+                                  "1 2 3 4 5 6 4*\n" +
+                                  plain + "\n");
+  store::orbit_store into{"orbit_data"};
+  input::series_values values;
+  ASSERT_EQ(input::read_series_file("exp_0.txt", 1, values, into).orbits, 5);
+  EXPECT_EQ(into(3).detector(1).true_gain(4), 10);
+  EXPECT_EQ(into(4).detector(1).true_gain(1), 7);
+  EXPECT_EQ(into(5).detector(1).true_gain(1), 0.9564839398209506);
+}
+
+// Any number that is taken is the one that the other way reads, to the bit.
+TEST(readers, plain_numbers_are_those_of_free_format) {
+  std::mt19937_64 bits(11);
+  for (int i = 0; i < 100000; ++i) {
+    const std::uint64_t pattern = bits();
+    const int digits = 1 + static_cast<int>(pattern % 25);
+    std::string text = i % 3 == 0 ? "-" : "";
+    for (int k = 0; k < digits; ++k) {
+      if (k > 0 && k == static_cast<int>(pattern >> 8) % 25) text += '.';
+      text += static_cast<char>('0' + bits() % 10);
+    }
+    if (pattern % 7 < 4) text += (i % 2 == 0 ? "e" : "E-") + std::to_string(pattern >> 40 & 127U);
+    std::string_view rest{text};
+    double value = -1;
+    const auto wanted = util::scan_real(text);
+    ASSERT_EQ(input::take_plain(rest, value), wanted.has_value()) << text;
+    if (wanted) {
+      EXPECT_EQ(std::bit_cast<std::uint64_t>(value), std::bit_cast<std::uint64_t>(*wanted)) << text;
+    }
+  }
+  for (const char* odd : {"", "-", ".5", "+1", "1e", "1e+", "1.5D0", "0x10", "nan", "inf", "1,",
+                          "1/", "2*1", "'1'", "1e1000"}) {
+    std::string_view rest{odd};
+    double value = 3;
+    std::int32_t whole = 3;
+    EXPECT_FALSE(input::take_plain(rest, value)) << odd;
+    EXPECT_FALSE(input::take_plain(rest, whole)) << odd;
+    EXPECT_EQ(rest, odd);
+    EXPECT_EQ(value + whole, 6);
+  }
 }
 
 // What is behind a short line is counted, and hurts nobody whatever it is.

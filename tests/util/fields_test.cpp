@@ -2,7 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstdint>
 #include <limits>
+#include <random>
 #include <string>
 
 namespace {
@@ -64,6 +69,34 @@ TEST(fields, exponent_form_has_four_digits_and_two_or_three_of_exponent) {
                                {nan_value, "         NaN"},
                                {-inf, "   -Infinity"}};
   for (const auto& [value, text] : cases) EXPECT_EQ(exponent(value), text) << value;
+}
+
+// The quick fields against the general ones, which know only exact digits where it matters.
+TEST(fields, written_in_place_are_the_same_bytes_for_any_number) {
+  std::mt19937_64 bits(7);
+  const auto check = [](double v) {
+    std::array<char, 24> field{};
+    ASSERT_EQ(util::write_fixed(util::write_exponent(field.data(), v), v), field.end());
+    EXPECT_EQ(std::string(field.data(), 24), exponent(v) + fixed(v)) << v;
+  };
+  for (const double v : {0.0, -0.0, inf, -inf, nan_value, 5e-324, 1.7976931348623157e308, 1e50,
+                         1e-50, 9.99995, 0.99995, 99999.99995}) {
+    check(v);
+    check(-v);
+  }
+  for (int i = 0; i < 200000; ++i) {
+    const std::uint64_t pattern = bits();
+    check(std::bit_cast<double>(pattern));
+    const int power = static_cast<int>(pattern % 120) - 60;
+    const int digits = 1000 + static_cast<int>(pattern / 128 % 9000);
+    // Half a last place, where rounding turns on the last bit, and the numbers beside it.
+    const double half = std::stod(std::to_string(digits) + "5e" + std::to_string(power));
+    check(half);
+    check(std::nextafter(half, 0));
+    check(std::nextafter(-half, -inf));
+    check(static_cast<double>(static_cast<int>(pattern % 4000000)) / 2);
+    check((static_cast<double>(digits) + 0.5) / 1e4);
+  }
 }
 
 TEST(fields, texts_are_right_justified_and_keep_their_leftmost_characters) {

@@ -2,10 +2,11 @@
 
 #include <fmt/core.h>
 
+#include <cstring>
 #include <string_view>
 
-#include "fields.hpp"
 #include "list_io.hpp"
+#include "plain_numbers.hpp"
 #include "text.hpp"
 #include "text_file.hpp"
 #include "turn_data.hpp"
@@ -38,6 +39,32 @@ line_read take_line(std::string_view line, series_values& values) {
   for (int i = 1; i <= 4; ++i) take(values.gain(i), "a number");
   if (last == util::taken::bad) return {true, record.item, wanted};
   return {last != util::taken::end, {}, {}};
+}
+
+// The four true gains stand at the end of each line, the same in all lines of a file.
+struct gains_read {
+  std::string text;  // of the line before, all that is behind its signals; empty: not taken
+};
+
+// The same for a line as the simulator and most programs print it. False when it is none, or not all
+// of it: nothing is taken then.
+bool take_plain_line(std::string_view line, series_values& values, gains_read& before) {
+  series_values taken;
+  if (!take_plain(line, taken.x) || !take_plain(line, taken.y)) return false;
+  for (int i = 1; i <= 4; ++i) {
+    if (!take_plain(line, taken.button(i))) return false;
+  }
+  if (before.text.empty() || line != before.text) {
+    std::string_view rest = line;
+    for (int i = 1; i <= 4; ++i) {
+      if (!take_plain(rest, taken.gain(i))) return false;
+    }
+    before.text = line;
+  } else {
+    taken.gain = values.gain;
+  }
+  values = taken;
+  return true;
 }
 
 void add_fault(series_unusable& found, const util::text_file& file, std::string_view what,
@@ -75,9 +102,17 @@ void store_orbit(const series_values& values, store::bpm_struct& reading) {
   }
 }
 
+void add_echo(util::text_block& echo, std::string_view line) {
+  char* const at = util::room(echo, series_width + 1);
+  std::memcpy(at, line.data(), line.size());
+  std::memset(at + line.size(), ' ', series_width - line.size());
+  at[series_width] = '\n';
+  util::end_at(echo, at + series_width + 1);
+}
+
 // Takes one line; false when it ends the file.
-bool take_orbit(util::text_file& file, int bpm, series_values& values, store::orbit_store& into,
-                series_file& read) {
+bool take_orbit(util::text_file& file, int bpm, series_values& values, gains_read& before,
+                store::orbit_store& into, series_file& read) {
   const std::string& line = file.line;
   // Files of old computers end their lines with CR alone: all of them are then one line.
   if (const auto cr = line.find('\r'); cr != std::string::npos) {
@@ -86,13 +121,16 @@ bool take_orbit(util::text_file& file, int bpm, series_values& values, store::or
   }
   const std::string_view counted = std::string_view{line}.substr(0, series_width);
   if (counted.find('x') != std::string_view::npos) return true;
-  const line_read taken = take_line(counted, values);
-  if (!taken.complete) {
-    end_reading(file, std::string{counted}, read.unusable);
-    return false;
+  if (!take_plain_line(counted, values, before)) {
+    before.text.clear();
+    const line_read taken = take_line(counted, values);
+    if (!taken.complete) {
+      end_reading(file, std::string{counted}, read.unusable);
+      return false;
+    }
+    if (!taken.bad.empty()) add_fault(read.unusable, file, taken.bad, taken.wanted);
   }
-  if (!taken.bad.empty()) add_fault(read.unusable, file, taken.bad, taken.wanted);
-  util::put_padded(read.echo, counted, series_width);
+  add_echo(read.echo, counted);
   if (read.orbits == store::max_orbits) {
     read.fault = bounds_fault(into.name, read.orbits + 1, 1, store::max_orbits);
     return false;
@@ -113,7 +151,10 @@ series_file read_series_file(const std::string& path, int bpm, series_values& va
     return read;
   }
   bool ended = false;  // by what a line says
-  while (!ended && util::next_line(*file)) ended = !take_orbit(*file, bpm, values, into, read);
+  gains_read before;
+  while (!ended && util::next_line(*file)) {
+    ended = !take_orbit(*file, bpm, values, before, into, read);
+  }
   if (!ended) read.fault = file->trouble;
   return read;
 }

@@ -12,6 +12,7 @@
 #include "bounded.hpp"
 #include "fault.hpp"
 #include "orbit_store.hpp"
+#include "text_block.hpp"
 
 namespace input {
 
@@ -36,7 +37,7 @@ struct series_unusable {
 /// What one file gave.
 struct series_file {
   int orbits = 0;            ///< stored as orbits 1..orbits of the BPM
-  std::string echo;          ///< the lines taken, each cut or padded to series_width
+  util::text_block echo;     ///< the lines taken, each cut or padded to series_width
   series_unusable unusable;  ///< told once the file is read
   util::status fault;        ///< what ended the reading, as below; the rest is what came before it
 };

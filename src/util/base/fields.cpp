@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <optional>
 
 namespace util {
@@ -164,6 +166,59 @@ bool put_exponent_quickly(std::string& out, double value, int width, int digits)
   return true;
 }
 
+// --- the usual field ----------------------------------------------------------------------------
+// 12 columns, 4 digits: all tables of orbits, by the million. Written in place, over a template.
+
+// "00" to "99": a division and a copy give two digits at once.
+constexpr auto digit_pairs = [] {
+  std::array<char, 200> text{};
+  for (std::size_t i = 0; i < 100; ++i) {
+    text.at(2 * i) = static_cast<char>('0' + i / 10);
+    text.at(2 * i + 1) = static_cast<char>('0' + i % 10);
+  }
+  return text;
+}();
+
+void write_pair(char* at, std::uint32_t n) {
+  std::memcpy(at, digit_pairs.data() + std::size_t{2} * n, 2);
+}
+
+void write_four(char* at, std::uint32_t n) {
+  write_pair(at, n / 100);
+  write_pair(at + 2, n % 100);
+}
+
+constexpr std::uint32_t four_places = 10000;  // real_digits of them
+
+// What the exponent form shows of a number: 0.nnnn x 10^power.
+struct four_digits {
+  std::uint32_t n = 0;  // 1000..9999
+  int power = 0;
+};
+
+// The four digits of a size between 1e-50 and 1e50, or nothing when the exact digits must decide.
+std::optional<four_digits> four_digits_of(double size) {
+  // The decimal exponent from the binary one: log10(2) = 1233/4096 to seven digits. It may come out
+  // one too high, which the comparison tells.
+  constexpr int mantissa_bits = 52;
+  constexpr int bias = 1022;  // of numbers written as 0.1..., in binary
+  const int binary = static_cast<int>(std::bit_cast<std::uint64_t>(size) >> mantissa_bits) - bias;
+  int power = (binary * 1233 >> 12) + 1;
+  if (size < ten_to(power - 1)) --power;
+  const double scaled = size * ten_to(real_digits - power);
+  const auto below = static_cast<std::uint32_t>(scaled);
+  const double rest = scaled - below;
+  if (std::abs(rest - 0.5) < middle_margin) return {};
+  const std::uint32_t n = below + (rest > 0.5 ? 1 : 0);
+  // 0.99999 rounds up to the next power: 0.1000 of it.
+  if (n == four_places) return four_digits{four_places / 10, power + 1};
+  if (n < four_places / 10 || n > four_places) return {};
+  return four_digits{n, power};
+}
+
+// The slow ways make a text: all numbers pass them that are rare or hard.
+char* copied(char* at, const std::string& text) { return std::copy(text.begin(), text.end(), at); }
+
 // NaN and Infinity; returns whether it was one of them.
 bool put_not_finite(std::string& out, double value, int width) {
   if (std::isnan(value)) {
@@ -180,6 +235,41 @@ bool put_not_finite(std::string& out, double value, int width) {
 }
 
 }  // namespace
+
+char* write_fixed(char* at, double value) {
+  const auto n = places(std::abs(value) * four_places);
+  if (!n || *n >= 10 * four_places) {
+    std::string text;
+    put_fixed(text, value);
+    return copied(at, text);
+  }
+  std::memcpy(at, "      0.0000", real_width);
+  if (value < 0) at[5] = '-';
+  at[6] = static_cast<char>('0' + *n / four_places);
+  write_four(at + 8, *n % four_places);
+  return at + real_width;
+}
+
+char* write_exponent(char* at, double value) {
+  const double size = std::abs(value);
+  // Of a table's empty places: exactly zero.
+  if (size == 0) {
+    std::memcpy(at, "  0.0000D+00", real_width);
+    return at + real_width;
+  }
+  const auto shown = size > 1e-50 && size < 1e50 ? four_digits_of(size) : std::nullopt;
+  if (!shown) {
+    std::string text;
+    put_exponent(text, value);
+    return copied(at, text);
+  }
+  std::memcpy(at, "  0.0000D+00", real_width);
+  if (value < 0) at[1] = '-';
+  write_four(at + 4, shown->n);
+  if (shown->power < 0) at[9] = '-';
+  write_pair(at + 10, static_cast<std::uint32_t>(std::abs(shown->power)));
+  return at + real_width;
+}
 
 void put_fixed(std::string& out, double value, int width, int decimals) {
   if (put_fixed_quickly(out, value, width, decimals)) return;

@@ -20,6 +20,12 @@ void put_fixed(std::string& out, double value, int width = real_width, int decim
 /// Appends an exponent-form number: put_exponent(s, 1.2345) appends "  0.1235D+01".
 void put_exponent(std::string& out, double value, int width = real_width, int digits = real_digits);
 
+/// The same two with the usual width and digits, into real_width characters that are there already:
+/// for tables of many numbers, whose lines are made where they go to the file from.
+/// returns  the place behind the field
+char* write_fixed(char* at, double value);
+char* write_exponent(char* at, double value);
+
 /// Appends a right-justified integer; asterisks when it does not fit.
 void put_integer(std::string& out, long long value, int width);
 

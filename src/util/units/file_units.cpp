@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <set>
 #include <utility>
-#include <vector>
 
 #include "bounded.hpp"
 #include "line_cutter.hpp"
@@ -28,8 +28,9 @@ struct open_file {
   std::string path;
   std::string scratch;  // its name until it is closed; empty where that is the path
   bool for_writing = false;
-  std::vector<char> buffer;  // the stream's own when writing; lives as long as the stream
-  line_cutter cutter;        // the lines of a file that is read
+  std::unique_ptr<char[]>
+      buffer;          // NOLINT(*-c-arrays): the stream's own when writing, as long as it
+  line_cutter cutter;  // the lines of a file that is read
 };
 
 // The table of units, and the names that this run has opened for writing before, as they were
@@ -70,9 +71,10 @@ int attach(int unit, const std::string& path, const char* mode) {
   file.path = path;
   file.for_writing = mode[0] != 'r';
   if (!file.for_writing) return 0;
-  file.buffer.resize(buffer_size);
-  // Ours, not the library's: its size is then the same on every system.
-  std::setvbuf(stream, file.buffer.data(), _IOFBF, buffer_size);
+  // Ours, not the library's: its size is then the same on every system. Not cleared: a session opens
+  // two files a BPM.
+  file.buffer = std::make_unique_for_overwrite<char[]>(buffer_size);  // NOLINT(*-c-arrays)
+  std::setvbuf(stream, file.buffer.get(), _IOFBF, buffer_size);
   return 0;
 }
 
@@ -193,6 +195,13 @@ void rewind_unit(int unit) {
   std::rewind(file.stream);
   // The block in hand is of the place before: dropped with it.
   file.cutter = {};
+}
+
+void write_text(int unit, std::string_view text) {
+  open_file& file = units(unit);
+  if (file.stream == nullptr) open_output(unit, "fort." + std::to_string(unit));
+  errno = 0;
+  if (std::fwrite(text.data(), 1, text.size(), file.stream) != text.size()) end_on(file, errno);
 }
 
 void write_line(int unit, std::string_view text) {

@@ -69,6 +69,9 @@ void rewind_unit(int unit);
 /// Writes the text and a line end. A unit never opened writes to fort.<unit>.
 void write_line(int unit, std::string_view text);
 
+/// Writes text as it stands: lines that were made elsewhere, with their ends.
+void write_text(int unit, std::string_view text);
+
 /// Name of the file that the unit stands for; empty when it is not open.
 std::string unit_path(int unit);
 

@@ -20,6 +20,9 @@ namespace {
 
 void run_time_error(std::string_view what) { thrown(std::string{what}); }
 
+// Nothing is postponed here: what is thrown passes as it is.
+void end_as_postponed(const std::exception_ptr& fault) { std::rethrow_exception(fault); }
+
 void subscript_error(std::string_view array, long long subscript, long long lower, long long upper,
                      int dimension) {
   std::string which = "subscript " + std::to_string(subscript);

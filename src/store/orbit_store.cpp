@@ -1,9 +1,13 @@
 #include "orbit_store.hpp"
 
-#include <new>
+#include <sys/mman.h>
+
+#include <cstddef>
 
 namespace store {
 namespace {
+
+constexpr std::size_t column_size = max_orbits * sizeof(bpm_struct);
 
 // What reading gives where nothing was written: one reading of zeros for all of them, so that
 // looking at an orbit allocates nothing.
@@ -27,10 +31,13 @@ bpm_struct* make_column(orbit_store& s, int bpm) {
   // A pointer for each BPM up to the highest in use: 40 kB for the last of 5000.
   if (i >= s.columns.size()) s.columns.resize(i + 1);
   if (!s.columns[i]) {
-    // calloc of this size hands out untouched zero pages: a column of 100 orbits costs three of
-    // them, although its address range holds all 3000, and the column never moves.
-    void* memory = std::calloc(max_orbits, sizeof(bpm_struct));  // NOLINT(*-no-malloc)
-    if (memory == nullptr) util::run_time_error("out of memory: no room for the orbits of one BPM");
+    // Untouched zero pages: a column of 100 orbits costs three of them, although its address range
+    // holds all 3000, and the column never moves. From the system itself: the heap would clear memory
+    // that somebody had before, and so touch all of it.
+    void* memory =
+        mmap(nullptr, column_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED)
+      util::run_time_error("out of memory: no room for the orbits of one BPM");
     s.columns[i].reset(static_cast<bpm_struct*>(memory));
   }
   return s.columns[i].get();
@@ -87,6 +94,10 @@ void orbit_store::take_column(orbit_store& from, int bpm) {
   if (i >= columns.size()) columns.resize(i + 1);
   // Moved, not copied: a column of 3000 orbits is 288 kB, and a session hands over all BPMs.
   columns[i] = i < from.columns.size() ? std::move(from.columns[i]) : column_memory{};
+}
+
+void orbit_store::free_memory::operator()(bpm_struct* column) const {
+  static_cast<void>(munmap(column, column_size));
 }
 
 void orbit_store::clear() {

@@ -7,7 +7,6 @@
 // not the declared bounds. Reading what was never written gives zeros and allocates nothing.
 #pragma once
 #include <array>
-#include <cstdlib>
 #include <memory>
 #include <span>
 #include <string_view>
@@ -75,7 +74,7 @@ struct orbit_store {
 
   std::string_view name;
   struct free_memory {
-    void operator()(bpm_struct* p) const { std::free(p); }  // NOLINT(*-no-malloc,*-owning-memory)
+    void operator()(bpm_struct* column) const;
   };
   using column_memory = std::unique_ptr<bpm_struct[], free_memory>;  // NOLINT(*-c-arrays)
   std::vector<column_memory> columns;  ///< by BPM index; short until needed

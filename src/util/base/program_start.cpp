@@ -22,8 +22,11 @@ constexpr std::size_t spare_size = std::size_t{512} * 1024;
 void* spare = nullptr;
 
 // By the shortest way: a line of fixed text first, for the rest may fail for want of memory again.
-// Nothing is thrown from here, so it does not matter who was asking: a destructor, a library, a thread.
+// Nothing is thrown from here, so it does not matter who was asking: a destructor, a library. Work whose
+// end is postponed is the exception.
 [[noreturn]] void out_of_memory() {
+  // Beside other threads the files are not ours to close: whoever waits for this work ends the run.
+  if (postpone_end) throw std::bad_alloc();
   static std::atomic_flag met;
   if (met.test_and_set()) std::_Exit(1);
   std::fflush(stdout);
@@ -40,10 +43,13 @@ void* spare = nullptr;
 
 // Here the stack still stands as it was: nothing is unwound that could fail in turn.
 [[noreturn]] void uncaught() {
+  postpone_end = false;  // nobody is left who would catch it
   try {
     if (const auto thrown = std::current_exception()) std::rethrow_exception(thrown);
   } catch (const std::bad_alloc&) {
     out_of_memory();  // a size that no memory has, which asks no handler
+  } catch (const postponed_error& e) {
+    run_time_error(e.what);
   } catch (const std::exception& e) {
     run_time_error(e.what());
   } catch (...) {

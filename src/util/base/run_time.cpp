@@ -56,7 +56,17 @@ void tell_line(std::string_view what) {
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
+void end_as_postponed(const std::exception_ptr& fault) {
+  if (postpone_end) std::rethrow_exception(fault);
+  try {
+    std::rethrow_exception(fault);
+  } catch (const postponed_error& error) {
+    run_time_error(error.what);
+  }
+}
+
 void run_time_error(std::string_view what) {
+  if (postpone_end) throw postponed_error{std::string{what}};
   // What was printed before comes first, then the fault, then what closing the files adds to it.
   const std::string line = std::string{"run-time error: "}.append(what);
   tell_line(line);

@@ -12,6 +12,7 @@
 // leave by an exception or a jump instead. Files and the terminal lie above this storey: they leave
 // their closing here (close_files, erase_unfinished_line) when there is something to close.
 #pragma once
+#include <exception>
 #include <string>
 #include <string_view>
 
@@ -22,6 +23,19 @@ inline std::string_view program_name = "butngain";
 
 /// Ends the process with this status. Replaceable (fuzz targets, tests); must not return.
 inline void (*end_process)(int status) = nullptr;
+
+/// A run-time error that was met where the run must not end: on a thread that works beside others.
+struct postponed_error {
+  std::string what;  ///< what would have been told
+};
+
+/// Whether this thread's run-time errors, and its want of memory, are thrown (postponed_error,
+/// std::bad_alloc) instead of ending the run. Whoever sets it catches them.
+inline thread_local bool postpone_end = false;
+
+/// Ends the run as the fault that was caught would have: postponed_error as run_time_error, all others
+/// by throwing them again. Where this thread postpones too, that is thrown again as well.
+[[noreturn]] void end_as_postponed(const std::exception_ptr& fault);
 
 /// Which files an ending closes: those whose unit was handed out for the moment, or every one.
 enum class closing { handed_out, every };

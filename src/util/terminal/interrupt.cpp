@@ -37,8 +37,9 @@ void watch_interrupts() {
     struct sigaction watch = {};
     watch.sa_handler = note_signal;
     sigemptyset(&watch.sa_mask);
-    // One shot: the second one finds the default action. No SA_RESTART: a wait ends at once.
-    watch.sa_flags = static_cast<int>(SA_RESETHAND);
+    // One shot: the second one finds the default action. Writes go on: one that were cut short would
+    // leave half a line, or pass for a full disk.
+    watch.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
     sigaction(s.number, &watch, nullptr);
   }
   watching = true;

@@ -198,6 +198,32 @@ pixels decode(const std::string& png) {
   return p;
 }
 
+// Shapes of an SVG by hand: hundredths of points, corners on straight lines left out, dots in short.
+TEST(canvas, shapes_of_an_svg_are_written_in_few_characters) {
+  chart::canvas c = chart::open_canvas(chart::medium::svg, 100, 40);
+  draw_line(c, {1, 2.004}, {3.335, 2.004}, chart::ink::grid, 1);
+  const std::vector<chart::point> bent{{0, 0}, {5, 5}, {10, 10}, {10, 10}, {20, 10}, {15, 10}};
+  draw_lines(c, bent, chart::ink::button_1, 1.2);
+  draw_dots(c, std::vector<chart::point>{{7, 8.3}, {6.9, 8.4}, {2.6, -1}}, chart::ink::alarm, 2,
+            0.75);
+  draw_dashed_line(c, {0, 1}, {0, 9}, chart::ink::quiet, 0.8);
+  fill_box(c, {1.125, 2.375}, 3, 4.5, chart::ink::band, 0.5);
+  fill_area(c, std::vector<chart::point>{{0, 0}, {4, 0}, {2, 3}, {0, 0}}, chart::ink::text);
+  const std::string svg = finish(c, "by hand");
+  const std::string shapes = svg.substr(svg.find("<path"));
+  EXPECT_EQ(shapes,
+            "<path style=\"fill:none;stroke:var(--grid)\" d=\"M1 2L3.34 2\"/>"
+            "<path style=\"fill:none;stroke-width:1.2;stroke-linejoin:round;stroke:var(--b1)\""
+            " d=\"M0 0L10 10L20 10L15 10\"/>"
+            "<path style=\"fill:none;stroke-width:2;stroke-linecap:round;stroke-linejoin:round;"
+            "stroke:var(--alarm);stroke-opacity:0.75\" d=\"M2.5 -1h0M7 8.5h0\"/>"
+            "<path style=\"fill:none;stroke-width:0.8;stroke-linejoin:round;stroke:var(--quiet);"
+            "stroke-dasharray:4,3\" d=\"M0 1L0 9\"/>"
+            "<path style=\" stroke:none;fill:var(--band);fill-opacity:0.5\""
+            " d=\"M1.12 2.38L4.12 2.38L4.12 6.88L1.12 6.88ZM1.12 2.38\"/>"
+            "<path style=\" stroke:none;fill:var(--ink)\" d=\"M0 0L4 0L2 3ZM0 0\"/></svg>\n");
+}
+
 // A text leaves the pen at its end: an area drawn next once went on from there, as a wedge.
 TEST(canvas, an_area_begins_at_its_own_corner) {
   chart::canvas c = chart::open_canvas(chart::medium::png, 100, 40);

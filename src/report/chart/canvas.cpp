@@ -10,6 +10,7 @@
 #include <numbers>
 
 #include "inks.hpp"
+#include "svg_path.hpp"
 #include "svg_text.hpp"
 #include "text.hpp"
 
@@ -38,6 +39,27 @@ double snapped(const canvas& c, double at, double width) {
   cairo_surface_get_device_scale(c.sheet.get(), &scale_x, &scale_y);
   const bool odd = std::lround(std::max(1.0, width * scale_x)) % 2 == 1;
   return (std::floor(at * scale_x) + (odd ? 0.5 : 0.0)) / scale_x;
+}
+
+// What the shapes of an SVG know of their line.
+svg_stroke stroke_of(const canvas& c, ink colour, double width, double opacity = 1) {
+  return {.ink = colour, .width = width, .opacity = opacity, .round_joins = c.round_joins};
+}
+
+void draw_strokes_of_svg(canvas& c, std::span<const point> ends, const svg_stroke& how) {
+  svg_path path;
+  for (std::size_t i = 0; i + 1 < ends.size(); i += 2) {
+    move_to(path, ends[i]);
+    line_to(path, ends[i + 1]);
+  }
+  append_stroked(c.shapes, path, how);
+}
+
+void fill_svg(canvas& c, std::span<const point> corners, ink colour, double opacity) {
+  svg_path path;
+  for (const point& p : corners) line_to(path, p);
+  close(path);
+  append_filled(c.shapes, path, colour, opacity);
 }
 
 void straight(canvas& c, point from, point to, double width) {
@@ -121,6 +143,10 @@ std::string finish(canvas& c, std::string_view title) {
   // The pen's fault is asked for before the pen is given back: the sheet does not know of it.
   const bool drawn = cairo_status(c.pen.get()) == CAIRO_STATUS_SUCCESS;
   c.pen.reset();
+  if (c.medium == medium::svg) {
+    c.sheet.reset();
+    return drawn ? svg_element(c, title) : std::string{};
+  }
   cairo_status_t status = cairo_surface_status(c.sheet.get());
   if (c.medium == medium::png && status == CAIRO_STATUS_SUCCESS) {
     status = cairo_surface_write_to_png_stream(c.sheet.get(), take_bytes, c.bytes.get());
@@ -130,16 +156,23 @@ std::string finish(canvas& c, std::string_view title) {
   }
   c.sheet.reset();
   if (!drawn || status != CAIRO_STATUS_SUCCESS) return {};
-  if (c.medium != medium::svg) return std::move(*c.bytes);
-  return svg_element(*c.bytes, c, title);
+  return std::move(*c.bytes);
 }
 
 void draw_line(canvas& c, point from, point to, ink colour, double width) {
+  if (c.medium == medium::svg) {
+    return draw_strokes_of_svg(c, std::array{from, to}, stroke_of(c, colour, width));
+  }
   straight(c, from, to, width);
   stroke(c, colour, width);
 }
 
 void draw_dashed_line(canvas& c, point from, point to, ink colour, double width) {
+  if (c.medium == medium::svg) {
+    svg_stroke how = stroke_of(c, colour, width);
+    how.dashed = true;
+    return draw_strokes_of_svg(c, std::array{from, to}, how);
+  }
   constexpr std::array dash{4.0, 3.0};  // [points]
   cairo_set_dash(c.pen.get(), dash.data(), static_cast<int>(dash.size()), 0);
   draw_line(c, from, to, colour, width);
@@ -148,6 +181,12 @@ void draw_dashed_line(canvas& c, point from, point to, ink colour, double width)
 }
 
 void draw_lines(canvas& c, std::span<const point> corners, ink colour, double width) {
+  if (c.medium == medium::svg) {
+    c.round_joins = true;
+    svg_path path;
+    for (const point& p : corners) line_to(path, p);
+    return append_stroked(c.shapes, path, stroke_of(c, colour, width));
+  }
   cairo_set_line_join(c.pen.get(), CAIRO_LINE_JOIN_ROUND);
   cairo_new_path(c.pen.get());  // a text leaves its end behind, from which a line would go on
   for (const point& p : corners) cairo_line_to(c.pen.get(), p.x, p.y);
@@ -157,6 +196,7 @@ void draw_lines(canvas& c, std::span<const point> corners, ink colour, double wi
 // All strokes in one path: a picture of many needs one colour and one width in its file.
 void draw_strokes(canvas& c, std::span<const point> ends, ink colour, double width) {
   if (ends.size() < 2) return;
+  if (c.medium == medium::svg) return draw_strokes_of_svg(c, ends, stroke_of(c, colour, width));
   for (std::size_t i = 0; i + 1 < ends.size(); i += 2) straight(c, ends[i], ends[i + 1], width);
   stroke(c, colour, width);
 }
@@ -168,6 +208,11 @@ void draw_dots(canvas& c, std::span<const point> at, ink colour, double diameter
   for (const point& p : at) halves.emplace_back(std::lround(2 * p.x), std::lround(2 * p.y));
   std::sort(halves.begin(), halves.end());
   halves.erase(std::unique(halves.begin(), halves.end()), halves.end());
+  if (c.medium == medium::svg) {
+    svg_stroke how = stroke_of(c, colour, diameter, opacity);
+    how.round_ends = true;
+    return append_dots(c.shapes, halves, how);
+  }
   cairo_set_line_cap(c.pen.get(), CAIRO_LINE_CAP_ROUND);
   for (const auto& [x, y] : halves) {
     // A stroke of no length between round caps is a dot, and the shortest way to write one.
@@ -180,6 +225,7 @@ void draw_dots(canvas& c, std::span<const point> at, ink colour, double diameter
 
 void fill_area(canvas& c, std::span<const point> corners, ink colour, double opacity) {
   if (corners.empty()) return;
+  if (c.medium == medium::svg) return fill_svg(c, corners, colour, opacity);
   cairo_new_path(c.pen.get());
   for (const point& p : corners) cairo_line_to(c.pen.get(), p.x, p.y);
   cairo_close_path(c.pen.get());
@@ -188,6 +234,15 @@ void fill_area(canvas& c, std::span<const point> corners, ink colour, double opa
 }
 
 void fill_box(canvas& c, point corner, double width, double height, ink colour, double opacity) {
+  if (c.medium == medium::svg) {
+    // Lengths are rounded as corners are, so that boxes of one size keep it wherever they stand.
+    const double right = in_steps(corner.x) + in_steps(width);
+    const double bottom = in_steps(corner.y) + in_steps(height);
+    return fill_svg(
+        c,
+        std::array{corner, point{right, corner.y}, point{right, bottom}, point{corner.x, bottom}},
+        colour, opacity);
+  }
   cairo_new_path(c.pen.get());
   cairo_rectangle(c.pen.get(), corner.x, corner.y, width, height);
   set_ink(c, colour, opacity);

@@ -1,8 +1,9 @@
 // canvas: one drawing, whatever it ends in: SVG for a page, PNG for a mail, PDF for paper.
 //
-// Lengths are in points from the upper left corner, y downwards. Shapes go through cairo. The texts
-// of an SVG do not: as outlines of letters they would be most of a page with hundreds of pictures,
-// and nobody could search or copy them, so they are kept and become <text> elements in the end.
+// Lengths are in points from the upper left corner, y downwards. PNG and PDF are drawn by cairo. Of an
+// SVG it only measures texts: the shapes of a page with hundreds of pictures are written here
+// (svg_path.hpp) in a tenth of the time, and the texts are kept and become <text> elements in the end,
+// which one can search and copy.
 //
 // Colours are names (ink). In an SVG they become variables of the page's style sheet, var(--ink) and
 // so on, so that one picture serves light and dark.
@@ -57,6 +58,8 @@ struct canvas {
   std::unique_ptr<std::string> bytes;  ///< what the sheet has written; it keeps the address
   std::unique_ptr<_cairo_surface, closer> sheet;
   std::unique_ptr<_cairo, closer> pen;
+  std::string shapes;        ///< of an SVG: written as they are drawn
+  bool round_joins = false;  ///< of an SVG: of all lines to come
   std::vector<placed_text> texts;
 };
 

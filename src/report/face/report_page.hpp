@@ -15,8 +15,9 @@ namespace report {
 std::string first_sentence(const run_results& run);
 
 /// The page as text.
+/// given    threads  that draw the pictures of the BPMs
 /// note     some 50 kB a BPM; point clouds are thinned, from a hundred BPMs on more and more
-std::string report_html(const run_results& run);
+std::string report_html(const run_results& run, unsigned threads = 1);
 
 /// The picture of all gains, made without a display, as the bytes of a PNG file; empty when memory
 /// failed.
@@ -30,7 +31,8 @@ std::string gains_pdf(const run_results& run, paper size);
 
 /// Write them, whole or not at all.
 /// errors   what cannot be drawn or written: the fault, with the system's reason
-util::status write_report_html(const std::string& path, const run_results& run);
+util::status write_report_html(const std::string& path, const run_results& run,
+                               unsigned threads = 1);
 util::status write_gains_png(const std::string& path, const run_results& run);
 util::status write_gains_pdf(const std::string& path, const run_results& run, paper size);
 

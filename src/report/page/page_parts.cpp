@@ -5,10 +5,13 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <utility>
+#include <vector>
 
 #include "bpm_pictures.hpp"
 #include "canvas.hpp"
 #include "gains_csv.hpp"
+#include "jobs.hpp"
 #include "report_page.hpp"
 #include "symbols.hpp"
 #include "words.hpp"
@@ -207,15 +210,21 @@ std::string table_of(const run_results& run) {
   return out + "</tbody></table></div></section>\n";
 }
 
-std::string fold_outs(const run_results& run) {
+void append_fold_outs(std::string& out, const run_results& run, unsigned threads) {
   // A few points less a BPM where there are many: the page must stay fit for a mail.
   // 500 points a cloud up to 80 BPMs; from 667 on 60, with which a cloud still has a shape.
   constexpr std::size_t points_of_a_page = 40000, least = 60, most = 500;
   const std::size_t points =
       std::clamp(points_of_a_page / std::max<std::size_t>(run.bpm.size(), 1), least, most);
-  std::string out = "<section><h2>BPM by BPM</h2>\n";
-  for (const bpm_row& row : run.bpm) out += fold_out(row, points);
-  return out + "</section>\n";
+  out += "<section><h2>BPM by BPM</h2>\n";
+  std::vector<std::string> made(run.bpm.size());
+  const auto make = [&](std::size_t i) {
+    made[i] = fold_out(run.bpm[i], points);
+    return made[i].size();
+  };
+  const auto take = [&](std::size_t i) { out += std::exchange(made[i], {}); };
+  util::make_in_order({.count = made.size(), .make = make, .take = take, .stop = {}}, threads);
+  out += "</section>\n";
 }
 
 std::string how_made(const run_results& run) {

@@ -13,8 +13,8 @@ std::string head_of(const run_results& run);
 std::string look_list(const run_results& run);
 /// The table of all BPMs.
 std::string table_of(const run_results& run);
-/// A fold-out for every BPM.
-std::string fold_outs(const run_results& run);
+/// Appends a fold-out for every BPM: most of the page, drawn on so many threads.
+void append_fold_outs(std::string& out, const run_results& run, unsigned threads);
 /// Questions, inputs and times, folded.
 std::string how_made(const run_results& run);
 

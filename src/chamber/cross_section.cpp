@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numbers>
 
 #include "linear_algebra.hpp"
@@ -287,10 +288,16 @@ wall_place place_at(const wall& w, double s) {
 }
 
 nearest_wall find_nearest(const wall& w, point z) {
-  const auto nearest = std::min_element(w.sample.begin(), w.sample.end(),
-                                        [z](const wall_sample& a, const wall_sample& b) {
-                                          return std::norm(a.z - z) < std::norm(b.z - z);
-                                        });
+  // A table asks for thousands of places: the distance of each sample is worked out once.
+  const wall_sample* nearest = w.sample.data();
+  double least = std::numeric_limits<double>::infinity();
+  for (const wall_sample& sample : w.sample) {
+    const double squared = std::norm(sample.z - z);
+    if (squared < least) {
+      least = squared;
+      nearest = &sample;
+    }
+  }
   // Newton on the foot of the perpendicular, never further than the neighbouring samples.
   const double spacing = w.length / samples_per_wall;
   double s = nearest->s;

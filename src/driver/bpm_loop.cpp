@@ -4,8 +4,13 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <exception>
+#include <memory>
+#include <mutex>
 #include <span>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "bpm_data_files.hpp"
@@ -16,6 +21,7 @@
 #include "fit_gains.hpp"
 #include "gain_fit_mod.hpp"
 #include "interrupt.hpp"
+#include "jobs.hpp"
 #include "list_io.hpp"
 #include "nonlin_bpm_mod.hpp"
 #include "progress.hpp"
@@ -62,34 +68,50 @@ void note_set(const std::vector<data_set>& sets, std::size_t orbit, std::size_t 
   noted.pedestals_known = noted.pedestals_known && sets[behind - 1].pedestals_known;
 }
 
-// Moves the orbits in which the BPM has a signal together at the front; norbits counts them. In
-// place, because everything behind it, the writers too, numbers the BPM's orbits without gaps. What
-// lies behind norbits afterwards is stale and nobody's.
-kept_sets compact(int norbits_save, const std::vector<data_set>& sets) {
-  kept_sets noted;
+// One BPM on its way through the loop: what is made of it, on any thread, and what is told and written
+// of it then, in the order of the BPMs.
+struct bpm_in_work {
+  int bpm = -1;
+  int norbits = 0;           // kept
+  kept_sets kept{};          // what the data sets gave of them
+  bpm_table own_table{};     // of the site; null where the site has none for it
+  bool site_tables = false;  // the site's tables were loaded: no other will do
+  std::string told;          // lines of the transcript before those of the fits
+  util::text_block diagnostics;
+  output::raw_data_text raw;
+  int positions = 0;  // orbits in both
+  fit::fits_told steps;
+  fit::bpm_result result;
+  bpm_verdict verdict;
+  util::text_block fitted;
+  std::exception_ptr fault;  // what ended the making: all above is what was made before
+};
+
+// Moves the orbits in which the BPM has a signal together at the front. In place, because everything
+// behind it, the writers too, numbers the BPM's orbits without gaps. What lies behind them afterwards
+// is stale and nobody's.
+void compact(bpm_in_work& b, int norbits_save, const std::vector<data_set>& sets) {
   std::size_t sets_begun = 0;
-  const auto column = fit::orbit_data.edit_column(fit::bpm, norbits_save);
+  const auto column = fit::orbit_data.edit_column(b.bpm, norbits_save);
   std::size_t kept = 0;
   for (std::size_t i = 0; i < column.size(); ++i) {
     if (!all_zero(column[i])) {
-      note_set(sets, i, kept, sets_begun, noted);
+      note_set(sets, i, kept, sets_begun, b.kept);
       if (kept != i) column[kept] = column[i];
       ++kept;
       continue;
     }
-    std::string line = " No data for bpm  ";
-    util::put_integer(line, fit::bpm, 10);
-    line += "  on orbit  ";
-    util::put_integer(line, static_cast<long long>(i) + 1, 10);
-    util::print_line(line);
+    b.told += " No data for bpm  ";
+    util::put_integer(b.told, b.bpm, 10);
+    b.told += "  on orbit  ";
+    util::put_integer(b.told, static_cast<long long>(i) + 1, 10);
+    b.told += '\n';
   }
-  fit::norbits = static_cast<int>(kept);
-  std::string line;
-  util::put_integer(line, fit::norbits, 10);
-  line += "  orbits for BPM  ";
-  util::put_integer(line, fit::bpm, 10);
-  util::print_line(line);
-  return noted;
+  b.norbits = static_cast<int>(kept);
+  util::put_integer(b.told, b.norbits, 10);
+  b.told += "  orbits for BPM  ";
+  util::put_integer(b.told, b.bpm, 10);
+  b.told += '\n';
 }
 
 // The multipliers of the true gains, 1 where the truth is not known. Kept for compatibility: the
@@ -119,37 +141,34 @@ output::run_record run_of(const session_state& s) {
 }
 
 // The BPM in work: its kept orbits where they lie in the store, and what stands beside them.
-fit::bpm_data data_of_bpm(const output::run_record& run, const std::string& name) {
+fit::bpm_data data_of_bpm(const output::run_record& run, const bpm_in_work& b) {
   // The header of the raw-data file shows the truth of the orbit whose number follows the count of
-  // files: kept for compatibility. The amplitude beside it is the BPM's before, for the same reason.
+  // files: kept for compatibility.
   const auto header_orbit = fit::orbit_data(run.files_so_far + 1);
-  return {.bpm = fit::bpm,
-          .name = name,
-          .orbits = fit::orbit_data.column(fit::bpm, fit::norbits),
-          .current = std::span{fit::orbit_data.current_of.item}.first(
-              static_cast<std::size_t>(fit::norbits)),
-          .true_gain = {fit::orbit_data(1).detector(fit::bpm).true_gain.item},
-          .header_gain = {header_orbit.detector(fit::bpm).true_gain.item},
-          .const_before = fit::const_};
+  return {.bpm = b.bpm,
+          .name = std::string{fit::bpm_names(b.bpm).trimmed()},
+          .orbits = fit::orbit_data.column(b.bpm, b.norbits),
+          .current =
+              std::span{fit::orbit_data.current_of.item}.first(static_cast<std::size_t>(b.norbits)),
+          .true_gain = {fit::orbit_data(1).detector(b.bpm).true_gain.item},
+          .header_gain = {header_orbit.detector(b.bpm).true_gain.item}};
 }
 
 // Positions of all kept orbits, into the store and the raw-data file. They replace what a reader or
 // the tables put there: the described files show the linear position of every kind of data alike.
-void write_positions(const output::run_record& run, const fit::bpm_data& data) {
-  util::write_line(diagnostic_unit,
-                   " BPM = " + util::list_line().integer(fit::bpm).str().substr(1));
-  std::string line;
-  for (int orbit = 1; orbit <= fit::norbits; ++orbit) {
-    store::bpm_struct& reading = fit::orbit_data.edit(orbit, fit::bpm);
-    const whole_signals det = whole_signals_of(reading.button, fit::bpm, orbit);
-    xy_position(fit::bpm, det, reading.x, reading.y);
-
-    // Orbit by orbit, so that a run that ends half way leaves the same number of lines in both.
-    line.clear();
-    for (const double signal : reading.button.item) util::put_exponent(line, signal);
-    util::write_line(diagnostic_unit, line);
-
-    output::write_bpm_raw_data(run, data, orbit);
+void find_positions(bpm_in_work& b, const output::run_record& run) {
+  util::add_line(b.diagnostics, " BPM = " + util::list_line().integer(b.bpm).str().substr(1));
+  b.raw = output::begin_raw_data(run, b.result.data);
+  // Of a line of the raw data the signals are the last four numbers: here they are a line of their own.
+  constexpr std::size_t signals_line = std::size_t{4} * util::real_width + 1;
+  for (int orbit = 1; orbit <= b.norbits; ++orbit) {
+    store::bpm_struct& reading = fit::orbit_data.edit(orbit, b.bpm);
+    const whole_signals det = whole_signals_of(reading.button, b.bpm, orbit);
+    xy_position(b.bpm, det, reading.x, reading.y);
+    output::add_raw_data(b.raw, b.result.data, orbit);
+    const std::string_view all = util::view(b.raw.text);
+    util::add(b.diagnostics, all.substr(all.size() - signals_line));
+    b.positions = orbit;
   }
 }
 
@@ -181,55 +200,96 @@ void warn_of_poor_gains(const fit::bpm_result& result, const bpm_verdict& verdic
 
 // The calibration of one BPM against its table, and the verdict that all places show: it is made
 // once, here, and replaces the words of the four fits in the record that the writers get.
-bpm_verdict judge(session_state& s, fit::bpm_result& result, const kept_sets& kept) {
-  const bool told = s.stand_in.has_value();
-  const bool site_tables = !nonlin_bpm_mod::nonlin_bpm_first_call;
-  const calibration_setting setting{.table = table_of_bpm(result.data.bpm, site_tables, s.stand_in),
-                                    .set_start = kept.start,
-                                    .sigma_p = kept.pedestals_known
+void judge(session_state& s, bpm_in_work& b) {
+  bpm_table table = b.own_table;
+  if (!b.site_tables) {
+    const stand_in_table& stand_in = stand_in_of(s);
+    table = {&stand_in.table, stand_in.given};
+  }
+  const calibration_setting setting{.table = table,
+                                    .set_start = b.kept.start,
+                                    .sigma_p = b.kept.pedestals_known
                                                    ? calibration::pedestals_subtracted
                                                    : calibration::pedestals_left_in};
-  // Told once a session, when the first BPM needs it: a session of raw data never does.
-  if (!told && s.stand_in) {
-    util::tell_line(fmt::format(
-        "no table of these chambers: calibrated as in {}; name yours with --chamber FILE",
-        s.stand_in->name));
-  }
-  bpm_verdict verdict = verdict_of(result, setting);
-  result.quality.reason = verdict.line;
-  return verdict;
+  b.verdict = verdict_of(b.result, setting);
+  b.result.quality.reason = b.verdict.line;
 }
 
-// One BPM from its readings to its lines in every file. The order is that of the transcript: its
-// count of orbits, its name, the fits line by line; warnings stand between them on standard error.
-void treat_bpm(session_state& s, const output::run_record& run) {
-  const kept_sets kept = compact(s.norbits_save.get(), s.sets);
-  if (fit::expert && s.just_one) {
-    expert::ask_swap(fit::orbit_data.edit_column(fit::bpm, fit::norbits));
-  }
-  const std::string name{fit::bpm_names(fit::bpm).trimmed()};
-  std::string line;
-  util::put_integer(line, fit::bpm, 12);
-  util::print_line(line + " " + name);
+// --- one BPM: begun and made on any thread ----------------------------------------------------------
+
+void begin(session_state& s, bpm_in_work& b) { compact(b, s.norbits_save.get(), s.sets); }
+
+// From the kept orbits to all texts about them. Nothing outside the BPM's own record and column is
+// written; the amplitude of the BPM before, which its raw data show, is put in when they are written.
+void make(session_state& s, const output::run_record& run, bpm_in_work& b) {
+  b.result.data = data_of_bpm(run, b);
+  util::put_integer(b.told, b.bpm, 12);
+  b.told += " " + b.result.data.name + "\n";
+  find_positions(b, run);
+  const fit::bpm_data data = b.result.data;
+  b.result = fit::result_of(data);
+  b.steps = fit::text_of(b.result.fits.events);
+  b.result.fits.events = {};  // told: a BPM that waits for its turn need not keep them
+  judge(s, b);
+  b.fitted = output::fitted_data_text(run, b.result, &b.raw);
+}
+
+// What the BPM holds until it is written [bytes].
+std::size_t held_by(const bpm_in_work& b) {
+  return b.told.capacity() + b.diagnostics.capacity + b.raw.text.capacity + b.steps.lines.capacity +
+         b.fitted.capacity;
+}
+
+// --- told and written, in the order of the BPMs -----------------------------------------------------
+
+// Orbits of the diagnostic file and of the raw data belong together: a raw-data file that cannot be
+// opened leaves the first of them there.
+void write_positions(const output::run_record& run, bpm_in_work& b) {
+  const std::string_view lines = util::view(b.diagnostics);
+  const std::size_t first_orbit = lines.find('\n') + 1;
+  const std::size_t second_orbit = lines.find('\n', first_orbit) + 1;
+  const bool any = b.positions > 0;
+  util::write_text(diagnostic_unit, any ? lines.substr(0, second_orbit) : lines);
+  if (!any) return;
+  output::set_const_before(b.raw, fit::const_);
+  output::write_bpm_file(run, b.result.data.name, ".dat", b.raw.text);
+  if (b.positions > 1) util::write_text(diagnostic_unit, lines.substr(second_orbit));
+}
+
+// Told once a session, with the first BPM that needs it: a session of raw data never does.
+void tell_stand_in(session_state& s, const bpm_in_work& b) {
+  if (b.site_tables || s.stand_in->given || s.stand_in_told) return;
+  s.stand_in_told = true;
+  util::tell_line(
+      fmt::format("no table of these chambers: calibrated as in {}; name yours with --chamber FILE",
+                  s.stand_in->name));
+}
+
+// The order is that of the transcript: count of orbits, name, the fits line by line; warnings stand
+// between them on standard error.
+void tell_and_write(session_state& s, const output::run_record& run, bpm_in_work& b) {
+  fit::norbits = b.norbits;
+  util::print_text(b.told);
   util::write_line(s.file_list.number(), s.file.all());
   set_start_gains();
-
-  const fit::bpm_data data = data_of_bpm(run, name);
-  write_positions(run, data);
-  fit::bpm_result result = fit::result_of(data);
-  write_orbit_record(s, result);
-  fit::tell(result.fits.events);
+  write_positions(run, b);
+  // Behind what was made before: a reading that cannot be used ends the run at its orbit.
+  if (b.fault) util::end_as_postponed(b.fault);
+  write_orbit_record(s, b.result);
+  fit::tell(b.steps);
   // The described faces read the last fit in the context, and the next BPM's header its amplitude.
-  fit::leave_in_context(result.fits);
-  const bpm_verdict verdict = judge(s, result, kept);
-  warn_of_poor_gains(result, verdict);
-  output::write_bpm_fitted_data(run, result);
-  output::write_rd_out(run, result);
-  output::write_rd_err(run, result);
-  s.fitted.push_back({data.bpm, data.name, verdict.word});
+  fit::leave_in_context(b.result.fits);
+  tell_stand_in(s, b);
+  warn_of_poor_gains(b.result, b.verdict);
+  output::write_bpm_file(run, b.result.data.name, ".dat_fit", b.fitted);
+  output::write_rd_out(run, b.result);
+  output::write_rd_err(run, b.result);
+  s.fitted.push_back({b.bpm, b.result.data.name, b.verdict.word});
+  // Here and not beside the fits: rows stay, and memory that stays would lie among that of the threads,
+  // which then could not be given back.
   s.results.bpm.push_back(
-      row_of_fitted(result, verdict, coefficients_of(s.sets, kept.set, data.bpm)));
-  add_to_plot(s, result);
+      row_of_fitted(b.result, b.verdict, coefficients_of(s.sets, b.kept.set, b.bpm)));
+  add_to_plot(s, b.result);
   // What is fitted is on disk: whatever ends the run, it takes the BPM in work at most.
   util::flush_all_units();
 }
@@ -242,28 +302,90 @@ void treat_bpm(session_state& s, const output::run_record& run) {
   util::leave_interrupted();
 }
 
-}  // namespace
+// A BPM that an expert looks at alone: between its orbits and its fits stands a question.
+void treat_with_question(session_state& s, const output::run_record& run, bpm_in_work& b) {
+  begin(s, b);
+  fit::norbits = b.norbits;
+  util::print_text(std::exchange(b.told, {}));
+  expert::ask_swap(fit::orbit_data.edit_column(b.bpm, b.norbits));
+  make(s, run, b);
+  tell_and_write(s, run, b);
+}
 
-void treat_bpms(session_state& s) {
+// What the loop visits.
+struct visit {
+  int bpm = -1;
+  bool silent = false;  // nothing in orbit 1
+  bpm_table own_table{};
+};
+
+std::vector<visit> visits_of(const session_state& s, bool site_tables) {
+  std::vector<visit> visits;
   const int last = s.bpm_count.get();
-  const output::run_record run = run_of(s);
-  util::progress progress("fitting BPMs", last);
-  // An interrupt ends the run between two BPMs: what one of them leaves in the files is whole.
-  util::watch_interrupts();
   for (int index = 0; index <= last; ++index) {
-    if (util::interrupted()) leave(s);
-    progress.at(index);
     // One chosen BPM is looked at in every pass, until it was treated or the indices are through: a
     // BPM silent in orbit 1 is told as often as there are indices. Kept for compatibility.
-    if (!s.just_one) fit::bpm = index;
-    if (all_zero(fit::orbit_data(1).detector(fit::bpm))) {
-      util::print_line(util::list_line().text(" no data for bpm ").integer(fit::bpm).str());
-      continue;
-    }
-    treat_bpm(s, run);
-    if (s.just_one) break;
+    visit v{.bpm = s.just_one ? fit::bpm : index};
+    v.silent = all_zero(fit::orbit_data(1).detector(v.bpm));
+    // Its table is chosen before the threads begin: the choice is a variable of the process.
+    if (!v.silent && site_tables) v.own_table = site_table_of(v.bpm);
+    visits.push_back(v);
+    if (!v.silent && s.just_one) break;
   }
-  if (util::interrupted()) leave(s);
+  return visits;
+}
+
+}  // namespace
+
+const stand_in_table& stand_in_of(session_state& s) {
+  // No call_once: an exception for want of memory would pass through the C library there, which has
+  // none to let it pass.
+  const std::lock_guard lock(s.stand_in_mutex);
+  if (!s.stand_in) s.stand_in = round_pipe_table();
+  return *s.stand_in;
+}
+
+void treat_bpms(session_state& s) {
+  const output::run_record run = run_of(s);
+  util::progress progress("fitting BPMs", s.bpm_count.get());
+  // An interrupt ends the run between two BPMs: what one of them leaves in the files is whole.
+  util::watch_interrupts();
+  const bool site_tables = !nonlin_bpm_mod::nonlin_bpm_first_call;
+  const std::vector<visit> visits = visits_of(s, site_tables);
+  std::vector<std::unique_ptr<bpm_in_work>> made(visits.size());
+  const bool question = fit::expert && s.just_one;
+  const auto make_one = [&](std::size_t i) -> std::size_t {
+    if (visits[i].silent) return 0;
+    made[i] = std::make_unique<bpm_in_work>();
+    bpm_in_work& b = *made[i];
+    b.bpm = visits[i].bpm;
+    b.site_tables = site_tables;
+    b.own_table = visits[i].own_table;
+    if (question) return 0;
+    try {
+      begin(s, b);
+      make(s, run, b);
+    } catch (...) {
+      b.fault = std::current_exception();
+    }
+    return held_by(b);
+  };
+  const auto take_one = [&](std::size_t i) {
+    progress.at(static_cast<long long>(i));
+    fit::bpm = visits[i].bpm;
+    if (visits[i].silent) {
+      util::print_line(util::list_line().text(" no data for bpm ").integer(fit::bpm).str());
+    } else if (question) {
+      treat_with_question(s, run, *made[i]);
+    } else {
+      tell_and_write(s, run, *made[i]);
+    }
+    made[i] = nullptr;
+  };
+  const std::size_t taken = util::make_in_order(
+      {.count = visits.size(), .make = make_one, .take = take_one, .stop = util::interrupted},
+      util::jobs);
+  if (taken < visits.size() || util::interrupted()) leave(s);
   util::restore_interrupts();
 }
 

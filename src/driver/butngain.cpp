@@ -3,6 +3,7 @@
 #include "command_line.hpp"
 #include "compare_runs.hpp"
 #include "fit_command.hpp"
+#include "jobs.hpp"
 #include "many_command.hpp"
 #include "program_start.hpp"
 #include "run_time.hpp"
@@ -25,6 +26,8 @@ many::session_words words_of_sessions() {
 
 int main(int count, char** arguments) {
   util::start_program("butngain");
+  // A session's options say on how many threads it works; a subcommand takes all cores.
+  if (count > 1 && arguments[1][0] != '-') util::use_jobs(util::all_cores());
   // Not an option: everything behind it is the subcommand's own.
   if (count > 1 && std::string_view{arguments[1]} == "compare") {
     util::stop_program(report::compare_command(count - 1, arguments + 1));

@@ -66,15 +66,11 @@ stand_in_table round_pipe_table() {
   return {std::move(*chamber_solver::table_of(*pipe)), "a round pipe of 45 mm radius", false};
 }
 
-bpm_table table_of_bpm(int bpm, bool site_tables, std::optional<stand_in_table>& stand_in) {
-  if (site_tables) {
-    if (bpm < 1 || bpm > nonlin_bpm_mod::max_bpm) return {};
-    // The choice of the position conversion, so that positions and calibration use one table.
-    nonlin_bpm_mod::nonlin_bpm_set_pointers(bpm);
-    return {nonlin_bpm_mod::func_bpm, true};
-  }
-  if (!stand_in) stand_in = round_pipe_table();
-  return {&stand_in->table, stand_in->given};
+bpm_table site_table_of(int bpm) {
+  if (bpm < 1 || bpm > nonlin_bpm_mod::max_bpm) return {};
+  // The choice of the position conversion, so that positions and calibration use one table.
+  nonlin_bpm_mod::nonlin_bpm_set_pointers(bpm);
+  return {nonlin_bpm_mod::func_bpm, true};
 }
 
 }  // namespace driver

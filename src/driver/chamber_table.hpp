@@ -4,7 +4,6 @@
 //   all other data        the chamber or table that --chamber names; without it a round pipe, whose
 //                         table is good for any chamber near its axis
 #pragma once
-#include <optional>
 #include <string>
 
 #include "fault.hpp"
@@ -33,9 +32,9 @@ util::outcome<stand_in_table> read_chamber_or_table(const std::string& path);
 /// note     made in a quarter of a second
 stand_in_table round_pipe_table();
 
-/// The table for a BPM.
-/// given    site_tables  the site's tables were loaded, for raw data
-///          stand_in     empty until it is first needed; the round pipe is then put there
-bpm_table table_of_bpm(int bpm, bool site_tables, std::optional<stand_in_table>& stand_in);
+/// The site's table for a BPM, which its positions were made with.
+/// given    the site's tables were loaded
+/// note     chooses it for nonlin_bpm_mod too: for one thread
+bpm_table site_table_of(int bpm);
 
 }  // namespace driver

@@ -14,6 +14,7 @@
 
 #include "dialog_options.hpp"
 #include "fault.hpp"
+#include "jobs.hpp"
 #include "run_json.hpp"
 #include "run_time.hpp"
 #include "site.hpp"
@@ -47,6 +48,9 @@ constexpr int usage_error = 2;
 // What says how the program is started, not what the run is.
 constexpr std::array<std::string_view, 6> of_the_start{"--help",   "--version", "--output",
                                                        "--repeat", "--batch",   "--jobs"};
+
+// More threads than any machine has cores are a mistyped number.
+constexpr unsigned most_jobs = 1024;
 
 // The fault and where help is, not the help itself: that is longer than a screen, and would push
 // the fault out of it.
@@ -89,11 +93,13 @@ std::string quoted(const std::string& word) {
   return text + "'";
 }
 
-// A record says all that the command line of its run said. Only where the results go is chosen anew.
+// A record says all that the command line of its run said. Only where the results go is chosen anew,
+// and on how many threads: that changes none of them.
 void refuse_beside_repeat(const CLI::App& app) {
   for (const CLI::Option* option : app.get_options()) {
     const std::string name = option->get_name();
-    if (option->count() == 0 || name == "--repeat" || name == "--output") continue;
+    if (option->count() == 0 || name == "--repeat" || name == "--output" || name == "--jobs")
+      continue;
     refuse(name + " cannot be given with --repeat, which takes it from the record");
   }
 }
@@ -122,6 +128,7 @@ session_options options_of_record(const session_options& asked) {
   // As if it were typed: a record that somebody edited meets the same checks.
   session_options options = parse(recorded);
   options.output = asked.output;
+  if (asked.jobs_given) options.jobs = asked.jobs;
   options.command = asked.command;
   options.repeat = asked.repeat;
   options.repeated = std::move(record->info);
@@ -157,6 +164,10 @@ void add_options(told_options& told) {
       ->type_name("DIR");
   app.add_option("--repeat", options.repeat, "Make the run of this record (run.json) once more")
       ->type_name("FILE");
+  app.add_option("--jobs", options.jobs,
+                 "Threads that BPMs are fitted on; without it one, in batch all cores")
+      ->check(CLI::Range(1U, most_jobs))
+      ->type_name("N");
   app.add_flag("--batch", batch, "Ask nothing: take the defaults of questions without an option");
   add_dialog_options(app, answers);
 }
@@ -180,6 +191,8 @@ session_options parse(const std::vector<std::string>& arguments) {
   // split into its words again.
   options.arguments = arguments;
   options.command = command_of(arguments);
+  options.jobs_given = app.get_option("--jobs")->count() > 0;
+  if (batch && !options.jobs_given) options.jobs = std::min(util::all_cores(), most_jobs);
   if (!options.repeat.empty()) {
     refuse_beside_repeat(app);
     return options_of_record(options);

@@ -16,6 +16,8 @@ struct session_options {
   bool list_orbits = false;        ///< orbits.csv is wanted
   bool list_coefficients = false;  ///< button_coeff.dat is wanted
   std::string pdf;                 ///< "a4" or "letter": gains.pdf is wanted; empty: it is not
+  unsigned jobs = 1;               ///< threads
+  bool jobs_given = false;         ///< that many were asked for
   std::string output;              ///< directory that the run's files go to; empty: the working one
   util::prepared_dialog dialog;    ///< answers to its questions
   std::string command;             ///< the whole line, as a shell takes it

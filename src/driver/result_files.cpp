@@ -15,6 +15,7 @@
 #include "gain_fit_mod.hpp"
 #include "gains_csv.hpp"
 #include "gains_load.hpp"
+#include "jobs.hpp"
 #include "nonlin_bpm_mod.hpp"
 #include "orbits_csv.hpp"
 #include "report_page.hpp"
@@ -88,7 +89,7 @@ std::string draw_pictures(const report::run_results& results, const std::string&
   const auto note = [&lines](const util::status& fault) {
     if (fault) lines += util::line_of(*fault) + "\n";
   };
-  note(report::write_report_html(folder + "report.html", results));
+  note(report::write_report_html(folder + "report.html", results, util::jobs));
   note(report::write_gains_png(folder + "gains.png", results));
   if (pdf.empty()) return lines;
   const auto size = pdf == "letter" ? report::paper::letter : report::paper::a4;

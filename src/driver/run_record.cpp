@@ -20,6 +20,7 @@
 #include "file_digest.hpp"
 #include "files_read.hpp"
 #include "gain_batch.hpp"
+#include "jobs.hpp"
 #include "prepared_answers.hpp"
 #include "progress.hpp"
 #include "repeat_run.hpp"
@@ -116,21 +117,28 @@ std::string given_word(util::given_by by) {
 
 // A file is looked at once: what it holds at the end may be another run's. One that cannot be
 // looked at, such as a pipe, stands there with its name.
-const report::input_file& digest_once(kept_record& record, const std::string& path) {
-  const auto known = record.digests.find(path);
-  if (known != record.digests.end()) return known->second;
-  auto found = report::digest_of(path);
-  if (!found) found = report::input_file{.path = path};
-  return record.digests.emplace(path, std::move(*found)).first->second;
+void look_at_new_files(kept_record& record, unsigned threads) {
+  std::vector<report::input_file> found;
+  for (const util::file_read& file : util::files_read) {
+    if (!record.digests.contains(file.path)) found.push_back({.path = file.path});
+  }
+  util::side_by_side(found.size(), threads, [&](std::size_t i) {
+    if (auto digest = report::digest_of(found[i].path)) found[i] = std::move(*digest);
+  });
+  for (report::input_file& file : found) {
+    const std::string path = file.path;
+    record.digests.emplace(path, std::move(file));
+  }
 }
 
-void take_files(kept_record& record) {
+void take_files(kept_record& record, unsigned threads) {
+  look_at_new_files(record, threads);
   report::run_info& info = record.results->info;
   // Anew each time: every stage may have read more.
   info.inputs.clear();
   info.tables.clear();
   for (const util::file_read& file : util::files_read) {
-    const report::input_file& found = digest_once(record, file.path);
+    const report::input_file& found = record.digests.at(file.path);
     if (file.as == util::read_as::input) {
       info.inputs.push_back(found);
     } else if (!found.sha256.empty()) {  // a list of the site that need not be there
@@ -153,8 +161,8 @@ void end_stage(kept_record& record) {
   record.results->info.seconds.emplace_back(std::exchange(record.stage, {}), passed.count());
 }
 
-util::status write(kept_record& record) {
-  take_files(record);
+util::status write(kept_record& record, unsigned threads) {
+  take_files(record, threads);
   take_dialog(record.results->info);
   return report::write_run_json(record.path, *record.results);
 }
@@ -164,7 +172,8 @@ bool end_record(std::string_view how, int status) {
   end_stage(record);
   record.results->info.ended = how;
   record.results->info.exit_status = status;
-  const util::status fault = write(record);
+  // On one thread: a run that ends for want of memory has none to begin others with.
+  const util::status fault = write(record, 1);
   tell_other_inputs(record.results->info);
   if (!fault) return true;
   // A disk that is full was told when the run ended for it; the record beside it says no more.
@@ -202,7 +211,7 @@ void begin_stage(std::string_view name) {
   if (record.results == nullptr) return;
   end_stage(record);
   // The described files come first: what is wrong with this one is told when they are all closed.
-  static_cast<void>(write(record).has_value());
+  static_cast<void>(write(record, util::jobs).has_value());
   record.stage = name;
   record.stage_began = steady_clock::now();
 }

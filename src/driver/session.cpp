@@ -20,6 +20,7 @@
 #include "gain_fit_mod.hpp"
 #include "get_fake_data.hpp"
 #include "get_orbit_data.hpp"
+#include "jobs.hpp"
 #include "list_io.hpp"
 #include "output_directory.hpp"
 #include "plot_gains.hpp"
@@ -51,7 +52,12 @@ std::string four_numbers(std::string_view text, const Four& value) {
 
 // One data set, whose truth is known: it is shown at once, as a check that the right series was read.
 void load_synthetic(session_state& s) {
-  input::get_fake_data();
+  {
+    // The table of a round pipe takes as long as reading a hundred files: beside it, where there is a
+    // thread. A single one makes it when the first BPM needs it.
+    const util::meanwhile table(util::jobs > 1, [&s] { stand_in_of(s); });
+    input::get_fake_data();
+  }
   s.norbits_save = fit::norbits;
   s.files_so_far = 1;
   s.type = "fake";
@@ -171,6 +177,7 @@ int run_session(const session_options& options) {
   s.pdf = options.pdf;
   // Before the repetition, which may change the directory: --output counts from where the user is.
   take_output(options.output);
+  util::use_jobs(options.jobs);
   util::prepared = options.dialog;
   if (options.repeated) prepare_repeat(*options.repeated, options.repeat);
   // Behind it, for the same reason: a recorded --chamber counts from where that run was made.

@@ -1,6 +1,7 @@
 // What the session's steps share: one record, filled from top to bottom as the session goes on.
 #pragma once
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -45,6 +46,8 @@ struct session_state {
   std::int32_t max_nonlin_positions = 0;          // turns to take of each raw data bunch; 0: none
   std::vector<data_set> sets;                     // empty: one set, whose pedestals are known
   std::optional<stand_in_table> stand_in;         // for BPMs without a table of their own
+  std::mutex stand_in_mutex;                      // held while it is made
+  bool stand_in_told = false;                     // that it was made
   std::string type;                               // which corrections the data carry
   util::given<int, "bpm_count"> bpm_count;        // highest BPM index to visit
   util::given<int, "norbits_save"> norbits_save;  // orbits loaded

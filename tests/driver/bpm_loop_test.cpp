@@ -10,6 +10,7 @@
 #include "bpm_data_files.hpp"
 #include "file_units.hpp"
 #include "gain_fit_mod.hpp"
+#include "jobs.hpp"
 #include "scratch.hpp"
 
 namespace {
@@ -61,6 +62,45 @@ TEST(bpm_loop, an_expert_can_swap_two_buttons_of_one_bpm) {
   s->orbit_table = {};
   s->file_list = {};
   fit::reset();
+}
+
+// A run that a reading ends has all BPMs before it, and of its own what came before that reading: on
+// several threads as on one.
+TEST(bpm_loop_death, a_reading_that_cannot_be_used_ends_the_run_in_its_turn) {
+  for (const unsigned threads : {1U, 4U}) {
+    SCOPED_TRACE(threads);
+    const scratch::workplace here;
+    std::filesystem::create_directory("run");
+    for (int bpm = 1; bpm <= 6; ++bpm) {
+      for (int orbit = 1; orbit <= 20; ++orbit) {
+        fit::orbit_data.edit(orbit, bpm).button = {{100.0 + orbit, 210.0 - orbit, 330, 400}};
+        fit::orbit_data.edit_current(orbit) = 2;
+      }
+      fit::bpm_names(bpm) = "B" + std::to_string(bpm);
+    }
+    fit::orbit_data.edit(7, 3).button(2) = 3e9;
+    fit::in_file_0 = "data.dat";
+    const auto s = std::make_unique<driver::session_state>();
+    s->directory = "run";
+    s->bpm_count = 6;
+    s->norbits_save = 20;
+    s->orbit_table = util::unit_handle{util::lunget()};
+    util::open_output(s->orbit_table.number(), "run/orbit.dat");
+    s->file_list = util::unit_handle{util::lunget()};
+    util::open_output(s->file_list.number(), "run/file_list.dat");
+    util::jobs = threads;
+    EXPECT_EXIT(driver::treat_bpms(*s), testing::ExitedWithCode(1),
+                "button 2 of BPM 3 in orbit 7 does not fit a 32-bit whole number");
+    util::jobs = 1;
+    EXPECT_EQ(scratch::lines_of("run/orbit.dat").size(), 2U);
+    EXPECT_TRUE(std::filesystem::exists("run/B2.dat_fit"));
+    EXPECT_EQ(scratch::lines_of("run/B3.dat").size(), scratch::lines_of("run/B2.dat").size() - 14);
+    EXPECT_FALSE(std::filesystem::exists("run/B3.dat_fit"));
+    EXPECT_FALSE(std::filesystem::exists("run/B4.dat"));
+    s->orbit_table = {};
+    s->file_list = {};
+    fit::reset();
+  }
 }
 
 }  // namespace

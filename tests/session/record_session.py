@@ -196,11 +196,13 @@ def every_end_is_recorded():
     assert (cut.status, cut.record["exit_status"]) == (1, 1)
     assert cut.record["ended"].startswith("run-time error: end of input at \"Turn"), cut.record
 
-    place = tempfile.mkdtemp(dir=".")
-    session = [BUTNGAIN, "--batch", "--data=F", "--first=exp_0.txt", "--last=exp_1.txt",
+    # Long enough that the signal comes while BPMs are fitted, on as many threads as there are.
+    simulate("series", "--dir", "long", "--bpms", "120", "--orbits", "500")
+    place = os.path.abspath(tempfile.mkdtemp(dir="."))
+    session = [BUTNGAIN, "--batch", "--data=F", "--first=exp_0.txt", "--last=exp_119.txt",
                "--output", place]
     child = subprocess.Popen(session, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                             env=environment())
+                             env=environment(), cwd="long")
     for line in child.stdout:  # the fits have begun
         if b" orbits for BPM" in line:
             break
@@ -208,7 +210,7 @@ def every_end_is_recorded():
     looked_at.place = place
     looked_at.look()
     assert (looked_at.record["ended"], looked_at.record["exit_status"]) == ("running", None)
-    assert len(looked_at.record["inputs"]) == 2
+    assert len(looked_at.record["inputs"]) == 120
     child.send_signal(signal.SIGINT)
     child.communicate()
     looked_at.look()

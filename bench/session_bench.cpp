@@ -1,6 +1,6 @@
 // A whole session on synthetic data through a pipe, against the sum of its fits: reading,
 // positions, files, tables and progress lines are what the session adds. Both in turn in every
-// round; processor time; read the ratio.
+// round; processor time; read the ratio. And the session on all cores against one thread, wall.
 //
 //     session_bench [rounds [BPMs [orbits]]]
 #include <fcntl.h>
@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -17,6 +18,7 @@
 
 #include "fit_gains.hpp"
 #include "gain_fit_mod.hpp"
+#include "jobs.hpp"
 #include "machine.hpp"
 #include "series.hpp"
 #include "session_harness.hpp"
@@ -67,16 +69,25 @@ double fits_seconds(int bpms) {
   return seconds;
 }
 
-double session_seconds(const session::scratch& here, int bpms) {
+// What one session takes [s].
+struct taken {
+  double processor = 0;
+  double wall = 0;
+};
+
+taken session_seconds(const session::scratch& here, int bpms, unsigned threads) {
   const double before = children_seconds();
+  const auto start = std::chrono::steady_clock::now();
   const auto run =
-      session::butngain(here.path(), {"F", "exp_0.txt", fmt::format("exp_{}.txt", bpms - 1), "no"});
+      session::butngain(here.path(), {"F", "exp_0.txt", fmt::format("exp_{}.txt", bpms - 1), "no"},
+                        {.arguments = {"--jobs", std::to_string(threads)}});
   if (run.status != 0) {
     fmt::print(stderr, "session_bench: the session ended with status {}: {}\n", run.status,
                run.err);
     std::exit(1);
   }
-  return children_seconds() - before;
+  const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
+  return {children_seconds() - before, wall.count()};
 }
 
 double median(std::vector<double> values) {
@@ -102,13 +113,17 @@ int main(int argc, char** argv) {
   std::vector<double> fits;
   std::vector<double> sessions;
   std::vector<double> ratios;
+  std::vector<double> on_all_cores;  // wall, against one thread
   for (int round = 0; round < rounds; ++round) {
     fits.push_back(fits_seconds(setup.bpms));
-    sessions.push_back(session_seconds(here, setup.bpms));
+    const taken alone = session_seconds(here, setup.bpms, 1);
+    sessions.push_back(alone.processor);
     ratios.push_back(sessions.back() / fits.back());
+    on_all_cores.push_back(session_seconds(here, setup.bpms, util::all_cores()).wall / alone.wall);
   }
   fmt::print(
       "{} BPMs x {} orbits, medians of {} rounds: fits alone {:.3f} s, session {:.3f} s, ratio "
       "{:.2f}\n",
       setup.bpms, setup.orbits, rounds, median(fits), median(sessions), median(ratios));
+  fmt::print("--jobs {} against --jobs 1, wall: {:.2f}\n", util::all_cores(), median(on_all_cores));
 }

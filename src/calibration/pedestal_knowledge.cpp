@@ -17,7 +17,7 @@ pedestal_products products_of(const fit_result& fit, double v) {
     auto& row = a[static_cast<std::size_t>(k - 1)];
     for (int m = 1; m <= 4; ++m) {
       row[static_cast<std::size_t>(m - 1)] = fit.pedestal_covariance(k, m);
-      row[static_cast<std::size_t>(m + 4)] = fit.shared_covariance(m, k);
+      row[static_cast<std::size_t>(m) + 4] = fit.shared_covariance(m, k);
     }
     row[static_cast<std::size_t>(k - 1)] += v;
     row[4] = fit.pedestal(k);

@@ -48,7 +48,6 @@ constexpr int usage_error = 2;
 // What says how the program is started, not what the run is.
 constexpr std::array<std::string_view, 6> of_the_start{"--help",   "--version", "--output",
                                                        "--repeat", "--batch",   "--jobs"};
-
 // More threads than any machine has cores are a mistyped number.
 constexpr unsigned most_jobs = 1024;
 
@@ -227,12 +226,7 @@ std::vector<run_option> options_of_a_run() {
 }
 
 std::vector<std::string> start_of_a_run() {
-  told_options told;
-  add_options(told);
-  std::vector<std::string> words{"--batch"};
-  // Others use the other cores.
-  if (told.app.get_option_no_throw("--jobs") != nullptr) words.emplace_back("--jobs=1");
-  return words;
+  return {"--batch", "--jobs=1"};  // others use the other cores
 }
 
 util::status fault_of_run(const std::vector<std::string>& arguments) {

@@ -28,9 +28,9 @@ struct open_file {
   std::string path;
   std::string scratch;  // its name until it is closed; empty where that is the path
   bool for_writing = false;
-  std::unique_ptr<char[]>
-      buffer;          // NOLINT(*-c-arrays): the stream's own when writing, as long as it
-  line_cutter cutter;  // the lines of a file that is read
+  // The stream's own when writing, as long as it is open.
+  std::unique_ptr<char[]> buffer;  // NOLINT(*-c-arrays)
+  line_cutter cutter;              // the lines of a file that is read
 };
 
 // The table of units, and the names that this run has opened for writing before, as they were

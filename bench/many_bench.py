@@ -25,7 +25,8 @@ BUTNGAIN, BPMSIM = (os.path.abspath(path) for path in sys.argv[1:3])
 RUNS = int(sys.argv[3]) if len(sys.argv) > 3 else 300
 SAMPLE = max(10, RUNS // 10)
 CORES = len(os.sched_getaffinity(0))
-OPTIONS = ["--data=T", "--positions=100000", "--pedestal-bunch=2"]
+# On one thread as in the engine, whose other sessions use the other cores.
+OPTIONS = ["--data=T", "--positions=100000", "--pedestal-bunch=2", "--jobs=1"]
 
 
 def processor_time():

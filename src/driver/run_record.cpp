@@ -127,6 +127,11 @@ void look_at_new_files(kept_record& record, unsigned threads) {
   });
   for (report::input_file& file : found) {
     const std::string path = file.path;
+    std::error_code none;
+    if (file.sha256.empty() && fs::is_regular_file(path, none)) {
+      util::tell_line(util::shown(path) +
+                      " cannot be read once more: run.json has no checksum of it");
+    }
     record.digests.emplace(path, std::move(file));
   }
 }
@@ -189,8 +194,18 @@ bool end_record(std::string_view how, int status) {
 void begin_record(report::run_results& results, const std::string& command,
                   const std::vector<std::string>& arguments) {
   report::run_info& info = results.info;
+  std::error_code why;
+  if (!fs::is_directory(info.directory, why)) {
+    // One that could not be made has been told.
+    const bool is_told =
+        !why || why == std::errc::no_such_file_or_directory || why == std::errc::not_a_directory;
+    if (!is_told) {
+      util::tell_line("run.json is not written: " + util::shown(info.directory) + ": " +
+                      why.message());
+    }
+    return;
+  }
   std::error_code none;
-  if (!fs::is_directory(info.directory, none)) return;
   info.version = site::version;
   info.build = build_of_program();
   info.host = host_name();

@@ -3,17 +3,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
-#include <condition_variable>
 #include <map>
-#include <mutex>
 #include <optional>
-#include <thread>
 #include <utility>
 
 #include "bpm_result.hpp"
 #include "bpm_verdict.hpp"
 #include "interrupt.hpp"
+#include "jobs.hpp"
 #include "left_out.hpp"
 #include "list_io.hpp"
 #include "one_fit.hpp"
@@ -22,8 +19,6 @@
 
 namespace driver {
 namespace {
-
-using namespace std::chrono_literals;
 
 // The name as an index; nothing where it is none. "007" is a name: as a number it would be BPM 7's.
 std::optional<int> index_named(const std::string& name) {
@@ -104,45 +99,6 @@ void fit_one(column_readings& bpm, const column_setting& setting, report::bpm_ro
   line = verdict.line;
 }
 
-/// What the threads share; `mutex` guards it.
-struct shared_work {
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::size_t next = 0;  // BPM that nobody has begun
-  std::size_t done = 0;
-  bool stop = false;  // begin no more
-};
-
-void work_through(std::vector<column_readings>& readings, const column_setting& setting,
-                  column_results& made, shared_work& work) {
-  for (;;) {
-    std::size_t i = 0;
-    {
-      const std::lock_guard lock(work.mutex);
-      if (work.stop || work.next == readings.size()) return;
-      i = work.next++;
-    }
-    fit_one(readings[i], setting, made.rows[i], made.verdict[i]);
-    {
-      const std::lock_guard lock(work.mutex);
-      ++work.done;
-    }
-    work.changed.notify_one();
-  }
-}
-
-// Shows how far the work is until it is done, or until somebody wants no more of it.
-void wait_for(shared_work& work, std::size_t of) {
-  util::progress line("fitting BPMs", static_cast<long long>(of), util::output_during::silence);
-  std::unique_lock lock(work.mutex);
-  while (work.done < of && !util::interrupted()) {
-    // Not only when a BPM is done: an interrupt wakes nobody.
-    work.changed.wait_for(lock, 100ms);
-    line.at(static_cast<long long>(work.done));
-  }
-  work.stop = true;
-}
-
 }  // namespace
 
 util::outcome<std::vector<column_readings>> join_columns(
@@ -175,14 +131,16 @@ column_results fit_columns(std::vector<column_readings>& readings, const column_
     made.rows[i] = row_without_fit(readings[i], "the run was interrupted before it");
   }
   util::watch_interrupts();
-  shared_work work;
-  const std::size_t wanted = std::max(1U, std::thread::hardware_concurrency());
-  std::vector<std::thread> crew;
-  for (std::size_t i = 0; i < std::min(wanted, readings.size()); ++i) {
-    crew.emplace_back([&] { work_through(readings, setting, made, work); });
-  }
-  wait_for(work, readings.size());
-  for (std::thread& one : crew) one.join();
+  util::progress line("fitting BPMs", static_cast<long long>(readings.size()),
+                      util::output_during::silence);
+  const auto make = [&](std::size_t i) {
+    fit_one(readings[i], setting, made.rows[i], made.verdict[i]);
+    return std::size_t{0};  // rows are kept whether they have been counted or not
+  };
+  const auto take = [&](std::size_t i) { line.at(static_cast<long long>(i) + 1); };
+  util::make_in_order(
+      {.count = readings.size(), .make = make, .take = take, .stop = util::interrupted},
+      util::jobs);
   made.interrupted = util::interrupted();
   util::restore_interrupts();
   return made;

@@ -26,14 +26,15 @@
 #include "run_time.hpp"
 #include "session_summary.hpp"
 #include "standard_output.hpp"
+#include "subcommand.hpp"
 #include "text.hpp"
 #include "text_file.hpp"
 
 namespace driver {
 namespace {
 
-// As of the session: data or a disk that will not do, and a call that will not.
-constexpr int fault_status = 1, usage_status = 2;
+// As of the session: data or a disk that will not do.
+constexpr int fault_status = 1;
 
 constexpr const char* about =
     "Fits the four button gains of every BPM of a file of columns: CSV, or columns between "
@@ -115,11 +116,6 @@ std::string take_values(fit_options& options) {
   }
   options.sigma_p = *rms;
   return {};
-}
-
-int refuse(const std::string& why) {
-  util::tell_line(why + "; try butngain fit --help");
-  return usage_status;
 }
 
 int tell(const util::fault& f) {
@@ -210,7 +206,7 @@ int run(const fit_options& options, const std::vector<std::string>& arguments) {
   const auto table = read_chamber_or_table(options.chamber);
   if (!table) {
     util::tell_line("--chamber: " + util::line_of(table.why));
-    return usage_status;
+    return util::wrong_call;
   }
   util::note_file_read(options.chamber, util::read_as::table);
   auto readings = read_files(options);
@@ -248,15 +244,10 @@ int fit_command(int count, const char* const* arguments) {
   CLI::App app(about, "butngain fit");
   fit_options options;
   add_options(app, options);
-  try {
-    app.parse(count, arguments);
-  } catch (const CLI::Success& asked) {  // the library's way to tell of --help
-    app.exit(asked);
-    return 0;
-  } catch (const CLI::ParseError& fault) {
-    return refuse(fault.what());
+  if (const auto status = util::read_call(app, count, arguments)) return *status;
+  if (const std::string wrong = take_values(options); !wrong.empty()) {
+    return util::refuse_call(app.get_name(), wrong);
   }
-  if (const std::string wrong = take_values(options); !wrong.empty()) return refuse(wrong);
   return run(options, {arguments, arguments + count});
 }
 

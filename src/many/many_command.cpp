@@ -22,6 +22,7 @@
 #include "run_place.hpp"
 #include "run_time.hpp"
 #include "status_table.hpp"
+#include "subcommand.hpp"
 #include "whole_file.hpp"
 
 namespace many {
@@ -248,15 +249,7 @@ int many_command(int count, const char* const* arguments, const session_words& s
       "butngain many");
   many_options options;
   add_options(app, options);
-  try {
-    app.parse(count, arguments);
-  } catch (const CLI::Success& asked) {  // the library's way to tell of --help
-    app.exit(asked);
-    return all_done;
-  } catch (const CLI::ParseError& fault) {
-    util::tell_line(std::string{fault.what()} + "; try butngain many --help");
-    return trouble;
-  }
+  if (const auto status = util::read_call(app, count, arguments)) return *status;
   if (!options.share_text.empty()) {
     const auto bar = options.share_text.find('/');
     options.share.number = util::scan_integer(options.share_text.substr(0, bar)).value_or(0);

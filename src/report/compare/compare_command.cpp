@@ -5,6 +5,7 @@
 
 #include "compare_runs.hpp"
 #include "run_time.hpp"
+#include "subcommand.hpp"
 #include "whole_file.hpp"
 
 namespace report {
@@ -92,15 +93,7 @@ int compare_command(int count, const char* const* arguments) {
       "butngain compare");
   compare_options options;
   add_options(app, options);
-  try {
-    app.parse(count, arguments);
-  } catch (const CLI::Success& asked) {  // the library's way to tell of --help
-    app.exit(asked);
-    return nothing_changed;
-  } catch (const CLI::ParseError& fault) {
-    util::tell_line(std::string{fault.what()} + "; try butngain compare --help");
-    return trouble;
-  }
+  if (const auto status = util::read_call(app, count, arguments)) return *status;
   return run(options);
 }
 

@@ -11,6 +11,7 @@
 
 #include "calendar.hpp"
 #include "run_time.hpp"
+#include "subcommand.hpp"
 #include "trend_report.hpp"
 #include "whole_file.hpp"
 
@@ -137,15 +138,7 @@ int trend_command(int count, const char* const* arguments) {
       "butngain trend");
   trend_options options;
   add_options(app, options);
-  try {
-    app.parse(count, arguments);
-  } catch (const CLI::Success& asked) {  // the library's way to tell of --help
-    app.exit(asked);
-    return nothing_changed;
-  } catch (const CLI::ParseError& fault) {
-    util::tell_line(std::string{fault.what()} + "; try butngain trend --help");
-    return trouble;
-  }
+  if (const auto status = util::read_call(app, count, arguments)) return *status;
   return run(options);
 }
 

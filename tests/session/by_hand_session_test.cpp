@@ -332,12 +332,14 @@ std::vector<orbit> standing_still(int n) {
   return orbits;
 }
 
+// The gains of the first line are the BPM's: tables show no other line's.
 void put_series_file(const session::scratch& here, int number, const bpm_by_hand& bpm) {
   std::string text;
   for (const orbit& o : bpm.orbits) {
+    const double other = text.empty() ? 0 : 0.125;
     text += "0 0";
     for (const double b : o.b) text += " " + to_string(static_cast<long long>(b));
-    for (const double g : bpm.true_gain) text += " " + to_string(g);
+    for (const double g : bpm.true_gain) text += " " + to_string(g + other);
     text += "\n";
   }
   session::write_file(here.path() / series_dir / ("exp_" + to_string(number) + ".txt"), text);

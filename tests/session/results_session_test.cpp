@@ -82,6 +82,45 @@ double largest_log_ratio(const four& gain) {
   return most;
 }
 
+std::vector<std::string> fields_of(const std::string& line) {
+  std::vector<std::string> field;
+  for (std::size_t at = 0; at <= line.size();) {
+    const std::size_t end = std::min(line.find(',', at), line.size());
+    field.push_back(line.substr(at, end - at));
+    at = end + 1;
+  }
+  return field;
+}
+
+// Means and spreads of gains.csv are those of the places in orbits.csv that took part.
+void expect_places_of_orbits(const fs::path& run) {
+  std::map<int, std::vector<std::pair<double, double>>> places;
+  for (const std::string& line : lines_of(read_file(run / "orbits.csv"))) {
+    const auto field = fields_of(line);
+    if (field.back() != "1") continue;
+    places[std::stoi(field[0])].emplace_back(std::stod(field[9]), std::stod(field[10]));
+  }
+  int looked_at = 0;
+  for (const report::bpm_row& row : gains_of(run)) {
+    const auto& of = places[row.bpm];
+    EXPECT_EQ(static_cast<std::size_t>(row.orbits_used), of.size()) << row.name;
+    if (of.empty()) continue;
+    const auto n = static_cast<double>(of.size());
+    double x = 0, y = 0, xx = 0, yy = 0;
+    for (const auto& at : of) x += at.first / n, y += at.second / n;
+    for (const auto& at : of) {
+      xx += (at.first - x) * (at.first - x) / n;
+      yy += (at.second - y) * (at.second - y) / n;
+    }
+    EXPECT_NEAR(row.mean_x_mm, x, 1e-6) << row.name;
+    EXPECT_NEAR(row.mean_y_mm, y, 1e-6) << row.name;
+    EXPECT_NEAR(row.sd_x_mm, std::sqrt(xx), 1e-6) << row.name;
+    EXPECT_NEAR(row.sd_y_mm, std::sqrt(yy), 1e-6) << row.name;
+    ++looked_at;
+  }
+  EXPECT_EQ(looked_at, 3);
+}
+
 // How far a closed orbit, the mean of difference over sum, is off because of gains: mean over BPMs,
 // in parts of the chamber's scale. The signals come from the session, the gains from the simulator.
 double orbit_distortion(const fs::path& run, const std::map<std::string, four>& truth) {
@@ -90,12 +129,7 @@ double orbit_distortion(const fs::path& run, const std::map<std::string, four>& 
   };
   std::map<std::string, sums> by_bpm;
   for (const std::string& line : lines_of(read_file(run / "orbits.csv"))) {
-    std::vector<std::string> field;
-    for (std::size_t at = 0; at <= line.size();) {
-      const std::size_t end = std::min(line.find(',', at), line.size());
-      field.push_back(line.substr(at, end - at));
-      at = end + 1;
-    }
+    const auto field = fields_of(line);
     const auto known = truth.find(field[1]);
     if (known == truth.end()) continue;  // the header
     const auto place = [&](bool corrected) {
@@ -128,6 +162,7 @@ TEST(results_session, loading_what_was_found_makes_all_gains_one) {
   ASSERT_EQ(make_machine(here, "after", {"--coefficients", (first / "gains.load").string()}).status,
             0);
   const fs::path second = run_on(here, "after", "4566", "3", {"--orbits"});
+  expect_places_of_orbits(first);
 
   const auto before = gains_of(first);
   const auto after = gains_of(second);

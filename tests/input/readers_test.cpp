@@ -119,6 +119,9 @@ TEST(readers, lines_of_series_files_are_read_the_same_however_they_are_written) 
   store::orbit_store into{"orbit_data"};
   input::series_values values;
   ASSERT_EQ(input::read_series_file("exp_0.txt", 1, values, into).orbits, 5);
+  EXPECT_EQ(into(2).detector(1).x, 1);
+  EXPECT_EQ(into(2).detector(1).y, 2);
+  EXPECT_EQ(into(2).detector(1).button(4), 6);
   EXPECT_EQ(into(3).detector(1).true_gain(4), 10);
   EXPECT_EQ(into(4).detector(1).true_gain(1), 7);
   EXPECT_EQ(into(5).detector(1).true_gain(1), 0.9564839398209506);

@@ -105,7 +105,9 @@ TEST(plain_text_run, is_found_without_archive_in_its_path) {
 TEST(plain_text_run, reading_ends_with_turn_line_10001) {
   const turn_test::scratch at;
   std::string text = "Location : 12W\n--- Bunch 1 ---\n" + turn;
-  for (int i = 2; i <= 10001; ++i) text += " 1 1 1 1 0 0 0 0\n";
+  for (int i = 2; i <= 10000; ++i) text += " 1 1 1 1 0 0 0 0\n";
+  EXPECT_FALSE(contains(read(at, "run.dat", text), " i > 1000"));
+  text += " 1 1 1 1 0 0 0 0\n";
   EXPECT_TRUE(contains(read(at, "run.dat", text + "Location : 13W\n"),
                        " i > 1000 in subroutine read_turn_by_turn \n"));
   EXPECT_EQ(fit::norbits, 1);

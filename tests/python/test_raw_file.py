@@ -60,3 +60,34 @@ def test_faults_name_what_is_wrong(raw_path, tmp_path):
         file["99W"]
     with pytest.raises(ValueError, match="bunch: 2"):
         file["12W"].signals(2)
+
+
+def test_headers_are_those_of_the_text(raw_path, tmp_path):
+    # Every value its own, so that none can stand for another. Cards in the order TI BI BO TO.
+    lines = {
+        "BPM_hostname": ("host", "kbpm9"), "BPM_IP_Address": ("ip_address", "10.1.2.3"),
+        "Detector_Type": ("detector_type", "plate"), "EXE_Name": ("loader", "boot7"),
+        "Timing_Setup": ("timing_setup", "4ns_OTHER"), "Trigger": ("trigger", "OUTSIDE"),
+        "EXE_Build_ID": ("build_time", 20150607), "Turn_sync_counter": ("turn_counter", 77),
+        "Turn_spacing": ("turn_spacing", 5), "Bunch_Pat_offsets": ("bunch_pattern_offset", [6, 7]),
+        "Com_Turnmrk_Dly": ("common_turn_delay", 9), "Blk_Turnmrk_Dlys": ("turn_delay", [21, 22]),
+        "Block_Delays": ("block_delay", [23, 24]), "Digital_Temp_C": ("board_temperature", 41.5),
+        "Front-End_FPGAs": ("fpga_id", [11, 12, 13, 14]),
+        "Card_Temps_C": ("card_temperature", [30.5, 31.5, 32.5, 33.5]),
+        "Channel_Delays": ("channel_delay", [[40, 41, 42, 43], [44, 45, 46, 47]]),
+        "Gain_Settings": ("gain_setting", [[50, 51, 52, 53], [54, 55, 56, 57]]),
+        "Gain_Codes": ("gain_code", [[60, 61, 62, 63], [64, 65, 66, 67]]),
+    }
+    before, header = raw_path.read_text().rsplit("Location ", 1)
+    for key, (_, value) in lines.items():
+        words = np.ravel(value)
+        shown = f"{value:010d}" if key == "EXE_Build_ID" else "  ".join(str(word) for word in words)
+        header, count = re.subn(rf"(?m)^{re.escape(key)} *: .*$", f"{key:18}: {shown}", header)
+        assert count == 1, key
+    (tmp_path / "RD-004568.dat").write_text(before + "Location " + header)
+    bpm = butngain.read_raw(tmp_path / "RD-004568.dat")["13W"]
+    cards = [1, 2, 0, 3]
+    for key, (name, value) in lines.items():
+        if isinstance(value, list) and len(np.ravel(value)) > 2:
+            value = np.array(value)[..., cards]
+        np.testing.assert_array_equal(getattr(bpm, name), value, err_msg=key)

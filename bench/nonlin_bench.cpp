@@ -15,11 +15,14 @@
 #include <map>
 #include <random>
 #include <span>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "cell_kernel.hpp"
 #include "linear_algebra.hpp"
 #include "nonlin_bpm_mod.hpp"
+#include "position_fit.hpp"
 #include "table_cells.hpp"
 #include "table_file.hpp"
 #include "table_maker.hpp"
@@ -213,13 +216,14 @@ void fit(benchmark::State& state, const std::vector<button_signals>& readings, i
 }
 
 // A thousand at once, as whole data sets are; the time is that of one.
-void fit_data_set(benchmark::State& state) {
+void fit_data_set(benchmark::State& state, std::string_view instruction_set) {
   constexpr std::size_t n = 1024;
   std::vector<position> x(n);
   std::vector<double> chi2(n);
   std::size_t first = 0;
   while (state.KeepRunningBatch(n)) {
-    fit_positions(bpm_arc, bpm_calib(bpm), std::span(random_readings).subspan(first, n), x, chi2);
+    fit_positions_with(instruction_set, bpm_arc, bpm_calib(bpm),
+                       std::span(random_readings).subspan(first, n), x, chi2);
     benchmark::DoNotOptimize(x.data());
     first = (first + n) % random_readings.size();
   }
@@ -261,7 +265,12 @@ int main(int argc, char** argv) {
   benchmark::RegisterBenchmark("plain, LAPACK in every step", plain);
   benchmark::RegisterBenchmark("random positions",
                                [](benchmark::State& s) { fit(s, random_readings, 0); });
-  benchmark::RegisterBenchmark("random positions, whole data sets", fit_data_set);
+  std::vector<std::string> ours{"random positions"};
+  for (const std::string_view set : position_instruction_sets()) {
+    ours.push_back(fmt::format("whole data sets, {}", set));
+    benchmark::RegisterBenchmark(ours.back().c_str(),
+                                 [set](benchmark::State& s) { fit_data_set(s, set); });
+  }
   benchmark::RegisterBenchmark("random, one bad button",
                                [](benchmark::State& s) { fit(s, random_readings, 3); });
   benchmark::RegisterBenchmark("beam oscillating by 1 mm",
@@ -272,9 +281,9 @@ int main(int argc, char** argv) {
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::filesystem::remove(file);
   const double plain_time = reporter.times["plain, LAPACK in every step"];
-  for (const char* const ours : {"random positions", "random positions, whole data sets"}) {
-    if (reporter.times[ours] > 0) {
-      fmt::print("plain / {}: {:.1f}\n", ours, plain_time / reporter.times[ours]);
+  for (const std::string& name : ours) {
+    if (reporter.times[name] > 0) {
+      fmt::print("plain / {}: {:.1f}\n", name, plain_time / reporter.times[name]);
     }
   }
 }

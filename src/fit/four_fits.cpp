@@ -30,6 +30,7 @@ constexpr coefficient_set start_coefficients{
 struct model_of_readings {
   std::span<const signals> readings;
   signal_batch batch;  // unless literal
+  trial_values found;  // by the last question for chi-square
   solver::residual_sums sums;
   solver::model literal;
 };
@@ -53,10 +54,10 @@ void evaluate_literally(std::span<const signals> readings, std::span<const doubl
 }
 
 // The batch's products, packed as the solver wants them.
-void put_curvature(const signal_batch& batch, std::span<const double> a,
+void put_curvature(const model_of_readings& model, std::span<const double> a,
                    std::span<const bool> maska, solver::matrix& alpha, std::span<double> beta) {
   product_sums sums;
-  product_sums_at(batch, a, maska, sums);
+  product_sums_at(model.batch, a, maska, model.found, sums);
   const auto n_free = static_cast<int>(std::count(maska.begin(), maska.end(), true));
   for (int j = 0; j < n_free; ++j) {
     // The batch fills one triangle; the elimination reads the whole square.
@@ -74,15 +75,15 @@ void prepare_model(model_of_readings& model, const fit_manner& manner) {
     return;
   }
   model.batch = make_batch(model.readings, manner.instruction_set);
-  model.sums.chi_square = [&model](auto a) { return chi_square(model.batch, a); };
+  model.sums.chi_square = [&model](auto a) { return chi_square(model.batch, a, model.found); };
   model.sums.curvature = [&model](auto a, auto maska, auto& alpha, auto beta) {
-    put_curvature(model.batch, a, maska, alpha, beta);
+    put_curvature(model, a, maska, alpha, beta);
   };
 }
 
-double mean_square(const model_of_readings& model, const fit_manner& manner, const parameters& a) {
+double mean_square(model_of_readings& model, const fit_manner& manner, const parameters& a) {
   const auto n = static_cast<double>(model.readings.size());
-  if (!manner.literal) return chi_square(model.batch, a.item) / n;
+  if (!manner.literal) return chi_square(model.batch, a.item, model.found) / n;
   double chis = 0;
   for (const signals& but : model.readings) {
     const double r = chi1(a, but);

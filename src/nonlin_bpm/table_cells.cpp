@@ -8,6 +8,7 @@
 
 #include "cell_kernel.hpp"
 #include "linear_algebra.hpp"
+#include "start_map.hpp"
 
 namespace nonlin_bpm_mod {
 namespace {
@@ -281,6 +282,7 @@ std::string build_table(const table_nodes& nodes, table_struct& table) {
   if (table.start.empty()) return "NO USABLE NODE TO START FROM";
   // Behind the check: without a start node there is none to fill the last group with.
   fill_cosines(table);
+  fill_start_map(table);
   return {};
 }
 

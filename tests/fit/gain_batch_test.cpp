@@ -97,9 +97,10 @@ struct sums {
 sums batch_at(const parameters& p, const std::array<bool, 8>& free) {
   sums s;
   const signal_batch loaded = make_batch(current_readings());
-  s.chisq = chi_square(loaded, p.item);
+  trial_values found;
+  s.chisq = chi_square(loaded, p.item, found);
   product_sums products;
-  product_sums_at(loaded, p.item, free, products);
+  product_sums_at(loaded, p.item, free, found, products);
   const auto n_free = static_cast<int>(std::count(free.begin(), free.end(), true));
   for (int j = 0; j < n_free; ++j) {
     for (int k = 0; k < n_free; ++k)

@@ -185,43 +185,73 @@ TEST(position_fit, ends_where_the_gradient_vanishes) {
   }
 }
 
-// Readings good and bad, in portions of every length: each as if it were alone, and with two lanes as
-// with four.
-TEST(position_fit, of_many_is_that_of_each) {
-  const chamber_case& c = arc();
+// Beams, and what no beam gives.
+std::vector<button_signals> good_and_bad_readings(const chamber_case& c, int n) {
   std::vector<button_signals> but;
-  for (const point z : random_places(c, 400)) but.push_back(signals_of(c, z));
+  std::mt19937_64 random(5);
+  std::normal_distribution<double> gain(1, 0.03);
+  for (const point z : random_places(c, n)) {
+    but.push_back(signals_of(c, z));
+    if (but.size() % 3 == 0)
+      for (double& signal : but.back().item) signal *= gain(random);
+  }
   but[3].fill(0);
   but[8](2) = std::nan("");
   but[9](1) = 1e6;  // no beam inside gives this
   but[17](3) = -1;
+  return but;
+}
+
+// In portions of every length and with every instruction set: each as if it were alone.
+TEST(position_fit, of_many_is_that_of_each) {
+  const chamber_case& c = arc();
+  const std::vector<button_signals> but = good_and_bad_readings(c, 3000);
   calib_struct calib;
   calib.coeff = {{1, 1.02, 0.99, 1.01}};
   for (const int bad : {0, 3}) {
     calib.ix_bad_button = bad;
-    std::vector<position> x(but.size()), narrow_x(but.size());
-    std::vector<double> chi2(but.size()), narrow_chi2(but.size());
-    std::size_t next = 0;
-    for (std::size_t n = 1; next < but.size(); ++n) {
-      const std::size_t some = std::min(n, but.size() - next);
-      fit_positions(*c.table, calib, std::span(but).subspan(next, some),
-                    std::span(x).subspan(next, some), std::span(chi2).subspan(next, some));
-      next += some;
-    }
-    fit_positions_narrow(*c.table, calib, but, narrow_x, narrow_chi2);
+    std::vector<position> alone(but.size()), x(but.size());
+    std::vector<double> chi2_alone(but.size()), chi2(but.size());
     int failed = 0;
     for (std::size_t i = 0; i < but.size(); ++i) {
-      position alone{};
-      double chi2_alone = 0;
-      fit_position(*c.table, calib, but[i], alone, chi2_alone);
-      EXPECT_EQ(x[i].item, alone.item) << i;
-      EXPECT_EQ(chi2[i], chi2_alone) << i;
-      EXPECT_EQ(narrow_x[i].item, alone.item) << i;
-      EXPECT_EQ(narrow_chi2[i], chi2_alone) << i;
-      failed += chi2_alone < 0 ? 1 : 0;
+      fit_position(*c.table, calib, but[i], alone[i], chi2_alone[i]);
+      failed += chi2_alone[i] < 0 ? 1 : 0;
     }
     EXPECT_GE(failed, 2);
-    EXPECT_LT(failed, 40);
+    EXPECT_LT(failed, 400);
+    for (const std::string_view set : position_instruction_sets()) {
+      std::size_t next = 0;
+      for (std::size_t n = 1; next < but.size(); ++n) {
+        const std::size_t some = std::min(n, but.size() - next);
+        fit_positions_with(set, *c.table, calib, std::span(but).subspan(next, some),
+                           std::span(x).subspan(next, some), std::span(chi2).subspan(next, some));
+        next += some;
+      }
+      for (std::size_t i = 0; i < but.size(); ++i) {
+        EXPECT_EQ(x[i].item, alone[i].item) << set << " " << i;
+        EXPECT_EQ(chi2[i], chi2_alone[i]) << set << " " << i;
+      }
+    }
+  }
+}
+
+// The short lists end at the start node that a look at all of them ends at: another start would show
+// in the last bits.
+TEST(position_fit, short_lists_of_start_nodes_change_nothing) {
+  for (const std::size_t ix : {0, 1, 2}) {
+    const chamber_case& c = chamber(ix);
+    SCOPED_TRACE(c.name);
+    table_struct without = *c.table;
+    for (start_map::bucket& bucket : without.near.buckets) bucket = {};
+    int differ = 0;
+    for (const button_signals& but : good_and_bad_readings(c, 5000)) {
+      position near{}, of_all{};
+      double chi2_near = 0, chi2_of_all = 0;
+      fit_position(*c.table, {}, but, near, chi2_near);
+      fit_position(without, {}, but, of_all, chi2_of_all);
+      if (near.item != of_all.item || chi2_near != chi2_of_all) ++differ;
+    }
+    EXPECT_EQ(differ, 0);
   }
 }
 

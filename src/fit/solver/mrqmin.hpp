@@ -34,7 +34,7 @@ using model = std::function<void(std::span<const double> x, std::span<const doub
 struct residual_sums {
   /// The sum of squares at a.
   std::function<double(std::span<const double> a)> chi_square;
-  /// Curvature matrix and gradient at a, packed to the parameters that maska sets free: the leading
+  /// Curvature matrix and gradient at a, where chi_square was asked last, packed to the parameters that maska sets free: the leading
   /// block of alpha, whole, and the leading values of beta.
   std::function<void(std::span<const double> a, std::span<const bool> maska, matrix& alpha,
                      std::span<double> beta)>

@@ -5,6 +5,7 @@
 #pragma once
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "bounded.hpp"
@@ -35,7 +36,9 @@ struct button_lanes {
   void set(int button, const button_struct& value);
 };
 
-struct grid_struct {
+/// Begins with a line of the cache, so that the coefficients of a cell fill eight of them: read in
+/// any order, a large table is a wait for each line.
+struct alignas(64) grid_struct {
   button_lanes b;
   /// Linear answer at the node: response_mat times (outer - inner, top - bottom, sum) of the
   /// readings gives (scale dx, scale dy, scale). Zero where the node is not usable.
@@ -85,6 +88,25 @@ struct start_group {
   std::array<cosines, 4> f{};
 };
 
+/// Where to look for the start node of a reading of four buttons: the same node that a look at all
+/// of them finds, among a few.
+///
+/// With signals of sum 1, outer - inner, top - bottom and the skew (the diagonal 1, 4 minus the
+/// other) say all about a reading. The first two, -1..1 each, choose one of side x side buckets;
+/// a bucket's list holds every node that can be the nearest of a reading with a skew in its range.
+struct start_map {
+  static constexpr int side = 64;
+  static constexpr std::size_t abreast = 4;  ///< lists come in fours: so many are looked at at once
+  struct bucket {
+    double low_skew = 1, high_skew = -1;  ///< the list holds in between; low > high: nowhere
+    std::uint32_t first = 0;              ///< of the list, in `node`
+    std::uint32_t count = 0;              ///< of nodes, copies of the last to whole fours included
+  };
+  std::vector<bucket> buckets;               ///< the second difference runs slower
+  std::vector<std::uint32_t> node;           ///< numbers of start nodes, ascending in each list
+  std::vector<std::array<float, 4>> cosine;  ///< by start node: as in `cosines`, all buttons
+};
+
 struct table_struct {
   counted<double, "table x"> x;  ///< grid positions [m], ascending in equal steps
   counted<double, "table y"> y;
@@ -95,6 +117,7 @@ struct table_struct {
   /// Of the start nodes, in their order; [b] leaves button b out, [0] none. Copies of the last node
   /// fill the last group.
   std::array<std::vector<start_group>, 5> cosines;
+  start_map near;
 };
 
 }  // namespace nonlin_bpm_mod

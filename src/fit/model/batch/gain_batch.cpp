@@ -30,19 +30,40 @@ const batch_kernels* kernels_named(std::string_view name) {
   return usable.back();
 }
 
+std::size_t whole_lines(std::size_t n) { return (n + line - 1) / line * line; }
+
+// Room for columns of this length in the memory; returns where the first begins.
+double* make_columns(std::vector<double>& memory, std::size_t columns, std::size_t length) {
+  // One line more than the columns fill: where the memory begins is the allocator's choice.
+  memory.resize((columns * length) + line);
+  void* start_of_line = memory.data();
+  std::size_t room = memory.size() * sizeof(double);
+  return static_cast<double*>(
+      std::align(line * sizeof(double), sizeof(double), start_of_line, room));
+}
+
+void make_room(const signal_batch& batch, trial_values& found) {
+  constexpr std::size_t columns = 7;
+  const std::size_t length = whole_lines(batch.columns.n);
+  if (found.memory.size() == (columns * length) + line) return;
+  double* at = make_columns(found.memory, columns, length);
+  trial_columns& to = found.columns;
+  for (double** column : {&to.inverse_total, &to.X, &to.Y, &to.Q, &to.s, &to.c, &to.turns}) {
+    *column = at;
+    at += length;
+  }
+  found.far.resize(length / block_size + 1);
+  to.far = found.far.data();
+}
+
 }  // namespace
 
 signal_batch make_batch(std::span<const signals> readings, std::string_view instruction_set) {
   signal_batch batch;
   batch.kernels = kernels_named(instruction_set);
   const std::size_t n = readings.size();
-  const std::size_t length = (n + line - 1) / line * line;
-  // One line more than the columns fill: where the memory begins is the allocator's choice.
-  batch.copied.assign((4 * length) + line, 0.0);
-  void* start_of_line = batch.copied.data();
-  std::size_t room = batch.copied.size() * sizeof(double);
-  auto* start =
-      static_cast<double*>(std::align(line * sizeof(double), sizeof(double), start_of_line, room));
+  const std::size_t length = whole_lines(n);
+  double* const start = make_columns(batch.copied, 4, length);
   // The places behind the last orbit repeat it: the lanes that run over the end compute with
   // numbers, and nobody sums what they find.
   for (std::size_t i = 0; i < length; ++i) {
@@ -53,16 +74,17 @@ signal_batch make_batch(std::span<const signals> readings, std::string_view inst
   return batch;
 }
 
-double chi_square(const signal_batch& batch, std::span<const double> a) {
-  return batch.kernels->chi_square(a.data(), batch.columns);
+double chi_square(const signal_batch& batch, std::span<const double> a, trial_values& found) {
+  make_room(batch, found);
+  return batch.kernels->chi_square(a.data(), batch.columns, found.columns);
 }
 
 void product_sums_at(const signal_batch& batch, std::span<const double> a,
-                     std::span<const bool> maska, product_sums& sums) {
+                     std::span<const bool> maska, const trial_values& found, product_sums& sums) {
   free_list free{};
   for (int i = 0; i < max_parameters; ++i)
     if (maska[static_cast<std::size_t>(i)]) free.parameter[free.n++] = i;
-  batch.kernels->products(a.data(), batch.columns, free, sums);
+  batch.kernels->products(a.data(), batch.columns, found.columns, free, sums);
 }
 
 double stepped_residual(const double* a, const signal_columns& d, std::size_t orbit) {

@@ -17,6 +17,8 @@
 //                derivatives come from stepped residuals. Amplitude and weights are always
 //                stepped: rounding alone tells their columns apart.
 //
+//   trials       keep their combinations and sines, which the derivatives of an accepted one share.
+//
 // Held to the literal form by a test: gains 1e-9, coefficients 1e-6, chi-square 1e-5 (relative).
 // The same bits on every machine, from every compiler and at every optimisation level.
 #pragma once
@@ -49,13 +51,23 @@ struct signal_batch {
 ///          instruction_set  one of instruction_sets(); empty, or unknown here: the best
 signal_batch make_batch(std::span<const signals> readings, std::string_view instruction_set = {});
 
+/// What the last trial found, kept for the derivatives that follow when it is accepted. One for each
+/// fit that is under way; it may be used on batch after batch.
+struct trial_values {
+  std::vector<double> memory;
+  std::vector<unsigned char> far;
+  trial_columns columns{};  ///< views of the above
+};
+
 /// Sum of squares of the residuals at a (8 parameters).
-double chi_square(const signal_batch& batch, std::span<const double> a);
+/// returns  found  what product_sums_at needs
+double chi_square(const signal_batch& batch, std::span<const double> a, trial_values& found);
 
 /// Sums over the orbits of the products of the derivatives by the free parameters, in the order of
 /// the mask, and (row residual_column) of derivative and minus the residual.
+/// given    found  by chi_square on this batch at this a, the last time that it was asked
 void product_sums_at(const signal_batch& batch, std::span<const double> a,
-                     std::span<const bool> maska, product_sums& sums);
+                     std::span<const bool> maska, const trial_values& found, product_sums& sums);
 
 /// Instruction sets that there are kernels for and that this machine has; the last one is the best.
 std::vector<std::string_view> instruction_sets();

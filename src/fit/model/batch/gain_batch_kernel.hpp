@@ -23,6 +23,19 @@ struct signal_columns {
   std::size_t n;
 };
 
+/// What the last trial found, orbit by orbit: columns as long as those of the signals. The
+/// derivatives of a trial that was accepted begin with it.
+struct trial_columns {
+  double* inverse_total;
+  double* X;
+  double* Y;
+  double* Q;
+  double* s;  // sine and cosine of what remains of the angle after quarter turns
+  double* c;
+  double* turns;       // their number, as bits
+  unsigned char* far;  // 1 for a block that holds an angle too large for the sines' short way
+};
+
 inline constexpr std::size_t max_lanes = 4;
 inline constexpr std::size_t block_size = 128;
 inline constexpr int residual_column = 7;  ///< where a row of derivatives holds minus the residual
@@ -42,9 +55,10 @@ struct free_list {
 /// The kernels of one instruction set.
 struct batch_kernels {
   const char* name;
-  double (*chi_square)(const double* a, const signal_columns& d);
-  void (*products)(const double* a, const signal_columns& d, const free_list& free,
-                   product_sums& sums);
+  double (*chi_square)(const double* a, const signal_columns& d, const trial_columns& found);
+  // given    found  by chi_square at this a
+  void (*products)(const double* a, const signal_columns& d, const trial_columns& found,
+                   const free_list& free, product_sums& sums);
 };
 extern const batch_kernels generic_kernels;  ///< what every processor of the family has
 extern const batch_kernels avx2_kernels;     ///< x86-64 with AVX2
@@ -62,11 +76,11 @@ inline constexpr double small_angle = 2.5e-6;
 
 /// Intermediate results of one block of orbits.
 struct block_work {
-  alignas(32) double inverse_total[block_size];
+  const double* inverse_total;                // of the block's orbits, as the trial found it
+  const double* Q;                            // likewise
   alignas(32) double sum[block_size];         // X + Y
   alignas(32) double difference[block_size];  // X - Y
   alignas(32) double u[block_size];
-  alignas(32) double Q[block_size];
   alignas(32) double sin1[block_size];
   alignas(32) double sin2[block_size];
   // With c = cos a, c2 = cos 2a and so on, and h the sum of both weights, these times Am k:
@@ -75,7 +89,6 @@ struct block_work {
   alignas(32) double third[block_size];      // k^2 (c + 8 h c2) / 6
   alignas(32) double column[8][block_size];  // derivatives by parameter
   alignas(32) double minus_residual[block_size];
-  alignas(32) double row[block_size][8];  // the wanted ones, orbit by orbit
 };
 
 template <int width>
@@ -106,57 +119,77 @@ struct gain_kernels {
 
   // Reduced angles k u of one block, and sine and cosine of what remains. Each loop is short enough
   // for several rounds of it to be under way at once. Returns the lanes whose angle is far.
-  struct sine_work {
+  static bits sine_block(double k, const double* u, std::size_t count, double* turns, double* s,
+                         double* c) {
     alignas(32) double r[block_size];
-    alignas(32) std::int64_t n[block_size];
-    alignas(32) double s[block_size];
-    alignas(32) double c[block_size];
-  };
-  static bits sine_block(double k, const double* u, std::size_t count, sine_work& w) {
     bits far{};
     for (std::size_t i = 0; i < count; i += width) {
       const real angle = k * l::load(u + i);
       far |= ~(l::magnitude(angle) < near_limit);
       const auto near = near_reduction<width>(angle);
-      l::store(w.r + i, near.r);
-      __builtin_memcpy(w.n + i, &near.n, sizeof near.n);
+      l::store(r + i, near.r);
+      __builtin_memcpy(turns + i, &near.n, sizeof near.n);
     }
     for (std::size_t i = 0; i < count; i += width) {
-      const auto at = sine_cosine_near_0<width>(l::load(w.r + i));
-      l::store(w.s + i, at.s);
-      l::store(w.c + i, at.c);
+      const auto at = sine_cosine_near_0<width>(l::load(r + i));
+      l::store(s + i, at.s);
+      l::store(c + i, at.c);
     }
     return far;
   }
 
-  static angle_functions<width> functions_at(const sine_work& w, std::size_t i) {
+  static angle_functions<width> functions_at(const double* turns, const double* s, const double* c,
+                                             std::size_t i) {
     bits n;
-    __builtin_memcpy(&n, w.n + i, sizeof n);
-    return functions_of<width>({l::load(w.s + i), l::load(w.c + i)}, n);
+    __builtin_memcpy(&n, turns + i, sizeof n);
+    return functions_of<width>({l::load(s + i), l::load(c + i)}, n);
   }
 
   // --- chi-square -------------------------------------------------------------------------------
 
+  // The combinations of one block's orbits; adds the squares of the block before to `sum`.
+  static void combine_block(const double* p, const signal_columns& here, const trial_columns& found,
+                            std::size_t first, double* u, const double* before, double& sum) {
+    double* const inverse_total = found.inverse_total + first;
+    double* const X = found.X + first;
+    double* const Y = found.Y + first;
+    double* const Q = found.Q + first;
+    double added = sum;
+    for (std::size_t i = 0; i < here.n; i += width) {
+      const combined at = combine(p, here, i);
+      l::store(u + i, at.X * at.Y);
+      l::store(inverse_total + i, at.inverse_total);
+      l::store(X + i, at.X);
+      l::store(Y + i, at.Y);
+      l::store(Q + i, at.Q);
+      for (std::size_t j = 0; j < width; ++j) added += before[i + j];
+    }
+    sum = added;
+  }
+
   // Squared residuals of one block; returns `sum` and the squares of the block before: additions in
   // order wait for each other, and here there is something to do meanwhile.
-  static double squares(const double* a, const signal_columns& d, std::size_t first,
-                        std::size_t count, double* square, const double* before, double sum) {
+  static double squares(const double* a, const signal_columns& d, const trial_columns& found,
+                        std::size_t first, std::size_t count, double* square, const double* before,
+                        double sum) {
     alignas(32) double u[block_size];
-    alignas(32) double Q[block_size];
-    sine_work w;
+    // Copies of the block's own, whose places nobody else knows: what is stored cannot change them.
+    const double p[8] = {a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7]};
+    const signal_columns here{d.b1 + first, d.b2 + first, d.b3 + first, d.b4 + first, count};
+    double* const Q = found.Q + first;
+    double* const turns = found.turns + first;
+    double* const s = found.s + first;
+    double* const c = found.c + first;
+    combine_block(p, here, found, first, u, before, sum);
+    const bits far = sine_block(p[5], u, count, turns, s, c);
     for (std::size_t i = 0; i < count; i += width) {
-      const combined at = combine(a, d, first + i);
-      l::store(u + i, at.X * at.Y);
-      l::store(Q + i, at.Q);
-      for (std::size_t j = 0; j < width; ++j) sum += before[i + j];
-    }
-    const bits far = sine_block(a[5], u, count, w);
-    for (std::size_t i = 0; i < count; i += width) {
-      const auto f = functions_at(w, i);
-      const real r = residual(a, f.sin1, f.sin2, l::load(Q + i));
+      const auto f = functions_at(turns, s, c, i);
+      const real r = residual(p, f.sin1, f.sin2, l::load(Q + i));
       l::store(square + i, r * r);
     }
-    if (any_lane<width>(far)) {
+    const bool any_far = any_lane<width>(far);
+    found.far[first / block_size] = any_far ? 1 : 0;
+    if (any_far) {
       for (std::size_t i = 0; i < count; ++i) {
         const double r = stepped_residual(a, d, first + i);
         square[i] = r * r;
@@ -165,14 +198,14 @@ struct gain_kernels {
     return sum;
   }
 
-  static double chi_square(const double* a, const signal_columns& d) {
+  static double chi_square(const double* a, const signal_columns& d, const trial_columns& found) {
     alignas(32) double square[2][block_size] = {};
     double sum = 0;
     std::size_t before = 0;  // orbits of the block before
     int now = 0;
     for (std::size_t first = 0; first < d.n; first += block_size, now = 1 - now) {
       const std::size_t count = d.n - first < block_size ? d.n - first : block_size;
-      sum = squares(a, d, first, count, square[now], square[1 - now], sum);
+      sum = squares(a, d, found, first, count, square[now], square[1 - now], sum);
       // A short last block has taken only the beginning of the one before.
       for (std::size_t i = (count + width - 1) / width * width; i < before; ++i)
         sum += square[1 - now][i];
@@ -184,37 +217,44 @@ struct gain_kernels {
 
   // --- derivatives ------------------------------------------------------------------------------
 
-  static void combine_block(const double* a, const signal_columns& d, std::size_t first,
-                            std::size_t count, block_work& w) {
+  // What the trial found of the block, and what the closed forms make of it alone.
+  static void take_block(const trial_columns& found, std::size_t first, std::size_t count,
+                         block_work& w) {
+    w.inverse_total = found.inverse_total + first;
+    w.Q = found.Q + first;
+    const double* const x = found.X + first;
+    const double* const y = found.Y + first;
     for (std::size_t i = 0; i < count; i += width) {
-      const combined at = combine(a, d, first + i);
-      l::store(w.inverse_total + i, at.inverse_total);
-      l::store(w.sum + i, at.X + at.Y);
-      l::store(w.difference + i, at.X - at.Y);
-      l::store(w.u + i, at.X * at.Y);
-      l::store(w.Q + i, at.Q);
+      const real X = l::load(x + i);
+      const real Y = l::load(y + i);
+      l::store(w.sum + i, X + Y);
+      l::store(w.difference + i, X - Y);
+      l::store(w.u + i, X * Y);
     }
   }
 
-  // Sines, the residual, and what the closed forms share. Returns the lanes whose angle is far.
-  static bits curve_block(const double* a, std::size_t count, block_work& w) {
+  // Sines, the residual, and what the closed forms share.
+  static void curve_block(const double* a, const trial_columns& found, std::size_t first,
+                          std::size_t count, block_work& w) {
     const double k = a[5];
     const double h = a[6] + a[7];
     const double slope = a[4] * k;
     const double bend = slope * k;
     const double third = bend * k / 6;
-    sine_work at;
-    const bits far = sine_block(k, w.u, count, at);
+    const double p[8] = {a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7]};
+    const double* const turns = found.turns + first;
+    const double* const s = found.s + first;
+    const double* const c = found.c + first;
+    const double* const Q = w.Q;
     for (std::size_t i = 0; i < count; i += width) {
-      const auto f = functions_at(at, i);
+      const auto f = functions_at(turns, s, c, i);
       l::store(w.sin1 + i, f.sin1);
       l::store(w.sin2 + i, f.sin2);
-      l::store(w.minus_residual + i, -residual(a, f.sin1, f.sin2, l::load(w.Q + i)));
+      l::store(w.minus_residual + i, -residual(p, f.sin1, f.sin2, l::load(Q + i)));
       l::store(w.slope + i, slope * f.cos1 + (2 * h * slope) * f.cos2);
       l::store(w.bend + i, bend * f.sin1 + (4 * h * bend) * f.sin2);
       l::store(w.third + i, third * f.cos1 + (8 * h * third) * f.cos2);
     }
-    return far;
   }
 
   // Derivative by one gain, whose button has sQ as sign of Q; `along` is sX Y + sY X but for the
@@ -223,12 +263,14 @@ struct gain_kernels {
   static bits gain_block(const double* a, const double* signal, std::size_t count,
                          const block_work& w, const double* along, double* column) {
     const double largest = small_angle / (a[5] * a[5]);
+    const double* const inverse_total = w.inverse_total;
+    const double* const Q = w.Q;
     real largest_e = real{};
     real largest_t = real{};
     for (std::size_t i = 0; i < count; i += width) {
       const real u = l::load(w.u + i);
       const real L = minus ? -l::load(along + i) : l::load(along + i);
-      const real share = l::load(signal + i) * l::load(w.inverse_total + i);
+      const real share = l::load(signal + i) * l::load(inverse_total + i);
       const real e = derivative_step * share;
       const real ee = e * e;
       // Half the difference of u over e, and (u+ + u-)/2 - u over e^2.
@@ -242,7 +284,7 @@ struct gain_kernels {
       largest_t = tt > largest_t ? tt : largest_t;
       const real rise =
           (l::load(w.slope + i) - (ee * shift) * l::load(w.bend + i)) - tt * l::load(w.third + i);
-      const real of_Q = (double{sQ} - l::load(w.Q + i)) * (1.0 + ee);
+      const real of_Q = (double{sQ} - l::load(Q + i)) * (1.0 + ee);
       l::store(column + i, share * (half * rise - of_Q));
     }
     return ~((largest_e < small_step) & (largest_t < largest));
@@ -268,27 +310,29 @@ struct gain_kernels {
   static void stepped_block(const double* a, std::size_t count, block_work& w) {
     constexpr double d = derivative_step;
     constexpr double per_step = 0.5 / derivative_step;
+    const double p[8] = {a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7]};
+    const double* const of_Q = w.Q;
     for (std::size_t i = 0; i < count; i += width) {
       const real sin1 = l::load(w.sin1 + i);
       const real sin2 = l::load(w.sin2 + i);
-      const real Q = l::load(w.Q + i);
-      const real two = sin1 + a[6] * sin2;
-      const real third = a[7] * sin2;
+      const real Q = l::load(of_Q + i);
+      const real two = sin1 + p[6] * sin2;
+      const real third = p[7] * sin2;
       const real curve = two + third;
-      const real curve_2p = (sin1 + (a[6] + d) * sin2) + third;
-      const real curve_2m = (sin1 + (a[6] - d) * sin2) + third;
-      const real curve_3p = two + (a[7] + d) * sin2;
-      const real curve_3m = two + (a[7] - d) * sin2;
-      l::store(w.column[4] + i, (((a[4] + d) * curve - Q) - ((a[4] - d) * curve - Q)) * per_step);
-      l::store(w.column[6] + i, ((a[4] * curve_2p - Q) - (a[4] * curve_2m - Q)) * per_step);
-      l::store(w.column[7] + i, ((a[4] * curve_3p - Q) - (a[4] * curve_3m - Q)) * per_step);
+      const real curve_2p = (sin1 + (p[6] + d) * sin2) + third;
+      const real curve_2m = (sin1 + (p[6] - d) * sin2) + third;
+      const real curve_3p = two + (p[7] + d) * sin2;
+      const real curve_3m = two + (p[7] - d) * sin2;
+      l::store(w.column[4] + i, (((p[4] + d) * curve - Q) - ((p[4] - d) * curve - Q)) * per_step);
+      l::store(w.column[6] + i, ((p[4] * curve_2p - Q) - (p[4] * curve_2m - Q)) * per_step);
+      l::store(w.column[7] + i, ((p[4] * curve_3p - Q) - (p[4] * curve_3m - Q)) * per_step);
     }
   }
 
   // Columns of the wanted parameters; returns the lanes where one does not hold.
   static bits derivative_blocks(const double* a, const signal_columns& d, const free_list& free,
                                 std::size_t first, std::size_t count, block_work& w) {
-    bits not_small = curve_block(a, count, w);
+    bits not_small{};
     bool stepped = false;
     for (int j = 0; j < free.n; ++j) {
       const int p = free.parameter[j];
@@ -318,87 +362,86 @@ struct gain_kernels {
 
   // --- sums -------------------------------------------------------------------------------------
 
-  // The wanted columns side by side, orbit by orbit; what is not used of a row is 0.
-  static void turn_into_rows(const free_list& free, std::size_t count, block_work& w) {
+  // The wanted columns in their order; what is not used of a row is 0.
+  static void choose_columns(const free_list& free, const block_work& w, const double** from) {
     alignas(32) static constexpr double zeros[block_size] = {};
-    const double* from[8];
     for (int j = 0; j < 8; ++j) from[j] = j < free.n ? w.column[free.parameter[j]] : zeros;
     from[residual_column] = w.minus_residual;
-    for (int j = 0; j < 8; j += 4)
-      turn_four(from[j], from[j + 1], from[j + 2], from[j + 3], count, w.row, j);
   }
 
-  static void turn_four(const double* c0, const double* c1, const double* c2, const double* c3,
-                        std::size_t count, double (*row)[8], int to) {
+  // Four columns of two orbits, turned into a row of each.
+  static void turn_four(const double* const* column, std::size_t i, real& one, real& other) {
     using two = lanes<2>;
-    for (std::size_t i = 0; i < count; i += 2) {
-      const auto v0 = two::load(c0 + i);
-      const auto v1 = two::load(c1 + i);
-      const auto v2 = two::load(c2 + i);
-      const auto v3 = two::load(c3 + i);
-      if constexpr (width == 4) {
-        const real even = __builtin_shufflevector(v0, v2, 0, 1, 2, 3);
-        const real odd = __builtin_shufflevector(v1, v3, 0, 1, 2, 3);
-        l::store(row[i] + to, __builtin_shufflevector(even, odd, 0, 4, 2, 6));
-        l::store(row[i + 1] + to, __builtin_shufflevector(even, odd, 1, 5, 3, 7));
-      } else {
-        l::store(row[i] + to, __builtin_shufflevector(v0, v1, 0, 2));
-        l::store(row[i] + to + 2, __builtin_shufflevector(v2, v3, 0, 2));
-        l::store(row[i + 1] + to, __builtin_shufflevector(v0, v1, 1, 3));
-        l::store(row[i + 1] + to + 2, __builtin_shufflevector(v2, v3, 1, 3));
-      }
-    }
+    const auto v0 = two::load(column[0] + i);
+    const auto v1 = two::load(column[1] + i);
+    const auto v2 = two::load(column[2] + i);
+    const auto v3 = two::load(column[3] + i);
+    const real even = __builtin_shufflevector(v0, v2, 0, 1, 2, 3);
+    const real odd = __builtin_shufflevector(v1, v3, 0, 1, 2, 3);
+    one = __builtin_shufflevector(even, odd, 0, 4, 2, 6);
+    other = __builtin_shufflevector(even, odd, 1, 5, 3, 7);
   }
 
-  // Columns `top`..top+3 times columns `left`..left+3, added to the sums. The lanes are places of
-  // the matrix, so that each sum runs over the orbits in their order.
-  static void add_tile(const block_work& w, std::size_t count, std::size_t top, std::size_t left,
-                       product_sums& sums) {
-    constexpr std::size_t parts = 4 / width;
-    real sum[4][parts];
+  // All 36 products of one orbit's row with four lanes, each once, in nine vectors. The lanes are
+  // places of the matrix, so that each sum runs over the orbits in their order.
+  static void add_row(const real& low, const real& high, const double* const* from, std::size_t i,
+                      real* sum) {
+    const real first_halves = __builtin_shufflevector(low, high, 0, 1, 4, 5);
+    const real second_halves = __builtin_shufflevector(low, high, 2, 3, 6, 7);
+    sum[0] += low * low;
+    sum[1] += low * __builtin_shufflevector(low, low, 1, 2, 3, 0);
+    sum[2] += high * high;
+    sum[3] += high * __builtin_shufflevector(high, high, 1, 2, 3, 0);
+    sum[4] += first_halves * second_halves;
+    for (int j = 0; j < 4; ++j) sum[5 + j] += from[4 + j][i] * low;
+  }
+
+  // Rows are made where they are used: kept in memory for a loop of its own they cost a sixth more.
+  static void add_four_lanes(const double* const* from, std::size_t count, product_sums& sums) {
+    real sum[9] = {};
+    load_nine(sums, sum);
+    for (std::size_t i = 0; i < count; i += 2) {
+      real low, low_next, high, high_next;
+      turn_four(from, i, low, low_next);
+      turn_four(from + 4, i, high, high_next);
+      add_row(low, high, from, i, sum);
+      if (i + 1 < count) add_row(low_next, high_next, from, i + 1, sum);
+    }
+    store_nine(sum, sums);
+  }
+
+  // Columns `top`..top+3 times columns `left`, left+1, added to the sums, with two lanes.
+  static void add_tile(const double (*rows)[8], std::size_t count, std::size_t top,
+                       std::size_t left, product_sums& sums) {
+    real sum[4][2];
     for (std::size_t j = 0; j < 4; ++j)
-      for (std::size_t p = 0; p < parts; ++p)
-        sum[j][p] = l::load(&sums.of[top + j][left + p * width]);
+      for (std::size_t p = 0; p < 2; ++p) sum[j][p] = l::load(&sums.of[top + j][left + p * width]);
     for (std::size_t i = 0; i < count; ++i) {
-      const double* row = w.row[i];
-      for (std::size_t p = 0; p < parts; ++p) {
+      const double* row = rows[i];
+      for (std::size_t p = 0; p < 2; ++p) {
         const real factor = l::load(row + left + p * width);
         for (std::size_t j = 0; j < 4; ++j) sum[j][p] += row[top + j] * factor;
       }
     }
     for (std::size_t j = 0; j < 4; ++j)
-      for (std::size_t p = 0; p < parts; ++p)
-        l::store(&sums.of[top + j][left + p * width], sum[j][p]);
+      for (std::size_t p = 0; p < 2; ++p) l::store(&sums.of[top + j][left + p * width], sum[j][p]);
   }
 
-  // All 36 products of a row with four lanes: each once, in nine vectors, instead of twelve with
-  // the places above the diagonal.
-  static void add_all(const block_work& w, std::size_t count, product_sums& sums) {
-    if constexpr (width == 4) {
-      real sum[9] = {};
-      load_nine(sums, sum);
-      for (std::size_t i = 0; i < count; ++i) {
-        const double* row = w.row[i];
-        const real low = l::load(row);
-        const real high = l::load(row + 4);
-        const real first_halves = __builtin_shufflevector(low, high, 0, 1, 4, 5);
-        const real second_halves = __builtin_shufflevector(low, high, 2, 3, 6, 7);
-        sum[0] += low * low;
-        sum[1] += low * __builtin_shufflevector(low, low, 1, 2, 3, 0);
-        sum[2] += high * high;
-        sum[3] += high * __builtin_shufflevector(high, high, 1, 2, 3, 0);
-        sum[4] += first_halves * second_halves;
-        for (int j = 0; j < 4; ++j) sum[5 + j] += row[4 + j] * low;
+  static void add_two_lanes(const double* const* from, std::size_t count, product_sums& sums) {
+    alignas(32) double row[block_size][8];
+    for (std::size_t i = 0; i < count; i += 2)
+      for (std::size_t j = 0; j < 8; j += 2) {
+        const real v0 = l::load(from[j] + i);
+        const real v1 = l::load(from[j + 1] + i);
+        l::store(row[i] + j, __builtin_shufflevector(v0, v1, 0, 2));
+        l::store(row[i + 1] + j, __builtin_shufflevector(v0, v1, 1, 3));
       }
-      store_nine(sum, sums);
-    } else {
-      add_tile(w, count, 0, 0, sums);
-      add_tile(w, count, 4, 0, sums);
-      add_tile(w, count, 4, 4, sums);
-    }
+    add_tile(row, count, 0, 0, sums);
+    add_tile(row, count, 4, 0, sums);
+    add_tile(row, count, 4, 4, sums);
   }
 
-  // Where the lanes of the first five vectors of add_all belong; the other four are rows 4..7.
+  // Where the lanes of the first five vectors of add_row belong; the other four are rows 4..7.
   struct place {
     int row, column;
   };
@@ -418,17 +461,24 @@ struct gain_kernels {
     for (int j = 0; j < 4; ++j) l::store(sums.of[4 + j], sum[5 + j]);
   }
 
-  static void products(const double* a, const signal_columns& d, const free_list& free,
-                       product_sums& sums) {
-    block_work w;  // 27 KB of the caller's stack: fits on several threads share nothing
+  static void products(const double* a, const signal_columns& d, const trial_columns& found,
+                       const free_list& free, product_sums& sums) {
+    block_work w;  // 17 KB of the caller's stack: fits on several threads share nothing
+    const double* from[8];
+    choose_columns(free, w, from);
     sums = {};
     for (std::size_t first = 0; first < d.n; first += block_size) {
       const std::size_t count = d.n - first < block_size ? d.n - first : block_size;
-      combine_block(a, d, first, count, w);
+      take_block(found, first, count, w);
+      curve_block(a, found, first, count, w);
       const bits not_small = derivative_blocks(a, d, free, first, count, w);
-      if (any_lane<width>(not_small)) redo_not_small(a, d, free, first, count, w);
-      turn_into_rows(free, count, w);
-      add_all(w, count, sums);
+      if (found.far[first / block_size] != 0 || any_lane<width>(not_small))
+        redo_not_small(a, d, free, first, count, w);
+      if constexpr (width == 4) {
+        add_four_lanes(from, count, sums);
+      } else {
+        add_two_lanes(from, count, sums);
+      }
     }
   }
 };

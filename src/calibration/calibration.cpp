@@ -319,6 +319,7 @@ record calibrate(const bpm_run& run) {
                       run.half_height > 0 ? run.half_height : half_height_of(*run.table),
                       run.sigma_p};
   setting.exact_table = run.exact_table;
+  setting.instruction_set = run.instruction_set;
   if (run.tolerance > 0) r.E_mech = mechanical_factor * run.tolerance / setting.R0;
   fit_state free = first_state(orbits, *run.table);
   r.free = run_fit(free, setting);

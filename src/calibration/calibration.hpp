@@ -40,6 +40,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "bounded.hpp"
@@ -74,6 +75,7 @@ struct bpm_run {
   double half_height = 0;              ///< R0 [m]; 0: worked out from the table's central slopes
   double tolerance = 0;                ///< of the buttons' places along the wall [m]; 0: unknown
   std::optional<four_fits> fits;       ///< of the same readings, to be judged beside
+  std::string_view instruction_set{};  ///< to be used, for tests; empty: the best of this machine
 };
 
 enum class verdict_word {

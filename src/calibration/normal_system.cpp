@@ -6,24 +6,6 @@
 namespace calibration {
 namespace {
 
-// Four partial sums: they do not wait for one another, and the result is the same whatever the
-// processor does at once.
-inline double product_sum(const column& a, const column& b) {
-  std::array<double, 4> part{};
-  for (std::size_t j = 0; j < block_size; j += 4) {
-    for (std::size_t i = 0; i < 4; ++i) part[i] += a[j + i] * b[j + i];
-  }
-  return (part[0] + part[1]) + (part[2] + part[3]);
-}
-
-// Symmetric sums: the lower triangle says all, for half of the products.
-template <class sums, class rows>
-void add_triangle(const rows& row, sums& s) {
-  for (std::size_t i = 0; i < row.size(); ++i) {
-    for (std::size_t j = 0; j <= i; ++j) s.of[i][j] += product_sum(row[i], row[j]);
-  }
-}
-
 // Lower Cholesky factor in place; false when the matrix is not positive.
 template <std::size_t n>
 bool factorise(std::array<std::array<double, n>, n>& a, std::size_t used = n) {
@@ -134,9 +116,6 @@ void fill_upper(common_matrix& a) {
 }
 
 }  // namespace
-
-void add_products(const block_rows& rows, u_sums& sums) { add_triangle(rows.u, sums); }
-void add_products(const block_rows& rows, v_sums& sums) { add_triangle(rows.v, sums); }
 
 solution solve(const equations& e, const common_unknowns& at) {
   solution s;

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "cell_kernel.hpp"
+#include "orbit_kernels.hpp"
 
 namespace calibration {
 namespace {
@@ -148,10 +149,10 @@ totals sum_up(fit_state& state, const model_setting& model, equations& e) {
   e.v.assign(model.steady ? state.at.trend.size() : 0, v_sums{});
   orbit_before before;
   for (orbit_block& block : state.block) {
-    fill_rows(block, model, state.at, rows);
+    model.kernels->fill_rows(block, model, state.at, rows);
     if (model.differences) take_differences(block, rows, before);
-    add_products(rows, e.u);
-    if (model.steady) add_products(rows, e.v[block.set]);
+    model.kernels->add_u(rows, e.u);
+    if (model.steady) model.kernels->add_v(rows, e.v[block.set]);
     for (std::size_t j = 0; j < block_size; ++j) {
       sum.n_u += block.keep_u[j];
       sum.n_v += block.pair_v[j];
@@ -404,7 +405,12 @@ equations equations_of(const fit_setting& setting) {
 
 fit_result run_fit(fit_state& state, const fit_setting& setting) {
   const bool steady = setting.kind != fit_kind::free_intensity;
-  model_setting model{setting.table, setting.R0, steady, steady && setting.differences, 0};
+  model_setting model{&kernels_named(setting.instruction_set),
+                      setting.table,
+                      setting.R0,
+                      steady,
+                      steady && setting.differences,
+                      0};
   std::size_t n_orbits = 0;
   for (const orbit_block& block : state.block) n_orbits += block.count;
   // Orbits of an average set: all courses have the same length, for the rows of a block do.
@@ -470,7 +476,7 @@ fit_result run_fit(fit_state& state, const fit_setting& setting) {
       frozen = result.steps >= last_screening || (!changed && result.steps > first_screening);
     }
     // Orbits first: they need the unknowns from before the step, at which their columns were made.
-    for (orbit_block& block : state.block) follow(block, model, state.at, step);
+    for (orbit_block& block : state.block) model.kernels->follow(block, model, state.at, step);
     for (std::size_t i = 0; i < n_common; ++i) state.at.value[i] += step.by.value[i];
     for (std::size_t i = 0; i < step.by.trend.size(); ++i) {
       for (std::size_t d = 0; d < n_trend; ++d) state.at.trend[i][d] += step.by.trend[i][d];

@@ -2,6 +2,7 @@
 #pragma once
 #include <cstddef>
 #include <span>
+#include <string_view>
 #include <vector>
 
 #include "calibration.hpp"
@@ -49,10 +50,11 @@ fit_state first_state(const usable_orbits& orbits, const table_struct& table);
 struct fit_setting {
   fit_kind kind = fit_kind::free_intensity;
   const table_struct* table = nullptr;
-  double R0 = 0;             ///< [m]
-  double sigma_p = 0;        ///< [median signal]
-  bool exact_table = false;  ///< no allowances
-  bool differences = false;  ///< the current walks: look at neighbouring orbits
+  double R0 = 0;                       ///< [m]
+  double sigma_p = 0;                  ///< [median signal]
+  bool exact_table = false;            ///< no allowances
+  bool differences = false;            ///< the current walks: look at neighbouring orbits
+  std::string_view instruction_set{};  ///< one of instruction_sets(); empty: the best
 };
 
 /// The equations of a fit, with its priors and no orbits yet.

@@ -75,8 +75,11 @@ struct orbit_block {
   column pair_v{};     ///< weight of the v-row: keep_v, of both orbits of a difference
 };
 
+struct orbit_kernels;
+
 /// How the model is made.
 struct model_setting {
+  const orbit_kernels* kernels = nullptr;
   const table_struct* table = nullptr;
   double R0 = 0;             ///< [m]
   bool steady = false;       ///< v-rows are wanted
@@ -104,14 +107,5 @@ struct orbit_before {
 /// Turns the v-rows and v-residuals of a filled block into differences from orbit to orbit, over
 /// sqrt(2). What a current has gathered on a random walk cancels in them. Blocks come in order.
 void take_differences(orbit_block& block, block_rows& rows, orbit_before& before);
-
-/// Moves the orbits of a block by the step of the common unknowns and their own; `unknowns` are the
-/// values before the step.
-void follow(orbit_block& block, const model_setting& setting, const common_unknowns& unknowns,
-            const common_step& step);
-
-/// Fills a block at its places, and the rows for the sums.
-void fill_rows(orbit_block& block, const model_setting& setting, const common_unknowns& unknowns,
-               block_rows& rows);
 
 }  // namespace calibration

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "normal_system.hpp"
+#include "orbit_kernels.hpp"
 
 namespace calibration {
 namespace {
@@ -205,15 +206,16 @@ std::vector<trouble_size> test_troubles(fit_state& state, const fit_setting& set
   std::vector<trouble_sums> sums(all.size());
   equations e = equations_of(setting);
   e.u_weight = 1 / (result.noise * result.noise);
-  const model_setting model{setting.table, setting.R0, false, false, 0};
+  const model_setting model{
+      &kernels_named(setting.instruction_set), setting.table, setting.R0, false, false, 0};
   const auto last = static_cast<double>(state.block.back().first + state.block.back().count);
   std::array<double, 4> t = log_gains(state.at.value.data());
   for (double& gain : t) gain = std::exp(gain);
   block_rows rows{};
   trouble_columns g{};
   for (orbit_block& block : state.block) {
-    fill_rows(block, model, state.at, rows);
-    add_products(rows, e.u);
+    model.kernels->fill_rows(block, model, state.at, rows);
+    model.kernels->add_u(rows, e.u);
     for (std::size_t j = 0; j < block.count; ++j) {
       if (block.keep_u[j] == 0) continue;
       std::array<double, n_u_rows> row{};

@@ -374,6 +374,7 @@ fit_state first_state(const usable_orbits& orbits, const table_struct& table) {
   const central_slopes slope = slopes_of(table);
   fit_state state;
   state.at.trend.resize(orbits.n_sets);
+  state.block.reserve(orbits.b.size() / block_size + orbits.n_sets);  // a set ends within a block
   for (std::size_t i = 0; i < orbits.b.size(); ++i) {
     const auto& b = orbits.b[i];
     const double sum = b[0] + b[1] + b[2] + b[3];

@@ -22,8 +22,12 @@ namespace {
 [[gnu::flatten]] void add_v_generic(const block_rows& rows, v_sums& sums) {
   add_triangle<2>(rows.v, sums);
 }
-constexpr orbit_kernels generic{"generic", fill_generic, follow_generic, add_u_generic,
-                                add_v_generic};
+[[gnu::flatten]] void add_pairs_generic(std::span<const column> a, std::span<const column> b,
+                                        double* sums) {
+  add_rectangle<2>(a, b, sums);
+}
+constexpr orbit_kernels generic{"generic",     fill_generic,  follow_generic,
+                                add_u_generic, add_v_generic, add_pairs_generic};
 
 #ifdef __x86_64__
 [[gnu::target("avx2"), gnu::flatten]] void fill_avx2(orbit_block& block,
@@ -44,7 +48,12 @@ constexpr orbit_kernels generic{"generic", fill_generic, follow_generic, add_u_g
 [[gnu::target("avx2"), gnu::flatten]] void add_v_avx2(const block_rows& rows, v_sums& sums) {
   add_triangle<4>(rows.v, sums);
 }
-constexpr orbit_kernels avx2{"avx2", fill_avx2, follow_avx2, add_u_avx2, add_v_avx2};
+[[gnu::target("avx2"), gnu::flatten]] void add_pairs_avx2(std::span<const column> a,
+                                                          std::span<const column> b, double* sums) {
+  add_rectangle<4>(a, b, sums);
+}
+constexpr orbit_kernels avx2{"avx2",     fill_avx2,  follow_avx2,
+                             add_u_avx2, add_v_avx2, add_pairs_avx2};
 #endif
 
 std::vector<const orbit_kernels*> usable_kernels() {

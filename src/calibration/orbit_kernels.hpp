@@ -1,6 +1,7 @@
 // orbit_kernels: the work on one block of orbits and the sums over it, for each instruction set.
 // All give the same bits.
 #pragma once
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -21,6 +22,9 @@ struct orbit_kernels {
   /// Adds the products of the rows of one block.
   void (*add_u)(const block_rows& rows, u_sums& sums);
   void (*add_v)(const block_rows& rows, v_sums& sums);
+  /// Adds the products of the columns a with the columns b to a matrix of b.size() columns; both
+  /// are even in number.
+  void (*add_pairs)(std::span<const column> a, std::span<const column> b, double* sums);
 };
 
 /// given    name  one of instruction_sets(); empty, or unknown here: the best

@@ -10,6 +10,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <span>
 
 #include "cell_kernel.hpp"
 #include "orbit_block.hpp"
@@ -438,6 +439,16 @@ inline void add_triangle(const rows& row, sums& s) {
     for (std::size_t j = 0; j <= i; j += 2) {
       add_tile<width>(row[i], row[i + 1], row[j], row[j + 1], s.of[i].data() + j,
                       s.of[i + 1].data() + j);
+    }
+  }
+}
+
+template <int width>
+inline void add_rectangle(std::span<const column> a, std::span<const column> b, double* sums) {
+  for (std::size_t i = 0; i + 1 < a.size(); i += 2) {
+    double* const to = sums + i * b.size();
+    for (std::size_t j = 0; j + 1 < b.size(); j += 2) {
+      add_tile<width>(a[i], a[i + 1], b[j], b[j + 1], to + j, to + b.size() + j);
     }
   }
 }

@@ -76,8 +76,9 @@ calibration::fit_setting setting_of(const nonlin_bpm_mod::table_struct& table) {
 calibration_peers::task task_of(const calibration::usable_orbits& usable,
                                 const calibration::fit_setting& setting) {
   auto state = calibration::first_state(usable, *setting.table);
+  calibration::fit_room room;
   const auto start = state;
-  const auto result = calibration::run_fit(state, setting);
+  const auto result = calibration::run_fit(state, setting, room);
   calibration_peers::task task;
   task.table = setting.table;
   task.R0 = setting.R0;
@@ -112,7 +113,8 @@ void compare_with_peers(const calibration::usable_orbits& usable,
   for (int round = 0; round < rounds; ++round) {
     one.push_back(seconds([&] {
       auto state = calibration::first_state(usable, *setting.table);
-      calibration::run_fit(state, setting);
+      calibration::fit_room room;
+      calibration::run_fit(state, setting, room);
     }));
     for (std::size_t i = 0; i < peers.size(); ++i) {
       answer[i] = peers[i].run(task);
@@ -148,7 +150,8 @@ int main(int argc, char** argv) {
       fits.push_back(seconds([&] { gain_fit_mod::fit_readings(at.readings); }));
       one.push_back(seconds([&] {
         auto state = calibration::first_state(usable, *table);
-        calibration::run_fit(state, setting);
+        calibration::fit_room room;
+        calibration::run_fit(state, setting, room);
       }));
       rule.push_back(seconds([&] { calibration::calibrate(run); }));
     }

@@ -60,7 +60,10 @@ struct fit_setting {
 /// The equations of a fit, with its priors and no orbits yet.
 equations equations_of(const fit_setting& setting);
 
+/// What a fit needs while it runs, block by block. Fits one after the other share it.
+using fit_room = std::vector<place_columns>;
+
 /// Fits. The state goes on to where the fit ends, whether it converged or not.
-fit_result run_fit(fit_state& state, const fit_setting& setting);
+fit_result run_fit(fit_state& state, const fit_setting& setting, fit_room& room);
 
 }  // namespace calibration

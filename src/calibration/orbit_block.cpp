@@ -20,7 +20,8 @@ std::array<double, 4> log_gains(const double* z) {
   return log_t;
 }
 
-void take_differences(orbit_block& block, block_rows& rows, orbit_before& before) {
+void take_differences(const orbit_block& block, place_columns& at, block_rows& rows,
+                      orbit_before& before) {
   // A difference of two independent values over sqrt(2) has the variance of one: the weights of the
   // v-rows need not know which of the two they weigh.
   const double half = std::sqrt(0.5);
@@ -36,16 +37,16 @@ void take_differences(orbit_block& block, block_rows& rows, orbit_before& before
       rows.v[i][j] = both * (now - before.row[i]);
       before.row[i] = now;
     }
-    const double now = block.vr[j];
-    block.vr[j] = before.any ? half * (now - before.vr) : 0;
+    const double now = at.vr[j];
+    at.vr[j] = before.any ? half * (now - before.vr) : 0;
     before.vr = now;
     before.keep = keep;
     before.any = true;
-    block.pair_v[j] = both > 0 ? 1 : 0;
+    at.pair_v[j] = both > 0 ? 1 : 0;
   }
   // The padding would otherwise pair the last orbit with its own copies.
   for (std::size_t j = block.count; j < block_size; ++j) {
-    block.pair_v[j] = 0;
+    at.pair_v[j] = 0;
     for (column& row : rows.v) row[j] = 0;
   }
 }

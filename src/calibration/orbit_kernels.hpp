@@ -13,12 +13,12 @@ namespace calibration {
 struct orbit_kernels {
   const char* name;
   /// Fills a block at its places, and the rows for the sums.
-  void (*fill_rows)(orbit_block& block, const model_setting& setting,
+  void (*fill_rows)(orbit_block& block, place_columns& at, const model_setting& setting,
                     const common_unknowns& unknowns, block_rows& rows);
   /// Moves the orbits of a block by the step of the common unknowns and their own; `unknowns` are
   /// the values before the step.
-  void (*follow)(orbit_block& block, const model_setting& setting, const common_unknowns& unknowns,
-                 const common_step& step);
+  void (*follow)(orbit_block& block, const place_columns& at, const model_setting& setting,
+                 const common_unknowns& unknowns, const common_step& step);
   /// Adds the products of the rows of one block.
   void (*add_u)(const block_rows& rows, u_sums& sums);
   void (*add_v)(const block_rows& rows, v_sums& sums);

@@ -126,41 +126,41 @@ struct loop_columns {
 
 // Value and slopes at the places; every place is one that was usable before.
 inline void look_up(const orbit_block& block, const table_struct& table, loop_columns& w) {
-  nonlin_bpm_mod::cell_values at{};
+  nonlin_bpm_mod::cell_values cell{};
   for (std::size_t j = 0; j < block_size; ++j) {
-    nonlin_bpm_mod::evaluate_cell<false>(table, block.x[j], block.y[j], at);
+    nonlin_bpm_mod::evaluate_cell<false>(table, block.x[j], block.y[j], cell);
     for (std::size_t k = 0; k < 4; ++k) {
-      w.phi[k][j] = at.phi[static_cast<int>(k)];
-      w.dx[k][j] = at.dx[static_cast<int>(k)];
-      w.dy[k][j] = at.dy[static_cast<int>(k)];
+      w.phi[k][j] = cell.phi[static_cast<int>(k)];
+      w.dx[k][j] = cell.dx[static_cast<int>(k)];
+      w.dy[k][j] = cell.dy[static_cast<int>(k)];
     }
   }
 }
 
 // Model, residuals, and the columns d b / d(x, y, L): these go where e1, e2 and v will stand.
-inline void model_loop(orbit_block& block, double R0, const common_unknowns& unknowns,
-                       loop_columns& w) {
+inline void model_loop(const orbit_block& block, place_columns& at, double R0,
+                       const common_unknowns& unknowns, loop_columns& w) {
   const std::array<double, 4> t = gains_of(unknowns);
   const double* const p = unknowns.value.data() + first_p;
   const double* const h = unknowns.value.data() + first_h;
   const double per_R0 = 1 / R0;
   for (std::size_t j = 0; j < block_size; ++j) {
-    block.X[j] = block.x[j] * per_R0;
-    block.Y[j] = block.y[j] * per_R0;
-    block.intensity[j] = exponential(block.L[j]);
+    at.X[j] = block.x[j] * per_R0;
+    at.Y[j] = block.y[j] * per_R0;
+    at.intensity[j] = exponential(block.L[j]);
   }
-  harmonics(block.X, block.Y, w.f);
+  harmonics(at.X, at.Y, w.f);
   add_harmonics(h, w.f, w.part);
   add_slopes(h, w.f, w.by_x, w.by_y);
   for (std::size_t k = 0; k < 4; ++k) {
     for (std::size_t j = 0; j < block_size; ++j) {
-      const double scale = t[k] * block.intensity[j];
+      const double scale = t[k] * at.intensity[j];
       const double m = scale * (phi_scale * w.phi[k][j] + for_button(w.part, k, j));
       w.scale[k][j] = scale;
-      block.m[k][j] = block.v[k][j] = m;
-      block.r[k][j] = block.b[k][j] - m - p[k];
-      block.e1[k][j] = scale * (phi_scale * w.dx[k][j] + for_button(w.by_x, k, j) * per_R0);
-      block.e2[k][j] = scale * (phi_scale * w.dy[k][j] + for_button(w.by_y, k, j) * per_R0);
+      at.m[k][j] = at.v[k][j] = m;
+      at.r[k][j] = block.b[k][j] - m - p[k];
+      at.e1[k][j] = scale * (phi_scale * w.dx[k][j] + for_button(w.by_x, k, j) * per_R0);
+      at.e2[k][j] = scale * (phi_scale * w.dy[k][j] + for_button(w.by_y, k, j) * per_R0);
     }
   }
 }
@@ -174,29 +174,29 @@ inline double dot(const button_columns& a, const button_columns& b, std::size_t 
 
 // Places first, intensity last: so v is free of what a place can explain, and e1 and e2 need no
 // knowledge of the intensity. One pass does: on the axis the three are at right angles anyway.
-inline void direction_loops(orbit_block& block, button_columns& u) {
-  button_columns &e1 = block.e1, &e2 = block.e2, &v = block.v;
+inline void direction_loops(place_columns& at, button_columns& u) {
+  button_columns &e1 = at.e1, &e2 = at.e2, &v = at.v;
   for (std::size_t j = 0; j < block_size; ++j) {
     const double n1 = std::sqrt(dot(e1, e1, j)), per_n1 = 1 / n1;
     for (std::size_t k = 0; k < 4; ++k) e1[k][j] *= per_n1;
     const double r12 = dot(e1, e2, j), r13 = dot(e1, v, j);
     for (std::size_t k = 0; k < 4; ++k) e2[k][j] -= r12 * e1[k][j];
-    block.n1[j] = n1;
-    block.r12[j] = r12;
-    block.r13[j] = r13;
+    at.n1[j] = n1;
+    at.r12[j] = r12;
+    at.r13[j] = r13;
   }
   for (std::size_t j = 0; j < block_size; ++j) {
     const double n2 = std::sqrt(dot(e2, e2, j)), per_n2 = 1 / n2;
     for (std::size_t k = 0; k < 4; ++k) e2[k][j] *= per_n2;
     const double r23 = dot(e2, v, j);
-    for (std::size_t k = 0; k < 4; ++k) v[k][j] -= block.r13[j] * e1[k][j] + r23 * e2[k][j];
-    block.n2[j] = n2;
-    block.r23[j] = r23;
+    for (std::size_t k = 0; k < 4; ++k) v[k][j] -= at.r13[j] * e1[k][j] + r23 * e2[k][j];
+    at.n2[j] = n2;
+    at.r23[j] = r23;
   }
   for (std::size_t j = 0; j < block_size; ++j) {
     const double n3 = std::sqrt(dot(v, v, j)), per_n3 = 1 / n3;
     for (std::size_t k = 0; k < 4; ++k) v[k][j] *= per_n3;
-    block.n3[j] = n3;
+    at.n3[j] = n3;
   }
   // u is the vector of their 3 x 3 minors; the six 2 x 2 minors of e2 and v serve all four.
   for (std::size_t j = 0; j < block_size; ++j) {
@@ -252,9 +252,9 @@ inline void local_rows(const button_columns& along, const button_columns& m, con
 }
 
 // ln intensity of the smooth course and of what follows the position.
-inline void course_loop(const orbit_block& block, const double* l, const double* trend,
-                        std::size_t n_trend_used, column& model) {
-  for (std::size_t j = 0; j < block_size; ++j) model[j] = l[0] * block.X[j] + l[1] * block.Y[j];
+inline void course_loop(const orbit_block& block, const place_columns& at, const double* l,
+                        const double* trend, std::size_t n_trend_used, column& model) {
+  for (std::size_t j = 0; j < block_size; ++j) model[j] = l[0] * at.X[j] + l[1] * at.Y[j];
   for (std::size_t i = 0; i < n_trend_used; ++i) {
     for (std::size_t j = 0; j < block_size; ++j) model[j] += trend[i] * block.time[i][j];
   }
@@ -262,10 +262,11 @@ inline void course_loop(const orbit_block& block, const double* l, const double*
 
 // Rows of v. The intensity in them is that of the smooth course, not the measured one: a row that
 // grew with its own residual would pull gains and pedestals whenever the current jitters.
-inline void steady_rows(orbit_block& block, const common_unknowns& unknowns,
-                        std::size_t n_trend_used, loop_columns& w, block_rows& rows) {
+inline void steady_rows(const orbit_block& block, place_columns& at,
+                        const common_unknowns& unknowns, std::size_t n_trend_used, loop_columns& w,
+                        block_rows& rows) {
   column smooth;
-  course_loop(block, unknowns.value.data() + first_l, unknowns.trend[block.set].data(),
+  course_loop(block, at, unknowns.value.data() + first_l, unknowns.trend[block.set].data(),
               n_trend_used, smooth);
   for (std::size_t j = 0; j < block_size; ++j) {
     double ahead = smooth[j] - block.L[j];
@@ -274,15 +275,15 @@ inline void steady_rows(orbit_block& block, const common_unknowns& unknowns,
     smooth[j] = exponential(ahead);
     w.factor[j] = block.keep_v[j] * smooth[j];
   }
-  local_rows(block.v, block.m, w, w.factor, block.keep_v, rows.v.data());
+  local_rows(at.v, at.m, w, w.factor, block.keep_v, rows.v.data());
   for (std::size_t j = 0; j < block_size; ++j) {
-    const double weight = w.factor[j] * block.n3[j];
-    rows.v[first_l][j] = weight * block.X[j];
-    rows.v[first_l + 1][j] = weight * block.Y[j];
+    const double weight = w.factor[j] * at.n3[j];
+    rows.v[first_l][j] = weight * at.X[j];
+    rows.v[first_l + 1][j] = weight * at.Y[j];
     // n3 (L - L_model) to first order, written with the ratio that scales the row beside it:
     // residual and slopes then belong to the same point.
-    block.vr[j] += block.n3[j] * (1 - smooth[j]);
-    rows.v[n_v_rows - 1][j] = block.keep_v[j] * block.vr[j];
+    at.vr[j] += at.n3[j] * (1 - smooth[j]);
+    rows.v[n_v_rows - 1][j] = block.keep_v[j] * at.vr[j];
     w.factor[j] = weight;
   }
   for (std::size_t i = 0; i < n_trend_used; ++i) {
@@ -292,43 +293,43 @@ inline void steady_rows(orbit_block& block, const common_unknowns& unknowns,
   }
 }
 
-inline void fill_loops(orbit_block& block, const model_setting& setting,
+inline void fill_loops(orbit_block& block, place_columns& at, const model_setting& setting,
                        const common_unknowns& unknowns, block_rows& rows) {
   loop_columns w;
   look_up(block, *setting.table, w);
-  model_loop(block, setting.R0, unknowns, w);
-  direction_loops(block, w.u);
-  local_rows(w.u, block.m, w, block.keep_u, block.keep_u, rows.u.data());
+  model_loop(block, at, setting.R0, unknowns, w);
+  direction_loops(at, w.u);
+  local_rows(w.u, at.m, w, block.keep_u, block.keep_u, rows.u.data());
   for (std::size_t j = 0; j < block_size; ++j) {
-    block.ur[j] = dot(w.u, block.r, j);
-    block.vr[j] = dot(block.v, block.r, j);
-    block.pair_v[j] = block.keep_v[j];
+    block.ur[j] = dot(w.u, at.r, j);
+    at.vr[j] = dot(at.v, at.r, j);
+    at.pair_v[j] = block.keep_v[j];
     rows.u[n_u_rows - 1][j] = block.keep_u[j] * block.ur[j];
   }
-  if (setting.steady) steady_rows(block, unknowns, setting.n_trend, w, rows);
+  if (setting.steady) steady_rows(block, at, unknowns, setting.n_trend, w, rows);
 }
 
 // --- the orbits' own step -----------------------------------------------------------------------
 
 // Steps of place and ln intensity: what is left of the residuals after the common step, seen along
 // the orbits' own directions.
-inline void own_step(const orbit_block& block, const model_setting& setting,
-                     const common_unknowns& unknowns, const common_step& step, column& dx,
-                     column& dy, column& dL) {
+inline void own_step(const orbit_block& block, const place_columns& at,
+                     const model_setting& setting, const common_unknowns& unknowns,
+                     const common_step& step, column& dx, column& dy, column& dL) {
   const std::array<double, 4> t = gains_of(unknowns);
   const std::array<double, 4> d_log_t = log_gains(step.by.value.data());
   const auto& d = step.by.value;
   harmonic_columns f;
   button_columns bend, left;
-  harmonics(block.X, block.Y, f);
+  harmonics(at.X, at.Y, f);
   add_harmonics(d.data() + first_h, f, bend);
   for (std::size_t k = 0; k < 4; ++k) {
     for (std::size_t j = 0; j < block_size; ++j) {
-      left[k][j] = block.r[k][j] - block.m[k][j] * d_log_t[k] - d[first_p + k] -
-                   block.intensity[j] * t[k] * for_button(bend, k, j);
+      left[k][j] = at.r[k][j] - at.m[k][j] * d_log_t[k] - d[first_p + k] -
+                   at.intensity[j] * t[k] * for_button(bend, k, j);
     }
   }
-  for (std::size_t j = 0; j < block_size; ++j) dL[j] = dot(block.v, left, j) / block.n3[j];
+  for (std::size_t j = 0; j < block_size; ++j) dL[j] = dot(at.v, left, j) / at.n3[j];
   if (setting.steady && !setting.differences) {
     // With differences there is no course to hold on to: a walk may be anywhere, so what is measured
     // stands alone.
@@ -337,12 +338,12 @@ inline void own_step(const orbit_block& block, const model_setting& setting,
     std::array<double, n_trend> trend = unknowns.trend[block.set];
     for (std::size_t i = 0; i < n_trend; ++i) trend[i] += step.by.trend[block.set][i];
     column course;
-    course_loop(block, l.data(), trend.data(), setting.n_trend, course);
+    course_loop(block, at, l.data(), trend.data(), setting.n_trend, course);
     for (std::size_t j = 0; j < block_size; ++j) {
       // Mean of the measured intensity and of the smooth course, each as far as it is known. An
       // orbit whose intensity was left out is not on the course: held there, its place would be
       // wrong, and with it what its u says.
-      const double measured_variance = step.sigma2 / (block.n3[j] * block.n3[j]);
+      const double measured_variance = step.sigma2 / (at.n3[j] * at.n3[j]);
       const double mean =
           (dL[j] * step.prior_variance + (course[j] - block.L[j]) * measured_variance) /
           (step.prior_variance + measured_variance);
@@ -356,15 +357,15 @@ inline void own_step(const orbit_block& block, const model_setting& setting,
     dL[j] = by;
     // Backwards through the triangle: dL is known, then y, then x. A dL that was drawn or clamped
     // above moves the place with it, which is why it comes first.
-    dy[j] = (dot(block.e2, left, j) - block.r23[j] * by) / block.n2[j];
-    dx[j] = (dot(block.e1, left, j) - block.r12[j] * dy[j] - block.r13[j] * by) / block.n1[j];
+    dy[j] = (dot(at.e2, left, j) - at.r23[j] * by) / at.n2[j];
+    dx[j] = (dot(at.e1, left, j) - at.r12[j] * dy[j] - at.r13[j] * by) / at.n1[j];
   }
 }
 
-inline void follow_loops(orbit_block& block, const model_setting& setting,
+inline void follow_loops(orbit_block& block, const place_columns& at, const model_setting& setting,
                          const common_unknowns& unknowns, const common_step& step) {
   column dx, dy, dL, part;
-  own_step(block, setting, unknowns, step, dx, dy, dL);
+  own_step(block, at, setting, unknowns, step, dx, dy, dL);
   for (std::size_t j = 0; j < block_size; ++j) {
     const double x = std::abs(dx[j]), y = std::abs(dy[j]);
     const double within = step.place_limit / (x < y ? y : x);

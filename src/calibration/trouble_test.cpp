@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 
 #include "normal_system.hpp"
 #include "orbit_kernels.hpp"
@@ -31,8 +32,9 @@ void gains_times(const column& factor, const block_rows& rows, trouble_columns& 
 
 // What a trouble does to the orbits of a block, seen along u; the rows of the pedestals are u
 // itself. time is -1..1 over the run.
-void fill_columns(const trouble& what, const orbit_block& block, const block_rows& rows,
-                  const column& time, const std::array<double, 4>& t, trouble_columns& q) {
+void fill_columns(const trouble& what, const orbit_block& block, const place_columns& at,
+                  const block_rows& rows, const column& time, const std::array<double, 4>& t,
+                  trouble_columns& q) {
   q = {};
   const column* const u = rows.u.data() + first_p;
   const auto which = static_cast<std::size_t>(what.which);
@@ -40,13 +42,13 @@ void fill_columns(const trouble& what, const orbit_block& block, const block_row
   switch (what.kind) {
     case trouble_kind::cross_talk:
       for (std::size_t k = 0; k < 4; ++k) {
-        const column &one = block.m[beside[k][0]], &other = block.m[beside[k][1]];
+        const column &one = at.m[beside[k][0]], &other = at.m[beside[k][1]];
         for (std::size_t j = 0; j < block_size; ++j) q[0][j] += u[k][j] * (one[j] + other[j]);
       }
       return;
     case trouble_kind::compression: {
       // In parts of the centred signal of the median current, which keeps its reading.
-      const column& m = block.m[which];
+      const column& m = at.m[which];
       const double per_t = 1 / t[which];
       for (std::size_t j = 0; j < block_size; ++j) {
         q[0][j] = -u[which][j] * m[j] * (m[j] * per_t - 1);
@@ -219,14 +221,15 @@ std::vector<trouble_size> test_troubles(fit_state& state, const fit_setting& set
   block_rows rows{};
   trouble_columns q;
   column time;
+  const auto at = std::make_unique<place_columns>();
   for (orbit_block& block : state.block) {
-    model.kernels->fill_rows(block, model, state.at, rows);
+    model.kernels->fill_rows(block, *at, model, state.at, rows);
     model.kernels->add_u(rows, e.u);
     for (std::size_t j = 0; j < block_size; ++j) {
       time[j] = 2 * static_cast<double>(block.first + j) / last - 1;
     }
     for (std::size_t i = 0; i < all.size(); ++i) {
-      fill_columns(all[i], block, rows, time, t, q);
+      fill_columns(all[i], block, *at, rows, time, t, q);
       add_block(*model.kernels, q, all[i].n, rows, sums[i]);
     }
   }

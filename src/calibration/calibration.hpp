@@ -30,6 +30,8 @@
 // | pedestal_knowledge.hpp | a fit when other things are believed of the pedestals             |
 // | trouble_test.hpp       | what the readings would like the model to have                    |
 // | orbit_block.hpp        | orbits in columns: model, directions u and v, rows for the sums   |
+// | orbit_loops.hpp        | the work on them, as many orbits at once as the processor can     |
+// | orbit_kernels.hpp      | that work for each instruction set; all give the same bits        |
 // | normal_system.hpp      | the normal equations and their solution                           |
 //
 // Buttons 1..4 are BI, BO, TI, TO. A button gain t is what the button makes of the signal

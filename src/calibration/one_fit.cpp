@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "cell_kernel.hpp"
+#include "exponential.hpp"
 #include "orbit_kernels.hpp"
 
 namespace calibration {
@@ -288,7 +289,7 @@ void fill_result(const fit_state& state, const fit_room& room, const solution& s
   const std::array<double, 4> log_t = log_gains(state.at.value.data());
   for (int k = 1; k <= 4; ++k) {
     const auto i = static_cast<std::size_t>(k - 1);
-    result.t(k) = std::exp(log_t[i]);
+    result.t(k) = exponential(log_t[i]);
     result.pedestal(k) = state.at.value[first_p + i];
     for (int m = 1; m <= 4; ++m) {
       result.pedestal_covariance(k, m) =
@@ -425,7 +426,7 @@ fit_state first_state(const usable_orbits& orbits, const table_struct& table) {
       block.y[j] *= pull;
     }
     // Good near the axis only; every fit moves it orbit by orbit.
-    block.L[j] = std::log(sum / 4);
+    block.L[j] = logarithm(sum / 4);
     block.keep_u[j] = block.keep_v[j] = 1;
   }
   for (orbit_block& block : state.block) pad(block);

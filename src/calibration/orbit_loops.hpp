@@ -7,12 +7,11 @@
 // stands in columns that stay in the first-level cache.
 #pragma once
 #include <algorithm>
-#include <bit>
 #include <cmath>
-#include <cstdint>
 #include <span>
 
 #include "cell_kernel.hpp"
+#include "exponential.hpp"
 #include "orbit_block.hpp"
 
 namespace calibration {
@@ -34,30 +33,6 @@ inline constexpr double largest_course_step = 2;
 inline constexpr int max_halvings = 4;
 
 using harmonic_columns = std::array<column, n_h>;
-
-// The C library's exponential has other last bits on processors with and without fused
-// multiply-add; this one is additions and multiplications in a fixed order. One unit of the last
-// place; arguments are held within +-700.
-inline double exponential(double a) {
-  constexpr double most = 700;
-  a = a < -most ? -most : a;
-  a = a > most ? most : a;
-  // a = n ln 2 + r: adding 1.5 x 2^52 rounds to a whole number, which then stands in the last bits.
-  constexpr double whole = 0x1.8p52;
-  const double turns = a * 0x1.71547652b82fep+0 + whole;
-  const double n = turns - whole;
-  const double r = (a - n * 0x1.62e42feep-1) - n * 0x1.a39ef35793c76p-33;
-  const double rr = r * r;
-  // The exponential's own series, in pairs that do not wait for one another.
-  const double low = (1.0 / 2 + r * (1.0 / 6)) + rr * (1.0 / 24 + r * (1.0 / 120));
-  const double middle = (1.0 / 720 + r * (1.0 / 5040)) + rr * (1.0 / 40320 + r * (1.0 / 362880));
-  const double high =
-      (1.0 / 3628800 + r * (1.0 / 39916800)) + rr * (1.0 / 479001600 + r * (1.0 / 6227020800));
-  const double r4 = rr * rr;
-  const double value = 1 + (r + rr * (low + r4 * (middle + r4 * high)));
-  const auto power = (std::bit_cast<std::int64_t>(turns) + 1023) << 52;
-  return value * std::bit_cast<double>(power);
-}
 
 // Logarithms as unknowns: no step can make a gain negative, and a step is a relative one.
 inline std::array<double, 4> gains_of(const common_unknowns& unknowns) {

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <memory>
 
+#include "exponential.hpp"
 #include "normal_system.hpp"
 #include "orbit_kernels.hpp"
 
@@ -217,7 +218,7 @@ std::vector<trouble_size> test_troubles(fit_state& state, const fit_setting& set
       &kernels_named(setting.instruction_set), setting.table, setting.R0, false, false, 0};
   const auto last = static_cast<double>(state.block.back().first + state.block.back().count);
   std::array<double, 4> t = log_gains(state.at.value.data());
-  for (double& gain : t) gain = std::exp(gain);
+  for (double& gain : t) gain = exponential(gain);
   block_rows rows{};
   trouble_columns q;
   column time;

@@ -319,24 +319,26 @@ record calibrate(const bpm_run& run) {
                       run.half_height > 0 ? run.half_height : half_height_of(*run.table),
                       run.sigma_p};
   setting.exact_table = run.exact_table;
+  setting.instruction_set = run.instruction_set;
   if (run.tolerance > 0) r.E_mech = mechanical_factor * run.tolerance / setting.R0;
   fit_state free = first_state(orbits, *run.table);
-  r.free = run_fit(free, setting);
+  fit_room room;
+  r.free = run_fit(free, setting, room);
   r.trouble = test_troubles(free, setting, r.free);
   // A copy: T1's end must survive, both as a result and as the start of a second attempt.
   fit_state wide = free;
   setting.kind = fit_kind::wide_pedestals;
-  r.wide = run_fit(wide, setting);
+  r.wide = run_fit(wide, setting, room);
   if (!r.wide.converged || r.wide.persistence >= too_persistent) {
     // Not smooth: perhaps a random walk, whose steps are as good.
     setting.differences = true;
     wide = free;
-    r.wide = run_fit(wide, setting);
+    r.wide = run_fit(wide, setting, room);
   }
   // Differences stay chosen for T2: whether the current walks is W's finding about the same beam.
   fit_state steady = wide;
   setting.kind = fit_kind::steady_intensity;
-  r.steady = run_fit(steady, setting);
+  r.steady = run_fit(steady, setting, room);
 
   const fit_state* chosen = &free;
   if (has_pedestals(r)) {

@@ -30,6 +30,8 @@
 // | pedestal_knowledge.hpp | a fit when other things are believed of the pedestals             |
 // | trouble_test.hpp       | what the readings would like the model to have                    |
 // | orbit_block.hpp        | orbits in columns: model, directions u and v, rows for the sums   |
+// | orbit_loops.hpp        | the work on them, as many orbits at once as the processor can     |
+// | orbit_kernels.hpp      | that work for each instruction set; all give the same bits        |
 // | normal_system.hpp      | the normal equations and their solution                           |
 //
 // Buttons 1..4 are BI, BO, TI, TO. A button gain t is what the button makes of the signal
@@ -40,6 +42,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "bounded.hpp"
@@ -74,6 +77,7 @@ struct bpm_run {
   double half_height = 0;              ///< R0 [m]; 0: worked out from the table's central slopes
   double tolerance = 0;                ///< of the buttons' places along the wall [m]; 0: unknown
   std::optional<four_fits> fits;       ///< of the same readings, to be judged beside
+  std::string_view instruction_set{};  ///< to be used, for tests; empty: the best of this machine
 };
 
 enum class verdict_word {

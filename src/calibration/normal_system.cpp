@@ -6,24 +6,6 @@
 namespace calibration {
 namespace {
 
-// Four partial sums: they do not wait for one another, and the result is the same whatever the
-// processor does at once.
-inline double product_sum(const column& a, const column& b) {
-  std::array<double, 4> part{};
-  for (std::size_t j = 0; j < block_size; j += 4) {
-    for (std::size_t i = 0; i < 4; ++i) part[i] += a[j + i] * b[j + i];
-  }
-  return (part[0] + part[1]) + (part[2] + part[3]);
-}
-
-// Symmetric sums: the lower triangle says all, for half of the products.
-template <class sums, class rows>
-void add_triangle(const rows& row, sums& s) {
-  for (std::size_t i = 0; i < row.size(); ++i) {
-    for (std::size_t j = 0; j <= i; ++j) s.of[i][j] += product_sum(row[i], row[j]);
-  }
-}
-
 // Lower Cholesky factor in place; false when the matrix is not positive.
 template <std::size_t n>
 bool factorise(std::array<std::array<double, n>, n>& a, std::size_t used = n) {
@@ -120,11 +102,36 @@ double squares_left(const sums& s, std::size_t n_rows, const step_of& at) {
 }
 
 double trace_of_product(const common_matrix& a, const common_matrix& b) {
-  double sum = 0;
+  // Column by column, so that the additions do not wait for one another.
+  std::array<double, n_common> part{};
   for (std::size_t i = 0; i < n_common; ++i) {
-    for (std::size_t j = 0; j < n_common; ++j) sum += a[i][j] * b[i][j];
+    for (std::size_t j = 0; j < n_common; ++j) part[j] += a[i][j] * b[i][j];
   }
+  double sum = 0;
+  for (const double p : part) sum += p;
   return sum;
+}
+
+// The inverse of the lower Cholesky factor of a full symmetric matrix, row by row: whole rows are
+// added, so that no sum waits for itself. False when the matrix is not positive; it is used up.
+bool invert_factor(common_matrix& a, common_matrix& inverse) {
+  for (std::size_t k = 0; k < n_common; ++k) {
+    // Written as > 0, so that a pivot which is no number ends here as well.
+    if (!(a[k][k] > 0)) return false;
+    const double per_pivot = 1 / std::sqrt(a[k][k]);
+    // Row k becomes the factor's column k from the diagonal on.
+    for (std::size_t j = k; j < n_common; ++j) a[k][j] *= per_pivot;
+    for (std::size_t i = k + 1; i < n_common; ++i) {
+      for (std::size_t j = i; j < n_common; ++j) a[i][j] -= a[k][i] * a[k][j];
+    }
+    inverse[k] = {};
+    for (std::size_t i = 0; i < k; ++i) {
+      for (std::size_t j = 0; j <= i; ++j) inverse[k][j] -= a[i][k] * inverse[i][j];
+    }
+    for (std::size_t j = 0; j < k; ++j) inverse[k][j] *= per_pivot;
+    inverse[k][k] = per_pivot;
+  }
+  return true;
 }
 
 void fill_upper(common_matrix& a) {
@@ -134,9 +141,6 @@ void fill_upper(common_matrix& a) {
 }
 
 }  // namespace
-
-void add_products(const block_rows& rows, u_sums& sums) { add_triangle(rows.u, sums); }
-void add_products(const block_rows& rows, v_sums& sums) { add_triangle(rows.v, sums); }
 
 solution solve(const equations& e, const common_unknowns& at) {
   solution s;
@@ -181,19 +185,21 @@ solution solve(const equations& e, const common_unknowns& at) {
     for (std::size_t j = 0; j < n_common; ++j) square[i][j] *= scale[i] * scale[j];
     side[i] *= scale[i];
   }
-  if (!factorise(square)) return s;
-
-  forward(square, side);
-  backward(square, side);
+  common_matrix inverse;
+  if (!invert_factor(square, inverse)) return s;
+  // The inverse is that of the factor, times its transpose; all of it is needed, for the errors and
+  // for the freedom spent.
+  for (std::size_t k = 0; k < n_common; ++k) {
+    double along = 0;
+    for (std::size_t j = 0; j <= k; ++j) along += inverse[k][j] * side[j];
+    for (std::size_t i = 0; i <= k; ++i) {
+      s.step.value[i] += inverse[k][i] * along;
+      for (std::size_t j = 0; j <= k; ++j) s.covariance[i][j] += inverse[k][i] * inverse[k][j];
+    }
+  }
   for (std::size_t i = 0; i < n_common; ++i) {
-    s.step.value[i] = scale[i] * side[i];
-    // Column by column of the inverse: all of it is needed, for the errors and for the freedom
-    // spent.
-    std::array<double, n_common> unit{};
-    unit[i] = scale[i];
-    forward(square, unit);
-    backward(square, unit);
-    for (std::size_t j = 0; j < n_common; ++j) s.covariance[i][j] = scale[j] * unit[j];
+    s.step.value[i] *= scale[i];
+    for (std::size_t j = 0; j < n_common; ++j) s.covariance[i][j] *= scale[i] * scale[j];
   }
   for (const eliminated_set& set : sets) {
     trend_values step = set.side;

@@ -21,10 +21,6 @@ struct v_sums {
   std::array<std::array<double, n_v_rows>, n_v_rows> of{};
 };
 
-/// Adds the products of one block.
-void add_products(const block_rows& rows, u_sums& sums);
-void add_products(const block_rows& rows, v_sums& sums);
-
 using common_matrix = std::array<std::array<double, n_common>, n_common>;
 
 /// What goes into the equations.

@@ -4,6 +4,8 @@
 #include <cmath>
 
 #include "cell_kernel.hpp"
+#include "exponential.hpp"
+#include "orbit_kernels.hpp"
 
 namespace calibration {
 namespace {
@@ -83,10 +85,36 @@ void pad(orbit_block& block) {
 // --- outliers -----------------------------------------------------------------------------------
 
 // The upper middle of an even number does: as a measure of spread it need not be exact.
-double median_of(std::vector<double>& values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
+double median_of(const std::vector<double>& values) {
+  std::vector<double> one(values), other(values.size());
+  double *from = one.data(), *to = other.data();
+  std::size_t n = values.size(), wanted = n / 2;
+  // Each round keeps the values on one side of a pivot. Every value is written to both sides, and
+  // one of them counts: a branch would be guessed wrong for every second.
+  constexpr std::size_t few = 24;
+  while (n > few) {
+    const double a = from[0], b = from[n / 2], c = from[n - 1];
+    const double pivot = std::max(std::min(a, b), std::min(std::max(a, b), c));
+    std::size_t low = 0, high = n;
+    for (std::size_t i = 0; i < n; ++i) {
+      const std::size_t is_low = from[i] < pivot ? 1 : 0;
+      to[low] = to[high - 1] = from[i];
+      low += is_low;
+      high -= 1 - is_low;
+    }
+    // Nothing below: the pivot is the least, and there may be many like it.
+    if (low == 0) break;
+    std::swap(from, to);
+    if (wanted < low) {
+      n = low;
+    } else {
+      from += low;
+      n -= low;
+      wanted -= low;
+    }
+  }
+  std::nth_element(from, from + wanted, from + n);
+  return from[wanted];
 }
 
 // Middle of the residuals, and how far from it an orbit may lie.
@@ -105,25 +133,28 @@ band band_of(std::vector<double> values) {
 }
 
 // All orbits are judged anew, those left out before as well. Returns whether the choice changed.
-bool screen(std::vector<orbit_block>& blocks, bool steady) {
+bool screen(std::vector<orbit_block>& blocks, const fit_room& room, bool steady) {
   std::vector<double> u, v;
-  for (const orbit_block& block : blocks) {
+  for (std::size_t n = 0; n < blocks.size(); ++n) {
+    const orbit_block& block = blocks[n];
+    const place_columns& at = room[n];
     u.insert(u.end(), block.ur.begin(),
              block.ur.begin() + static_cast<std::ptrdiff_t>(block.count));
-    v.insert(v.end(), block.vr.begin(),
-             block.vr.begin() + static_cast<std::ptrdiff_t>(block.count));
+    v.insert(v.end(), at.vr.begin(), at.vr.begin() + static_cast<std::ptrdiff_t>(block.count));
   }
   // Median and median deviation, not mean and rms: the outliers must not widen their own band.
   const band of_u = band_of(std::move(u));
   const band of_v = steady ? band_of(std::move(v)) : band{};
   bool changed = false;
-  for (orbit_block& block : blocks) {
+  for (std::size_t n = 0; n < blocks.size(); ++n) {
+    orbit_block& block = blocks[n];
+    const place_columns& at = room[n];
     for (std::size_t j = 0; j < block.count; ++j) {
       const double keep_u = std::abs(block.ur[j] - of_u.middle) <= of_u.reach ? 1 : 0;
       // An orbit whose u is wrong has a wrong button, so its v is wrong as well. A wrong v alone
       // may be a jump of the current, and u does not know of it.
       double keep_v = keep_u;
-      if (steady && !(std::abs(block.vr[j] - of_v.middle) <= of_v.reach)) keep_v = 0;
+      if (steady && !(std::abs(at.vr[j] - of_v.middle) <= of_v.reach)) keep_v = 0;
       changed = changed || keep_u != block.keep_u[j] || (steady && keep_v != block.keep_v[j]);
       block.keep_u[j] = keep_u;
       block.keep_v[j] = keep_v;
@@ -141,21 +172,23 @@ struct totals {
   double n3_squared = 0;  // mean over the orbits
 };
 
-totals sum_up(fit_state& state, const model_setting& model, equations& e) {
+totals sum_up(fit_state& state, fit_room& room, const model_setting& model, equations& e) {
   totals sum;
   block_rows rows{};  // a short course leaves its last rows as they are
   e.u = {};
   e.v.assign(model.steady ? state.at.trend.size() : 0, v_sums{});
   orbit_before before;
-  for (orbit_block& block : state.block) {
-    fill_rows(block, model, state.at, rows);
-    if (model.differences) take_differences(block, rows, before);
-    add_products(rows, e.u);
-    if (model.steady) add_products(rows, e.v[block.set]);
+  for (std::size_t n = 0; n < state.block.size(); ++n) {
+    orbit_block& block = state.block[n];
+    place_columns& at = room[n];
+    model.kernels->fill_rows(block, at, model, state.at, rows);
+    if (model.differences) take_differences(block, at, rows, before);
+    model.kernels->add_u(rows, e.u);
+    if (model.steady) model.kernels->add_v(rows, e.v[block.set]);
     for (std::size_t j = 0; j < block_size; ++j) {
       sum.n_u += block.keep_u[j];
-      sum.n_v += block.pair_v[j];
-      sum.n3_squared += block.pair_v[j] * block.n3[j] * block.n3[j];
+      sum.n_v += at.pair_v[j];
+      sum.n3_squared += at.pair_v[j] * at.n3[j] * at.n3[j];
     }
   }
   // The last row is the residuals themselves: its product with itself is their sum of squares.
@@ -230,17 +263,19 @@ common_matrix noise_covariance(const solution& s) {
 }
 
 // Correlation of v-residuals of neighbouring orbits of the same data set.
-double persistence_of(const std::vector<orbit_block>& blocks) {
+double persistence_of(const std::vector<orbit_block>& blocks, const fit_room& room) {
   double squares = 0, products = 0;
   double before = 0;
   std::size_t set = 0;
-  for (const orbit_block& block : blocks) {
+  for (std::size_t n = 0; n < blocks.size(); ++n) {
+    const orbit_block& block = blocks[n];
+    const place_columns& at = room[n];
     if (block.set != set) before = 0;
     set = block.set;
     for (std::size_t j = 0; j < block.count; ++j) {
       // An orbit that was left out counts as 0: it neither links its neighbours nor inflates the
       // sum.
-      const double now = block.pair_v[j] * block.vr[j];
+      const double now = at.pair_v[j] * at.vr[j];
       squares += now * now;
       products += now * before;
       before = now;
@@ -249,11 +284,12 @@ double persistence_of(const std::vector<orbit_block>& blocks) {
   return squares > 0 ? products / squares : 0;
 }
 
-void fill_result(const fit_state& state, const solution& s, const totals& sum, fit_result& result) {
+void fill_result(const fit_state& state, const fit_room& room, const solution& s, const totals& sum,
+                 fit_result& result) {
   const std::array<double, 4> log_t = log_gains(state.at.value.data());
   for (int k = 1; k <= 4; ++k) {
     const auto i = static_cast<std::size_t>(k - 1);
-    result.t(k) = std::exp(log_t[i]);
+    result.t(k) = exponential(log_t[i]);
     result.pedestal(k) = state.at.value[first_p + i];
     for (int m = 1; m <= 4; ++m) {
       result.pedestal_covariance(k, m) =
@@ -277,7 +313,7 @@ void fill_result(const fit_state& state, const solution& s, const totals& sum, f
     result.jitter =
         std::sqrt(std::max(0.0, result.noise_v * result.noise_v - result.noise * result.noise) /
                   std::max(sum.n3_squared, 1e-30));
-    result.persistence = persistence_of(state.block);
+    result.persistence = persistence_of(state.block, room);
   }
   for (const orbit_block& block : state.block) {
     for (std::size_t j = 0; j < block.count; ++j) {
@@ -373,6 +409,7 @@ fit_state first_state(const usable_orbits& orbits, const table_struct& table) {
   const central_slopes slope = slopes_of(table);
   fit_state state;
   state.at.trend.resize(orbits.n_sets);
+  state.block.reserve(orbits.b.size() / block_size + orbits.n_sets);  // a set ends within a block
   for (std::size_t i = 0; i < orbits.b.size(); ++i) {
     const auto& b = orbits.b[i];
     const double sum = b[0] + b[1] + b[2] + b[3];
@@ -389,7 +426,7 @@ fit_state first_state(const usable_orbits& orbits, const table_struct& table) {
       block.y[j] *= pull;
     }
     // Good near the axis only; every fit moves it orbit by orbit.
-    block.L[j] = std::log(sum / 4);
+    block.L[j] = logarithm(sum / 4);
     block.keep_u[j] = block.keep_v[j] = 1;
   }
   for (orbit_block& block : state.block) pad(block);
@@ -402,9 +439,15 @@ equations equations_of(const fit_setting& setting) {
   return e;
 }
 
-fit_result run_fit(fit_state& state, const fit_setting& setting) {
+fit_result run_fit(fit_state& state, const fit_setting& setting, fit_room& room) {
+  room.resize(state.block.size());
   const bool steady = setting.kind != fit_kind::free_intensity;
-  model_setting model{setting.table, setting.R0, steady, steady && setting.differences, 0};
+  model_setting model{&kernels_named(setting.instruction_set),
+                      setting.table,
+                      setting.R0,
+                      steady,
+                      steady && setting.differences,
+                      0};
   std::size_t n_orbits = 0;
   for (const orbit_block& block : state.block) n_orbits += block.count;
   // Orbits of an average set: all courses have the same length, for the rows of a block do.
@@ -429,7 +472,7 @@ fit_result run_fit(fit_state& state, const fit_setting& setting) {
   e.u_weight = 1 / (first_noise * first_noise);
   e.v_weight = steady ? e.u_weight : 0;
   for (result.steps = 1; result.steps <= max_steps; ++result.steps) {
-    sum = sum_up(state, model, e);
+    sum = sum_up(state, room, model, e);
     // Harmonics that the data hardly see would jump along a curved valley for ever.
     const bool overshot =
         sum.squares_u > overshoot * expected_u || sum.squares_v > overshoot * expected_v;
@@ -466,11 +509,13 @@ fit_result run_fit(fit_state& state, const fit_setting& setting) {
     step.prior_variance = std::max(0.0, result.noise_v * result.noise_v - step.sigma2) /
                           std::max(sum.n3_squared, 1e-30);
     if (result.steps >= first_screening && !frozen) {
-      const bool changed = screen(state.block, steady);
+      const bool changed = screen(state.block, room, steady);
       frozen = result.steps >= last_screening || (!changed && result.steps > first_screening);
     }
     // Orbits first: they need the unknowns from before the step, at which their columns were made.
-    for (orbit_block& block : state.block) follow(block, model, state.at, step);
+    for (std::size_t n = 0; n < state.block.size(); ++n) {
+      model.kernels->follow(state.block[n], room[n], model, state.at, step);
+    }
     for (std::size_t i = 0; i < n_common; ++i) state.at.value[i] += step.by.value[i];
     for (std::size_t i = 0; i < step.by.trend.size(); ++i) {
       for (std::size_t d = 0; d < n_trend; ++d) state.at.trend[i][d] += step.by.trend[i][d];
@@ -492,7 +537,7 @@ fit_result run_fit(fit_state& state, const fit_setting& setting) {
   e.damping = 0;
   if (solution last = solve(e, state.at); last.good) s = std::move(last);
   result.E = ratio_error(log_covariance(s.covariance));
-  fill_result(state, s, sum, result);
+  fill_result(state, room, s, sum, result);
   state.settled = true;
   return result;
 }

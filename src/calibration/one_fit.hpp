@@ -2,6 +2,7 @@
 #pragma once
 #include <cstddef>
 #include <span>
+#include <string_view>
 #include <vector>
 
 #include "calibration.hpp"
@@ -49,16 +50,20 @@ fit_state first_state(const usable_orbits& orbits, const table_struct& table);
 struct fit_setting {
   fit_kind kind = fit_kind::free_intensity;
   const table_struct* table = nullptr;
-  double R0 = 0;             ///< [m]
-  double sigma_p = 0;        ///< [median signal]
-  bool exact_table = false;  ///< no allowances
-  bool differences = false;  ///< the current walks: look at neighbouring orbits
+  double R0 = 0;                       ///< [m]
+  double sigma_p = 0;                  ///< [median signal]
+  bool exact_table = false;            ///< no allowances
+  bool differences = false;            ///< the current walks: look at neighbouring orbits
+  std::string_view instruction_set{};  ///< one of instruction_sets(); empty: the best
 };
 
 /// The equations of a fit, with its priors and no orbits yet.
 equations equations_of(const fit_setting& setting);
 
+/// What a fit needs while it runs, block by block. Fits one after the other share it.
+using fit_room = std::vector<place_columns>;
+
 /// Fits. The state goes on to where the fit ends, whether it converged or not.
-fit_result run_fit(fit_state& state, const fit_setting& setting);
+fit_result run_fit(fit_state& state, const fit_setting& setting, fit_room& room);
 
 }  // namespace calibration

@@ -64,19 +64,27 @@ struct orbit_block {
   column L{};                          ///< ln of the intensity
   column keep_u{}, keep_v{};           ///< weights of the two numbers, 0 or 1
   column at_edge{};                    ///< 1: the edge of the table held the last step back
-  // At that place:
-  column n1{}, n2{}, n3{}, r12{}, r13{}, r23{};
-  button_columns e1{}, e2{}, v{};
-  button_columns r{};  ///< readings - model
-  button_columns m{};  ///< model without pedestals
-  column intensity{};  ///< exp(L)
-  column X{}, Y{};     ///< place over R0
-  column ur{}, vr{};   ///< u.r, and v.r + n3 (L - L_model), or a difference of two
-  column pair_v{};     ///< weight of the v-row: keep_v, of both orbits of a difference
+  column ur{};                         ///< u.r of the last evaluation
 };
+
+/// What the model makes of a block's orbits where they are: made anew in every step, so that fits
+/// one after the other share the room for it.
+struct place_columns {
+  column n1, n2, n3, r12, r13, r23;
+  button_columns e1, e2, v;
+  button_columns r;  ///< readings - model
+  button_columns m;  ///< model without pedestals
+  column intensity;  ///< exp(L)
+  column X, Y;       ///< place over R0
+  column vr;         ///< v.r + n3 (L - L_model), or a difference of two
+  column pair_v;     ///< weight of the v-row: keep_v, of both orbits of a difference
+};
+
+struct orbit_kernels;
 
 /// How the model is made.
 struct model_setting {
+  const orbit_kernels* kernels = nullptr;
   const table_struct* table = nullptr;
   double R0 = 0;             ///< [m]
   bool steady = false;       ///< v-rows are wanted
@@ -103,15 +111,7 @@ struct orbit_before {
 
 /// Turns the v-rows and v-residuals of a filled block into differences from orbit to orbit, over
 /// sqrt(2). What a current has gathered on a random walk cancels in them. Blocks come in order.
-void take_differences(orbit_block& block, block_rows& rows, orbit_before& before);
-
-/// Moves the orbits of a block by the step of the common unknowns and their own; `unknowns` are the
-/// values before the step.
-void follow(orbit_block& block, const model_setting& setting, const common_unknowns& unknowns,
-            const common_step& step);
-
-/// Fills a block at its places, and the rows for the sums.
-void fill_rows(orbit_block& block, const model_setting& setting, const common_unknowns& unknowns,
-               block_rows& rows);
+void take_differences(const orbit_block& block, place_columns& at, block_rows& rows,
+                      orbit_before& before);
 
 }  // namespace calibration

@@ -2,25 +2,21 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 
+#include "exponential.hpp"
 #include "normal_system.hpp"
+#include "orbit_kernels.hpp"
 
 namespace calibration {
 namespace {
 
 // Columns of a trouble: one for each of its sizes.
 constexpr std::size_t most_columns = 4;
-using trouble_columns = std::array<std::array<double, 4>, most_columns>;
+using trouble_columns = std::array<column, most_columns>;
 
 // Buttons on either side of a button along the wall.
 constexpr std::array<std::array<std::size_t, 2>, 4> beside{{{1, 2}, {0, 3}, {0, 3}, {1, 2}}};
-
-// What a trouble is asked with: model and gains of the buttons, moment of the run, data set.
-struct orbit_facts {
-  std::array<double, 4> m{}, t{};
-  double time = 0;  // -1..1 over the run
-  std::size_t set = 0;
-};
 
 struct trouble {
   trouble_kind kind = trouble_kind::cross_talk;
@@ -28,36 +24,49 @@ struct trouble {
   std::size_t n = 1;
 };
 
-// Moving gains: the directions of z, so that what all four do alike stays with the intensity.
-void gains_times(const orbit_facts& o, double factor, trouble_columns& g) {
+// Moving gains: the rows of the gains, so that what all four do alike stays with the intensity.
+void gains_times(const column& factor, const block_rows& rows, trouble_columns& q) {
   for (std::size_t i = 0; i < n_z; ++i) {
-    std::array<double, n_z> unit{};
-    unit[i] = factor;
-    const std::array<double, 4> direction = log_gains(unit.data());
-    for (std::size_t k = 0; k < 4; ++k) g[i][k] = o.m[k] * direction[k];
+    for (std::size_t j = 0; j < block_size; ++j) q[i][j] = factor[j] * rows.u[i][j];
   }
 }
 
-void fill_columns(const trouble& what, const orbit_facts& o, trouble_columns& g) {
-  g = {};
-  const auto k = static_cast<std::size_t>(what.which);
+// What a trouble does to the orbits of a block, seen along u; the rows of the pedestals are u
+// itself. time is -1..1 over the run.
+void fill_columns(const trouble& what, const orbit_block& block, const place_columns& at,
+                  const block_rows& rows, const column& time, const std::array<double, 4>& t,
+                  trouble_columns& q) {
+  q = {};
+  const column* const u = rows.u.data() + first_p;
+  const auto which = static_cast<std::size_t>(what.which);
+  column factor;
   switch (what.kind) {
     case trouble_kind::cross_talk:
-      for (std::size_t i = 0; i < 4; ++i) g[0][i] = o.m[beside[i][0]] + o.m[beside[i][1]];
+      for (std::size_t k = 0; k < 4; ++k) {
+        const column &one = at.m[beside[k][0]], &other = at.m[beside[k][1]];
+        for (std::size_t j = 0; j < block_size; ++j) q[0][j] += u[k][j] * (one[j] + other[j]);
+      }
       return;
-    case trouble_kind::compression:
+    case trouble_kind::compression: {
       // In parts of the centred signal of the median current, which keeps its reading.
-      g[0][k] = -o.m[k] * (o.m[k] / o.t[k] - 1);
+      const column& m = at.m[which];
+      const double per_t = 1 / t[which];
+      for (std::size_t j = 0; j < block_size; ++j) {
+        q[0][j] = -u[which][j] * m[j] * (m[j] * per_t - 1);
+      }
       return;
+    }
     case trouble_kind::drift:
-      return gains_times(o, o.time, g);
+      return gains_times(time, rows, q);
     case trouble_kind::bend:
       // The second Legendre polynomial: over a whole run at right angles to a drift.
-      return gains_times(o, 1.5 * o.time * o.time - 0.5, g);
+      for (std::size_t j = 0; j < block_size; ++j) factor[j] = 1.5 * time[j] * time[j] - 0.5;
+      return gains_times(factor, rows, q);
     case trouble_kind::step:
-      return gains_times(o, o.time < 0 ? -1 : 1, g);
+      for (std::size_t j = 0; j < block_size; ++j) factor[j] = time[j] < 0 ? -1 : 1;
+      return gains_times(factor, rows, q);
     case trouble_kind::pedestals_of_set:
-      for (std::size_t i = 0; i < 4; ++i) g[i][i] = o.set == k ? 1 : 0;
+      if (block.set == which) std::copy_n(u, n_p, q.begin());
       return;
   }
 }
@@ -83,12 +92,12 @@ struct trouble_sums {
   std::array<std::array<double, most_columns>, most_columns> own{};
 };
 
-void add_orbit(const std::array<double, n_u_rows>& row, const std::array<double, most_columns>& q,
-               std::size_t n, trouble_sums& sums) {
-  for (std::size_t i = 0; i < n; ++i) {
-    for (std::size_t j = 0; j < n_u_rows; ++j) sums.with_rows[i][j] += q[i] * row[j];
-    for (std::size_t j = 0; j <= i; ++j) sums.own[i][j] += q[i] * q[j];
-  }
+void add_block(const orbit_kernels& kernels, const trouble_columns& q, std::size_t n,
+               const block_rows& rows, trouble_sums& sums) {
+  // Columns come in pairs; one that is not there is zero.
+  const std::size_t n_even = (n + 1) / 2 * 2;
+  kernels.add_pairs({q.data(), n_even}, rows.u, sums.with_rows.front().data());
+  kernels.add_pairs({q.data(), n_even}, q, sums.own.front().data());
 }
 
 using local_values = std::array<double, n_local>;
@@ -205,33 +214,24 @@ std::vector<trouble_size> test_troubles(fit_state& state, const fit_setting& set
   std::vector<trouble_sums> sums(all.size());
   equations e = equations_of(setting);
   e.u_weight = 1 / (result.noise * result.noise);
-  const model_setting model{setting.table, setting.R0, false, false, 0};
+  const model_setting model{
+      &kernels_named(setting.instruction_set), setting.table, setting.R0, false, false, 0};
   const auto last = static_cast<double>(state.block.back().first + state.block.back().count);
   std::array<double, 4> t = log_gains(state.at.value.data());
-  for (double& gain : t) gain = std::exp(gain);
+  for (double& gain : t) gain = exponential(gain);
   block_rows rows{};
-  trouble_columns g{};
+  trouble_columns q;
+  column time;
+  const auto at = std::make_unique<place_columns>();
   for (orbit_block& block : state.block) {
-    fill_rows(block, model, state.at, rows);
-    add_products(rows, e.u);
-    for (std::size_t j = 0; j < block.count; ++j) {
-      if (block.keep_u[j] == 0) continue;
-      std::array<double, n_u_rows> row{};
-      for (std::size_t i = 0; i < n_u_rows; ++i) row[i] = rows.u[i][j];
-      orbit_facts o;
-      o.t = t;
-      for (std::size_t k = 0; k < 4; ++k) o.m[k] = block.m[k][j];
-      o.time = 2 * static_cast<double>(block.first + j) / last - 1;
-      o.set = block.set;
-      for (std::size_t i = 0; i < all.size(); ++i) {
-        fill_columns(all[i], o, g);
-        std::array<double, most_columns> q{};
-        for (std::size_t c = 0; c < all[i].n; ++c) {
-          // A pedestal's row is u itself.
-          for (std::size_t k = 0; k < 4; ++k) q[c] += row[first_p + k] * g[c][k];
-        }
-        add_orbit(row, q, all[i].n, sums[i]);
-      }
+    model.kernels->fill_rows(block, *at, model, state.at, rows);
+    model.kernels->add_u(rows, e.u);
+    for (std::size_t j = 0; j < block_size; ++j) {
+      time[j] = 2 * static_cast<double>(block.first + j) / last - 1;
+    }
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      fill_columns(all[i], block, *at, rows, time, t, q);
+      add_block(*model.kernels, q, all[i].n, rows, sums[i]);
     }
   }
   factored_fit fit;

@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "cell_kernel.hpp"
+#include "exponential.hpp"
+#include "orbit_kernels.hpp"
 #include "pedestal_knowledge.hpp"
 #include "round_pipe.hpp"
 
@@ -336,6 +338,51 @@ TEST(calibration, threads_do_not_see_one_another) {
   for (std::size_t i = 0; i < made.size(); ++i) {
     EXPECT_EQ(calibrate(as_run(made[i])).t.item, together[i].t.item);
   }
+}
+
+// A run does not depend on its processor: every kind of fit, a walk and data sets included.
+TEST(orbit_kernels, every_instruction_set_gives_the_same_bits) {
+  const auto sets = calibration::instruction_sets();
+  EXPECT_EQ(sets.front(), "generic");
+  for (const plan& p : {plan{}, plan{.orbits = 131, .x = 8e-3, .y = 6e-3, .wild_every = 20},
+                        plan{.walk = 1e-2}, plan{.orbits = 300, .second_set_current = 2}}) {
+    const made_run made = make(p, 13);
+    auto run = as_run(made);
+    const std::vector<int> starts{0, p.orbits / 2};
+    if (p.second_set_current != 1) run.set_start = starts;
+    run.instruction_set = sets.front();
+    const record expected = calibrate(run);
+    for (const std::string_view set : sets) {
+      SCOPED_TRACE(set);
+      run.instruction_set = set;
+      const record r = calibrate(run);
+      for (const auto& [now, then] : {std::pair{&r.free, &expected.free},
+                                      {&r.wide, &expected.wide},
+                                      {&r.steady, &expected.steady}}) {
+        EXPECT_EQ(now->t.item, then->t.item);
+        EXPECT_EQ(now->covariance.item, then->covariance.item);
+        EXPECT_EQ(now->pedestal.item, then->pedestal.item);
+        EXPECT_EQ(now->chi_square_v, then->chi_square_v);
+      }
+      for (std::size_t i = 0; i < r.trouble.size(); ++i) {
+        EXPECT_EQ(r.trouble[i].chi_square, expected.trouble[i].chi_square);
+      }
+      for (std::size_t j = 0; j < r.place.size(); ++j) {
+        ASSERT_EQ(r.place[j].x, expected.place[j].x) << j;
+        ASSERT_EQ(r.place[j].intensity, expected.place[j].intensity) << j;
+      }
+    }
+  }
+}
+
+TEST(exponential, is_the_library_s_but_for_its_last_bits) {
+  for (double a = -30; a <= 30; a += 0.0137) {
+    const double expected = std::exp(a);
+    EXPECT_NEAR(calibration::exponential(a) / expected, 1, 4e-16) << a;
+    EXPECT_NEAR(calibration::logarithm(expected), a, 4e-16 * std::max(1.0, std::abs(a))) << a;
+  }
+  EXPECT_EQ(calibration::exponential(0), 1);
+  EXPECT_TRUE(std::isnan(calibration::exponential(std::nan(""))));
 }
 
 TEST(cell_kernel, has_data_is_where_a_cell_gives_signals) {

@@ -10,6 +10,7 @@
 //                above, in that order. Of several processes it is the largest count
 //   FAULT_LATER  when set, counting begins with fault_shim_begin() and ends with fault_shim_end()
 //   FAULT_PATIENCE  seconds: no alarm of the program waits longer
+//   FAULT_TIME   seconds since 1970: always that time, so that two runs make the same files
 //
 // Counting begins with main. A stream that fails does so by its own means: its descriptor is made
 // one that can only fail, so that its error flag and its buffer are what a real fault leaves.
@@ -28,6 +29,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string_view>
 
 extern "C" {
@@ -243,6 +245,21 @@ unsigned alarm(unsigned seconds) noexcept {
   static const auto real = next("alarm", &alarm);
   const long most = number("FAULT_PATIENCE", 0);
   return real(most > 0 && seconds > most ? static_cast<unsigned>(most) : seconds);
+}
+
+int clock_gettime(clockid_t clock, struct timespec* now) noexcept {
+  static const auto real = next("clock_gettime", &clock_gettime);
+  static const long stopped = number("FAULT_TIME", 0);
+  if (clock != CLOCK_REALTIME || stopped == 0) return real(clock, now);
+  *now = {.tv_sec = stopped, .tv_nsec = 0};
+  return 0;
+}
+
+std::time_t time(std::time_t* into) noexcept {
+  struct timespec now {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  if (into != nullptr) *into = now.tv_sec;
+  return now.tv_sec;
 }
 
 // For an interpreter, whose own calls are nobody's business here.

@@ -34,6 +34,10 @@ def programs_of(build):
     return found
 
 
+def steady_time(programs):
+    return {"LD_PRELOAD": programs["shim"], "FAULT_TIME": "1769860800"}
+
+
 def make_inputs(place, programs):
     """What all runs read: a facility tree, a text run, a series, orbits, columns, a list, and runs made before."""
     env = {**os.environ, "KOVR_ONLINE": str(place / "t/online"), "LC_ALL": "C"}
@@ -52,6 +56,8 @@ def make_inputs(place, programs):
     (place / "pipe.chamber").write_text(
         (ROOT / "src/chamber/chambers/bpm_48.chamber").read_text().replace("_grid   81", "_grid   41"))
     (place / "runs.csv").write_text("data,positions,run,pedestal-bunch\nT,60,4565,2\nT,60,4566,2\n")
+    # Always the same time: files of two runs can then be compared, down to the letters of a font.
+    env.update(steady_time(programs))
     for run in ("4565", "4566"):
         make("butngain", "--batch", "--data=T", "--positions=60", f"--run={run}", "--correction=3",
              "--pedestal-bunch=2", f"--output=made/{run}")
@@ -110,13 +116,14 @@ def run(command, place, typed=b"", own_tree=False, environment=None, during=None
         # The run's own scratch stands apart from what the program makes.
         work = here / "work"
         work.mkdir()
+        (here / "tmp").mkdir()
         if not own_tree:
             for path in place.iterdir():
                 (work / path.name).symlink_to(path)
         env = {k: v for k, v in os.environ.items()
                if k not in ("DISPLAY", "LD_PRELOAD") and not k.startswith("FAULT_")}
         env.update({"KOVR_ONLINE": str(work / "u" if own_tree else place / "t/online"),
-                    "TMPDIR": str(here), "HOME": str(here), "LC_ALL": "C"})
+                    "TMPDIR": str(here / "tmp"), "HOME": str(here), "LC_ALL": "C"})
         env.update(environment or {})
         process = subprocess.Popen(command, cwd=work, env=env, stdin=subprocess.PIPE,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE,
@@ -138,4 +145,7 @@ def run(command, place, typed=b"", own_tree=False, environment=None, during=None
             time.sleep(0.05)
             left = processes_in(folder)
         end_processes(left)
-        return Ended(process.returncode, out, err, files_below(work), timed_out, left.values())
+        files = files_below(work)
+        for path in (here / "tmp").iterdir():
+            files[f"scratch {re.sub('-......$', '', path.name)}.part"] = b""
+        return Ended(process.returncode, out, err, files, timed_out, left.values())

@@ -6,12 +6,18 @@ import signal
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 # A page takes 0.1 seconds to draw; one that can never be drawn is given up after two minutes.
 PATIENCE = 15
 TIME_LIMIT = 90  # seconds; a run takes 0.2, and three pages that are never drawn take PATIENCE each
+
+# What files that are whole or not there end with.
+WHOLE_ENDS = {".gif": b";", ".png": b"IEND\xaeB\x60\x82", ".ps": b"%%EOF\n", ".pdf": b"%%EOF\n",
+              ".json": b"}\n", ".html": b"</html>\n", ".svg": b"</svg>\n", ".csv": b"\n",
+              ".load": b"\n", "button_coeff.dat": b"\n"}
 
 
 def programs_of(build):
@@ -109,7 +115,7 @@ def run(command, place, typed=b"", own_tree=False, environment=None, during=None
     """Runs it in a folder of its own, which is gone afterwards.
 
     own_tree: nothing to read lies there, and the facility's tree is made there
-    during:   called with the running process and its folder, before its end is waited for
+    during:   called with the running process, on a thread of its own
     """
     with tempfile.TemporaryDirectory(prefix="faults-run-") as folder:
         here = pathlib.Path(folder)
@@ -128,8 +134,8 @@ def run(command, place, typed=b"", own_tree=False, environment=None, during=None
         process = subprocess.Popen(command, cwd=work, env=env, stdin=subprocess.PIPE,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                    start_new_session=True)
-        if during:
-            during(process, work)
+        watcher = threading.Thread(target=during or (lambda _: None), args=(process,))
+        watcher.start()
         timed_out = False
         try:
             out, err = process.communicate(typed, timeout=seconds)
@@ -137,6 +143,7 @@ def run(command, place, typed=b"", own_tree=False, environment=None, during=None
             timed_out = True
             end_processes({process.pid: b"", **processes_in(folder)})
             out, err = process.communicate()
+        watcher.join()
         # A child dies with its parent, but the system needs a moment for it.
         left = processes_in(folder)
         for _ in range(20):

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
@@ -62,6 +63,11 @@ std::string default_answer() {
   if (!typed_file.empty()) return typed_file;
   if (number <= 0 && !can_be_expanded(site::run_index)) return {};
   const auto run = number_to_true_number("TBT", number);
+  // An index that is not there, or holds no run, offers none, and says no more. One that cannot be
+  // read does: whoever takes the default would wonder.
+  if (!run && !run.why.where.empty() && run.why.what != util::system_text(ENOENT)) {
+    util::tell_line("no run is offered: " + util::line_of(run.why));
+  }
   // At least four digits: shorter answers are no run numbers.
   return run ? fmt::format("{:04}", *run) : std::string{};
 }

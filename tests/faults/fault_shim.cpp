@@ -6,7 +6,11 @@
 //   FAULT_STAYS  when set, all later ones fail too
 //   FAULT_ON     only calls on a file whose path contains this text are counted
 //   FAULT_WHY    the errno value; 0: the program is killed at that moment, as if by kill -9
-//   FAULT_COUNT  a file: how many calls there were, in digits
+//   FAULT_COUNT  a file: how many calls there were, a long; without FAULT_CALL one for each call
+//                above, in that order. Of several processes it is the largest count
+//   FAULT_LATER  when set, counting begins with fault_shim_begin() and ends with fault_shim_end()
+//   FAULT_PATIENCE  seconds: no alarm of the program waits longer
+//   FAULT_TIME   seconds since 1970: always that time, so that two runs make the same files
 //
 // Counting begins with main. A stream that fails does so by its own means: its descriptor is made
 // one that can only fail, so that its error flag and its buffer are what a real fault leaves.
@@ -25,6 +29,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string_view>
 
 extern "C" {
@@ -35,6 +40,10 @@ void* __libc_realloc(void*, std::size_t);       // NOLINT
 
 namespace {
 
+constexpr std::array<std::string_view, 13> calls_known{
+    "malloc", "fopen",  "open",  "read",   "write", "fread", "fwrite",
+    "fflush", "fclose", "close", "rename", "mkdir", "stat"};
+
 struct setting {
   std::string_view call;
   std::string_view on;
@@ -44,7 +53,8 @@ struct setting {
   std::atomic<long>* count = nullptr;  // in the file, so that it outlives any end of the process
 };
 setting wanted;
-std::atomic<long> calls{0};
+std::atomic<long> calls{0};                                   // of the one that fails
+std::array<std::atomic<long>, calls_known.size()> of_each{};  // without one
 std::atomic<bool> begun{false};
 
 std::string_view variable(const char* name) {
@@ -64,21 +74,37 @@ void begin() {
   wanted.stays = !variable("FAULT_STAYS").empty();
   wanted.why = static_cast<int>(number("FAULT_WHY", EIO));
   if (const auto path = variable("FAULT_COUNT"); !path.empty()) {
-    const int file = open(path.data(), O_RDWR | O_CREAT, 0666);
+    const std::size_t size = sizeof(long) * (wanted.call.empty() ? calls_known.size() : 1);
+    const int file = open(path.data(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     void* memory = MAP_FAILED;
-    if (file >= 0 && ftruncate(file, sizeof(long)) == 0) {
-      memory = mmap(nullptr, sizeof(long), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    if (file >= 0 && ftruncate(file, static_cast<off_t>(size)) == 0) {
+      memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     }
     if (memory != MAP_FAILED) wanted.count = static_cast<std::atomic<long>*>(memory);
   }
-  begun = true;
+  begun = variable("FAULT_LATER").empty();
+}
+
+void note_count(std::atomic<long>& count, long n) {
+  long before = count;
+  while (before < n && !count.compare_exchange_weak(before, n)) {
+  }
+}
+
+void count_each(std::string_view call) {
+  if (wanted.count == nullptr) return;
+  for (std::size_t i = 0; i < calls_known.size(); ++i) {
+    if (calls_known[i] == call) note_count(wanted.count[i], ++of_each[i]);
+  }
 }
 
 bool fails(std::string_view call, std::string_view path) {
-  if (!begun || call != wanted.call) return false;
+  if (!begun) return false;
+  if (wanted.call.empty()) count_each(call);
+  if (call != wanted.call) return false;
   if (!wanted.on.empty() && path.find(wanted.on) == std::string_view::npos) return false;
   const long n = ++calls;
-  if (wanted.count != nullptr) *wanted.count = n;
+  if (wanted.count != nullptr) note_count(*wanted.count, n);
   if (wanted.at == 0 || n < wanted.at || (n > wanted.at && !wanted.stays)) return false;
   if (wanted.why == 0) static_cast<void>(raise(SIGKILL));
   errno = wanted.why;
@@ -213,5 +239,31 @@ int stat(const char* path, struct stat* info) noexcept {
   static const auto real = next("stat", &stat);
   return fails("stat", path) ? -1 : real(path, info);
 }
+
+// A page that can never be drawn is given up after minutes, which thousands of faults have not.
+unsigned alarm(unsigned seconds) noexcept {
+  static const auto real = next("alarm", &alarm);
+  const long most = number("FAULT_PATIENCE", 0);
+  return real(most > 0 && seconds > most ? static_cast<unsigned>(most) : seconds);
+}
+
+int clock_gettime(clockid_t clock, struct timespec* now) noexcept {
+  static const auto real = next("clock_gettime", &clock_gettime);
+  static const long stopped = number("FAULT_TIME", 0);
+  if (clock != CLOCK_REALTIME || stopped == 0) return real(clock, now);
+  *now = {.tv_sec = stopped, .tv_nsec = 0};
+  return 0;
+}
+
+std::time_t time(std::time_t* into) noexcept {
+  struct timespec now {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  if (into != nullptr) *into = now.tv_sec;
+  return now.tv_sec;
+}
+
+// For an interpreter, whose own calls are nobody's business here.
+void fault_shim_begin() { begun = true; }
+void fault_shim_end() { begun = false; }
 
 }  // extern "C"

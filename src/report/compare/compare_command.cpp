@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "apart.hpp"
 #include "compare_runs.hpp"
 #include "run_time.hpp"
 #include "subcommand.hpp"
@@ -56,15 +57,19 @@ util::status print(const std::string& text) {
   return util::fault{util::system_text(errno), "writing standard output", {}};
 }
 
+util::status write_picture(const comparison& c, const std::string& path) {
+  const std::string bytes = comparison_png(c);
+  if (bytes.empty()) return util::fault{"the picture could not be drawn", path, {}};
+  return util::write_whole_file(path, bytes);
+}
+
 // Behind the text: a file that cannot be written leaves the answer on the screen.
 util::status write_files(const comparison& c, const compare_options& options) {
   if (!options.csv.empty()) {
     if (auto fault = util::write_whole_file(options.csv, comparison_csv(c))) return fault;
   }
   if (options.picture.empty()) return {};
-  const std::string bytes = comparison_png(c);
-  if (bytes.empty()) return util::fault{"the picture could not be drawn", options.picture, {}};
-  return util::write_whole_file(options.picture, bytes);
+  return util::done_apart(options.picture, [&] { return write_picture(c, options.picture); });
 }
 
 int run(const compare_options& options) {

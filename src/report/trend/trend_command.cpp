@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "apart.hpp"
 #include "calendar.hpp"
 #include "run_time.hpp"
 #include "subcommand.hpp"
@@ -102,9 +103,12 @@ util::status write_files(const trend_result& r, const std::string& output) {
   const auto in = [&output](const char* name) { return (fs::path(output) / name).string(); };
   if (auto fault = write_trend_csv(in("trend.csv"), r)) return fault;
   if (auto fault = util::write_whole_file(in("changes.csv"), changes_csv(r))) return fault;
-  if (auto fault = util::write_whole_file(in("trend.html"), trend_html(r))) return fault;
-  if (auto fault = write_picture(in("trend.png"), trend_png(r))) return fault;
-  return write_picture(in("changes.png"), changes_png(r));
+  // The page too measures its texts with the drawing library.
+  return util::done_apart(in("trend.html"), [&]() -> util::status {
+    if (auto fault = util::write_whole_file(in("trend.html"), trend_html(r))) return fault;
+    if (auto fault = write_picture(in("trend.png"), trend_png(r))) return fault;
+    return write_picture(in("changes.png"), changes_png(r));
+  });
 }
 
 int run(trend_options& options) {

@@ -67,7 +67,26 @@ void occupy(int descriptor, int mode) {
   close(made);
 }
 
+// Dies of the signal as ever, without leaving scratch files. What remove_unfinished does is allowed
+// at any moment.
+void end_by_signal(int number) {
+  if (remove_unfinished != nullptr) remove_unfinished();
+  raise(number);  // by its default action, which is back; it comes when this procedure returns
+}
+
 }  // namespace
+
+void clean_up_at(int number) {
+  struct sigaction found = {};
+  sigaction(number, nullptr, &found);
+  // Ignored it stays: SIGINT of a job in the background, SIGHUP under nohup.
+  if ((found.sa_flags & SA_SIGINFO) != 0 || found.sa_handler != SIG_DFL) return;
+  struct sigaction ending = {};
+  ending.sa_handler = end_by_signal;
+  sigemptyset(&ending.sa_mask);
+  ending.sa_flags = static_cast<int>(SA_RESETHAND);
+  sigaction(number, &ending, nullptr);
+}
 
 void start_program(std::string_view name) {
   program_name = name;
@@ -77,6 +96,7 @@ void start_program(std::string_view name) {
   // Failed writes tell more than a death by signal, and leave the files whole.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) clean_up_at(number);
   spare = std::malloc(spare_size);  // NOLINT(*-no-malloc,*-owning-memory)
   std::set_new_handler(out_of_memory);
   std::set_terminate(uncaught);

@@ -9,14 +9,17 @@
 #pragma once
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <string_view>
+
+#include "fault.hpp"
 
 namespace util {
 
 struct apart {
   pid_t process = -1;
-  int said = -1;    ///< the pipe that what it says comes through
+  int said = -1;    ///< the pipe that what it says comes through, behind what libraries said
   int trouble = 0;  ///< errno value of why there is no process
 };
 
@@ -29,6 +32,13 @@ bool begin_apart(apart& work);
 [[noreturn]] void end_apart(const apart& work, std::string_view text);
 /// Waits for it, two minutes at most.
 /// returns  what it said; how it ended, when it could not say anything
+/// note     what libraries wrote to standard error there is the reason of a failure, of which they
+///          say a line for each thing that they could not do; when all went well it is passed on
 std::string wait_apart(apart& work);
+
+/// All of it in one call.
+/// given    where  what the fault is told of when the other process could not say it
+/// returns  the fault of the work, or that it could not be done
+status done_apart(const std::string& where, const std::function<status()>& work);
 
 }  // namespace util

@@ -4,43 +4,35 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
-#include <mutex>
-#include <set>
 
 #include "run_time.hpp"
 
 namespace util {
 namespace {
 
-// What is in the making, for the end of a run that comes before it is finished. Several threads may
-// each write a file of their own.
-struct unfinished_names {
-  std::mutex held;
-  std::set<std::string> names;
+// What is in the making, for the end of a run that comes before it is finished: a signal may be that
+// end, so what is kept needs neither memory nor a lock to be looked through. Several threads may each
+// write a file of their own; a name for which there is no room is removed by its writer alone.
+enum class slot_state { free, filling, holds };
+struct slot {
+  std::atomic<slot_state> state{slot_state::free};
+  std::array<char, PATH_MAX> name{};
 };
+std::array<slot, 64> unfinished;
 
-unfinished_names& unfinished() {
-  static unfinished_names& all = *new unfinished_names;  // never destroyed: endings come last
-  return all;
-}
-
+// The files first: a folder goes when it is empty.
 void remove_all() {
-  // Without the lock: a run may end while it holds it, and would wait for itself.
-  for (const std::string& name : unfinished().names) static_cast<void>(unlink(name.c_str()));
-}
-
-void begun(const std::string& name) {
-  remove_unfinished = remove_all;
-  const std::lock_guard lock(unfinished().held);
-  unfinished().names.insert(name);
-}
-
-void ended(const std::string& name) {
-  const std::lock_guard lock(unfinished().held);
-  unfinished().names.erase(name);
+  for (const auto remove_one : {&unlink, &rmdir}) {
+    for (const slot& one : unfinished) {
+      if (one.state == slot_state::holds) static_cast<void>(remove_one(one.name.data()));
+    }
+  }
 }
 
 // A device or a pipe is written to where it is: renaming something onto it would replace it.
@@ -61,13 +53,18 @@ int open_scratch(const std::string& path, std::string& name) {
   if (is_special(path)) return open(name.c_str(), O_WRONLY | O_CLOEXEC);
   for (int i = 0; i < most_tries; ++i) {
     name = path + ".part" + std::to_string(getpid()) + "_" + std::to_string(++counter);
+    // Noted before it is there: a run may end between the two.
+    scratch_begun(name);
     // Neither a file nor a link of this name is written through: in a folder that others can write
     // to, it could lead the text elsewhere.
     // NOLINTNEXTLINE(*-vararg): the system's own interface
     const int file =
         open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, everybody);
-    if (file >= 0) begun(name);
-    if (file >= 0 || errno != EEXIST) return file;
+    if (file >= 0) return file;
+    const int reason = errno;
+    scratch_ended(name);
+    errno = reason;
+    if (reason != EEXIST) return file;
   }
   return -1;
 }
@@ -84,6 +81,24 @@ int write_all(int file, std::string_view text) {
 }
 
 }  // namespace
+
+void scratch_begun(const std::string& name) {
+  remove_unfinished = remove_all;
+  if (name.size() >= PATH_MAX) return;
+  for (slot& one : unfinished) {
+    slot_state expected = slot_state::free;
+    if (!one.state.compare_exchange_strong(expected, slot_state::filling)) continue;
+    *std::copy(name.begin(), name.end(), one.name.begin()) = '\0';
+    one.state = slot_state::holds;
+    return;
+  }
+}
+
+void scratch_ended(const std::string& name) {
+  for (slot& one : unfinished) {
+    if (one.state == slot_state::holds && name == one.name.data()) one.state = slot_state::free;
+  }
+}
 
 unfinished_file::~unfinished_file() {
   if (file < 0) return;
@@ -103,7 +118,7 @@ int put_in_place(const std::string& scratch, const std::string& path) {
   if (scratch == path) return 0;
   const int reason = std::rename(scratch.c_str(), path.c_str()) == 0 ? 0 : errno;
   if (reason == 0) {
-    ended(scratch);
+    scratch_ended(scratch);
   } else {
     give_up_scratch(scratch, path);
   }
@@ -113,7 +128,7 @@ int put_in_place(const std::string& scratch, const std::string& path) {
 void give_up_scratch(const std::string& scratch, const std::string& path) {
   if (scratch == path) return;
   static_cast<void>(unlink(scratch.c_str()));
-  ended(scratch);
+  scratch_ended(scratch);
 }
 
 status begin_whole_file(unfinished_file& whole, const std::string& path) {

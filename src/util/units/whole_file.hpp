@@ -46,4 +46,9 @@ outcome<std::string> make_scratch(const std::string& path);
 int put_in_place(const std::string& scratch, const std::string& path);
 void give_up_scratch(const std::string& scratch, const std::string& path);
 
+/// Notes a scratch file or folder, before it is made, for an end of the run that comes before its
+/// time; and that it is gone, or no scratch any more.
+void scratch_begun(const std::string& name);
+void scratch_ended(const std::string& name);
+
 }  // namespace util

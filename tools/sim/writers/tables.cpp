@@ -6,7 +6,6 @@
 #include <cctype>
 #include <cmath>
 #include <filesystem>
-#include <system_error>
 
 #include "directories.hpp"
 #include "file_units.hpp"
@@ -19,6 +18,7 @@
 #include "table_maker.hpp"
 #include "table_picture.hpp"
 #include "table_writer.hpp"
+#include "whole_file.hpp"
 
 namespace sim {
 namespace {
@@ -177,20 +177,22 @@ util::outcome<table_report> make_table(const chamber& c, const std::string& tabl
   r.path = table_file;
   describe(work, r);
   // Tried under another name: a table that is refused must not replace one that works.
-  const std::string part = table_file + ".part";
-  write_table(work.nodes, part);
+  const auto part = util::make_scratch(table_file);
+  if (!part) return part.why;
+  write_table(work.nodes, *part);
   // A reader that refuses what was just written is a fault of ours, told as any other.
-  if (auto wrong = try_table(work, part, r)) return *wrong;
-  std::error_code fault;
-  if (r.not_found * most_lost > r.places) {
-    fs::remove(part, fault);
-    return util::fault{fmt::format("the grid is too coarse: {} of {} places are not found again",
-                                   r.not_found, r.places),
-                       where, ""};
+  util::status wrong = try_table(work, *part, r);
+  if (!wrong && r.not_found * most_lost > r.places) {
+    wrong = util::fault{fmt::format("the grid is too coarse: {} of {} places are not found again",
+                                    r.not_found, r.places),
+                        where, ""};
   }
-  fs::rename(part, table_file, fault);
-  if (fault) {
-    util::run_time_error(fmt::format("cannot make {}: {}", table_file, fault.message()));
+  if (wrong) {
+    util::give_up_scratch(*part, table_file);
+    return *wrong;
+  }
+  if (const int reason = util::put_in_place(*part, table_file); reason != 0) {
+    return util::fault{util::system_text(reason), table_file, ""};
   }
   // Last: there is no picture of a table that was refused.
   if (!picture.empty()) write_picture({work.nodes, c}, picture);

@@ -2,6 +2,8 @@
 // written as the shortest such file and read back the same.
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -31,8 +33,13 @@ std::string written(const input::command& c) {
   std::string text = fmt::format(
       "&bpm_gain_anal_params sigma_cutoff={} chisq_cutoff = {}\nREAD_CURRENT_FROM_BUTNS_FILE={}\n",
       c.sigma_cutoff, c.chisq_cutoff, c.read_current_from_butns_file ? 'T' : 'F');
+  // Behind the last one all are 0 of themselves.
+  const auto last = std::find_if(c.orbit.item.rbegin(), c.orbit.item.rend(),
+                                 [](std::int32_t number) { return number != 0; });
   text += "Orbit = ";
-  for (const auto number : c.orbit.item) text += fmt::format("{}, ", number);
+  for (auto number = c.orbit.item.begin(); number != last.base(); ++number) {
+    text += fmt::format("{}, ", *number);
+  }
   text += "\nfit_bpm_idx(0:) = ";
   for (const auto bpm : c.fit_bpm_idx.item) text += fmt::format("{} ", bpm);
   return text + "&end";

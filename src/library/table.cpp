@@ -25,10 +25,10 @@ chamber handle_of(chamber_solver::chamber drawn) {
 table handle_of(nonlin_bpm_mod::table_struct made, std::string name) {
   auto contents = std::make_shared<table_contents>();
   contents->table = std::move(made);
-  // All fields by name, though some are not used: one that is added stops the build here.
-  const auto& [x, y, grid, x_per_step, y_per_step, start, cosines] = contents->table;
-  return {std::move(name), grid.nx,        grid.ny,       x.item.front(),
-          x.item.back(),   y.item.front(), y.item.back(), contents};
+  const auto& x = contents->table.x.item;
+  const auto& y = contents->table.y.item;
+  const auto& grid = contents->table.grid;
+  return {std::move(name), grid.nx, grid.ny, x.front(), x.back(), y.front(), y.back(), contents};
 }
 
 nonlin_bpm_mod::calib_struct properties_of(const bpm_properties& bpm) {

@@ -74,6 +74,8 @@ TEST(run_json, a_damaged_record_is_told_by_name) {
                "run.json: \"dialog\" is missing or wrong, expected a value of this name"},
         damage{"of another kind", "\"orbits\": 100", "\"orbits\": \"100\"",
                "run.json: \"orbits\" is missing or wrong, expected a whole number"},
+        damage{"of more bits", "\"bpm\": 12", "\"bpm\": 4294967297",
+               "run.json: \"bpm\" is missing or wrong, expected a number of 32 bits"},
         damage{"a list for an object", whole.c_str(), "[]",
                "run.json: \"version\" is missing or wrong"},
         damage{"an unknown verdict", "\"weak\"", "\"week\"", "expected one of the verdicts"}}) {
@@ -90,6 +92,23 @@ TEST(run_json, a_damaged_record_is_told_by_name) {
     EXPECT_NE(util::line_of(read.why).find(d.line), std::string::npos) << util::line_of(read.why);
   }
   EXPECT_EQ(report::read_run_json(here / "none").why.what, "No such file or directory");
+}
+
+// A record from elsewhere can hold any bytes wherever ours has words of its own.
+TEST(run_json, every_text_of_a_record_can_be_written_again) {
+  const scratch::directory here;
+  report::run_results odd = a_run();
+  report::run_info& info = odd.info;
+  for (std::string* text :
+       {&info.version, &info.build, &info.started, &info.dialog[0].given, &info.inputs[0].sha256,
+        &info.site_paths[0].first, &info.seconds[0].first}) {
+    *text = std::string{"\xFF\0\\x41", 6};
+  }
+  ASSERT_FALSE(report::write_run_json(here / "run.json", odd));
+  const auto read = report::read_run_json(here / "run.json");
+  ASSERT_TRUE(read) << util::line_of(read.why);
+  EXPECT_EQ(report::run_json_text(*read), report::run_json_text(odd));
+  EXPECT_EQ(read->info.site_paths, info.site_paths);
 }
 
 // The digests of the standard's own examples (FIPS 180-4): "abc", and a million times "a".

@@ -69,9 +69,14 @@ TEST(prepared_answers, options_whose_questions_never_came_are_known) {
 TEST(prepared_answers, a_recorded_dialog_answers_the_same_questions) {
   util::prepared_dialog again;
   again.recorded = {"run.json",
-                    {{"Run ? (def = 4567)", ""}, {"Run ? (def = 4567)", ""}, {"Limit ?", "60"}}};
+                    {{"Run ? (def = 4567)", ""},
+                     {"Run ? (def = 4567)", ""},
+                     // A default is the file answered last, whatever its name.
+                     {"Run ? (def = a(def = b)", "./c"},
+                     {"Limit ?", "60"}}};
   for (const exchange& e :
        {exchange{"Run ? (def = 4567)", ""}, exchange{"Run ? (def = 9999)", "4567"},
+        exchange{"Run ? (def = 9999)", "./c"},
         exchange{
             "Bunch ?",
             "fault: run.json: asked is \"Bunch ?\", expected the recorded question \"Limit ?\""},

@@ -37,15 +37,17 @@ json texts(const std::vector<std::string>& values) {
   return list;
 }
 
-// Names, answers and reasons are anybody's bytes and pass text_of_bytes: the library throws at the
-// first that is no UTF-8, and a run without a record would be the price of a file name.
+// Names, answers and reasons are anybody's bytes, and in a record that was read so is every text: all
+// pass text_of_bytes. The library throws at the first that is no UTF-8, and a run without a record
+// would be the price of a file name.
 json files(const std::vector<input_file>& of) {
   json list = json::array();
   for (const input_file& file : of) {
-    list.push_back({{"path", text_of_bytes(file.path)},
-                    {"size", file.size},
-                    // Empty where the content is not to be had twice: a pipe, a file that is gone.
-                    {"sha256", file.sha256.empty() ? json(nullptr) : json(file.sha256)}});
+    list.push_back(
+        {{"path", text_of_bytes(file.path)},
+         {"size", file.size},
+         // Empty where the content is not to be had twice: a pipe, a file that is gone.
+         {"sha256", file.sha256.empty() ? json(nullptr) : json(text_of_bytes(file.sha256))}});
   }
   return list;
 }
@@ -55,7 +57,7 @@ json dialog(const std::vector<answered>& questions) {
   for (const answered& a : questions) {
     list.push_back({{"question", text_of_bytes(a.question)},
                     {"answer", text_of_bytes(a.answer)},
-                    {"given", a.given}});
+                    {"given", text_of_bytes(a.given)}});
   }
   return list;
 }
@@ -91,12 +93,15 @@ const json& value_of(const json& object, const char* name) {
   return *at;
 }
 
-std::string text_at(const json& object, const char* name) {
-  const json& value = value_of(object, name);
+std::string text_of_value(const json& value, const std::string& name) {
   // An unknown text is the empty one, as the records have it.
   if (value.is_null()) return {};
   if (!value.is_string()) throw wrong_value{name, "a text"};
   return bytes_of_text(value.get<std::string>());
+}
+
+std::string text_at(const json& object, const char* name) {
+  return text_of_value(value_of(object, name), name);
 }
 
 // No default of its own: what stands for "not known" is -1 for a status and 0 for a size.
@@ -105,6 +110,13 @@ std::int64_t integer_at(const json& object, const char* name, std::int64_t when_
   if (value.is_null()) return when_null;
   if (!value.is_number_integer()) throw wrong_value{name, "a whole number"};
   return value.get<std::int64_t>();
+}
+
+// Cut to 32 bits BPM 4294967297 would be BPM 1.
+int int_at(const json& object, const char* name, int when_null) {
+  const std::int64_t value = integer_at(object, name, when_null);
+  if (!std::in_range<int>(value)) throw wrong_value{name, "a number of 32 bits"};
+  return static_cast<int>(value);
 }
 
 double number_of(const json& value, const char* name) {
@@ -141,12 +153,12 @@ verdict verdict_at(const json& object) {
 
 bpm_row row_of(const json& object) {
   bpm_row row;
-  row.bpm = static_cast<int>(integer_at(object, "bpm", 0));
+  row.bpm = int_at(object, "bpm", 0);
   row.name = text_at(object, "name");
   row.verdict = verdict_at(object);
   row.reason = text_at(object, "reason");
-  row.orbits = static_cast<int>(integer_at(object, "orbits", 0));
-  row.orbits_used = static_cast<int>(integer_at(object, "orbits_used", 0));
+  row.orbits = int_at(object, "orbits", 0);
+  row.orbits_used = int_at(object, "orbits_used", 0);
   const json& gain = list_at(object, "gain");
   // Checked before the loop: a shorter list would leave gains unknown without a word.
   if (gain.size() != row.gain.size()) throw wrong_value{"gain", "four numbers"};
@@ -168,11 +180,11 @@ void take_lists(const json& from, run_info& info) {
   // Objects, not lists: the names are the site's and the stages' own, and differ from run to run.
   const json& paths = value_of(from, "site_paths");
   for (const auto& [name, path] : paths.items()) {
-    info.site_paths.emplace_back(name, text_at(paths, name.c_str()));
+    info.site_paths.emplace_back(bytes_of_text(name), text_of_value(path, name));
   }
   const json& stages = value_of(from, "seconds");
   for (const auto& [name, seconds] : stages.items()) {
-    info.seconds.emplace_back(name, number_of(seconds, "seconds"));
+    info.seconds.emplace_back(bytes_of_text(name), number_of(seconds, "seconds"));
   }
 }
 
@@ -191,7 +203,7 @@ run_results results_of(const json& from) {
   for (const json& bpm : list_at(from, "bpms")) results.bpm.push_back(row_of(bpm));
   // Taken as it is: "running" here is a run that was killed, or one that still goes on.
   info.ended = text_at(from, "ended");
-  info.exit_status = static_cast<int>(integer_at(from, "exit_status", -1));
+  info.exit_status = int_at(from, "exit_status", -1);
   return results;
 }
 
@@ -202,10 +214,10 @@ std::string run_json_text(const run_results& results) {
   // In the order in which one asks: which program, where and when, what was answered, what came of
   // it.
   json out;
-  out["version"] = info.version;
-  out["build"] = info.build;
+  out["version"] = text_of_bytes(info.version);
+  out["build"] = text_of_bytes(info.build);
   out["host"] = text_of_bytes(info.host);
-  out["started"] = info.started;
+  out["started"] = text_of_bytes(info.started);
   out["working_directory"] = text_of_bytes(info.working_directory);
   out["directory"] = text_of_bytes(info.directory);
   out["command"] = text_of_bytes(info.command);
@@ -215,10 +227,13 @@ std::string run_json_text(const run_results& results) {
   out["inputs"] = files(info.inputs);
   out["tables"] = files(info.tables);
   out["site_paths"] = json::object();
-  for (const auto& [name, path] : info.site_paths) out["site_paths"][name] = text_of_bytes(path);
+  for (const auto& [name, path] : info.site_paths) {
+    out["site_paths"][text_of_bytes(name)] = text_of_bytes(path);
+  }
   out["bpms"] = bpms(results.bpm);
   out["seconds"] = json::object();
-  for (const auto& [stage, seconds] : info.seconds) out["seconds"][stage] = number(seconds);
+  for (const auto& [stage, seconds] : info.seconds)
+    out["seconds"][text_of_bytes(stage)] = number(seconds);
   out["ended"] = text_of_bytes(info.ended);
   out["exit_status"] = info.exit_status < 0 ? json(nullptr) : json(info.exit_status);
   // A value a line, so that records of two runs can be compared by lines; one blank keeps it small.

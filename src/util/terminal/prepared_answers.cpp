@@ -25,8 +25,8 @@ struct question_parts {
 // What an empty answer means may change from one run to the next (the newest run), the question not.
 question_parts parts_of(std::string_view question) {
   for (const auto& [begin, end] : default_marks) {
-    // From behind: the default is what comes last, whatever the question says before.
-    const std::size_t at = question.rfind(begin);
+    // From the front: questions are ours, a default can be the name of a file and hold anything.
+    const std::size_t at = question.find(begin);
     if (at == std::string_view::npos) continue;
     const std::string_view behind = question.substr(at + begin.size());
     return {trim(question.substr(0, at)), behind.substr(0, behind.rfind(end))};

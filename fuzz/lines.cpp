@@ -1,16 +1,14 @@
 // Any bytes as lines: read with every row of every table, and each line as a data line, where the
 // result must be that of the C library.
 #include <array>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "data_line.hpp"
 #include "kbpmfio_stream.hpp"
-#include "run_ended.hpp"
+#include "target.hpp"
 
 namespace {
 
@@ -47,35 +45,31 @@ void check_data_line(const std::string& line) {
                                 reinterpret_cast<unsigned*>(&e[1]), &e[2], &e[3], &e[4], &e[5]));
   data_columns found = before;
   scan_data_line(line, found);
-  if (found != expected) std::abort();
+  fuzz::check(found == expected);
   for (const std::int32_t block : {0, 1}) {
     found = before;
     found[0] = block;
     if (take_printed_lines(line, block, 1,
-                           {&found[1], {&found[2], &found[3], &found[4], &found[5]}}) == 1 &&
-        found != expected) {
-      std::abort();
+                           {&found[1], {&found[2], &found[3], &found[4], &found[5]}}) == 1) {
+      fuzz::check(found == expected);
     }
     found = before;
     found[0] = block;
     if (take_plain_lines(line + std::string(plain_window, '\n'), block, 1,
                          {&found[1], {&found[2], &found[3], &found[4], &found[5]}})
-                .lines == 1 &&
-        found != expected) {
-      std::abort();
+            .lines == 1) {
+      fuzz::check(found == expected);
     }
   }
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string_view text{reinterpret_cast<const char*>(data), size};
+void fuzz::read(std::string_view text) {
   fuzz::until_the_run_ends([&] { read_by_tables(text); });
   kbpmfio_stream stream;
   open_text(stream, text);
   while (const auto line = next_line(stream)) {
     check_data_line(std::string{line->substr(0, line->find('\0'))});
   }
-  return 0;
 }

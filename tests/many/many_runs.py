@@ -199,6 +199,15 @@ def leftovers_go(place, environment):
     assert not (place / "left/week_001/half").exists()
 
 
+def a_run_that_cannot_be_locked_is_told(place, environment):
+    write_list(place / "runs.csv", 3)
+    (place / "unlockable/.many/making/week_001.lock").mkdir(parents=True)
+    done = many(place, environment, "runs.csv", "--output", "unlockable", status=1)
+    assert "week_001 failed: cannot lock unlockable: Is a directory" in done.stderr, done.stderr
+    states = [state for state, _ in status_of(place / "unlockable").values()]
+    assert states == ["done", "failed", "done"], states
+
+
 def long_lists_are_dealt_out(place, environment):
     """More runs than an array may have tasks: each share is a task, and no run is in two or in none."""
     write_list(place / "long.csv", 1003)
@@ -260,7 +269,7 @@ def main():
         environment = simulate(BPMSIM, place, bpms=2, turns=200, seed=4)
         for fact in (lists_that_cannot_be_meant, names_follow_from_answers, failures_do_not_stop_the_others, changed_and_removed_lines,
                      nobody_elses_folder, one_engine_at_a_time, leftovers_go,
-                     long_lists_are_dealt_out, parallel_makes_the_same):
+                     a_run_that_cannot_be_locked_is_told, long_lists_are_dealt_out, parallel_makes_the_same):
             fact(place, environment)
             print(fact.__name__, flush=True)
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <cmath>
 #include <filesystem>
+#include <functional>
 #include <iterator>
 #include <limits>
 #include <memory>
@@ -21,8 +22,9 @@ namespace fs = std::filesystem;
 constexpr double inf = std::numeric_limits<double>::infinity();
 
 // A graph of four points above BPM 50; returns why it was not drawn.
-std::string draw(const std::string& device, const std::string& path,
-                 const std::array<double, 4>& gains, const std::string& title = "title") {
+std::string draw(
+    const std::string& device, const std::string& path, const std::array<double, 4>& gains,
+    const std::string& title = "title", const std::function<void()>& more = [] {}) {
   if (std::string reason = qp_open_page(device, path); !reason.empty()) return reason;
   qp_set_page_border(0.02, 0.02, 0.04, 0.04, "%PAGE");
   qp_set_margin(0.02, 0.02, 0.015, 0.015, "%PAGE");
@@ -33,6 +35,7 @@ std::string draw(const std::string& device, const std::string& path,
   qp_draw_axes("BPM", "gain", title);
   qp_set_symbol_attrib("plus", 10, "red");
   qp_draw_data(std::array{50.0, 50.0, 50.0, 50.0}, gains, true, 1);
+  more();
   return qp_close_page();
 }
 
@@ -65,6 +68,22 @@ picture read_gif(const std::string& path) {
   return p;
 }
 
+// The frame: the first and last all-black stretches met on the way in from the sides.
+struct frame {
+  int left = 0, right = 791;
+  int top = 30;      // below the title
+  int bottom = 560;  // above the label
+};
+
+frame frame_of(const picture& p) {
+  frame f;
+  while (p.at(f.left, 306) != 'k' || p.at(f.left, 312) != 'k') ++f.left;
+  while (p.at(f.right, 306) != 'k' || p.at(f.right, 312) != 'k') --f.right;
+  while (p.at(100, f.top) != 'k' || p.at(110, f.top) != 'k') ++f.top;
+  while (p.at(100, f.bottom) != 'k' || p.at(110, f.bottom) != 'k') --f.bottom;
+  return f;
+}
+
 // Everything in its own folder; nothing but the wanted files may be in it afterwards.
 class quick_plot_files : public scratch::fixture {
  protected:
@@ -80,16 +99,7 @@ TEST_F(quick_plot_files, gif_shows_marks_where_the_axes_put_them) {
   ASSERT_EQ(p.height, 612);
   EXPECT_EQ(p.at(0, 0), 'w');
 
-  // The frame: the first and last all-black stretches met on the way in from the sides.
-  int left = 0;
-  while (p.at(left, 306) != 'k' || p.at(left, 312) != 'k') ++left;
-  int right = 791;
-  while (p.at(right, 306) != 'k' || p.at(right, 312) != 'k') --right;
-  int top = 30;  // below the title
-  while (p.at(100, top) != 'k' || p.at(110, top) != 'k') ++top;
-  int bottom = 560;  // above the label
-  while (p.at(100, bottom) != 'k' || p.at(110, bottom) != 'k') --bottom;
-
+  const auto [left, right, top, bottom] = frame_of(p);
   const int middle = (left + right) / 2;
   const double unit = (bottom - top - 20) / 0.4;  // pixels a unit of gain, gutters left out
   for (const double gain : {1.1, 0.9, 1.0, 0.95}) {
@@ -106,6 +116,45 @@ TEST_F(quick_plot_files, gif_shows_marks_where_the_axes_put_them) {
   EXPECT_TRUE(p.at(middle, between) == 'p' || p.at(middle + 1, between) == 'p') << "no stroke";
   EXPECT_EQ(p.at(middle + 20, between), 'w');
   EXPECT_EQ(files(), 1);
+}
+
+// Lines that leave the axis at its top and at its bottom keep their slope up to there; a level is
+// grey, whatever was drawn before.
+TEST_F(quick_plot_files, lines_end_at_the_axis_and_levels_are_grey) {
+  ASSERT_EQ(draw("GIF-L", "a.gif", {1, 1, 1, 1}, "title",
+                 [] {
+                   qp_draw_data(std::array{48.0, 50.0, 52.0}, std::array{1.5, 0.9, 0.5}, true, 0);
+                   qp_draw_level(1.15);
+                 }),
+            "");
+  const picture p = read_gif("a.gif");
+  ASSERT_EQ(p.height, 612);
+  const auto [left, right, top, bottom] = frame_of(p);
+  const auto x_of = [&, left = left, right = right](double bpm) {
+    return static_cast<int>(std::lround(left + 10 + (bpm - 48) / 4 * (right - left - 20)));
+  };
+  const auto y_of = [&, top = top, bottom = bottom](double gain) {
+    return static_cast<int>(std::lround(bottom - 10 - (gain - 0.8) / 0.4 * (bottom - top - 20)));
+  };
+  for (const auto& [bpm, gain] :
+       {std::pair{49.5, 1.05}, {49.1, 1.17}, {50.25, 0.85}, {50.4, 0.82}}) {
+    bool drawn = false;
+    for (int dx = -2; dx <= 2; ++dx) {
+      drawn = drawn || p.at(x_of(bpm) + dx, y_of(gain)) != 'w';
+    }
+    EXPECT_TRUE(drawn) << "no line at " << bpm << ", " << gain;
+  }
+  int grey = 0, other = 0;
+  for (int x = x_of(51); x < x_of(52); ++x) {
+    char kind = 'w';
+    for (int dy = -1; dy <= 1; ++dy) {
+      if (p.at(x, y_of(1.15) + dy) != 'w') kind = p.at(x, y_of(1.15) + dy);
+    }
+    grey += kind == '.' ? 1 : 0;
+    other += kind == 'w' || kind == '.' ? 0 : 1;
+  }
+  EXPECT_GT(grey, 20);
+  EXPECT_EQ(other, 0);
 }
 
 TEST_F(quick_plot_files, postscript_is_one_landscape_page_under_our_title) {

@@ -9,35 +9,16 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <set>
-#include <span>
 #include <string_view>
 
+#include "bits_hash.hpp"
 #include "fit_gains.hpp"
 #include "gain_batch.hpp"
 #include "gain_fit_mod.hpp"
 
 namespace {
 using namespace gain_fit_mod;
-
-struct hash {
-  std::uint64_t value = 0xcbf29ce484222325;
-  void add(std::span<const double> numbers) {
-    for (const double number : numbers) {
-      std::uint64_t bits = 0;
-      std::memcpy(&bits, &number, sizeof bits);
-      for (int byte = 0; byte < 8; ++byte)
-        value = (value ^ ((bits >> (8 * byte)) & 255)) * 0x100000001b3;
-    }
-  }
-};
-
-// Even numbers in -1..1 [-].
-double next_random(std::uint64_t& state) {
-  state = state * 6364136223846793005 + 1442695040888963407;
-  return static_cast<double>(state >> 11) * 0x1p-52 - 1;
-}
 
 // A beam within +-range pipe radii. A button sees the wall charge at its angle:
 // (1 - r^2) / (1 + r^2 - 2 (x c + y s)), with c = s = +-sqrt(1/2).
@@ -62,7 +43,7 @@ void fill(int orbits, double range, double noise) {
 }
 
 std::uint64_t hash_of_fits(std::string_view set) {
-  hash h;
+  bits_hash h;
   const auto fit = [&] {
     for (const one_fit& one : fit_readings(current_readings(), {.instruction_set = set}).fit) {
       h.add({&one.chisq, 1});

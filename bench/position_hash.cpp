@@ -2,8 +2,8 @@
 //
 //     position_hash    a line for each way to fit; status 1 when they differ
 //
-// Table and readings are made with additions, multiplications and divisions alone, and the linear
-// answers at the nodes by our own inverse: LAPACK's last bits are its builder's choice.
+// Table and readings are made with additions, multiplications and divisions alone, so that they are
+// the same everywhere too; three_by_three.cpp stands in for LAPACK.
 #include <fmt/format.h>
 
 #include <cmath>
@@ -15,27 +15,9 @@
 #include <vector>
 
 #include "bits_hash.hpp"
-#include "linear_algebra.hpp"
 #include "nonlin_bpm_mod.hpp"
 #include "position_fit.hpp"
 #include "table_cells.hpp"
-
-namespace linear_algebra {
-
-// In place of the library's: the table asks for nothing but three by three.
-bool invert_matrix(std::span<double> a, int /*n*/) {
-  const double m00 = a[4] * a[8] - a[5] * a[7];
-  const double m01 = a[5] * a[6] - a[3] * a[8];
-  const double m02 = a[3] * a[7] - a[4] * a[6];
-  const double determinant = (a[0] * m00 + a[1] * m01) + a[2] * m02;
-  const double inverse[] = {m00, a[2] * a[7] - a[1] * a[8], a[1] * a[5] - a[2] * a[4],
-                            m01, a[0] * a[8] - a[2] * a[6], a[2] * a[3] - a[0] * a[5],
-                            m02, a[1] * a[6] - a[0] * a[7], a[0] * a[4] - a[1] * a[3]};
-  for (std::size_t i = 0; i < 9; ++i) a[i] = inverse[i] / determinant;
-  return determinant != 0;
-}
-
-}  // namespace linear_algebra
 
 namespace {
 using namespace nonlin_bpm_mod;

@@ -162,8 +162,8 @@ struct position_lanes {
     if constexpr (with_slopes) {
       turn(p_t, v.dx);
       turn(p_u, v.dy);
-      for (int k = 0; k < 4; ++k) v.dx[k] /= hx;
-      for (int k = 0; k < 4; ++k) v.dy[k] /= hy;
+      for (real& slope : v.dx) slope /= hx;
+      for (real& slope : v.dy) slope /= hy;
     }
   }
 };

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 #include "input_check.hpp"
 #include "one_fit.hpp"
@@ -344,13 +343,14 @@ record calibrate(const bpm_run& run) {
     if (r.pedestal_chi >= pedestal_limit) r.chosen = fit_kind::wide_pedestals;
   }
   // Differences stay chosen for T2: whether the current walks is W's finding about the same beam.
-  // W's places are kept only where they are the answer.
-  fit_state steady =
-      r.chosen == fit_kind::wide_pedestals ? fit_state(wide) : fit_state(std::move(wide));
+  // W's places are kept only where they are the answer: T2 goes on from them.
+  fit_state kept;
+  if (r.chosen == fit_kind::wide_pedestals) kept = wide;
+  fit_state& steady = wide;
   setting.kind = fit_kind::steady_intensity;
   r.steady = run_fit(steady, setting, room);
 
-  const fit_state* chosen = r.chosen == fit_kind::wide_pedestals ? &wide : &free;
+  const fit_state* chosen = r.chosen == fit_kind::wide_pedestals ? &kept : &free;
   if (has_pedestals(r) && r.chosen != fit_kind::wide_pedestals && r.steady.converged &&
       !(r.free.converged && worth_it * r.free.E < r.steady.E)) {
     r.chosen = fit_kind::steady_intensity;

@@ -335,24 +335,26 @@ record calibrate(const bpm_run& run) {
     wide = free;
     r.wide = run_fit(wide, setting, room);
   }
-  // Differences stay chosen for T2: whether the current walks is W's finding about the same beam.
-  fit_state steady = wide;
-  setting.kind = fit_kind::steady_intensity;
-  r.steady = run_fit(steady, setting, room);
-
-  const fit_state* chosen = &free;
   if (has_pedestals(r)) {
     r.pedestal_chi = pedestal_chi_square(r.wide, run.sigma_p);
     for (const double l : r.wide.l)
       r.slope_chi += l * l / (rms_slope * rms_slope * setting.R0 * setting.R0);
     // Pedestals first: both other fits hold them near 0 and would turn them into gains.
-    if (r.pedestal_chi >= pedestal_limit) {
-      r.chosen = fit_kind::wide_pedestals;
-      chosen = &wide;
-    } else if (r.steady.converged && !(r.free.converged && worth_it * r.free.E < r.steady.E)) {
-      r.chosen = fit_kind::steady_intensity;
-      chosen = &steady;
-    }
+    if (r.pedestal_chi >= pedestal_limit) r.chosen = fit_kind::wide_pedestals;
+  }
+  // Differences stay chosen for T2: whether the current walks is W's finding about the same beam.
+  // W's places are kept only where they are the answer: T2 goes on from them.
+  fit_state kept;
+  if (r.chosen == fit_kind::wide_pedestals) kept = wide;
+  fit_state& steady = wide;
+  setting.kind = fit_kind::steady_intensity;
+  r.steady = run_fit(steady, setting, room);
+
+  const fit_state* chosen = r.chosen == fit_kind::wide_pedestals ? &kept : &free;
+  if (has_pedestals(r) && r.chosen != fit_kind::wide_pedestals && r.steady.converged &&
+      !(r.free.converged && worth_it * r.free.E < r.steady.E)) {
+    r.chosen = fit_kind::steady_intensity;
+    chosen = &steady;
   }
   r.t = chosen_fit(r).t;
   fill_places(*chosen, orbits, run.signal[0].size(), r);

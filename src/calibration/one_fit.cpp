@@ -350,6 +350,11 @@ usable_orbits take_usable(const bpm_run& run) {
   usable_orbits usable;
   std::vector<double> sums;
   const std::size_t n = run.signal[0].size();
+  usable.b.reserve(n);
+  usable.number.reserve(n);
+  usable.time.reserve(n);
+  usable.set.reserve(n);
+  sums.reserve(n);
   std::size_t set = 0, of_set = 0;  // the set at hand, and which of its orbits
   for (std::size_t orbit = 0; orbit < n; ++orbit, ++of_set) {
     // A loop, for a data set may be empty.

@@ -305,6 +305,124 @@ TEST(faults, what_is_fitted_is_on_disk) {
   }
 }
 
+// What the fault check found. Of what is told the line is told once, the status says so, and nothing half
+// done is left behind: no scratch file, and none in the folder for them.
+TEST(faults, what_was_told_badly_once_is_told_now) {
+  if (!shim_loads) GTEST_SKIP() << "built with a sanitizer, which comes first";
+  const session::scratch inputs;
+  make_inputs(inputs);
+  const fs::path runs = inputs.path() / "runs";
+  for (const char* run : {"first", "second"}) {
+    session::settings how = session::at_site(inputs.path() / "t/online");
+    how.arguments = {"--batch", "--data=T", "--run=./RD-004567.dat",
+                     "--output=" + (runs / run).string()};
+    const auto made = session::butngain(inputs.path(), {}, how);
+    ASSERT_EQ(made.status, 0) << made.err;
+  }
+  texts both;
+  for (const auto& entry : fs::recursive_directory_iterator(runs)) {
+    if (entry.path().filename() == "run.json") both.push_back(entry.path().parent_path());
+  }
+  ASSERT_EQ(both.size(), 2U);
+  session::write_file(inputs.path() / "pipe.chamber",
+                      "nonlin_bpm_chamber 1\nname pipe\nunits mm\ncontour circle 45\n"
+                      "button 1 -31.8 -31.8 18 disc\nbutton 2 31.8 -31.8 18 disc\n"
+                      "button 3 -31.8 31.8 18 disc\nbutton 4 31.8 31.8 18 disc\n"
+                      "x_grid 41 -32 32\ny_grid 41 -32 32\nmargin 6\nend\n");
+  const std::string chamber = inputs.path() / "pipe.chamber";
+  const texts series{"F", "exp_0.txt", "exp_1.txt", "p"};
+  const struct {
+    const char* what;
+    fault f;
+    texts program;
+    texts answers;
+    int status;
+    const char* told;
+    std::string not_there;  // a file that must not stand
+  } cases[] = {
+      // The drawing libraries crash without memory, or never end.
+      {"picture of a comparison",
+       {"malloc", "", 4474, ENOMEM, true},
+       {BUTNGAIN_BINARY, "compare", both[0], both[1], "--picture=c.png"},
+       {},
+       2,
+       "butngain: c.png: ",
+       "c.png"},
+      {"pictures of a trend",
+       {"malloc", "", 12991, ENOMEM, true},
+       {BUTNGAIN_BINARY, "trend", runs, "--output=."},
+       {},
+       2,
+       "butngain: ./trend.html: ",
+       "trend.png"},
+      // They keep the drawing in a file of their own until it is whole, and tell nobody that they cannot
+      // read it: the page was a head and an end.
+      {"page that cannot be read back",
+       {"fread", "(deleted)", 1, EIO},
+       {BUTNGAIN_BINARY, "--output=."},
+       series,
+       1,
+       "the drawn page is incomplete",
+       "inputs_1000random_xy_and_timing_offset.ps"},
+      {"table, no name",
+       {"rename", "pipe.table", 2, EACCES},
+       {BPMSIM_BINARY, "table", chamber, "pipe.table"},
+       {},
+       1,
+       "bpmsim: pipe.table: Permission denied\n",
+       "pipe.table"},
+      {"table, no memory",
+       {"malloc", "", 30000, ENOMEM, true},
+       {BPMSIM_BINARY, "table", chamber, "pipe.table"},
+       {},
+       1,
+       "bpmsim: run-time error: out of memory\n",
+       "pipe.table"},
+      // The default of the run question was blank without a word.
+      {"run index",
+       {"fopen", "tbt.idx", 1, EMFILE},
+       {BUTNGAIN_BINARY},
+       {"T", "0", "./RD-004567.dat", "n", "-1", "no"},
+       0,
+       "tbt.idx: Too many open files\n",
+       ""},
+  };
+  for (const auto& [what, f, program, answers, status, told, not_there] : cases) {
+    SCOPED_TRACE(what);
+    const session::scratch here;
+    for (const auto& entry : fs::directory_iterator(inputs.path())) {
+      fs::create_symlink(entry.path(), here.path() / entry.path().filename());
+    }
+    session::settings how = with(f, here);
+    fs::create_directory(here.path() / "scratch");
+    how.environment["TMPDIR"] = here / "scratch";
+    std::string typed;
+    for (const std::string& answer : answers) typed += answer + "\n";
+    const auto run = session::run(program, here.path(), typed, how);
+    EXPECT_EQ(run.status, status) << run.out << run.err;
+    EXPECT_TRUE(contains(run.err + run.out, told)) << run.out << run.err;
+    EXPECT_FALSE(contains(run.err, "Fontconfig")) << run.err;
+    EXPECT_FALSE(!not_there.empty() && fs::exists(here.path() / not_there));
+    EXPECT_TRUE(fs::is_empty(here.path() / "scratch"));
+    for (const auto& left : fs::directory_iterator(here.path())) {
+      EXPECT_FALSE(contains(left.path().string(), ".part")) << left.path();
+    }
+  }
+}
+
+// A signal that ends a session while it reads leaves whole lines in the file that it writes meanwhile.
+TEST(faults, killed_while_reading_leaves_whole_lines) {
+  if (!shim_loads) GTEST_SKIP() << "built with a sanitizer, which comes first";
+  const session::scratch here;
+  make_inputs(here);
+  const auto run = session::butngain(here.path(), {"F", "exp_0.txt", "exp_1.txt", "no"},
+                                     with({"fread", "exp_1.txt", 2, 0}, here));
+  EXPECT_EQ(run.status, 128 + 9);
+  const std::string diagnostics = read_file(here.path() / "fort.67");
+  EXPECT_GT(diagnostics.size(), 10000U);
+  EXPECT_TRUE(ends_in_line(diagnostics)) << diagnostics.substr(diagnostics.size() - 80);
+}
+
 // A carriage return ends a line of PostScript: what follows would be run by whoever prints the page.
 TEST(faults, names_of_files_stay_text) {
   const session::scratch here;

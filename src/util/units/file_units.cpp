@@ -1,5 +1,6 @@
 #include "file_units.hpp"
 
+#include <stdio_ext.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -52,6 +53,14 @@ unmade_directory unmade;
   static_cast<void>(std::fclose(file.stream));
   file = open_file{};
   write_error(path, reason);
+}
+
+// Only whole lines go to the system: a signal that ends the run leaves no half one. To be called with
+// the size of what comes next, and behind what is more than the buffer holds.
+void make_room(open_file& file, std::size_t size) {
+  if (__fpending(file.stream) + size <= buffer_size) return;
+  errno = 0;
+  if (std::fflush(file.stream) != 0) end_on(file, errno);
 }
 
 // What a run's end asks of this table.
@@ -200,13 +209,16 @@ void rewind_unit(int unit) {
 void write_text(int unit, std::string_view text) {
   open_file& file = units(unit);
   if (file.stream == nullptr) open_output(unit, "fort." + std::to_string(unit));
+  make_room(file, text.size());
   errno = 0;
   if (std::fwrite(text.data(), 1, text.size(), file.stream) != text.size()) end_on(file, errno);
+  if (text.size() > buffer_size) make_room(file, buffer_size);
 }
 
 void write_line(int unit, std::string_view text) {
   open_file& file = units(unit);
   if (file.stream == nullptr) open_output(unit, "fort." + std::to_string(unit));
+  make_room(file, text.size() + 1);
   errno = 0;
   if (std::fwrite(text.data(), 1, text.size(), file.stream) != text.size() ||
       std::putc('\n', file.stream) == EOF) {

@@ -292,6 +292,7 @@ void tell_and_write(session_state& s, const output::run_record& run, bpm_in_work
   add_to_plot(s, b.result);
   // What is fitted is on disk: whatever ends the run, it takes the BPM in work at most.
   util::flush_all_units();
+  write_gains_so_far(s);
 }
 
 // What was fitted is worth as much as in a run that came to its end.

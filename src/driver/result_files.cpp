@@ -134,6 +134,12 @@ bool write_run_files(const report::run_results& results, const std::string& abou
   return all_well;
 }
 
+void write_gains_so_far(const session_state& s) {
+  const std::string folder = util::output_path(std::string{s.directory.trimmed()});
+  // Not told: the whole file is written at the end, and what is wrong with the folder is said then.
+  static_cast<void>(report::write_gains_csv(folder + "/gains.csv", s.results.bpm));
+}
+
 void write_results(session_state& s) {
   // First: every file is made of the same rows.
   add_rows_of_left_out(s);

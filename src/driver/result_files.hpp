@@ -21,6 +21,10 @@ struct wanted_files {
 bool write_run_files(const report::run_results& results, const std::string& about,
                      const wanted_files& wanted);
 
+/// Writes gains.csv with the BPMs that are fitted by now: a run that is killed leaves them.
+/// errors   none; what keeps it from being written is told by write_results
+void write_gains_so_far(const session_state& s);
+
 /// Completes the results with the BPMs that were not fitted, and writes gains.csv, gains.load,
 /// report.html and gains.png, and on request orbits.csv, button_coeff.dat and gains.pdf, into the
 /// run's directory.

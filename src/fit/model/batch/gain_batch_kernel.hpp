@@ -362,8 +362,9 @@ struct gain_kernels {
 
   // --- sums -------------------------------------------------------------------------------------
 
-  // The wanted columns in their order; what is not used of a row is 0.
-  static void choose_columns(const free_list& free, const block_work& w, const double** from) {
+  // The wanted columns in their order; what is not used of a row is 0. Where they are, not what is in
+  // them: `w` need not be filled yet.
+  static void choose_columns(const free_list& free, block_work& w, const double** from) {
     alignas(32) static constexpr double zeros[block_size] = {};
     for (int j = 0; j < 8; ++j) from[j] = j < free.n ? w.column[free.parameter[j]] : zeros;
     from[residual_column] = w.minus_residual;

@@ -61,7 +61,7 @@ std::string inst_text(const raw_file& f, const instrument& at) {
     << "ADC_High          : 1 1\nADC_Low           : 1 1\n--BEGIN DATA--\n";
   for (int b = 0; b < f.bunches; ++b) {
     for (int t = 1; t <= f.turns; ++t) {
-      const unsigned phase = static_cast<unsigned>(t * at.phase_step) << 19U | 7U << 10U;
+      const unsigned phase = static_cast<unsigned>(t * at.phase_step % 512) << 19U | 7U << 10U;
       s << "0 " << std::hex << phase << std::dec << " 0";
       for (int c = 1; c <= 3; ++c) s << ' ' << 1000 * (b + 1) + 100 * c + t;
       s << '\n';
@@ -268,6 +268,13 @@ TEST(tbt_mod, unknown_names_and_other_phases_are_told) {
   EXPECT_FALSE(tbt.bunch[0].bpm(69).data_ok);
   EXPECT_TRUE(tbt.bunch[0].bpm(111).data_ok);
   EXPECT_TRUE(tbt.bunch[0].bpm(88).data_ok);
+
+  // Half a turn off in odd turns: of two the first alone.
+  f.turns = 2;
+  f.instruments = {{"12W"}, {"13W", {1, 1, 1, 1}, {}, 257}};
+  at.put(4567, f);
+  tbt_all_data_struct short_one;
+  EXPECT_TRUE(contains(load(short_one), " SHAKER PHASE MISMATCH! 13W\n"));
 }
 
 // The later file lies over the earlier one where both have a BPM.

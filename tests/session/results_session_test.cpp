@@ -257,6 +257,18 @@ TEST(results_session, a_file_that_cannot_be_written_is_told_and_the_session_goes
   EXPECT_TRUE(contains(run.out, "Postscript (p) or Gif (g) ?"));
 }
 
+// Orbits that were never calibrated have their signals and linear place, and took part in nothing.
+TEST(results_session, orbits_that_were_not_calibrated_are_not_used) {
+  const session::scratch here;
+  session::simulate(here.path(), "series --bpms 1 --orbits 5");
+  session::settings how;
+  how.arguments = {"--orbits", "--output", "out"};
+  ASSERT_EQ(session::butngain(here.path(), {"F", "exp_0.txt", "", "no"}, how).status, 0);
+  const auto lines = lines_of(read_file(run_in(here.path() / "out") / "orbits.csv"));
+  ASSERT_EQ(lines.size(), 6U);
+  for (std::size_t i = 1; i < lines.size(); ++i) EXPECT_TRUE(lines[i].ends_with(",,,,,0"));
+}
+
 // One BPM was chosen: the others are in the data, and so in the file, wherever that goes.
 TEST(results_session, every_bpm_that_the_data_hold_has_a_line) {
   const session::scratch here;

@@ -116,6 +116,7 @@ TEST(side_by_side_session, that_is_terminated_has_whole_bpms_in_order) {
                          "butngain: terminated; what was fitted so far is written\n"));
     const fs::path run = here.run_directory();
     const auto table = session::lines_of(session::read_file(run / "orbit.dat"));
+    ASSERT_FALSE(table.empty());
     const std::size_t bpms = table.size() - 1;
     EXPECT_GE(bpms, 5U);
     EXPECT_LT(bpms, 60U);

@@ -1,5 +1,6 @@
 """The page as a browser reads it: elements closed in order, ids once, nothing from elsewhere."""
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -58,5 +59,19 @@ def check(program, kind, bpms):
     assert png[:4] == b"\x89PNG"
 
 
+def check_paper(program):
+    """Every sheet of the paper has its number at its foot, the last one too."""
+    with tempfile.TemporaryDirectory() as place:
+        subprocess.run([program, "bad", "100", "12", place], check=True, stdout=subprocess.DEVNULL)
+        text = subprocess.run(["gs", "-q", "-dNOPAUSE", "-dBATCH", "-sDEVICE=txtwrite", "-o", "-",
+                               f"{place}/gains.pdf"], check=True, capture_output=True).stdout.decode()
+        sheets = int(subprocess.run(["gs", "-q", "-dNODISPLAY", f"--permit-file-read={place}/", "-c",
+                                     f"({place}/gains.pdf) (r) file runpdfbegin pdfpagecount = quit"],
+                                    check=True, capture_output=True).stdout)
+    assert sheets > 1
+    assert re.findall(r"page (\d+)", text) == [str(n) for n in range(1, sheets + 1)], text
+
+
 for kind, bpms in (("good", 1), ("mixed", 24), ("bad", 6), ("quiet", 2)):
     check(sys.argv[1], kind, bpms)
+check_paper(sys.argv[1])

@@ -165,7 +165,7 @@ void use_jobs(unsigned threads) {
 }
 
 std::size_t make_in_order(const ordered_work& work, unsigned threads) {
-  constexpr std::size_t held_by_thread = std::size_t{256} * 1024;
+  constexpr std::size_t held_by_thread = std::size_t{128} * 1024;
   shared_list list(work);
   list.limit = std::max(1U, threads) * held_by_thread;
   const std::size_t useful = std::min<std::size_t>(threads, work.count);
